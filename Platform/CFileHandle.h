@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Platform {
+
+enum class EAccess { Read, Write, ReadWrite };
+enum class EShare { Exclusive, DenyWrite, DenyRead, DenyNone };
+enum class ESeekFrom { Begin, Current, End };
+
+struct SOpenMode
+{
+    EAccess access = EAccess::Read;
+    EShare share = EShare::DenyNone;
+    bool bCreate = false;     ///< create when missing
+    bool bCreateNew = false;  ///< create, refuse when present (LIB_EXISTS)
+    bool bTruncate = false;
+    unsigned dwPermission = 0600;
+};
+
+/// An open file. Owned by one object, used by one thread.
+///
+/// Share modes are kept against cooperating openers by advisory locks, and an open that denies writers is refused
+/// (LIB_ACCESS) while any process still has the file open for writing, where the file system can tell.
+/// A symbolic link is never followed when the open may create, truncate or write.
+/// Operations answer -1 or false and set LastError on failure.
+class CFileHandle
+{
+public:
+    CFileHandle() = default;
+    ~CFileHandle();
+    CFileHandle(CFileHandle&& other) noexcept;
+    CFileHandle& operator=(CFileHandle&& other) noexcept;
+
+    bool Open(const char* pszPath, const SOpenMode& mode);
+    bool IsOpen() const { return m_iDescriptor >= 0; }
+    bool Close();
+    int64_t Read(void* pBuffer, size_t nCount);        ///< 0 at the end of the file; short only there
+    int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
+    int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
+    int64_t Size();                                    ///< in bytes
+    int NativeHandle() const { return m_iDescriptor; }
+
+private:
+    int m_iDescriptor = -1;
+};
+
+} // namespace Platform

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+namespace Platform {
+
+enum class ELockResult { Acquired, Abandoned, TimedOut, Failed };
+
+/// A mutex that every thread and process of one user shares by its name.
+///
+/// Recursive for the owning thread. When its owner, thread or process, dies the kernel lets go of it; the next one
+/// gets it, told Abandoned where that can be known. Names cost nothing once unlocked and leave nothing behind;
+/// other users cannot take or block them. Each object is used by one thread at a time.
+class CNamedMutex
+{
+public:
+    explicit CNamedMutex(std::string_view strName); ///< IsValid is false when it could not be made (LastError)
+    ~CNamedMutex();                                 ///< unlocks what this object still holds
+    CNamedMutex(const CNamedMutex&) = delete;
+    CNamedMutex& operator=(const CNamedMutex&) = delete;
+
+    bool IsValid() const;
+    ELockResult Lock(unsigned dwMillis); ///< Platform::INFINITE waits without limit
+    void Unlock();                       ///< only by the thread that locked
+
+private:
+    struct SState;
+    std::unique_ptr<SState> m_pState;
+};
+
+} // namespace Platform

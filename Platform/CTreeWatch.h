@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Platform/CEventHandle.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform {
+
+enum class ETreeAction : unsigned { Added = 1, Removed = 2, Modified = 3, RenamedFrom = 4, RenamedTo = 5 };
+
+struct STreeRecord
+{
+    ETreeAction action;
+    std::string strName; ///< relative to the root of the tree
+};
+
+/// Watches a directory tree and collects what happens in it, in order, until it is fetched.
+///
+/// A background thread of this object empties the kernel's queue at once, so that a burst of changes does not
+/// overflow it, and keeps only names for which the filter holds (null: all), up to nBufferBytes.
+/// Directories that appear later are watched, too; files already in them are reported as added.
+class CTreeWatch : public IWaitable
+{
+public:
+    using Filter = std::function<bool(std::string_view strRelativeName)>;
+
+    CTreeWatch();
+    ~CTreeWatch() override;
+    CTreeWatch(const CTreeWatch&) = delete;
+    CTreeWatch& operator=(const CTreeWatch&) = delete;
+
+    bool Open(const char* pszRoot, size_t nBufferBytes, Filter filter); ///< false: LastError
+    void Close();
+    bool IsOpen() const;
+    /// Moves the collected records out. False when records were lost since the last call (buffer or kernel queue
+    /// overflow); the records that were kept still come out.
+    bool Fetch(std::vector<STreeRecord>& records);
+    int WaitDescriptor() const override; ///< readable while records wait or were lost
+
+private:
+    struct SState;
+    std::unique_ptr<SState> m_pState;
+};
+
+} // namespace Platform

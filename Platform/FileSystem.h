@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Files and directories by name. Thread-safe; operations answer false and set LastError on failure.
+/// Paths are NUL-terminated byte strings with "/" as the separator.
+namespace Platform {
+
+/// Nanoseconds since 1970-01-01 UTC. A file system without creation times gives the modification time.
+struct SFileTimes
+{
+    int64_t iCreated = 0;
+    int64_t iModified = 0;
+    int64_t iAccessed = 0;
+};
+
+enum class EPathKind { Missing, File, Directory, Other, Failed };
+
+bool RemoveFile(const char* pszPath);
+/// Replaces an existing target. Across file systems the copy is on stable storage and has its final name before the
+/// source is removed.
+bool MoveFileReplacing(const char* pszFrom, const char* pszTo);
+/// Fails with LIB_EXISTS when the target exists; never replaces it.
+bool RenameNoReplace(const char* pszFrom, const char* pszTo);
+bool GetFileTimes(const char* pszPath, SFileTimes& times);
+EPathKind KindOf(const char* pszPath);        ///< follows symbolic links; Failed sets LastError
+bool CreateOneDirectory(const char* pszPath); ///< one level, mode 0700
+bool SetWorkingDirectory(const char* pszPath);
+std::string WorkingDirectory();
+std::string ExecutablePath(); ///< of this process; empty on failure
+bool IsNetworkPath(const char* pszPath);
+
+/// A Windows-form path in this system's form: drive dropped, backslashes to slashes. Others come back unchanged.
+std::string NativePath(std::string_view strPath);
+
+struct SDirectoryEntry
+{
+    const char* pszName;
+    bool bDirectory;     ///< a real directory; false for a symbolic link to one
+    bool bRegular;       ///< a regular file or a symbolic link
+};
+
+/// The entries of one directory without "." and "..", sorted bytewise by name; held in one compact block.
+class CDirectoryListing
+{
+public:
+    bool Read(const char* pszDirectory); ///< false: LastError; the listing is then empty
+    size_t Count() const { return m_entries.size(); }
+    SDirectoryEntry At(size_t nIndex) const;
+
+private:
+    struct SEntry
+    {
+        uint32_t dwName; ///< offset into m_names
+        uint8_t byKind;
+    };
+    std::vector<char> m_names;
+    std::vector<SEntry> m_entries;
+};
+
+/// Size in bytes of the file or, for a symbolic link, of the link itself; -1 on failure.
+int64_t FileSize(const char* pszPath);
+
+} // namespace Platform

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+/// Who this machine is, and one-shot datagrams. Thread-safe.
+namespace Platform {
+
+bool HostName(std::string& strName); ///< false: LastError
+
+struct SCanonicalHost
+{
+    std::string strName;    ///< canonical name; may be empty
+    std::string strAddress; ///< dotted IPv4 address
+};
+bool ResolveCanonicalIPv4(const char* pszName, SCanonicalHost& host);
+
+/// Sends one UDP datagram over IPv4 through a socket of its own. pszHost is a dotted address or a name, which is
+/// resolved anew each time. False when anything on the way failed; the datagram is then lost.
+bool SendDatagram(const char* pszHost, unsigned short wPort, const void* pData, size_t nLength);
+
+std::string EnvironmentVariable(const char* pszName, bool& bPresent);
+
+} // namespace Platform

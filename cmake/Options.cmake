@@ -1,0 +1,20 @@
+# Compiler options shared by everything that is built.
+add_library(tobix_options INTERFACE)
+target_compile_options(tobix_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
+  -fstack-protector-strong -fno-omit-frame-pointer -g1
+  -fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+target_compile_definitions(tobix_options INTERFACE _FILE_OFFSET_BITS=64 _GNU_SOURCE)
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_definitions(tobix_options INTERFACE _FORTIFY_SOURCE=2)
+endif()
+if(TOBIX_SANITIZE)
+  target_compile_options(tobix_options INTERFACE -fsanitize=${TOBIX_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(tobix_options INTERFACE -fsanitize=${TOBIX_SANITIZE})
+  string(REGEX MATCH "[a-z]+" tobix_first_sanitizer ${TOBIX_SANITIZE})
+  target_compile_definitions(tobix_options INTERFACE TOBIX_SANITIZE_BUILD="${tobix_first_sanitizer}")
+endif()
+if(TOBIX_COVERAGE)
+  target_compile_options(tobix_options INTERFACE --coverage)
+  target_link_options(tobix_options INTERFACE --coverage)
+endif()
