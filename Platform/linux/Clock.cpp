@@ -1,0 +1,65 @@
+#include "Platform/Clock.h"
+
+#include <cerrno>
+#include <ctime>
+
+namespace Platform {
+
+namespace {
+
+SLocalTime BreakDown(time_t tSeconds, int iMillisecond)
+{
+    tm parts{};
+    if (localtime_r(&tSeconds, &parts) == nullptr)
+        parts = {}; // a year beyond int: nothing better to tell
+    return {.iYear = parts.tm_year + 1900,
+            .iMonth = parts.tm_mon + 1,
+            .iDay = parts.tm_mday,
+            .iHour = parts.tm_hour,
+            .iMinute = parts.tm_min,
+            .iSecond = parts.tm_sec,
+            .iMillisecond = iMillisecond,
+            .iDayOfWeek = parts.tm_wday,
+            .iUtcOffset = static_cast<int>(parts.tm_gmtoff)};
+}
+
+} // namespace
+
+uint64_t TickCount()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
+}
+
+int64_t NowSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now); // time() lags behind it by up to a timer tick
+    return now.tv_sec;
+}
+
+SLocalTime LocalNow()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return BreakDown(now.tv_sec, static_cast<int>(now.tv_nsec / 1'000'000));
+}
+
+SLocalTime ToLocalTime(int64_t iSeconds) { return BreakDown(iSeconds, 0); }
+
+void SleepMillis(unsigned dwMillis)
+{
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_sec += dwMillis / 1000;
+    until.tv_nsec += static_cast<long>(dwMillis % 1000) * 1'000'000;
+    if (until.tv_nsec >= 1'000'000'000) {
+        until.tv_nsec -= 1'000'000'000;
+        ++until.tv_sec;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+}
+
+} // namespace Platform
