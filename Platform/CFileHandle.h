@@ -13,8 +13,8 @@ struct SOpenMode
 {
     EAccess access = EAccess::Read;
     EShare share = EShare::DenyNone;
-    bool bCreate = false;     ///< create when missing
-    bool bCreateNew = false;  ///< create, refuse when present (LIB_EXISTS)
+    bool bCreate = false;    ///< create when missing
+    bool bCreateNew = false; ///< create, refuse when present (LIB_EXISTS)
     bool bTruncate = false;
     unsigned dwPermission = 0600;
 };

@@ -18,8 +18,8 @@ public:
     CFlushGroup(const CFlushGroup&) = delete;
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
-    bool Add(const char* pszDirectory); ///< false: cannot be opened
-    bool Flush();                       ///< flushes every file system that was added; they stay in the group
+    bool Add(const char* pszDirectory);         ///< false: cannot be opened
+    bool Flush();                               ///< flushes every file system that was added; they stay in the group
     void MarkWritten(const char* pszDirectory); ///< only file systems marked since the last Flush are flushed
 
 private:

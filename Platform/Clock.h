@@ -7,21 +7,21 @@ namespace Platform {
 
 struct SLocalTime
 {
-    int iYear;         ///< four digits
-    int iMonth;        ///< 1 to 12
-    int iDay;          ///< 1 to 31
-    int iHour;         ///< 0 to 23
-    int iMinute;       ///< 0 to 59
-    int iSecond;       ///< 0 to 60
-    int iMillisecond;  ///< 0 to 999
-    int iDayOfWeek;    ///< 0 is Sunday
-    int iUtcOffset;    ///< seconds east of UTC, daylight saving included
+    int iYear;        ///< four digits
+    int iMonth;       ///< 1 to 12
+    int iDay;         ///< 1 to 31
+    int iHour;        ///< 0 to 23
+    int iMinute;      ///< 0 to 59
+    int iSecond;      ///< 0 to 60
+    int iMillisecond; ///< 0 to 999
+    int iDayOfWeek;   ///< 0 is Sunday
+    int iUtcOffset;   ///< seconds east of UTC, daylight saving included
 };
 
-uint64_t TickCount();                    ///< milliseconds since an arbitrary start; never goes back
-int64_t NowSeconds();                    ///< seconds since 1970-01-01 UTC
-SLocalTime LocalNow();                   ///< the wall clock, with milliseconds
-SLocalTime ToLocalTime(int64_t iSeconds);///< of seconds since 1970-01-01 UTC; milliseconds 0
+uint64_t TickCount();                     ///< milliseconds since an arbitrary start; never goes back
+int64_t NowSeconds();                     ///< seconds since 1970-01-01 UTC
+SLocalTime LocalNow();                    ///< the wall clock, with milliseconds
+SLocalTime ToLocalTime(int64_t iSeconds); ///< of seconds since 1970-01-01 UTC; milliseconds 0
 void SleepMillis(unsigned dwMillis);
 
 } // namespace Platform

@@ -39,8 +39,8 @@ std::string NativePath(std::string_view strPath);
 struct SDirectoryEntry
 {
     const char* pszName;
-    bool bDirectory;     ///< a real directory; false for a symbolic link to one
-    bool bRegular;       ///< a regular file or a symbolic link
+    bool bDirectory; ///< a real directory; false for a symbolic link to one
+    bool bRegular;   ///< a regular file or a symbolic link
 };
 
 /// The entries of one directory without "." and "..", sorted bytewise by name; held in one compact block.

@@ -31,9 +31,9 @@ public:
     CChildProcess& operator=(const CChildProcess&) = delete;
 
     unsigned Id() const;
-    bool Wait(unsigned dwMillis);            ///< true when it has ended; INFINITE: no limit
-    bool Terminate();                        ///< kills it; its exit code becomes all bits set
-    bool ExitCode(uint32_t& dwExitCode);     ///< false while it runs
+    bool Wait(unsigned dwMillis);        ///< true when it has ended; INFINITE: no limit
+    bool Terminate();                    ///< kills it; its exit code becomes all bits set
+    bool ExitCode(uint32_t& dwExitCode); ///< false while it runs
 
 private:
     struct SState;

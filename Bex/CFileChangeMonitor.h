@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Bex/CSimpleString.h"
+#include "Platform/CDirectoryWatch.h"
+
+/// One directory's change notification: says that something in it changed, not what.
+///
+/// Owned by the loop that watches the directory and used on that thread only. Asking consumes the notification and
+/// arms the next one. A monitor that could not be opened, or whose notification broke, answers "no change" from then
+/// on; the failure is logged once. What is watched: names that appear, change or go, and files written and closed.
+class CFileChangeMonitor
+{
+public:
+    CFileChangeMonitor() = default;
+    ~CFileChangeMonitor(); ///< closes
+    CFileChangeMonitor(const CFileChangeMonitor&) = delete;
+    CFileChangeMonitor& operator=(const CFileChangeMonitor&) = delete;
+
+    void Open(const Bex::CSimpleString& strDirectory);
+    bool HasChanged(); ///< since the last call; never blocks
+    void Close();
+    const Platform::IWaitable& Waitable() const { return m_watch; } ///< signalled while a change waits to be asked for
+
+private:
+    Platform::CDirectoryWatch m_watch;
+};

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Bex/CList.h"
+#include "Bex/CSimpleString.h"
+
+#include <cstdint>
+
+namespace Bex {
+
+/// A list file in memory: one entry per line, "#" begins a comment.
+///
+/// Shared between threads under the list's lock, operation by operation; a Load as a whole is not atomic. Entries
+/// keep their case, order and duplicates.
+class CStorableStringList : public CList<CSimpleString>
+{
+public:
+    explicit CStorableStringList(bool bTrim) : m_bTrim(bTrim) {}
+    ~CStorableStringList() override = default;
+    void SetModified() override { m_bModified = true; }
+
+    /// Replaces the whole content. False when the file cannot be opened (the entries stay) or a hook refused;
+    /// CFileException for a read error after the open.
+    bool Load(const CSimpleString& strFileName);
+    bool HasFileChanged() const; ///< the file was written after it was read; false when that cannot be told
+    const CSimpleString& FileName() const { return m_strFileName; }
+    bool IsLoaded() const { return m_bLoaded; }
+
+protected:
+    virtual bool OnLoadLine(CSimpleString& strEntry);
+    virtual bool OnBeforeLoad() { return true; }
+    virtual bool OnAfterLoad() { return true; }
+    virtual bool OnLoadBegin() { return true; }
+    virtual bool OnLoadEnd() { return true; }
+
+private:
+    CSimpleString m_strFileName;
+    CList<CSimpleString> m_lines; ///< every line as read
+    int64_t m_iFileTime = 0;      ///< nanoseconds since 1970
+    std::atomic<bool> m_bLoaded = false;
+    std::atomic<bool> m_bModified = false;
+    bool m_bTrim;
+};
+
+} // namespace Bex

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Bex/CFile.h"
+
+#include <string_view>
+#include <vector>
+
+namespace Bex {
+
+/// A file with a buffer of its own. What was written reaches the system by Flush, Close or a Seek; the destructor
+/// tries, too, but cannot tell a failure.
+class CTextFile : public CFile
+{
+public:
+    ~CTextFile() override;
+
+    void Open(const CSimpleString& strName, uint32_t dwFlags, uint32_t dwPermission = PERMISSION_READ_WRITE) override;
+    void Close() override;
+    uint32_t Read(void* pBuffer, uint32_t nCount) override;
+    uint32_t Write(const void* pBuffer, uint32_t nCount) override;
+    bool IsEOF() override; ///< true once a read has hit the end
+    int64_t Seek(int64_t iOffset, Platform::ESeekFrom origin) override;
+    int64_t Tell() override;
+
+    virtual int ReadChar();                                          ///< the next byte, -1 at the end of the file
+    virtual void UnreadChar(char c);                                 ///< one byte, straight after ReadChar
+    virtual bool ReadString(CSimpleString& strText, uint32_t nMost); ///< up to and with the next LF; false at the end
+    virtual void WriteString(std::string_view text);
+    virtual void Flush();
+
+private:
+    void RequireOpen(int iLine) const;
+    bool Fill();
+
+    std::vector<char> m_buffer;
+    size_t m_nNext = 0; ///< of what was read
+    size_t m_nFilled = 0;
+    bool m_bWriting = false;
+    bool m_bEndOfFile = false;
+};
+
+} // namespace Bex

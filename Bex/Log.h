@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Bex/ILogDestination.h"
+
+#include <memory>
+#include <mutex>
+
+namespace Bex {
+
+/// A process-wide destination that can be replaced while other threads write to it: a writer keeps the old one alive
+/// until its line is out. Empty: lines are dropped.
+class CLogPointer
+{
+public:
+    void Replace(std::shared_ptr<ILogDestination> pDestination);
+    std::shared_ptr<ILogDestination> Get() const;
+
+private:
+    mutable std::mutex m_mutex;
+    std::shared_ptr<ILogDestination> m_pDestination;
+};
+
+CLogPointer& MainLog();    ///< every subsystem
+CLogPointer& TrafficLog(); ///< one line per delivery attempt
+
+/// One line each, printf-style, cut at 1023 characters. Control characters that the arguments bring in, line ends
+/// among them, become "?", so that what an outsider wrote cannot forge a line; a line end that the format itself
+/// ends with stays. Any thread; never raises.
+void LogError(CLogPointer& log, const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
+void LogWarning(CLogPointer& log, const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
+void LogNotice(CLogPointer& log, const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
+void LogInfo(CLogPointer& log, const char* pszFormat, ...) __attribute__((format(printf, 2, 3)));
+void Log(CLogPointer& log, int iLevel, const char* pszFormat, ...) __attribute__((format(printf, 3, 4)));
+
+} // namespace Bex
