@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Bex/CStorableStringList.h"
+
+#include <string_view>
+
+/// A list of domains. Shared between threads under its own lock.
+class CDomains : public Bex::CStorableStringList
+{
+public:
+    CDomains() : CStorableStringList(true) {}
+    ~CDomains() override = default;
+
+    /// The first entry behind pStart (null: from the first) that equals the name, ASCII case aside; null when none.
+    /// Hold the list's lock as long as the entry is used.
+    virtual const Bex::CSimpleString* FindDomain(std::string_view name, const Bex::CSimpleString* pStart = nullptr);
+};
+
+/// An address without "@" is local unless empty; one with "@" when what follows its first "@" is a local domain.
+bool IsLocalAddress(std::string_view address);

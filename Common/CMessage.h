@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Bex/CFile.h"
+#include "Bex/CTime.h"
+#include "Common/CMessagePart.h"
+
+/// Which lines stand at the top of a written mail.
+enum class EWriteMode {
+    Plain = 0,     ///< neither envelope nor Return-Path lines: what SMTP sends
+    Envelope = 1,  ///< X-Envelope-From and X-Envelope-To
+    ReturnPath = 2 ///< Return-Path
+};
+
+enum class ESaveResult { Saved, Exists, Failed };
+
+/// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.
+///
+/// Used by one thread at a time; never holds the file or its lock between calls. Abstract: which header lines are
+/// written is decided by CMail.
+class CMessage : public CMessagePart
+{
+public:
+    CMessage();
+    CMessage(const CMessage& other); ///< the creation time is that of the copying
+
+    int SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue) override;
+    virtual bool Read(Bex::CFile& file, bool bHeadersOnly);
+    virtual void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const = 0;
+    virtual bool Write(Bex::CFile& file, EWriteMode mode) const;
+    virtual void SetFromAddress(const Bex::CSimpleString& strAddress);
+    virtual void SetFrom(const Bex::CSimpleString& strValue);
+
+    /// Header block with CR LF line ends and the blank line.
+    Bex::CSimpleString GetHeaderText(EWriteMode mode) const;
+
+    /// Reads a mail file under its lock, which is waited for up to 10 s. False: Platform::LastError tells why; a
+    /// library error of 0, 13 or 36 means that the file is busy or not complete yet. A header block beyond
+    /// MAX_HEADER_BYTES or MAX_HEADER_LINES is refused (LIB_TOO_BIG). CInvalidParameterException or
+    /// CSystemException when the lock cannot be made.
+    bool Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
+    /// Writes a mail file under its lock. It gets its name only when it is complete; an existing file is replaced.
+    bool Save(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+    /// The same, but never replaces: Exists when the name is taken.
+    ESaveResult SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+
+    static constexpr uint32_t MAX_HEADER_BYTES = 16u << 20;
+    static constexpr uint32_t MAX_HEADER_LINES = 100000;
+    /// The name under which a mail file is written before it is complete: ".<name>.tmp" in the same directory.
+    static Bex::CSimpleString TemporaryPath(const Bex::CSimpleString& strPath);
+
+    Bex::CTime CreationTime() const { return m_created; }
+    const Bex::CSimpleString& FromAddress() const { return m_strFromAddress; }
+    const Bex::CSimpleString& FromName() const { return m_strFromName; }
+    const Bex::CSimpleString& MessageID() const { return m_strMessageID; }
+    const Bex::CSimpleString& Subject() const { return m_strSubject; }
+    const Bex::CSimpleString& Date() const { return m_strDate; }
+    const Bex::CSimpleString& Organization() const { return m_strOrganization; }
+    const Bex::CSimpleString& References() const { return m_strReferences; }
+    const Bex::CSimpleString& MimeVersion() const { return m_strMimeVersion; }
+
+private:
+    Bex::CTime m_created;
+    Bex::CSimpleString m_strFromAddress; ///< as written
+    Bex::CSimpleString m_strFromName;
+    Bex::CSimpleString m_strMessageID; ///< without angle brackets
+    Bex::CSimpleString m_strSubject;
+    Bex::CSimpleString m_strDate;
+    Bex::CSimpleString m_strOrganization;
+    Bex::CSimpleString m_strReferences;
+    Bex::CSimpleString m_strMimeVersion;
+};

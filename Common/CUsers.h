@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Bex/CFileTreeChangeMonitor.h"
+#include "Bex/CHashMap.h"
+#include "Bex/CSimpleString.h"
+
+#include <atomic>
+#include <memory>
+
+/// What is recorded of an account; local delivery enforces neither.
+struct CUserEntry
+{
+    int iQuota = 0;
+    int iMaxSize = 0;
+};
+
+/// The local users: one per directory in the spool directory, by lower-case name.
+///
+/// Lookups come from any thread; LoadUsers and BuildUserList belong to the main thread. A rebuild is not atomic.
+class CUsers : public Bex::CHashMap<Bex::CSimpleString, std::unique_ptr<CUserEntry>>
+{
+public:
+    /// Reports only what happens to files named "password" in a user's directory.
+    class CUserChangeMonitor : public Bex::CFileTreeChangeMonitor
+    {
+    public:
+        bool OnRecord(const Platform::STreeRecord& record, const Platform::STreeRecord* pNext) override;
+        static bool Counts(std::string_view relativeName); ///< the test that OnRecord makes
+    };
+
+    ~CUsers() override = default;
+
+    bool InitUsers(); ///< reads SpoolDir; false when the user list cannot be made (logged)
+    bool LoadUsers(const Bex::CSimpleString& strSpoolDirectory);
+    bool BuildUserList();
+    bool IsUser(std::string_view name) const { return Contains(name); }
+    CUserChangeMonitor& ChangeMonitor() { return m_monitor; }
+    uint32_t UserCount() const { return m_nUsers; }
+    Bex::CSimpleString SpoolRoot() const; ///< where the mailboxes are; a copy
+
+private:
+    void AddUser(const char* pszDirectoryName);
+
+    Bex::CSimpleString m_strSpoolDirectory; ///< listed by the last build
+    CUserChangeMonitor m_monitor;
+    std::atomic<uint32_t> m_nUsers = 0;
+    Bex::CSimpleString m_strSpoolRoot;
+};

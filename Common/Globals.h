@@ -1,0 +1,24 @@
+#pragma once
+
+#include "Bex/CConfigFile.h"
+#include "Common/CAliases.h"
+#include "Common/CDomains.h"
+#include "Common/CMailFilter.h"
+#include "Common/CSmartHosts.h"
+#include "Common/CUsers.h"
+
+/// The process-wide objects: made on first use, before any thread needs them, and alive until the process ends.
+/// The configuration is written only while no agent runs; each table has its own lock.
+Bex::CConfigFile& Config();
+CDomains& LocalDomains();
+CDomains& BackupDomains();
+CAliases& Aliases();
+CUsers& Users();
+CMailFilter& Filters();
+CSmartHosts& SmartHosts();
+Bex::CStorableStringHash& Masquerading();
+
+/// The configuration directory: the environment variable MAILCONFIGDIR; empty when it is not set.
+Bex::CSimpleString ConfigDirectory();
+/// A directory from the configuration, in this system's form of paths.
+Bex::CSimpleString ConfiguredDirectory(const char* pszKey, const char* pszDefault);

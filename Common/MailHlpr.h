@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Bex/CSimpleString.h"
+
+#include <cstdint>
+
+/// Starting the programs that hang on a delivery. Any thread; every failure to start is logged.
+
+/// Runs "newmail.cmd" of the directory for a file (empty: none) unless there is no such script; waits for its end
+/// when not parallel. False when it cannot be started.
+bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFile, bool bParallel);
+/// Runs the spam tagger on a mailbox file.
+void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile, bool bParallel);
+/// Runs the automatic responder on a mailbox file.
+void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile,
+                  const Bex::CSimpleString& strTemplate, const Bex::CSimpleString& strOutput, bool bParallel);
+/// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed.
+uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory);
+/// The value of Scripts.Execution.Parallel: started programs are not waited for.
+bool ScriptsRunInParallel();
