@@ -11,7 +11,7 @@ enum class ELockResult { Acquired, Abandoned, TimedOut, Failed };
 ///
 /// Recursive for the owning thread. When its owner, thread or process, dies the kernel lets go of it; the next one
 /// gets it, told Abandoned where that can be known. Names cost nothing once unlocked and leave nothing behind;
-/// other users cannot take or block them. Each object is used by one thread at a time.
+/// other users cannot take or block them. Threads may share an object; it is destroyed when nobody uses it any more.
 class CNamedMutex
 {
 public:
