@@ -15,8 +15,8 @@
 #include <optional>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 namespace Platform {
@@ -84,6 +84,9 @@ int SpawnProgram(pid_t& iProcess, const std::string& strPath, std::vector<std::s
     arguments.insert(arguments.begin(), "sh");
     return settings.Spawn(iProcess, "/bin/sh", arguments);
 }
+
+/// By the call's number: the C library's header for it does not work in C++.
+CDescriptor OpenProcess(pid_t iProcess) { return CDescriptor(static_cast<int>(syscall(SYS_pidfd_open, iProcess, 0))); }
 
 bool IsDirectory(const char* pszPath)
 {
@@ -168,7 +171,7 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
         SetLastError(StartError(iErrno, pszWorkingDirectory));
         return nullptr;
     }
-    pState->process = CDescriptor(pidfd_open(pState->iProcess, 0));
+    pState->process = OpenProcess(pState->iProcess);
     return std::unique_ptr<CChildProcess>(new CChildProcess(std::move(pState)));
 }
 

@@ -1,0 +1,195 @@
+#include "Platform/CEventHandle.h"
+#include "Platform/CNativeThread.h"
+#include "Platform/Clock.h"
+#include "Platform/ConsoleScreen.h"
+#include "Platform/Errors.h"
+#include "Platform/FaultInjection.h"
+#include "Platform/Host.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Platform;
+
+namespace {
+
+TEST(ErrorsTest, BusyIsToldFromEverythingThatWillNotPass)
+{
+    for (const int iErrno : {EAGAIN, EBUSY, ETXTBSY}) {
+        EXPECT_EQ(ErrorFromErrno(iErrno).iLibError, LIB_ACCESS) << iErrno;
+        EXPECT_EQ(ErrorFromErrno(iErrno).dwSysError, SYS_SHARING_VIOLATION) << iErrno;
+    }
+    EXPECT_EQ(ErrorFromErrno(EDEADLK).iLibError, LIB_DEADLOCK);
+    EXPECT_EQ(ErrorFromErrno(EACCES).dwSysError, SYS_ACCESS_DENIED);
+    for (int iErrno = 1; iErrno < 140; ++iErrno) {
+        const SError error = ErrorFromErrno(iErrno);
+        const bool bMayLookBusy = iErrno == EAGAIN || iErrno == EBUSY || iErrno == ETXTBSY || iErrno == EDEADLK ||
+                                  iErrno == EACCES || iErrno == EPERM;
+        const bool bLooksBusy = error.iLibError == 0 || error.iLibError == 13 || error.iLibError == 36;
+        EXPECT_EQ(bLooksBusy, bMayLookBusy) << iErrno;
+        EXPECT_NE(error.dwSysError, SYS_NONE) << iErrno;
+    }
+}
+
+TEST(ErrorsTest, LastErrorBelongsToTheThread)
+{
+    SetLastError({LIB_NO_ENTRY, SYS_FILE_NOT_FOUND});
+    std::thread([] { EXPECT_EQ(LastError().dwSysError, SYS_NONE); }).join();
+    EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
+}
+
+TEST(FaultInjectionTest, FailsTheNthCallAndTheOnesAfter)
+{
+    InjectFault(EFault::Write, 2, ENOSPC, 2);
+    const std::array<bool, 4> expected{false, true, true, false};
+    for (const bool bExpected : expected) {
+        errno = 0;
+        EXPECT_EQ(ShallFail(EFault::Write), bExpected);
+        EXPECT_EQ(errno, bExpected ? ENOSPC : 0);
+        EXPECT_FALSE(ShallFail(EFault::Read));
+    }
+    InjectFault(EFault::Write, 1, EIO);
+    ClearFaults();
+    EXPECT_FALSE(ShallFail(EFault::Write));
+}
+
+class CNothing : public IWaitable
+{
+public:
+    int WaitDescriptor() const override { return -1; }
+};
+
+TEST(EventTest, StaysSetForEveryWaiterUntilReset)
+{
+    CEventHandle event;
+    ASSERT_TRUE(event.IsValid());
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
+    EXPECT_TRUE(event.Set());
+    EXPECT_TRUE(event.Set());
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::Signalled);
+    EXPECT_EQ(WaitAny({&event}, INFINITE), EWaitResult::Signalled);
+    EXPECT_TRUE(event.Reset());
+    EXPECT_TRUE(event.Reset());
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
+}
+
+TEST(EventTest, WaitEndsWithAnyOfTheObjectsOrItsTime)
+{
+    const CNothing nothing;
+    CEventHandle other, event;
+    const uint64_t ui64Started = TickCount();
+    EXPECT_EQ(WaitAny({&nothing, nullptr, &event}, 30), EWaitResult::TimedOut);
+    EXPECT_GE(TickCount() - ui64Started, 30u);
+    std::thread setter([&] {
+        SleepMillis(20);
+        event.Set();
+    });
+    EXPECT_EQ(WaitAny({&other, &nothing, &other, &other, &other, &other, &other, &other, &other, &event}, INFINITE),
+              EWaitResult::Signalled);
+    setter.join();
+}
+
+TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
+{
+    std::atomic<unsigned> dwSeen = 0;
+    const auto pThread = CNativeThread::Create(
+        [](void* pSeen) { *static_cast<std::atomic<unsigned>*>(pSeen) = CurrentThreadId(); }, &dwSeen);
+    ASSERT_NE(pThread, nullptr);
+    pThread->Join();
+    EXPECT_EQ(pThread->Id(), dwSeen);
+    EXPECT_NE(pThread->Id(), CurrentThreadId());
+    EXPECT_EQ(CurrentThreadId(), static_cast<unsigned>(gettid()));
+
+    InjectFault(EFault::CreateThread, 1, ENOMEM);
+    EXPECT_EQ(CNativeThread::Create([](void*) {}, nullptr), nullptr);
+    EXPECT_EQ(LastError().dwSysError, SYS_NO_MEMORY);
+    ClearFaults();
+}
+
+TEST(ClockTest, LocalTimeFollowsTheZone)
+{
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    const SLocalTime winter = ToLocalTime(1'419'440'585);
+    EXPECT_EQ(winter.iYear * 10000 + winter.iMonth * 100 + winter.iDay, 20141224);
+    EXPECT_EQ(winter.iHour * 10000 + winter.iMinute * 100 + winter.iSecond, 180305);
+    EXPECT_EQ(winter.iDayOfWeek, 3);
+    EXPECT_EQ(winter.iUtcOffset, 3600);
+    EXPECT_EQ(ToLocalTime(1'404'000'000).iUtcOffset, 7200);
+    unsetenv("TZ");
+    tzset();
+}
+
+class ConsoleTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(pipe(m_pipe), 0);
+        m_iStdout = dup(STDOUT_FILENO);
+        dup2(m_pipe[1], STDOUT_FILENO);
+    }
+    void TearDown() override
+    {
+        dup2(m_iStdout, STDOUT_FILENO);
+        for (const int iDescriptor : {m_iStdout, m_pipe[0], m_pipe[1]})
+            close(iDescriptor);
+    }
+    int m_pipe[2]{};
+    int m_iStdout = -1;
+};
+
+TEST_F(ConsoleTest, WritesInColourAndRestores)
+{
+    EXPECT_FALSE(HasConsole(false));
+    WriteConsole(false, "one\n", EColour::Yellow, true);
+    WriteConsole(false, "two\n", EColour::Yellow, false);
+    char buffer[64]{};
+    EXPECT_GT(read(m_pipe[0], buffer, sizeof(buffer) - 1), 0);
+    EXPECT_STREQ(buffer, "\x1b[93mone\n\x1b[39mtwo\n");
+}
+
+TEST_F(ConsoleTest, ReaderThatIsStuckOrGoneHoldsNobodyUpForLong)
+{
+    fcntl(m_pipe[1], F_SETFL, O_NONBLOCK);
+    const std::string strMuch(200'000, 'x');
+    WriteConsole(false, strMuch, EColour::Grey, false);
+    const auto before = signal(SIGPIPE, SIG_IGN);
+    close(std::exchange(m_pipe[0], -1));
+    WriteConsole(false, strMuch, EColour::Grey, false);
+    signal(SIGPIPE, before);
+}
+
+TEST(HostTest, DatagramArrivesByAddressAndByName)
+{
+    const int iSocket = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nLength = sizeof(local);
+    ASSERT_EQ(bind(iSocket, reinterpret_cast<sockaddr*>(&local), nLength), 0);
+    ASSERT_EQ(getsockname(iSocket, reinterpret_cast<sockaddr*>(&local), &nLength), 0);
+    for (const char* pszHost : {"127.0.0.1", "localhost"}) {
+        EXPECT_TRUE(SendDatagram(pszHost, ntohs(local.sin_port), "<22> text", 9)) << pszHost;
+        char buffer[32];
+        EXPECT_EQ(recv(iSocket, buffer, sizeof(buffer), MSG_DONTWAIT), 9) << pszHost;
+    }
+    close(iSocket);
+    EXPECT_FALSE(SendDatagram("", 514, "x", 1));
+
+    SCanonicalHost host;
+    EXPECT_TRUE(ResolveCanonicalIPv4("localhost", host));
+    EXPECT_EQ(host.strAddress, "127.0.0.1");
+    EXPECT_FALSE(ResolveCanonicalIPv4("", host));
+    EXPECT_EQ(LastError().dwSysError, 11001u);
+}
+
+} // namespace

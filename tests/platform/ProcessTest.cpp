@@ -1,0 +1,179 @@
+#include "Platform/Process.h"
+#include "Platform/CEventHandle.h"
+#include "Platform/Clock.h"
+#include "Platform/Errors.h"
+#include "Platform/FaultInjection.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <csignal>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Platform;
+using testing::ElementsAreArray;
+
+namespace {
+
+struct SCommandLine
+{
+    const char* pszText;
+    std::vector<std::string> arguments;
+};
+
+class SplitCommandLineTest : public testing::TestWithParam<SCommandLine>
+{};
+
+TEST_P(SplitCommandLineTest, GivesTheArguments)
+{
+    EXPECT_THAT(SplitCommandLine(GetParam().pszText), ElementsAreArray(GetParam().arguments));
+}
+
+INSTANTIATE_TEST_SUITE_P(Quoted, SplitCommandLineTest,
+                         testing::Values(SCommandLine{" \t ", {}}, SCommandLine{"a  b\tc ", {"a", "b", "c"}},
+                                         SCommandLine{R"(p "/a b/1.eml" -t "" -k)",
+                                                      {"p", "/a b/1.eml", "-t", "", "-k"}},
+                                         SCommandLine{R"(c:\a\\b "d\e f")", {R"(c:\a\\b)", R"(d\e f)"}},
+                                         SCommandLine{R"(\"a\" "b\"c" "d\\" e)", {"\"a\"", "b\"c", "d\\", "e"}},
+                                         SCommandLine{R"(a"b c"d "e""f" \\\"g)", {"ab cd", "e\"f", "\\\"g"}},
+                                         SCommandLine{R"("open end\)", {R"(open end\)"}}));
+
+TEST(QuoteArgumentTest, IsUndoneBySplitting)
+{
+    const std::vector<std::string> arguments{"", "a b", "\"", "\\", "a\\\\\"b\\", "x\ny", "\\\"\"\\"};
+    std::string strCommandLine;
+    for (const std::string& strArgument : arguments)
+        strCommandLine += QuoteArgument(strArgument) + " ";
+    EXPECT_THAT(SplitCommandLine(strCommandLine), ElementsAreArray(arguments));
+}
+
+class ProcessTest : public testing::Test
+{
+protected:
+    std::string Script(const std::string& strName, const std::string& strText, mode_t mode = 0755) const
+    {
+        const std::string strPath = m_world.Write(strName, strText);
+        chmod(strPath.c_str(), mode);
+        return strPath;
+    }
+    static uint32_t Run(std::string_view strProgram, const std::string& strCommandLine, const char* pszDirectory)
+    {
+        const auto pChild = CChildProcess::Start(strProgram, strCommandLine, pszDirectory);
+        uint32_t dwExitCode = 999;
+        EXPECT_TRUE(pChild && pChild->Wait(INFINITE) && pChild->ExitCode(dwExitCode));
+        return dwExitCode;
+    }
+    const CTemporaryDirectory m_world;
+};
+
+TEST_F(ProcessTest, ChildStartsWithCleanSignalsItsDirectoryAndNothingToRead)
+{
+    sigset_t blocked, before;
+    sigfillset(&blocked);
+    pthread_sigmask(SIG_SETMASK, &blocked, &before);
+    const auto ignored = signal(SIGPIPE, SIG_IGN);
+    std::filesystem::create_directory(m_world / "there");
+    // The last digits: the C library keeps two signals of its own ignored in every child.
+    const std::string strScript =
+        Script("s.cmd", "#!/bin/sh\n{ pwd; cat; printf '<%s>' \"$0\" \"$@\"; echo\n"
+                        "sed -nE 's/^Sig(Blk|Ign).*(.{7})$/\\1 \\2/p' /proc/self/status; } > out\nexit 7\n");
+    EXPECT_EQ(Run(strScript, "s.cmd \"x y\" \"\"", (m_world / "there").c_str()), 7u);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    signal(SIGPIPE, ignored);
+    EXPECT_EQ(m_world.Read("there/out"),
+              m_world / "there" + "\n<" + strScript + "><x y><>\nBlk 0000000\nIgn 0000000\n");
+}
+
+TEST_F(ProcessTest, ScriptWithoutInterpreterLineRunsUnderTheShell)
+{
+    const std::string strScript = Script("newmail.cmd", "printf '%s,' \"$@\" > out\nexit 3\n");
+    EXPECT_EQ(Run(strScript, "newmail.cmd \"/a b\" c", m_world.Path().c_str()), 3u);
+    EXPECT_EQ(m_world.Read("out"), "/a b,c,");
+}
+
+TEST_F(ProcessTest, BareNameIsFoundBesideTheExecutableThenInTheWorkingDirectoryThenAlongThePath)
+{
+    const std::string strName = "tobix-search-" + std::to_string(getpid()) + ".exe";
+    const auto beside = std::filesystem::read_symlink("/proc/self/exe").parent_path() / strName;
+    const auto workingDirectory = std::filesystem::current_path();
+    const std::string strPath = getenv("PATH");
+    std::filesystem::create_directory(m_world / "child");
+    Script("path/" + strName, "exit 1");
+    setenv("PATH", ("/nowhere::" + (m_world / "path") + ":" + strPath).c_str(), 1);
+    EXPECT_EQ(Run("", strName + " x", (m_world / "child").c_str()), 1u);
+    Script("cwd/" + strName, "exit 2");
+    std::filesystem::current_path(m_world / "cwd");
+    EXPECT_EQ(Run("", strName + " x", (m_world / "child").c_str()), 2u);
+    EXPECT_EQ(Run("", "./" + strName, (m_world / "child").c_str()), 2u); // of the daemon's directory, not the child's
+    std::filesystem::copy(Script("beside", "exit 3"), beside);
+    EXPECT_EQ(Run("", strName + " x", (m_world / "child").c_str()), 3u);
+    std::filesystem::remove(beside);
+    std::filesystem::current_path(workingDirectory);
+    setenv("PATH", strPath.c_str(), 1);
+}
+
+TEST_F(ProcessTest, FailureToStartIsToldExactly)
+{
+    const std::string strPlain = Script("plain", "exit 0", 0644);
+    const std::string strLost = Script("lost", "#!/no/such/interpreter\n");
+    const std::string strGood = Script("good", "exit 0");
+    struct SCase
+    {
+        std::string strProgram;
+        std::string strCommandLine;
+        std::string strDirectory;
+        uint32_t dwExpected;
+    };
+    for (const SCase& test :
+         {SCase{"", "tobix-no-such-program", "", SYS_FILE_NOT_FOUND},
+          SCase{"", m_world / "missing", "", SYS_FILE_NOT_FOUND}, SCase{strPlain, "plain", "", SYS_ACCESS_DENIED},
+          SCase{m_world.Path(), "directory", "", SYS_ACCESS_DENIED}, SCase{strLost, "lost", "", SYS_FILE_NOT_FOUND},
+          SCase{strGood, "good", m_world / "missing", SYS_DIRECTORY},
+          SCase{strGood, std::string("good \0-x", 8), "", SYS_INVALID_PARAMETER},
+          SCase{"", " ", "", SYS_INVALID_PARAMETER}}) {
+        ClearLastError();
+        EXPECT_EQ(CChildProcess::Start(test.strProgram, test.strCommandLine, test.strDirectory.c_str()), nullptr);
+        EXPECT_EQ(LastError().dwSysError, test.dwExpected) << test.strProgram << " " << test.strCommandLine;
+    }
+    InjectFault(EFault::CreateProcess, 1, ENOMEM);
+    EXPECT_EQ(CChildProcess::Start(strGood, "", nullptr), nullptr);
+    EXPECT_EQ(LastError().dwSysError, SYS_NO_MEMORY);
+    ClearFaults();
+    EXPECT_EQ(Run(strGood, "", nullptr), 0u);
+}
+
+TEST_F(ProcessTest, EndOfTheChildIsWaitedForAndItsKindTold)
+{
+    const auto pChild = CChildProcess::Start("", "sleep 60", nullptr);
+    ASSERT_NE(pChild, nullptr);
+    uint32_t dwExitCode = 0;
+    EXPECT_FALSE(pChild->ExitCode(dwExitCode));
+    EXPECT_FALSE(pChild->Wait(20));
+    EXPECT_TRUE(pChild->Terminate());
+    EXPECT_TRUE(pChild->Wait(INFINITE));
+    EXPECT_TRUE(pChild->ExitCode(dwExitCode));
+    EXPECT_EQ(dwExitCode, 0xFFFFFFFFu);
+    EXPECT_EQ(Run("", "sh -c \"kill -TERM $$\"", nullptr), 0x80u + SIGTERM);
+
+    const auto pEnded = CChildProcess::Start("", "sh -c \"exit 5\"", nullptr);
+    ASSERT_TRUE(pEnded->Wait(INFINITE));
+    EXPECT_TRUE(pEnded->Terminate()); // too late to change what happened
+    EXPECT_TRUE(pEnded->ExitCode(dwExitCode));
+    EXPECT_EQ(dwExitCode, 5u);
+}
+
+TEST_F(ProcessTest, ForgottenChildrenLeaveNoZombies)
+{
+    std::vector<unsigned> ids;
+    for (int i = 0; i < 10; ++i)
+        ids.push_back(CChildProcess::Start("", "sleep 0.05", nullptr)->Id());
+    const uint64_t ui64Started = TickCount();
+    for (const unsigned dwId : ids) {
+        while (kill(static_cast<pid_t>(dwId), 0) == 0 && TickCount() - ui64Started < 10'000)
+            SleepMillis(5);
+        EXPECT_NE(kill(static_cast<pid_t>(dwId), 0), 0);
+    }
+}
+
+} // namespace

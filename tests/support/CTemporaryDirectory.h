@@ -1,0 +1,46 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <stdlib.h>
+#include <string>
+
+/// A directory of the test's own under /tmp; goes with everything in it.
+class CTemporaryDirectory
+{
+public:
+    CTemporaryDirectory()
+    {
+        std::string strPattern = "/tmp/tobix-test-XXXXXX";
+        if (mkdtemp(strPattern.data()) == nullptr)
+            throw std::runtime_error("no temporary directory");
+        m_path = strPattern;
+    }
+    ~CTemporaryDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    CTemporaryDirectory(const CTemporaryDirectory&) = delete;
+    CTemporaryDirectory& operator=(const CTemporaryDirectory&) = delete;
+
+    const std::filesystem::path& Path() const { return m_path; }
+    std::string operator/(const std::string& strName) const { return m_path / strName; }
+
+    std::string Write(const std::string& strName, const std::string& strContent) const
+    {
+        const std::filesystem::path path = m_path / strName;
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << strContent;
+        return path;
+    }
+    std::string Read(const std::string& strName) const
+    {
+        std::ifstream file(m_path / strName, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    std::filesystem::path m_path;
+};
