@@ -28,12 +28,20 @@ public:
     virtual void WriteString(std::string_view text);
     virtual void Flush();
 
+    /// What comes next, as much as the buffer holds: empty only at the end of the file. Valid until the next call.
+    std::string_view Buffered();
+    void Consume(size_t nCount) { m_nNext += nCount; } ///< takes the first bytes of what Buffered gave
+
 private:
     void RequireOpen(int iLine) const;
-    bool Fill();
+    bool Fill(); ///< false at the end of the file
+    void BeginReading();
+    void BeginWriting();
+    void DropReadAhead(); ///< moves the handle back to where the reader stands
+    void CloseAfterFailure() noexcept;
 
-    std::vector<char> m_buffer;
-    size_t m_nNext = 0; ///< of what was read
+    std::vector<char> m_buffer; ///< what was read ahead or, when writing, what is still to be written
+    size_t m_nNext = 0;         ///< of what was read
     size_t m_nFilled = 0;
     bool m_bWriting = false;
     bool m_bEndOfFile = false;

@@ -16,6 +16,7 @@ struct SOpenMode
     bool bCreate = false;    ///< create when missing
     bool bCreateNew = false; ///< create, refuse when present (LIB_EXISTS)
     bool bTruncate = false;
+    bool bOnlyRegular = false; ///< refuse symbolic links, pipes and devices when reading, too
     unsigned dwPermission = 0600;
 };
 
