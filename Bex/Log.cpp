@@ -1,0 +1,118 @@
+#include "Bex/Log.h"
+
+#include "Platform/Errors.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace Bex {
+
+namespace {
+
+constexpr size_t TEXT_SIZE = 1024; // with the terminating NUL
+
+bool IsControl(char c)
+{
+    const auto by = static_cast<unsigned char>(c);
+    return by < 0x20 || by == 0x7f;
+}
+
+/// The formatted text, cut, with "?" for every control character but a line end that belongs to the format.
+void FormatText(char (&text)[TEXT_SIZE], const char* pszFormat, va_list arguments)
+{
+    int iLength = std::vsnprintf(text, TEXT_SIZE, pszFormat, arguments);
+    if (iLength < 0) // an argument that cannot be shown: better the bare format than no line at all
+        iLength = std::snprintf(text, TEXT_SIZE, "%s", pszFormat);
+    const bool bCut = static_cast<size_t>(iLength) >= TEXT_SIZE;
+    char* pEnd = text + (bCut ? TEXT_SIZE - 1 : static_cast<size_t>(iLength));
+    const size_t nFormat = std::strlen(pszFormat);
+    if (!bCut && nFormat > 0 && pszFormat[nFormat - 1] == '\n')
+        --pEnd;
+    std::replace_if(text, pEnd, IsControl, '?');
+}
+
+/// A line that cannot be written is lost; its writer goes on, with the platform's last error as it was.
+void WriteText(CLogPointer& log, int iLevel, const char* pszFormat, va_list arguments) noexcept
+try {
+    const auto pDestination = log.Get();
+    if (pDestination == nullptr)
+        return;
+    const Platform::SError lastError = Platform::LastError();
+    char text[TEXT_SIZE];
+    FormatText(text, pszFormat, arguments);
+    pDestination->Write(iLevel, text, 0);
+    Platform::SetLastError(lastError);
+} catch (...) {
+}
+
+} // namespace
+
+void CLogPointer::Replace(std::shared_ptr<ILogDestination> pDestination)
+{
+    const std::lock_guard lock(m_mutex);
+    m_pDestination.swap(pDestination); // the old one goes after the lock, unless a writer still holds it
+}
+
+std::shared_ptr<ILogDestination> CLogPointer::Get() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_pDestination;
+}
+
+// Both stay for the whole process: threads may log while static objects are being destroyed.
+CLogPointer& MainLog()
+{
+    static CLogPointer& log = *std::make_unique<CLogPointer>().release();
+    return log;
+}
+
+CLogPointer& TrafficLog()
+{
+    static CLogPointer& log = *std::make_unique<CLogPointer>().release();
+    return log;
+}
+
+void LogError(CLogPointer& log, const char* pszFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, pszFormat);
+    WriteText(log, 3, pszFormat, arguments);
+    va_end(arguments);
+}
+
+void LogWarning(CLogPointer& log, const char* pszFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, pszFormat);
+    WriteText(log, 4, pszFormat, arguments);
+    va_end(arguments);
+}
+
+void LogNotice(CLogPointer& log, const char* pszFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, pszFormat);
+    WriteText(log, 5, pszFormat, arguments);
+    va_end(arguments);
+}
+
+void LogInfo(CLogPointer& log, const char* pszFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, pszFormat);
+    WriteText(log, 6, pszFormat, arguments);
+    va_end(arguments);
+}
+
+void Log(CLogPointer& log, int iLevel, const char* pszFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, pszFormat);
+    WriteText(log, iLevel, pszFormat, arguments);
+    va_end(arguments);
+}
+
+} // namespace Bex
