@@ -94,5 +94,7 @@ inline void ClearLastError() { SetLastError({}); }
 
 /// The pair for a Linux errno. For use below Platform/ and where the C++ library sets errno.
 SError ErrorFromErrno(int iErrno);
+/// The same for making threads and processes, where EAGAIN tells of a limit reached and not of a busy file.
+SError CreationErrorFromErrno(int iErrno);
 
 } // namespace Platform

@@ -72,8 +72,7 @@ CNameTable::SEntry* CNameTable::Open(std::string_view strName)
         return nullptr;
     const int64_t iByte = ByteOfName(strName);
     const std::lock_guard lock(m_mutex);
-    SEntry& entry = m_entries[iByte];
-    entry.iByte = iByte;
+    SEntry& entry = m_entries.try_emplace(iByte, iByte).first->second;
     ++entry.nObjects;
     return &entry;
 }

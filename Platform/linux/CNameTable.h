@@ -59,7 +59,9 @@ struct CNameTable::SWaiter
 
 struct CNameTable::SEntry
 {
-    int64_t iByte = 0;
+    explicit SEntry(int64_t iItsByte) : iByte(iItsByte) {}
+
+    const int64_t iByte;
     unsigned nObjects = 0;
     uint64_t ui64Owner = 0; ///< 0: nobody
     unsigned nDepth = 0;

@@ -64,7 +64,7 @@ std::unique_ptr<CNativeThread> CNativeThread::Create(Procedure procedure, void* 
         ShallFail(EFault::CreateThread) ? errno : pthread_create(&pState->thread, nullptr, RunThread, pStart.get());
     if (iErrno != 0) {
         pStart->pThreadsShare.reset();
-        SetLastError(ErrorFromErrno(iErrno));
+        SetLastError(CreationErrorFromErrno(iErrno));
         return nullptr;
     }
     pStart->dwThreadId.wait(0);

@@ -58,8 +58,8 @@ constexpr SErrnoCase ERRNO_CASES[] = {
     {ELOOP, {LIB_LOOP, SYS_CANT_RESOLVE_FILENAME}},
     {EILSEQ, {LIB_BAD_SEQUENCE, SYS_INVALID_NAME}},
     {EOVERFLOW, {LIB_TOO_BIG, SYS_FILE_TOO_LARGE}},
-    {ESTALE, {LIB_NO_ENTRY, SYS_FILE_NOT_FOUND}},
-    {ENODATA, {LIB_NO_ENTRY, SYS_FILE_NOT_FOUND}},
+    {ESTALE, {LIB_IO, SYS_IO}},
+    {ENODATA, {LIB_IO, SYS_IO}}, // so disks tell of an unreadable sector
     {EREMOTEIO, {LIB_IO, SYS_IO}},
     {EUCLEAN, {LIB_IO, SYS_IO}}, // a damaged file system, or a block whose checksum is wrong
     {EBADMSG, {LIB_IO, SYS_IO}},
@@ -81,6 +81,11 @@ SError ErrorFromErrno(int iErrno)
     const auto* pCase = std::find_if(std::begin(ERRNO_CASES), std::end(ERRNO_CASES),
                                      [iErrno](const SErrnoCase& candidate) { return candidate.iErrno == iErrno; });
     return pCase == std::end(ERRNO_CASES) ? SError{LIB_OTHER, SYS_GENERAL_FAILURE} : pCase->error;
+}
+
+SError CreationErrorFromErrno(int iErrno)
+{
+    return iErrno == EAGAIN ? SError{LIB_NO_MEMORY, SYS_NO_RESOURCES} : ErrorFromErrno(iErrno);
 }
 
 } // namespace Platform

@@ -97,7 +97,7 @@ bool IsDirectory(const char* pszPath)
 
 SError StartError(int iErrno, const char* pszWorkingDirectory)
 {
-    SError error = ErrorFromErrno(iErrno);
+    SError error = CreationErrorFromErrno(iErrno);
     if (pszWorkingDirectory != nullptr && *pszWorkingDirectory != '\0' && !IsDirectory(pszWorkingDirectory))
         error.dwSysError = SYS_DIRECTORY;
     return error;
@@ -162,7 +162,7 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
     }
     const std::string strPath = ShallFail(EFault::CreateProcess) ? "" : FindProgram(strName);
     if (strPath.empty()) {
-        SetLastError(ErrorFromErrno(errno));
+        SetLastError(CreationErrorFromErrno(errno));
         return nullptr;
     }
     auto pState = std::make_unique<SState>();

@@ -48,8 +48,10 @@ bool IsProgram(const std::string& strPath)
 {
     struct stat status
     {};
-    if (stat(strPath.c_str(), &status) != 0)
+    if (stat(strPath.c_str(), &status) != 0) {
+        errno = ENOENT; // a directory of PATH that we may not enter has nothing for us
         return false;
+    }
     if (!S_ISREG(status.st_mode)) {
         errno = EACCES;
         return false;

@@ -108,9 +108,9 @@ TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
     EXPECT_NE(pThread->Id(), CurrentThreadId());
     EXPECT_EQ(CurrentThreadId(), static_cast<unsigned>(gettid()));
 
-    InjectFault(EFault::CreateThread, 1, ENOMEM);
+    InjectFault(EFault::CreateThread, 1, EAGAIN);
     EXPECT_EQ(CNativeThread::Create([](void*) {}, nullptr), nullptr);
-    EXPECT_EQ(LastError().dwSysError, SYS_NO_MEMORY);
+    EXPECT_EQ(LastError().dwSysError, SYS_NO_RESOURCES);
     ClearFaults();
 }
 
