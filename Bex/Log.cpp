@@ -36,16 +36,17 @@ void FormatText(char (&text)[TEXT_SIZE], const char* pszFormat, va_list argument
 
 /// A line that cannot be written is lost; its writer goes on, with the platform's last error as it was.
 void WriteText(CLogPointer& log, int iLevel, const char* pszFormat, va_list arguments) noexcept
-try {
-    const auto pDestination = log.Get();
-    if (pDestination == nullptr)
-        return;
+{
     const Platform::SError lastError = Platform::LastError();
-    char text[TEXT_SIZE];
-    FormatText(text, pszFormat, arguments);
-    pDestination->Write(iLevel, text, 0);
+    try {
+        if (const auto pDestination = log.Get()) {
+            char text[TEXT_SIZE];
+            FormatText(text, pszFormat, arguments);
+            pDestination->Write(iLevel, text, 0);
+        }
+    } catch (...) { // whatever a destination raises
+    }
     Platform::SetLastError(lastError);
-} catch (...) {
 }
 
 } // namespace
