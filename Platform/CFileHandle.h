@@ -13,10 +13,10 @@ struct SOpenMode
 {
     EAccess access = EAccess::Read;
     EShare share = EShare::DenyNone;
-    bool bCreate = false;    ///< create when missing
-    bool bCreateNew = false; ///< create, refuse when present (LIB_EXISTS)
-    bool bTruncate = false;
-    bool bOnlyRegular = false; ///< refuse symbolic links, pipes and devices when reading, too
+    bool bCreate = false;      ///< create when missing
+    bool bCreateNew = false;   ///< create, refuse when present (LIB_EXISTS)
+    bool bTruncate = false;    ///< once the file is locked; needs write access
+    bool bOnlyRegular = false; ///< refuse symbolic links (LIB_LOOP), pipes and devices (LIB_NOT_SUPPORTED)
     unsigned dwPermission = 0600;
 };
 
@@ -24,7 +24,8 @@ struct SOpenMode
 ///
 /// Share modes are kept against cooperating openers by advisory locks, and an open that denies writers is refused
 /// (LIB_ACCESS) while any process still has the file open for writing, where the file system can tell.
-/// A symbolic link is never followed when the open may create, truncate or write.
+/// A symbolic link is never followed when the open may create, truncate or write. No open waits, neither for another
+/// end of a pipe nor for a lock. A directory is refused (LIB_IS_DIRECTORY).
 /// Operations answer -1 or false and set LastError on failure.
 class CFileHandle
 {

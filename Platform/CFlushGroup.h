@@ -1,6 +1,11 @@
 #pragma once
 
+#include "Platform/Errors.h"
+
+#include <functional>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Platform {
@@ -18,9 +23,11 @@ public:
     CFlushGroup(const CFlushGroup&) = delete;
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
-    bool Add(const char* pszDirectory);         ///< false: cannot be opened
-    bool Flush();                               ///< flushes every file system that was added; they stay in the group
-    void MarkWritten(const char* pszDirectory); ///< only file systems marked since the last Flush are flushed
+    bool Add(const char* pszDirectory); ///< false: cannot be opened. May be repeated: one look at the directory
+    /// Flushes the file systems that were marked since their last good flush; all stay in the group.
+    bool Flush();
+    /// A directory that was never added is added now; when that fails, so does the next Flush.
+    void MarkWritten(const char* pszDirectory);
 
 private:
     struct SVolume
@@ -29,8 +36,11 @@ private:
         int iDescriptor;
         bool bWritten;
     };
+    bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
+
     std::vector<SVolume> m_volumes;
-    std::vector<std::pair<std::string, size_t>> m_directories; ///< index into m_volumes
+    std::map<std::string, size_t, std::less<>> m_directories; ///< index into m_volumes
+    SError m_missed;                                          ///< of a mark that could not be kept
 };
 
 } // namespace Platform
