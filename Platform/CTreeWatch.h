@@ -22,7 +22,13 @@ struct STreeRecord
 ///
 /// A background thread of this object empties the kernel's queue at once, so that a burst of changes does not
 /// overflow it, and keeps only names for which the filter holds (null: all), up to nBufferBytes.
-/// Directories that appear later are watched, too; files already in them are reported as added.
+/// Directories that appear later are watched, too; what is already in them is reported as added, some of it perhaps
+/// twice. Symbolic links are not followed. The two halves of a rename within the tree come together and are kept when
+/// either name is wanted; a name that enters or leaves the tree is added or removed. A written file is modified when it
+/// is closed.
+///
+/// One thread owns it; any may wait on it. The filter runs under this object's lock, on the background thread or the
+/// one that fetches: it must take no lock that is held while fetching.
 class CTreeWatch : public IWaitable
 {
 public:
@@ -36,8 +42,9 @@ public:
     bool Open(const char* pszRoot, size_t nBufferBytes, Filter filter); ///< false: LastError
     void Close();
     bool IsOpen() const;
-    /// Moves the collected records out. False when records were lost since the last call (buffer or kernel queue
-    /// overflow); the records that were kept still come out.
+    /// Moves out the records of everything that has happened, never waiting for more. False when records were lost
+    /// since the last call (buffer or kernel queue overflow, a directory that cannot be watched, the root gone); the
+    /// records that were kept still come out.
     bool Fetch(std::vector<STreeRecord>& records);
     int WaitDescriptor() const override; ///< readable while records wait or were lost
 
