@@ -43,6 +43,7 @@ public:
     void SetResentFor(const Bex::CSimpleString& strValue) { m_strResentFor = strValue; }
 
 private:
+    bool SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue);
     void CopyAddressing(const CMail& other); ///< all but the recipients
 
     Bex::CList<Bex::CSimpleString> m_received;

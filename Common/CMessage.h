@@ -3,6 +3,12 @@
 #include "Bex/CFile.h"
 #include "Bex/CTime.h"
 #include "Common/CMessagePart.h"
+#include "Platform/Errors.h"
+
+class CHeaderReader;
+namespace Bex {
+class CFileException;
+}
 
 /// Which lines stand at the top of a written mail.
 enum class EWriteMode {
@@ -59,6 +65,13 @@ public:
     const Bex::CSimpleString& MimeVersion() const { return m_strMimeVersion; }
 
 private:
+    bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
+    ESaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
+    ESaveResult WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
+                          Platform::SError& error) const;
+    static bool RefuseTooBig(const Bex::CFile& file);
+    static void SetLastError(const Bex::CFileException& exception);
+
     Bex::CTime m_created;
     Bex::CSimpleString m_strFromAddress; ///< as written
     Bex::CSimpleString m_strFromName;

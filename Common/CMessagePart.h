@@ -5,6 +5,7 @@
 #include "Bex/CSimpleString.h"
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 /// Asked for each text part of a mail; true ends the search with its phrase.
@@ -31,7 +32,10 @@ public:
     void SetContentType(const Bex::CSimpleString& strValue);
     void SetContentDisposition(const Bex::CSimpleString& strValue);
     bool Parse(std::string_view bytes); ///< header block, blank line, body; false when it is not that
-    bool NormalizeLineEndings();        ///< false when memory runs out (logged); the body is then unchanged
+    /// Applies the header block at the start of the bytes; gives what stands behind its blank line, or nothing when
+    /// there is no blank line with at least one byte behind it.
+    std::optional<std::string_view> ParseHeaderBlock(std::string_view bytes);
+    bool NormalizeLineEndings(); ///< false when memory runs out (logged); the body is then unchanged
     /// The first extra header line whose text before the colon is exactly the name; empty when there is none.
     Bex::CSimpleString FindHeaderLine(std::string_view name) const;
     /// Applies the test to the decoded text parts, depth first; at most MIME_DEPTH levels deep.

@@ -1,0 +1,196 @@
+#include "Common/CMail.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/NormalizeAddress.h"
+
+#include <utility>
+
+namespace {
+
+using Lines = Bex::CList<Bex::CSimpleString>;
+
+void AppendLine(Lines& lines, std::string_view before, std::string_view value, std::string_view after = {})
+{
+    Bex::CSimpleString strLine;
+    strLine.Reserve(static_cast<uint32_t>(before.size() + value.size() + after.size()));
+    strLine += before;
+    strLine += value;
+    strLine += after;
+    lines.Append(std::move(strLine));
+}
+
+void AppendField(Lines& lines, std::string_view before, const Bex::CSimpleString& strValue, std::string_view after = {})
+{
+    if (!strValue.IsEmpty())
+        AppendLine(lines, before, strValue, after);
+}
+
+bool IsOneOf(const Bex::CSimpleString& strName, std::initializer_list<std::string_view> names)
+{
+    for (std::string_view name : names) {
+        if (strName.EqualsNoCase(name))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+CMail::CMail() : m_received(false), m_recipients(false) {}
+
+CMail::CMail(const CMail& other, const Bex::CSimpleString& strRecipient)
+    : CMessage(other), m_received(other.m_received), m_recipients(false)
+{
+    CopyAddressing(other);
+    SetRecipients(strRecipient);
+}
+
+void CMail::CopyAddressing(const CMail& other)
+{
+    m_strEnvelopeSender = other.m_strEnvelopeSender;
+    m_strTo = other.m_strTo;
+    m_strCc = other.m_strCc;
+    m_strBcc = other.m_strBcc;
+    m_strReturnPath = other.m_strReturnPath;
+    m_strReplyTo = other.m_strReplyTo;
+    m_strReturnReceiptTo = other.m_strReturnReceiptTo;
+    m_strDispositionNotificationTo = other.m_strDispositionNotificationTo;
+    m_strInReplyTo = other.m_strInReplyTo;
+    m_strPrecedence = other.m_strPrecedence;
+    m_strAuthenticatedAs = other.m_strAuthenticatedAs;
+    m_strResentFor = other.m_strResentFor;
+}
+
+int CMail::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
+{
+    if (SetEnvelopeHeader(strName, strValue))
+        return 1;
+    static constexpr struct
+    {
+        const char* pszName;
+        Bex::CSimpleString CMail::*pField;
+    } FIELDS[] = {
+        {"To", &CMail::m_strTo},
+        {"Cc", &CMail::m_strCc},
+        {"Bcc", &CMail::m_strBcc},
+        {"Reply-To", &CMail::m_strReplyTo},
+        {"In-Reply-To", &CMail::m_strInReplyTo},
+        {"Precedence", &CMail::m_strPrecedence},
+        {"X-Authenticated-As", &CMail::m_strAuthenticatedAs},
+        {"X-Resent-For", &CMail::m_strResentFor},
+    };
+    for (const auto& field : FIELDS) {
+        if (strName.EqualsNoCase(field.pszName)) {
+            this->*field.pField = std::move(strValue);
+            return 1;
+        }
+    }
+    if (strName.EqualsNoCase("Received")) {
+        m_received.Append(std::move(strValue));
+    } else if (strName.EqualsNoCase("Return-Receipt-To")) {
+        m_strReturnReceiptTo = NormalizeAddress(strValue);
+    } else if (strName.EqualsNoCase("Disposition-Notification-To")) {
+        m_strDispositionNotificationTo = NormalizeAddress(strValue);
+    } else {
+        return CMessage::SetHeader(std::move(strName), std::move(strValue));
+    }
+    return 1;
+}
+
+/// The fields that tell sender and recipients of the envelope; those that other mail servers write count only while
+/// nothing better was met.
+bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue)
+{
+    if (IsOneOf(strName, {"X-Envelope-From", "Envelope-From"})) {
+        SetEnvelopeSender(NormalizeAddress(strValue));
+    } else if (strName.EqualsNoCase("X-Sender")) {
+        if (m_strEnvelopeSender.IsEmpty())
+            SetEnvelopeSender(NormalizeAddress(strValue));
+    } else if (strName.EqualsNoCase("Return-Path")) {
+        SetReturnPath(NormalizeAddress(strValue));
+    } else if (IsOneOf(strName, {"X-Envelope-To", "Envelope-To"})) {
+        SetRecipients(NormalizeAddress(strValue));
+    } else if (IsOneOf(strName, {"X-Delivered-To", "X-Original-To", "X-Rcpt-To", "X-Real-To", "X-Receiver"})) {
+        if (m_recipients.IsEmpty())
+            SetRecipients(NormalizeAddress(strValue));
+    } else if (strName.EqualsNoCase("Delivered-To")) {
+        if (m_recipients.IsEmpty())
+            SetRecipients(NormalizeAddress(strValue.View().substr(strValue.View().rfind(' ') + 1)));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void CMail::BuildHeaderLines(Lines& lines, EWriteMode mode) const
+{
+    if (mode == EWriteMode::Envelope && !m_recipients.IsEmpty()) {
+        AppendLine(lines, "X-Envelope-From: ", m_strEnvelopeSender);
+        AppendLine(lines, "X-Envelope-To: ", FirstRecipient());
+    }
+    if (mode == EWriteMode::ReturnPath)
+        AppendLine(lines, "Return-Path: <", m_strReturnPath, ">");
+    {
+        Bex::CScopedLock lock(m_received.LockObject());
+        for (const Bex::CSimpleString& strValue : m_received)
+            AppendLine(lines, "Received: ", strValue);
+    }
+    AppendField(lines, "Message-ID: <", MessageID(), ">");
+    if (!FromName().IsEmpty())
+        lines.Append(Bex::CSimpleString::Formatted("From: \"%s\" <%s>", FromName().Text(), FromAddress().Text()));
+    else
+        AppendField(lines, "From: <", FromAddress(), ">");
+    AppendField(lines, "Organization: ", Organization());
+    AppendField(lines, "To: ", m_strTo);
+    AppendField(lines, "Cc: ", m_strCc);
+    AppendField(lines, "Bcc: ", m_strBcc);
+    AppendField(lines, "Subject: ", Subject());
+    AppendField(lines, "Date: ", Date());
+    AppendField(lines, "Return-Receipt-To: <", m_strReturnReceiptTo, ">");
+    AppendField(lines, "Disposition-Notification-To: <", m_strDispositionNotificationTo, ">");
+    AppendField(lines, "MIME-Version: ", MimeVersion());
+    AppendField(lines, "Content-Type: ", ContentType());
+    AppendField(lines, "Content-Transfer-Encoding: ", TransferEncoding());
+    AppendField(lines, "Content-Language: ", Language());
+    AppendField(lines, "Content-Disposition: ", Disposition());
+    AppendField(lines, "Content-Description: ", Description());
+    lines.AppendAll(ExtraHeaderLines());
+    AppendField(lines, "References: ", References());
+    AppendField(lines, "In-Reply-To: ", m_strInReplyTo);
+    AppendField(lines, "Reply-To: ", m_strReplyTo);
+    AppendField(lines, "Precedence: ", m_strPrecedence);
+    AppendField(lines, "X-Authenticated-As: ", m_strAuthenticatedAs);
+    AppendField(lines, "X-Resent-For: ", m_strResentFor);
+}
+
+void CMail::SetEnvelopeSender(const Bex::CSimpleString& strAddress)
+{
+    m_strEnvelopeSender = strAddress;
+    m_strReturnPath = strAddress;
+    if (FromAddress().IsEmpty())
+        SetFromAddress(strAddress);
+}
+
+void CMail::SetReturnPath(const Bex::CSimpleString& strAddress)
+{
+    m_strReturnPath = strAddress;
+    if (m_strEnvelopeSender.IsEmpty())
+        m_strEnvelopeSender = strAddress;
+    if (FromAddress().IsEmpty())
+        SetFromAddress(strAddress);
+}
+
+Bex::CSimpleString CMail::FirstRecipient() const
+{
+    Bex::CScopedLock lock(m_recipients.LockObject());
+    return m_recipients.IsEmpty() ? Bex::CSimpleString() : *m_recipients.begin();
+}
+
+void CMail::SetRecipients(std::string_view text)
+{
+    Lines recipients(false); // the text may belong to one of the old ones
+    Bex::Tokenize(text, ",;<>", recipients, false);
+    m_recipients = std::move(recipients);
+    if (m_strTo.IsEmpty() && !m_recipients.IsEmpty())
+        m_strTo = Bex::CSimpleString::Formatted("<%s>", FirstRecipient().Text());
+}

@@ -1,0 +1,192 @@
+#include "Common/CMessage.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/CHeaderReader.h"
+#include "Common/NormalizeAddress.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Common/Message";
+constexpr std::string_view END_OF_DATA = "\r\n.\r\n";
+
+/// The text between the first of one character and the last of another; empty when they stand the other way round.
+std::string_view Between(std::string_view text, char cFirst, char cLast)
+{
+    size_t nStart = text.find(cFirst) + 1;
+    size_t nEnd = text.rfind(cLast);
+    return nEnd >= nStart ? text.substr(nStart, nEnd - nStart) : std::string_view();
+}
+
+bool Contains(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
+
+/// Everything behind the header block; false when the file is shorter than it was.
+bool ReadBody(Bex::CFile& file, uint64_t nLength, std::string_view buffered, CMessagePart::CBody& body)
+{
+    body.SetSize(static_cast<uint32_t>(nLength));
+    uint32_t nBuffered = static_cast<uint32_t>(std::min<uint64_t>(buffered.size(), nLength));
+    std::copy_n(buffered.begin(), nBuffered, body.Data());
+    uint32_t nRest = body.Size() - nBuffered;
+    return nRest == 0 || file.Read(body.Data() + nBuffered, nRest) == nRest;
+}
+
+} // namespace
+
+CMessage::CMessage() : m_created(Bex::CTime::Now()), m_strDate(m_created.MailDate()) {}
+
+CMessage::CMessage(const CMessage& other)
+    : CMessagePart(other), m_created(Bex::CTime::Now()), m_strFromAddress(other.m_strFromAddress),
+      m_strFromName(other.m_strFromName), m_strMessageID(other.m_strMessageID), m_strSubject(other.m_strSubject),
+      m_strDate(other.m_strDate), m_strOrganization(other.m_strOrganization), m_strReferences(other.m_strReferences),
+      m_strMimeVersion(other.m_strMimeVersion)
+{}
+
+int CMessage::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
+{
+    if (strName.EqualsNoCase("Message-ID")) {
+        m_strMessageID = NormalizeAddress(strValue);
+    } else if (strName.EqualsNoCase("From")) {
+        SetFrom(strValue);
+    } else if (strName.EqualsNoCase("Organization")) {
+        m_strOrganization = std::move(strValue);
+    } else if (strName.EqualsNoCase("Subject")) {
+        m_strSubject = std::move(strValue);
+    } else if (strName.EqualsNoCase("Date")) {
+        m_strDate = std::move(strValue);
+    } else if (strName.EqualsNoCase("MIME-Version")) {
+        m_strMimeVersion = std::move(strValue);
+    } else if (strName.EqualsNoCase("References")) {
+        m_strReferences = std::move(strValue);
+    } else {
+        return CMessagePart::SetHeader(std::move(strName), std::move(strValue));
+    }
+    return 1;
+}
+
+void CMessage::SetFromAddress(const Bex::CSimpleString& strAddress) { m_strFromAddress = strAddress; }
+
+void CMessage::SetFrom(const Bex::CSimpleString& strValue)
+{
+    std::string_view value = strValue.View();
+    if (Contains(value, '<') && Contains(value, '>')) {
+        SetFromAddress(Bex::CSimpleString(Between(value, '<', '>')));
+        size_t nQuote = value.find('"');
+        if (nQuote == std::string_view::npos) {
+            m_strFromName = value.substr(0, value.find('<'));
+            m_strFromName.TrimRight();
+        } else if (nQuote == value.rfind('"')) {
+            m_strFromName = value.substr(nQuote + 1);
+        } else {
+            m_strFromName = Between(value, '"', '"');
+        }
+        return;
+    }
+    SetFromAddress(Bex::CSimpleString(value.substr(0, value.find(' '))));
+    if (Contains(value, ' ') && Contains(value, '(') && Contains(value, ')'))
+        m_strFromName = Between(value, '(', ')');
+}
+
+bool CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
+{
+    try {
+        int64_t iLength = file.Seek(0, Platform::ESeekFrom::End);
+        file.Seek(0, Platform::ESeekFrom::Begin);
+        CHeaderReader reader(file, MAX_HEADER_BYTES, MAX_HEADER_LINES);
+        bool bHasHeader = false;
+        if (!ReadHeaders(reader, bHasHeader))
+            return RefuseTooBig(file);
+        if (bHeadersOnly)
+            return true;
+        std::string_view buffered = reader.Buffered();
+        uint64_t nBody = static_cast<uint64_t>(iLength) - std::min(reader.Offset(), static_cast<uint64_t>(iLength));
+        if (!bHasHeader) {
+            file.Seek(0, Platform::ESeekFrom::Begin);
+            buffered = {};
+            nBody = static_cast<uint64_t>(iLength);
+        }
+        if (nBody > UINT32_MAX)
+            return RefuseTooBig(file);
+        CBody body;
+        if (!ReadBody(file, nBody, buffered, body)) {
+            Platform::ClearLastError(); // somebody is at the file
+            return false;
+        }
+        SetBody(std::move(body));
+    } catch (const Bex::COutOfMemoryException&) {
+        Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, __LINE__);
+        Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
+        return false;
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        SetLastError(exception);
+        return false;
+    }
+    if (NormalizeLineEndings())
+        return true;
+    Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
+    return false;
+}
+
+/// False when the header block is beyond the limits; bHasHeader tells whether any line had a colon.
+bool CMessage::ReadHeaders(CHeaderReader& reader, bool& bHasHeader)
+{
+    std::string strField;
+    CHeaderReader::EResult result = reader.Next(strField);
+    for (; result == CHeaderReader::EResult::Field; result = reader.Next(strField)) {
+        if (ParseHeaderLine(strField) != 0)
+            bHasHeader = true;
+    }
+    return result == CHeaderReader::EResult::End;
+}
+
+bool CMessage::RefuseTooBig(const Bex::CFile& file)
+{
+    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: more than %u header lines, %u MB of headers or 4 GB",
+                  file.Name().Text(), MAX_HEADER_LINES, MAX_HEADER_BYTES >> 20);
+    Platform::SetLastError({Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE});
+    return false;
+}
+
+void CMessage::SetLastError(const Bex::CFileException& exception)
+{
+    uint32_t dwSysError = exception.SysError() == -1 ? 0 : static_cast<uint32_t>(exception.SysError());
+    Platform::SetLastError({exception.LibError(), dwSysError});
+}
+
+Bex::CSimpleString CMessage::GetHeaderText(EWriteMode mode) const
+{
+    Bex::CList<Bex::CSimpleString> lines(false);
+    BuildHeaderLines(lines, mode);
+    size_t nLength = 2;
+    for (const Bex::CSimpleString& strLine : lines)
+        nLength += size_t{strLine.Length()} + 2;
+    std::string strText;
+    strText.reserve(nLength);
+    for (const Bex::CSimpleString& strLine : lines)
+        strText.append(strLine.View()).append("\r\n");
+    strText += "\r\n";
+    return Bex::CSimpleString(std::string_view(strText));
+}
+
+bool CMessage::Write(Bex::CFile& file, EWriteMode mode) const
+{
+    try {
+        Bex::CSimpleString strHeader = GetHeaderText(mode);
+        file.Write(strHeader.Text(), strHeader.Length());
+        std::string_view body = Body().View();
+        if (body.ends_with(END_OF_DATA))
+            body.remove_suffix(END_OF_DATA.size());
+        if (!body.empty())
+            file.Write(body.data(), static_cast<uint32_t>(body.size()));
+        return true;
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        SetLastError(exception);
+        return false;
+    }
+}

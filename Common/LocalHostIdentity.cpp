@@ -1,0 +1,26 @@
+#include "Common/LocalHostIdentity.h"
+
+#include "Common/Version.h"
+#include "Platform/Host.h"
+
+LocalHostIdentity LocalHostIdentity::Obtain()
+{
+    std::string strName;
+    if (!Platform::HostName(strName))
+        return {"0.0.0.0", "unknown"};
+    Platform::SCanonicalHost host;
+    if (!Platform::ResolveCanonicalIPv4(strName.c_str(), host))
+        return {"0.0.0.0", strName.c_str()};
+    return {host.strAddress.c_str(), host.strName.c_str()};
+}
+
+Bex::CSimpleString MakeReceivedValue(const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient,
+                                     Bex::CTime time)
+{
+    Bex::CSimpleString strClause;
+    if (!strRecipient.IsEmpty())
+        strClause.Format(" for <%s>", strRecipient.Text());
+    return Bex::CSimpleString::Formatted("by %s (marlune Mail Delivery Agent %d.%02d.%04d.%d%s)\r\n\twith DMTP%s; %s",
+                                         strHostName.Text(), Version::MAJOR, Version::MINOR, Version::BUILD,
+                                         Version::REVISION, Version::SUFFIX, strClause.Text(), time.MailDate().Text());
+}
