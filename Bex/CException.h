@@ -24,6 +24,10 @@ public:
     const char* SourceFile() const { return m_pszSourceFile; }
     int Line() const { return m_iLine; }
 
+protected:
+    /// What every GetMessage writes with: the buffer cleared, the text cut.
+    static void Render(char* pBuffer, size_t nSize, const char* pszFormat, ...) __attribute__((format(printf, 3, 4)));
+
 private:
     const char* m_pszClassName;
     const char* m_pszSourceFile;

@@ -2,12 +2,14 @@
 
 #include "Bex/CCriticalSection.h"
 #include "Bex/CNoSuchElementException.h"
+#include "Bex/COutOfMemoryException.h"
 #include "Bex/CSimpleString.h"
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -72,7 +74,9 @@ public:
         if (*pLink) {
             (*pLink)->value = std::move(value);
         } else {
-            *pLink = std::make_unique<SNode>(SNode{dwHash, key, std::move(value), nullptr, nBucket});
+            pLink->reset(new (std::nothrow) SNode{dwHash, key, std::move(value), nullptr, nBucket});
+            if (!*pLink)
+                ThrowOutOfMemoryException("Bex/CHashMap.h", __LINE__);
             ++m_nCount;
         }
         SetModified();
@@ -138,6 +142,13 @@ public:
     }
 
 private:
+    static std::unique_ptr<ISyncObject> MakeLock()
+    {
+        std::unique_ptr<ISyncObject> pLock(new (std::nothrow) CCriticalSection);
+        if (!pLock)
+            ThrowOutOfMemoryException("Bex/CHashMap.h", __LINE__);
+        return pLock;
+    }
     static bool Matches(const SNode& node, uint32_t dwHash, std::string_view key)
     {
         return node.dwHash == dwHash && std::string_view(node.key) == key;
@@ -157,7 +168,7 @@ private:
         m_nCount = 0;
     }
 
-    std::unique_ptr<ISyncObject> m_pLock = std::make_unique<CCriticalSection>();
+    std::unique_ptr<ISyncObject> m_pLock = MakeLock();
     std::array<std::unique_ptr<SNode>, BUCKETS> m_buckets;
     std::atomic<uint32_t> m_nCount = 0;
 };

@@ -3,10 +3,12 @@
 #include "Bex/CCriticalSection.h"
 #include "Bex/CDummyCriticalSection.h"
 #include "Bex/CIndexOutOfBoundsException.h"
+#include "Bex/COutOfMemoryException.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace Bex {
@@ -74,13 +76,13 @@ public:
     void Append(T value)
     {
         CScopedLock lock(*m_pLock);
-        Link(new SNode{std::move(value), m_pTail, nullptr});
+        Link(NewNode(std::move(value), m_pTail, nullptr));
         SetModified();
     }
     void Prepend(T value)
     {
         CScopedLock lock(*m_pLock);
-        SNode* pNode = new SNode{std::move(value), nullptr, m_pHead};
+        SNode* pNode = NewNode(std::move(value), nullptr, m_pHead);
         (m_pHead != nullptr ? m_pHead->pPrevious : m_pTail) = pNode;
         m_pHead = pNode;
         ++m_nCount;
@@ -165,9 +167,21 @@ public:
 private:
     static std::unique_ptr<ISyncObject> MakeLock(bool bInternalLock)
     {
+        std::unique_ptr<ISyncObject> pLock;
         if (bInternalLock)
-            return std::make_unique<CCriticalSection>();
-        return std::make_unique<CDummyCriticalSection>();
+            pLock.reset(new (std::nothrow) CCriticalSection);
+        else
+            pLock.reset(new (std::nothrow) CDummyCriticalSection);
+        if (!pLock)
+            ThrowOutOfMemoryException("Bex/CList.h", __LINE__);
+        return pLock;
+    }
+    static SNode* NewNode(T value, SNode* pPrevious, SNode* pNext)
+    {
+        auto* pNode = new (std::nothrow) SNode{std::move(value), pPrevious, pNext};
+        if (pNode == nullptr)
+            ThrowOutOfMemoryException("Bex/CList.h", __LINE__);
+        return pNode;
     }
     void Link(SNode* pNode)
     {

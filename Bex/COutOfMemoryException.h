@@ -4,7 +4,7 @@
 
 namespace Bex {
 
-/// Memory ran out. Thrown without allocating: every throw copies one static instance, with the place of the caller.
+/// Memory ran out. Can be thrown when nothing can be allocated any more; every throw has its own place.
 class COutOfMemoryException : public CException
 {
 public:

@@ -27,10 +27,10 @@ protected:
     virtual void Body() {}
 
 public:
-    bool Start(); ///< failures are logged
+    bool Start(); ///< failures are logged; an object whose thread has ended can be started again
     bool Stop();  ///< asks, waits up to 1000 ms; true when the thread has ended
     /// Gives a thread up that does not end: it is left running, detached. True when there was one.
-    /// The object itself must then stay alive as long as the thread uses it, see Abandon.
+    /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
     bool HasFinished() const { return m_finished.IsSet(); }
     unsigned Id() const { return m_dwThreadID; } ///< 0 while no thread runs
@@ -46,7 +46,10 @@ protected:
 
 private:
     static void Procedure(void* pThread);
-    void Release(); ///< lets go of the ended thread
+    void End();
+    void Abandon();
+    std::unique_ptr<Platform::CNativeThread> Release(); ///< takes handle and id off the object
+    void DestroyIf(bool bDestroy);
 
     std::unique_ptr<Platform::CNativeThread> m_hThread;
     std::atomic<unsigned> m_dwThreadID = 0;
@@ -55,7 +58,8 @@ private:
     CEvent m_finished;
     CEvent m_stop;
     std::mutex m_handover;     ///< between the ending thread and the controller
-    bool m_bAbandoned = false; ///< the object belongs to its detached thread
+    bool m_bAbandoned = false; ///< a detached thread still uses the object
+    bool m_bOrphaned = false;  ///< and destroys it when it ends
 };
 
 } // namespace Bex

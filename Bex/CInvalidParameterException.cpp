@@ -1,0 +1,10 @@
+#include "Bex/CInvalidParameterException.h"
+
+namespace Bex {
+
+void ThrowInvalidParameterException(const char* pszSourceFile, int iLine)
+{
+    throw CInvalidParameterException(pszSourceFile, iLine);
+}
+
+} // namespace Bex

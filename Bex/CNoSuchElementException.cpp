@@ -1,0 +1,10 @@
+#include "Bex/CNoSuchElementException.h"
+
+namespace Bex {
+
+void ThrowNoSuchElementException(const char* pszSourceFile, int iLine)
+{
+    throw CNoSuchElementException(pszSourceFile, iLine);
+}
+
+} // namespace Bex

@@ -1,0 +1,10 @@
+#include "Bex/CNullPointerException.h"
+
+namespace Bex {
+
+void ThrowNullPointerException(const char* pszSourceFile, int iLine)
+{
+    throw CNullPointerException(pszSourceFile, iLine);
+}
+
+} // namespace Bex
