@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <initializer_list>
 #include <optional>
 
@@ -11,6 +12,7 @@ class IWaitable
 public:
     virtual ~IWaitable() = default;
     virtual int WaitDescriptor() const = 0; ///< readable while signalled; -1 when there is nothing to wait for
+    virtual void Observe() const {} ///< a wait found it signalled: what led to the signal is visible from here on
 };
 
 /// A manual-reset event: stays set until reset and releases every waiter.
@@ -28,9 +30,11 @@ public:
     bool Set();
     bool Reset();
     int WaitDescriptor() const override { return m_iDescriptor; }
+    void Observe() const override { static_cast<void>(m_nSets.load(std::memory_order_acquire)); }
 
 private:
     int m_iDescriptor;
+    std::atomic<unsigned> m_nSets = 0; ///< orders memory between setter and waiter, which poll() does not promise
 };
 
 inline constexpr unsigned INFINITE = 0xFFFFFFFFu;

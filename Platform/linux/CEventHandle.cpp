@@ -68,6 +68,7 @@ CEventHandle::~CEventHandle()
 
 bool CEventHandle::Set()
 {
+    m_nSets.fetch_add(1, std::memory_order_release);
     // A counter that is full is set already.
     if (eventfd_write(m_iDescriptor, 1) == 0 || errno == EAGAIN)
         return true;
@@ -96,7 +97,12 @@ EWaitResult WaitAny(std::initializer_list<const IWaitable*> objects, unsigned dw
     nfds_t nPolled = 0;
     for (const IWaitable* pObject : objects) // poll() passes over descriptors of -1
         pPolled[nPolled++] = {pObject != nullptr ? pObject->WaitDescriptor() : -1, POLLIN, 0};
-    return PollUntil(pPolled, nPolled, dwMillis);
+    const EWaitResult result = PollUntil(pPolled, nPolled, dwMillis);
+    for (const IWaitable* pObject : objects) {
+        if ((pPolled++->revents & POLLIN) != 0)
+            pObject->Observe();
+    }
+    return result;
 }
 
 } // namespace Platform
