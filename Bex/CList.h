@@ -48,84 +48,73 @@ public:
     };
 
     explicit CList(bool bInternalLock = true) : m_bInternalLock(bInternalLock), m_pLock(MakeLock(bInternalLock)) {}
-    CList(const CList& other) : CList(other.m_bInternalLock) { AppendAll(other); }
-    CList(CList&& other) noexcept(false) : CList(other.m_bInternalLock) { TakeNodes(other); }
+    CList(const CList& other) : CList(other.m_bInternalLock) { Splice(CopyOf(other)); }
+    CList(CList&& other) noexcept(false) : CList(other.m_bInternalLock) { Splice(other.Detach()); }
     CList& operator=(const CList& other)
     {
-        if (this != &other) {
-            RemoveAll();
-            AppendAll(other);
-        }
+        if (this != &other)
+            Replace(CopyOf(other));
         return *this;
     }
     CList& operator=(CList&& other) noexcept(false)
     {
-        if (this != &other) {
-            RemoveAll();
-            TakeNodes(other);
-        }
+        if (this != &other)
+            Replace(other.Detach());
         return *this;
     }
 
     bool Lock(unsigned dwMillis) override { return m_pLock->Lock(dwMillis); }
     bool Lock() override { return m_pLock->Lock(); }
     bool Unlock() override { return m_pLock->Unlock(); }
-    ~CList() override { FreeNodes(); }
+    ~CList() override = default;
     virtual void SetModified() {} ///< called after every change
 
     void Append(T value)
     {
-        CScopedLock lock(*m_pLock);
-        Link(NewNode(std::move(value), m_pTail, nullptr));
-        SetModified();
+        SChain chain;
+        chain.Append(std::move(value));
+        Splice(std::move(chain));
     }
     void Prepend(T value)
     {
+        SNode* pNode = NewNode(std::move(value));
         CScopedLock lock(*m_pLock);
-        SNode* pNode = NewNode(std::move(value), nullptr, m_pHead);
-        (m_pHead != nullptr ? m_pHead->pPrevious : m_pTail) = pNode;
-        m_pHead = pNode;
-        ++m_nCount;
-        SetModified();
+        pNode->pNext = m_chain.pHead;
+        (m_chain.pHead != nullptr ? m_chain.pHead->pPrevious : m_chain.pTail) = pNode;
+        m_chain.pHead = pNode;
+        ++m_chain.nCount;
+        Changed();
     }
-    /// Every element of the other list, in order, which is walked under its lock.
-    void AppendAll(const CList& other)
-    {
-        CScopedLock lock(*other.m_pLock);
-        for (const SNode* pNode = other.m_pHead; pNode != nullptr; pNode = pNode->pNext)
-            Append(pNode->value);
-    }
+    /// Every element that the other list (or this one) holds now, in order; all or, when memory runs out, none.
+    void AppendAll(const CList& other) { Splice(CopyOf(other)); }
     /// Takes the first element off; false when there is none.
     bool PopFirst(T& value)
     {
         CScopedLock lock(*m_pLock);
-        if (m_pHead == nullptr)
+        if (m_chain.pHead == nullptr)
             return false;
-        value = std::move(m_pHead->value);
-        Unlink(m_pHead);
-        SetModified();
+        value = std::move(m_chain.pHead->value);
+        Unlink(m_chain.pHead);
+        Changed();
         return true;
     }
-    void RemoveAll()
-    {
-        CScopedLock lock(*m_pLock);
-        FreeNodes();
-        SetModified();
-    }
+    void RemoveAll() { Replace({}); }
     /// Removes every element equal to the value; the count of those removed.
     uint32_t RemoveEqual(const T& value)
     {
         CScopedLock lock(*m_pLock);
         const T wanted(value); // the argument may be one of the elements
-        uint32_t nBefore = m_nCount;
-        for (SNode* pNode = m_pHead; pNode != nullptr;) {
+        const uint32_t nBefore = m_chain.nCount;
+        for (SNode* pNode = m_chain.pHead; pNode != nullptr;) {
             SNode* pNext = pNode->pNext;
             if (pNode->value == wanted)
                 Unlink(pNode);
             pNode = pNext;
         }
-        SetModified();
-        return nBefore - m_nCount;
+        const uint32_t nRemoved = nBefore - m_chain.nCount;
+        if (nRemoved > 0)
+            Changed();
+        return nRemoved;
     }
     /// The next one moves into its place.
     CIterator Remove(CIterator position)
@@ -133,16 +122,16 @@ public:
         CScopedLock lock(*m_pLock);
         CIterator next(position.m_pNode->pNext);
         Unlink(position.m_pNode);
-        SetModified();
+        Changed();
         return next;
     }
     /// A copy of the element; CIndexOutOfBoundsException at or beyond the count.
     T At(uint32_t nIndex) const
     {
         CScopedLock lock(*m_pLock);
-        if (nIndex >= m_nCount)
+        if (nIndex >= m_chain.nCount)
             ThrowIndexOutOfBoundsException("Bex/CList.h", __LINE__);
-        const SNode* pNode = m_pHead;
+        const SNode* pNode = m_chain.pHead;
         while (nIndex-- > 0)
             pNode = pNode->pNext;
         return pNode->value;
@@ -151,7 +140,7 @@ public:
     bool ContainsExact(const T& value) const
     {
         CScopedLock lock(*m_pLock);
-        for (const SNode* pNode = m_pHead; pNode != nullptr; pNode = pNode->pNext) {
+        for (const SNode* pNode = m_chain.pHead; pNode != nullptr; pNode = pNode->pNext) {
             if (pNode->value == value)
                 return true;
         }
@@ -160,7 +149,7 @@ public:
     uint32_t Count() const { return m_nCount; }
     bool IsEmpty() const { return m_nCount == 0; }
 
-    CIterator begin() const { return CIterator(m_pHead); }
+    CIterator begin() const { return CIterator(m_chain.pHead); }
     CIterator end() const { return CIterator(nullptr); }
     ISyncObject& LockObject() const { return *m_pLock; } ///< to hold around a whole walk
 
@@ -176,50 +165,91 @@ private:
             ThrowOutOfMemoryException("Bex/CList.h", __LINE__);
         return pLock;
     }
-    static SNode* NewNode(T value, SNode* pPrevious, SNode* pNext)
+    static SNode* NewNode(T value)
     {
-        auto* pNode = new (std::nothrow) SNode{std::move(value), pPrevious, pNext};
+        auto* pNode = new (std::nothrow) SNode{std::move(value), nullptr, nullptr};
         if (pNode == nullptr)
             ThrowOutOfMemoryException("Bex/CList.h", __LINE__);
         return pNode;
     }
-    void Link(SNode* pNode)
+    /// Linked nodes and their owner. One list's lock is never taken under another's: chains go from list to list.
+    struct SChain
     {
-        (m_pTail != nullptr ? m_pTail->pNext : m_pHead) = pNode;
-        m_pTail = pNode;
-        ++m_nCount;
+        SNode* pHead = nullptr;
+        SNode* pTail = nullptr;
+        uint32_t nCount = 0;
+
+        SChain() = default;
+        SChain(SChain&& other) noexcept { Swap(other); }
+        ~SChain()
+        {
+            while (pHead != nullptr)
+                delete std::exchange(pHead, pHead->pNext);
+        }
+        void Swap(SChain& other) noexcept
+        {
+            std::swap(pHead, other.pHead);
+            std::swap(pTail, other.pTail);
+            std::swap(nCount, other.nCount);
+        }
+        void Append(T value)
+        {
+            SNode* pNode = NewNode(std::move(value));
+            pNode->pPrevious = pTail;
+            (pTail != nullptr ? pTail->pNext : pHead) = pNode;
+            pTail = pNode;
+            ++nCount;
+        }
+    };
+    static SChain CopyOf(const CList& list)
+    {
+        SChain chain;
+        CScopedLock lock(*list.m_pLock);
+        for (const SNode* pNode = list.m_chain.pHead; pNode != nullptr; pNode = pNode->pNext)
+            chain.Append(pNode->value);
+        return chain;
+    }
+    SChain Detach()
+    {
+        SChain chain;
+        CScopedLock lock(*m_pLock);
+        chain.Swap(m_chain);
+        Changed();
+        return chain;
+    }
+    void Replace(SChain chain)
+    {
+        CScopedLock lock(*m_pLock);
+        m_chain.Swap(chain);
+        Changed();
+    }
+    void Splice(SChain chain)
+    {
+        if (chain.pHead == nullptr)
+            return;
+        CScopedLock lock(*m_pLock);
+        chain.pHead->pPrevious = m_chain.pTail;
+        (m_chain.pTail != nullptr ? m_chain.pTail->pNext : m_chain.pHead) = std::exchange(chain.pHead, nullptr);
+        m_chain.pTail = chain.pTail;
+        m_chain.nCount += chain.nCount;
+        Changed();
     }
     void Unlink(SNode* pNode)
     {
-        (pNode->pPrevious != nullptr ? pNode->pPrevious->pNext : m_pHead) = pNode->pNext;
-        (pNode->pNext != nullptr ? pNode->pNext->pPrevious : m_pTail) = pNode->pPrevious;
-        --m_nCount;
+        (pNode->pPrevious != nullptr ? pNode->pPrevious->pNext : m_chain.pHead) = pNode->pNext;
+        (pNode->pNext != nullptr ? pNode->pNext->pPrevious : m_chain.pTail) = pNode->pPrevious;
+        --m_chain.nCount;
         delete pNode;
     }
-    void FreeNodes()
+    void Changed()
     {
-        while (m_pHead != nullptr) {
-            SNode* pNode = m_pHead;
-            m_pHead = pNode->pNext;
-            delete pNode;
-        }
-        m_pTail = nullptr;
-        m_nCount = 0;
-    }
-    void TakeNodes(CList& other)
-    {
-        CScopedLock lock(*other.m_pLock);
-        m_pHead = std::exchange(other.m_pHead, nullptr);
-        m_pTail = std::exchange(other.m_pTail, nullptr);
-        m_nCount = other.m_nCount.exchange(0);
+        m_nCount = m_chain.nCount;
         SetModified();
-        other.SetModified();
     }
 
     bool m_bInternalLock;
-    std::atomic<uint32_t> m_nCount = 0;
-    SNode* m_pHead = nullptr;
-    SNode* m_pTail = nullptr;
+    SChain m_chain;
+    std::atomic<uint32_t> m_nCount = 0; ///< of the chain, for readers without the lock
     std::unique_ptr<ISyncObject> m_pLock;
 };
 

@@ -238,8 +238,6 @@ template <class TChar>
 CSimpleStringT<TChar>& CSimpleStringT<TChar>::Append(TView text)
 {
     text = text.substr(0, std::min(text.find(TChar{}), text.size()));
-    if (text.empty())
-        return *this;
     size_t nOld = std::strlen(m_pText);
     size_t nNew = nOld + text.size();
     if (nNew >= ALL)
@@ -252,7 +250,7 @@ CSimpleStringT<TChar>& CSimpleStringT<TChar>::Append(TView text)
         std::memcpy(pText + nOld, text.data(), text.size() * sizeof(TChar)); // before Free: it may be our own
         Free();
         m_pText = pText;
-    } else {
+    } else if (!text.empty()) {
         std::memmove(m_pText + nOld, text.data(), text.size() * sizeof(TChar));
     }
     SetLength(static_cast<uint32_t>(nNew));
@@ -311,17 +309,27 @@ CSimpleStringT<TChar> CSimpleStringT<TChar>::Lowered() const
 template <class TChar>
 void CSimpleStringT<TChar>::ReplaceAll(TView text, TView by)
 {
-    size_t nFound = text.empty() ? TView::npos : View().find(text);
-    if (nFound == TView::npos)
+    if (text.empty())
         return;
+    size_t nCount = 0;
+    for (size_t nFound = View().find(text); nFound != TView::npos; nFound = View().find(text, nFound + text.size()))
+        ++nCount;
+    if (nCount == 0)
+        return;
+    const size_t nNew = Length() - nCount * text.size() + nCount * by.size();
+    if (nNew >= ALL)
+        ThrowOutOfMemoryException(SOURCE_FILE, __LINE__);
     CSimpleStringT strResult;
+    strResult.Reserve(static_cast<uint32_t>(nNew));
+    TChar* pTo = strResult.m_pText;
     size_t nFrom = 0;
-    for (; nFound != TView::npos; nFound = View().find(text, nFrom)) {
-        strResult.Append(View().substr(nFrom, nFound - nFrom));
-        strResult.Append(by);
+    for (size_t nFound = View().find(text); nFound != TView::npos; nFound = View().find(text, nFrom)) {
+        pTo = std::copy_n(m_pText + nFrom, nFound - nFrom, pTo);
+        pTo = std::copy(by.begin(), by.end(), pTo);
         nFrom = nFound + text.size();
     }
-    strResult.Append(View().substr(nFrom));
+    std::copy_n(m_pText + nFrom, Length() - nFrom, pTo);
+    strResult.SetLength(static_cast<uint32_t>(nNew));
     *this = std::move(strResult);
 }
 
