@@ -1,0 +1,113 @@
+#include "Bex/CIndexOutOfBoundsException.h"
+#include "Bex/CSimpleString.h"
+#include "Bex/CTime.h"
+#include "Bex/TextFunctions.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string>
+#include <string_view>
+#include <time.h>
+
+using namespace Bex;
+using namespace std::string_view_literals;
+
+namespace {
+
+TEST(StringsTest, ACopyIsItsOwn)
+{
+    CSimpleString str("text");
+    CSimpleString strCopy(str);
+    EXPECT_NE(str.Text(), strCopy.Text());
+    strCopy.Set(0, 'n');
+    strCopy += '!';
+    EXPECT_EQ(str, "text");
+    EXPECT_EQ(strCopy, "next!");
+    str = str.View().substr(1); // from its own text
+    EXPECT_EQ(str, "ext");
+}
+
+TEST(StringsTest, WhatFollowsANulDoesNotSurviveGrowth)
+{
+    const CSimpleString str("ab\0cd"sv);
+    EXPECT_EQ(str.Length(), 5U);
+    EXPECT_EQ(CSimpleString(str).Append('x'), "abx");
+    EXPECT_EQ(CSimpleString(str).Append(""), "ab");
+    EXPECT_EQ(CSimpleString("x").Append(str), "xab");
+    EXPECT_EQ(CSimpleString::Formatted("%s", str.Text()), "ab");
+    CSimpleString strLong(std::string(100'000, 'x'));
+    strLong.Format("<%s>", strLong.Text()); // no upper limit, and its own text as the argument
+    EXPECT_EQ(strLong.Length(), 100'002U);
+    CSimpleString strSelf("abc");
+    strSelf.Append(strSelf).Append(strSelf.View().substr(1));
+    EXPECT_EQ(strSelf, "abcabcbcabc");
+}
+
+TEST(StringsTest, PartsOfAString)
+{
+    const CSimpleString str("one@two@three");
+    EXPECT_EQ(str.SubString(4, 3), "two");
+    EXPECT_EQ(str.SubString(8, 100), "three");
+    EXPECT_EQ(str.SubString(13), "");
+    EXPECT_THROW(str.SubString(14), CIndexOutOfBoundsException);
+    EXPECT_THROW(str.At(13), CIndexOutOfBoundsException);
+    EXPECT_EQ(str.LocalPart(), "one@two");
+    EXPECT_EQ(str.Domain(), "three");
+    EXPECT_EQ(str.BeforeFirst('@'), "one");
+    EXPECT_EQ(str.AfterFirst('@'), "two@three");
+    EXPECT_EQ(CSimpleString("none").LocalPart(), "none");
+    EXPECT_EQ(CSimpleString("none").Domain(), "");
+}
+
+TEST(StringsTest, ReplaceGoesOnAfterTheInsertedText)
+{
+    CSimpleString str("aXaxA");
+    str.ReplaceAll("a", "aa");
+    EXPECT_EQ(str, "aaXaaxA");
+    str.ReplaceAll("aaXaaxA", "");
+    EXPECT_TRUE(str.IsEmpty());
+}
+
+TEST(TextFunctionsTest, TokenizeSkipsEmptyPieces)
+{
+    CList<CSimpleString> list;
+    Tokenize(";a, b ;;c ", ";,", list, true);
+    Tokenize(" d ", ";,", list, false);
+    std::string strAll;
+    for (const CSimpleString& str : list)
+        strAll += std::string(str.View()) + "|";
+    EXPECT_EQ(strAll, "a|b|c| d |");
+}
+
+TEST(TextFunctionsTest, Wildcards)
+{
+    EXPECT_TRUE(WildcardMatchCase("", "*"));
+    EXPECT_TRUE(WildcardMatchCase("abc", "a?c"));
+    EXPECT_FALSE(WildcardMatchCase("ac", "a?c"));
+    EXPECT_FALSE(WildcardMatchCase("ABC", "a?c"));
+    EXPECT_TRUE(WildcardMatch("ABC", "a?c"));
+    EXPECT_TRUE(WildcardMatchCase("a.b.example.org", "*.example.org*"));
+    EXPECT_FALSE(WildcardMatchCase("ab", "ab?"));
+    EXPECT_FALSE(WildcardMatchCase("a*c", "*"));
+    const std::string strText(2000, 'a'); // a pattern that must not take for ever
+    EXPECT_FALSE(WildcardMatch(strText, "*a*a*a*a*a*a*a*a*a*a*a*a*b"));
+}
+
+std::string MailDateIn(const char* pszZone, CTime time)
+{
+    setenv("TZ", pszZone, 1);
+    tzset();
+    const CSimpleString strDate = time.MailDate();
+    unsetenv("TZ");
+    tzset();
+    return strDate.Text();
+}
+
+TEST(TimeTest, AMailDateShowsLocalTimeAndZone)
+{
+    const CTime time(1388858585); // 2014-01-04 18:03:05 UTC
+    EXPECT_EQ(MailDateIn("CET-1", time), "Sat, 4 Jan 2014 19:03:05 +0100");
+    EXPECT_EQ(MailDateIn("NST3:30", time), "Sat, 4 Jan 2014 14:33:05 -0330");
+}
+
+} // namespace

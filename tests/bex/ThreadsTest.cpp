@@ -1,0 +1,190 @@
+#include "Bex/CCriticalSection.h"
+#include "Bex/CInvalidParameterException.h"
+#include "Bex/CInvalidStateException.h"
+#include "Bex/CMutex.h"
+#include "Bex/CThread.h"
+#include "Platform/Clock.h"
+#include "Platform/FaultInjection.h"
+#include "support/CLogRecorder.h"
+
+#include <cerrno>
+#include <functional>
+#include <gmock/gmock.h>
+#include <memory>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+using namespace Bex;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr unsigned LONG = 30'000; // milliseconds; only a failing test waits for it
+
+/// Shared by a test and its worker, which may outlast the test.
+struct SWorld
+{
+    CEvent entered, release, destroyed;
+    bool bPatient = true; ///< polls the stop event
+};
+using CWorldPtr = std::shared_ptr<SWorld>;
+
+class CWorker : public CThread
+{
+public:
+    explicit CWorker(CWorldPtr pWorld, bool bAutoDelete = false) : CThread(bAutoDelete), m_pWorld(std::move(pWorld)) {}
+    ~CWorker() override { m_pWorld->destroyed.Set(); }
+    unsigned m_nStopRequests = 0;
+
+protected:
+    void OnStopRequest() override { ++m_nStopRequests; }
+    void Body() override
+    {
+        EXPECT_EQ(Id(), static_cast<unsigned>(gettid()));
+        m_pWorld->entered.Set();
+        if (m_pWorld->bPatient)
+            WaitForAny({&StopEvent().Waitable(), &m_pWorld->release.Waitable()}, LONG);
+        else
+            m_pWorld->release.Wait(LONG);
+    }
+
+private:
+    CWorldPtr m_pWorld;
+};
+
+bool Becomes(const std::function<bool()>& condition)
+{
+    const uint64_t ui64End = Platform::TickCount() + LONG;
+    while (!condition() && Platform::TickCount() < ui64End)
+        std::this_thread::yield();
+    return condition();
+}
+
+TEST(ThreadTest, StopsWhenAskedAndCanStartAgain)
+{
+    const CLogRecorder recorder;
+    const auto pWorld = std::make_shared<SWorld>();
+    CWorker worker(pWorld);
+    for (unsigned nRound = 1; nRound <= 2; ++nRound) {
+        ASSERT_TRUE(worker.Start());
+        ASSERT_TRUE(pWorld->entered.Wait(LONG));
+        pWorld->entered.Reset();
+        EXPECT_FALSE(worker.Start());
+        EXPECT_TRUE(worker.Stop());
+        EXPECT_EQ(worker.Id(), 0U);
+        EXPECT_EQ(worker.m_nStopRequests, nRound);
+    }
+    EXPECT_THAT(recorder.Lines(),
+                ElementsAre("3 m_hThread != NULL in Bex/CThread:101", "3 m_hThread != NULL in Bex/CThread:101"));
+}
+
+TEST(ThreadTest, LetsGoOfItselfWhenItsBodyEnds)
+{
+    const auto pWorld = std::make_shared<SWorld>();
+    pWorld->release.Set();
+    for (int i = 0; i < 50; ++i) {
+        CWorker worker(pWorld);
+        ASSERT_TRUE(worker.Start());
+        ASSERT_TRUE(i % 2 == 0 || Becomes([&] { return worker.HasFinished(); }));
+        EXPECT_TRUE(worker.Stop());
+        EXPECT_EQ(worker.Id(), 0U);
+    }
+}
+
+TEST(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
+{
+    const CLogRecorder recorder;
+    const auto pWorld = std::make_shared<SWorld>();
+    pWorld->bPatient = false;
+    auto pWorker = std::make_unique<CWorker>(pWorld);
+    ASSERT_TRUE(pWorker->Start());
+    ASSERT_TRUE(pWorld->entered.Wait(LONG));
+    EXPECT_FALSE(pWorker->Stop());
+    EXPECT_TRUE(pWorker->Terminate());
+    EXPECT_TRUE(pWorker->HasFinished());
+    EXPECT_EQ(pWorker->Id(), 0U);
+    EXPECT_FALSE(pWorker->Start());
+    EXPECT_TRUE(CThread::AnyAbandoned());
+    CThread::Destroy(std::move(pWorker));
+    EXPECT_FALSE(pWorld->destroyed.IsSet());
+    pWorld->release.Set();
+    EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
+    EXPECT_TRUE(Becomes([] { return !CThread::AnyAbandoned(); }));
+    EXPECT_THAT(recorder.Lines(),
+                ElementsAre("3 Wait timed out in Bex/CThread:151", "3 m_hThread != NULL in Bex/CThread:101"));
+}
+
+TEST(ThreadTest, ALateEndAfterAStopIsCleanedUp)
+{
+    const auto pWorld = std::make_shared<SWorld>();
+    pWorld->bPatient = false;
+    auto pWorker = std::make_unique<CWorker>(pWorld);
+    ASSERT_TRUE(pWorker->Start());
+    EXPECT_FALSE(pWorker->Stop());
+    pWorld->release.Set();
+    ASSERT_TRUE(Becomes([&] { return pWorker->HasFinished(); }));
+    EXPECT_NE(pWorker->Id(), 0U); // still told in the "stopped" line
+    CThread::Destroy(std::move(pWorker));
+    EXPECT_TRUE(pWorld->destroyed.IsSet());
+    EXPECT_FALSE(CThread::AnyAbandoned());
+}
+
+TEST(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
+{
+    const CLogRecorder recorder;
+    const auto pWorld = std::make_shared<SWorld>();
+    pWorld->release.Set();
+    ASSERT_TRUE(std::make_unique<CWorker>(pWorld, true).release()->Start());
+    EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
+    pWorld->destroyed.Reset();
+    Platform::InjectFault(Platform::EFault::CreateThread, 1, EAGAIN);
+    EXPECT_FALSE(std::make_unique<CWorker>(pWorld, true).release()->Start());
+    Platform::ClearFaults();
+    EXPECT_TRUE(pWorld->destroyed.IsSet());
+    EXPECT_THAT(recorder.Lines(), ElementsAre("3 _beginthreadex failed in Bex/CThread:118 with error 1450"));
+}
+
+TEST(EventTest, WaitsForAnyOfThem)
+{
+    CEvent a, b;
+    std::thread setter([&] { b.Set(); });
+    EXPECT_TRUE(WaitForAny({&a.Waitable(), &b.Waitable()}, Platform::INFINITE));
+    setter.join();
+    EXPECT_TRUE(b.IsSet()); // nothing was consumed
+}
+
+TEST(LockTest, ACriticalSectionIsRecursiveAndTimesOutForOthers)
+{
+    CCriticalSection section;
+    ASSERT_TRUE(section.Lock() && section.Lock(0));
+    std::thread([&] {
+        const uint64_t ui64Start = Platform::TickCount();
+        EXPECT_FALSE(section.Lock(50));
+        EXPECT_GE(Platform::TickCount() - ui64Start, 50U);
+    }).join();
+    section.Unlock();
+    section.Unlock();
+    std::thread([&] { EXPECT_TRUE(section.Lock(LONG) && section.Unlock()); }).join();
+}
+
+TEST(LockTest, AMutexIsSharedByNameAndAnAbandonedOneIsAcquired)
+{
+    const CSimpleString strName(CSimpleString::Formatted("bex-test-%d", getpid()));
+    CMutex mutex(strName), other(strName);
+    ASSERT_TRUE(mutex.Lock());
+    std::thread([&] { EXPECT_FALSE(other.Lock(0)); }).join();
+    EXPECT_TRUE(mutex.Unlock());
+    std::thread([&] { EXPECT_TRUE(other.Lock(LONG)); }).join();
+    EXPECT_TRUE(mutex.Lock(LONG));
+}
+
+TEST(LockTest, AMutexThatIsNotThereRaises)
+{
+    CMutex mutex;
+    EXPECT_THROW(mutex.Lock(0), CInvalidStateException);
+    EXPECT_THROW(mutex.Unlock(), CInvalidStateException);
+    EXPECT_THROW(CMutex(CSimpleString(std::string(261, 'x'))), CInvalidParameterException);
+}
+
+} // namespace

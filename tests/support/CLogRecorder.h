@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Bex/Log.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// Collects what goes to a log as "level text", for as long as it lives.
+class CLogRecorder
+{
+public:
+    explicit CLogRecorder(Bex::CLogPointer& log = Bex::MainLog()) : m_log(log) { m_log.Replace(m_pLines); }
+    ~CLogRecorder() { m_log.Replace(nullptr); }
+    CLogRecorder(const CLogRecorder&) = delete;
+    CLogRecorder& operator=(const CLogRecorder&) = delete;
+
+    std::vector<std::string> Lines() const
+    {
+        const std::lock_guard lock(m_pLines->m_mutex);
+        return m_pLines->m_lines;
+    }
+
+private:
+    struct SLines : Bex::ILogDestination
+    {
+        void Write(int iLevel, const char* pszText, unsigned) override
+        {
+            const std::lock_guard lock(m_mutex);
+            m_lines.push_back(std::to_string(iLevel) + " " + pszText);
+        }
+        void Flush() override {}
+        std::mutex m_mutex;
+        std::vector<std::string> m_lines;
+    };
+    Bex::CLogPointer& m_log;
+    std::shared_ptr<SLines> m_pLines = std::make_shared<SLines>();
+};
