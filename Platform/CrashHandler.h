@@ -13,9 +13,10 @@ namespace Platform {
 bool RunCrashHelperIfAsked(int argc, char** argv, int& iExitCode);
 
 /// The second call of main, on the main thread, before any other thread runs. False: LastError; the crashes that could
-/// not be arranged for then end the process without a report. Threads of CNativeThread survive a stack overflow of
-/// their own until it is reported. No thread may block SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS or SIGABRT.
-bool InstallCrashHandler();
+/// not be arranged for then end the process without a report. A crashed process waits dwLimitMillis for its report,
+/// then ends without. Threads of CNativeThread survive an overflow of their stack until it is reported.
+/// No thread may block SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGSYS or SIGABRT.
+bool InstallCrashHandler(unsigned dwLimitMillis = 30'000);
 
 enum class ECrashLog { None, Console, Syslog };
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Errors.h"
 #include "Platform/FaultInjection.h"
+#include "Platform/linux/CAlternateStack.h"
 
 #include <atomic>
 #include <cerrno>
@@ -32,6 +33,7 @@ struct SStart
 
 void* RunThread(void* pStart)
 {
+    const CAlternateStack stack;
     const std::shared_ptr<SStart> pShare = std::move(static_cast<SStart*>(pStart)->pThreadsShare);
     pShare->dwThreadId = CurrentThreadId();
     pShare->dwThreadId.notify_one();
