@@ -75,7 +75,7 @@ private:
     void HandleContinue();
     void HandleCustomControl(unsigned dwControl);
     void HandleDeferred();
-    void RefuseWaitingControls();
+    void RefuseWaitingControls(); ///< while busy
     bool ReportAgain(bool bReloading = false);
 
     bool m_bDebug = false;

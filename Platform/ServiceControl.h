@@ -36,7 +36,7 @@ enum class ERunMode { Service, Console };
 /// Holds back the signals that are controls, for this thread and those that it starts, and ignores broken pipes.
 /// To be called before the first thread starts.
 void BlockControlSignals();
-/// Gives them back their default effect on this thread: for a process that takes no controls after all.
+/// Lets them have their default effect on this thread again: for a process that takes no controls after all.
 void ReleaseControlSignals();
 
 /// The controls sent to this process. One object, taken from by one thread at a time; any thread may wait on it.
@@ -50,6 +50,7 @@ public:
 
     /// Must run on a thread whose signals are the process's (before others start). False: LastError.
     bool Open(ERunMode mode);
+    bool IsOpen() const { return m_iDescriptor >= 0; }
     bool Take(unsigned& dwControl); ///< the next one in hand; never blocks, false when there is none
     int WaitDescriptor() const override { return m_iDescriptor; }
 
@@ -100,7 +101,7 @@ public:
 
 private:
     std::string m_strDirectory;
-    bool m_bManagerRuns; ///< else only the files are kept
+    bool m_bManagerRuns; ///< and reads that directory; else only the files are kept
 };
 
 } // namespace Platform

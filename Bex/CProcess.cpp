@@ -1,0 +1,43 @@
+#include "Bex/CProcess.h"
+
+#include "Bex/COutOfMemoryException.h"
+#include "Platform/FileSystem.h"
+
+#include <string>
+
+namespace Bex {
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Bex/CProcess";
+constexpr int LINE_PATH_TOO_LONG = 75;
+constexpr size_t LONGEST_PATH = 259; ///< characters
+
+} // namespace
+
+void CProcess::Initialize(int iArguments, char** ppszArguments, char** ppszEnvironment)
+{
+    m_iArguments = iArguments;
+    m_ppszArguments = ppszArguments;
+    m_ppszEnvironment = ppszEnvironment;
+    FindProgramDirectory();
+}
+
+const char* CProcess::Argument(int iIndex) const
+{
+    return iIndex >= 0 && iIndex < m_iArguments ? m_ppszArguments[iIndex] : nullptr;
+}
+
+void CProcess::FindProgramDirectory()
+{
+    const std::string strPath = Platform::ExecutablePath();
+    if (strPath.size() > LONGEST_PATH)
+        ThrowOutOfMemoryException(SOURCE_FILE, LINE_PATH_TOO_LONG);
+    const size_t nSeparator = strPath.rfind('/');
+    if (nSeparator == std::string::npos)
+        m_strProgramDirectory = "";
+    else // the root is its separator
+        m_strProgramDirectory = std::string_view(strPath).substr(0, nSeparator == 0 ? 1 : nSeparator);
+}
+
+} // namespace Bex

@@ -1,0 +1,299 @@
+#include "Bex/CService.h"
+
+#include "Bex/CNullPointerException.h"
+#include "Bex/TextFunctions.h"
+#include "Platform/CNativeThread.h"
+#include "Platform/Clock.h"
+#include "Platform/Errors.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace Bex {
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Bex/CService";
+constexpr int LINE_DISPATCHER_FAILED = 462;
+constexpr unsigned ACCEPTED_CONTROLS = 7; ///< stop, pause and continue, shutdown
+constexpr uint32_t SERVICE_SPECIFIC_ERROR = 1066;
+constexpr unsigned POLL = 100; ///< milliseconds
+
+std::atomic<CService*> s_pInstance = nullptr;
+
+bool IsStop(unsigned dwControl)
+{
+    return dwControl == Platform::CONTROL_STOP || dwControl == Platform::CONTROL_SHUTDOWN;
+}
+
+} // namespace
+
+/// Waits, once the service runs, for controls. Its owner goes back to the main thread's work only after the thread
+/// has ended.
+class CService::CDispatcher
+{
+public:
+    CDispatcher() : m_pThread(Platform::CNativeThread::Create(&CDispatcher::Procedure, this)) {}
+    ~CDispatcher()
+    {
+        m_end.Set();
+        if (m_pThread)
+            m_pThread->Join();
+    }
+    CDispatcher(const CDispatcher&) = delete;
+    CDispatcher& operator=(const CDispatcher&) = delete;
+
+    bool IsValid() const { return m_pThread != nullptr; } ///< false: LastError
+    void Open() { m_open.Set(); }                         ///< from now on controls are handled
+
+private:
+    static void Procedure(void* pDispatcher) { static_cast<CDispatcher*>(pDispatcher)->Dispatch(); }
+
+    void Dispatch()
+    {
+        WaitForAny({&m_open.Waitable(), &m_end.Waitable()}, Platform::INFINITE);
+        if (m_open.IsSet())
+            Required().HandleDeferred();
+        while (!m_end.IsSet() && !Required().m_stopped.IsSet()) { // nothing starts again after the stop
+            CService& service = Required();
+            unsigned dwControl = 0;
+            if (service.m_source.Take(dwControl))
+                service.Control(dwControl);
+            else
+                WaitForAny({&service.m_source, &m_end.Waitable()}, Platform::INFINITE);
+        }
+    }
+
+    CEvent m_open;
+    CEvent m_end;
+    std::unique_ptr<Platform::CNativeThread> m_pThread; // last: it uses the events
+};
+
+CService::CService(const char* pszShortName, const char* pszDisplayName)
+    : m_strShortName(pszShortName), m_strDisplayName(pszDisplayName)
+{
+    s_pInstance = this;
+}
+
+CService::~CService() { s_pInstance = nullptr; }
+
+CService* CService::Instance() { return s_pInstance; }
+
+CService& CService::Required()
+{
+    CService* const pService = Instance();
+    if (pService == nullptr)
+        ThrowNullPointerException(SOURCE_FILE, __LINE__);
+    return *pService;
+}
+
+int CService::Run()
+{
+    while (IsRunning())
+        m_stopAsked.Wait(POLL);
+    return 0;
+}
+
+int CService::Main()
+{
+    constexpr int ALL_INSTALL_ARGUMENTS = 5;
+    const char* const pszFirst = Argument(1);
+    const std::string_view strFirst = pszFirst != nullptr ? pszFirst : "";
+    if (EqualNoCase(strFirst, "-debug"))
+        return RunInConsole();
+    if (EqualNoCase(strFirst, "-install")) {
+        Platform::ReleaseControlSignals();
+        const bool bOwn = ArgumentCount() >= ALL_INSTALL_ARGUMENTS;
+        Install(bOwn ? Argument(2) : nullptr, bOwn ? Argument(3) : nullptr, bOwn ? Argument(4) : nullptr);
+    } else if (EqualNoCase(strFirst, "-uninstall")) {
+        Platform::ReleaseControlSignals();
+        Uninstall(Argument(2));
+    } else if (EqualNoCase(strFirst, "-?")) {
+        Platform::ReleaseControlSignals();
+        Usage();
+    } else {
+        return RunAsService();
+    }
+    return 0;
+}
+
+int CService::RunInConsole()
+{
+    m_bDebug = true;
+    m_bBusy = true;
+    const bool bOpen = m_source.Open(Platform::ERunMode::Console);
+    CDispatcher dispatcher;
+    if (!bOpen || !dispatcher.IsValid()) {
+        std::fprintf(stderr, "SetConsoleCtrlHandler failed in %s:%d with error %d\n", SOURCE_FILE, __LINE__,
+                     static_cast<int>(Platform::LastError().dwSysError));
+        return 1;
+    }
+    return OnStart() ? RunUntilStopped(dispatcher) : 1;
+}
+
+int CService::RunAsService()
+{
+    const bool bOpen = m_source.Open(Platform::ERunMode::Service);
+    CDispatcher dispatcher;
+    if (!bOpen || !dispatcher.IsValid()) {
+        std::fprintf(stderr, "StartServiceCtrlDispatcher failed in %s:%d with error %d", SOURCE_FILE,
+                     LINE_DISPATCHER_FAILED, static_cast<int>(Platform::LastError().dwSysError));
+        return 1;
+    }
+    ServiceMain(dispatcher);
+    return 0;
+}
+
+void CService::ServiceMain(CDispatcher& dispatcher)
+{
+    if (Report(Platform::EServiceState::StartPending)) {
+        std::srand(static_cast<unsigned>(Platform::NowSeconds()));
+        m_bBusy = true;
+        if (OnStart()) {
+            const int iResult = RunUntilStopped(dispatcher);
+            if (iResult != 0) {
+                const std::lock_guard lock(m_statusMutex);
+                m_status.dwExitCode = SERVICE_SPECIFIC_ERROR;
+                m_status.dwSpecificExitCode = static_cast<uint32_t>(iResult);
+            }
+        }
+    }
+    m_bBusy = true;
+    Report(Platform::EServiceState::Stopped, 0);
+}
+
+int CService::RunUntilStopped(CDispatcher& dispatcher)
+{
+    RefuseWaitingControls();
+    m_running.Set();
+    Report(Platform::EServiceState::Running, 0);
+    m_bBusy = false;
+    dispatcher.Open();
+    const int iResult = Run();
+    m_stopped.Wait(Platform::INFINITE);
+    return iResult;
+}
+
+bool CService::Report(Platform::EServiceState state, unsigned dwWaitHint)
+{
+    using Platform::EServiceState;
+    if (m_bDebug || state == EServiceState::None)
+        return true;
+    const std::lock_guard lock(m_statusMutex);
+    const bool bSettled = state == EServiceState::Running || state == EServiceState::Stopped;
+    m_status.state = state;
+    m_status.dwAcceptedControls = state == EServiceState::StartPending ? 0 : ACCEPTED_CONTROLS;
+    m_status.dwCheckPoint = bSettled ? 0 : m_status.dwCheckPoint + 1;
+    m_status.dwWaitHint = dwWaitHint;
+    return Platform::ReportServiceStatus(m_status);
+}
+
+bool CService::ReportAgain(bool bReloading)
+{
+    Platform::EServiceState state;
+    {
+        const std::lock_guard lock(m_statusMutex);
+        m_status.bReloading = bReloading;
+        state = m_status.state;
+    }
+    return Report(state, 0);
+}
+
+void CService::Control(unsigned dwControl)
+{
+    if (m_bBusy.exchange(true)) {
+        unsigned dwNone = 0;
+        if (IsStop(dwControl))
+            m_dwDeferred.compare_exchange_strong(dwNone, dwControl);
+    } else {
+        HandleControl(dwControl);
+        m_bBusy = false;
+    }
+    HandleDeferred();
+}
+
+/// A stop that is deferred while the busy one looks for it is seen by one of the two.
+void CService::HandleDeferred()
+{
+    while (m_dwDeferred != 0 && !m_bBusy.exchange(true)) {
+        if (const unsigned dwControl = m_dwDeferred.exchange(0); dwControl != 0)
+            HandleControl(dwControl);
+        m_bBusy = false;
+    }
+}
+
+/// What came while a control was busy is looked at before its end is told: who waits for the end may send the next.
+void CService::RefuseWaitingControls()
+{
+    unsigned dwControl = 0;
+    while (m_source.IsOpen() && m_source.Take(dwControl))
+        Control(dwControl); // busy: deferred or ignored
+}
+
+void CService::HandleControl(unsigned dwControl)
+{
+    switch (dwControl) {
+    case Platform::CONTROL_STOP:
+    case Platform::CONTROL_SHUTDOWN:
+        return HandleStop(dwControl == Platform::CONTROL_SHUTDOWN);
+    case Platform::CONTROL_PAUSE:
+        return HandlePause();
+    case Platform::CONTROL_CONTINUE:
+        return HandleContinue();
+    case Platform::CONTROL_INTERROGATE:
+        ReportAgain();
+        return;
+    default:
+        HandleCustomControl(dwControl);
+    }
+}
+
+void CService::HandleStop(bool bShutdown)
+{
+    if (!IsRunning())
+        return;
+    Report(Platform::EServiceState::StopPending);
+    m_running.Reset();
+    m_stopping.Set();
+    m_stopAsked.Set();
+    if (bShutdown)
+        OnShutdown();
+    else
+        OnStop();
+    m_stopped.Set();
+    m_stopping.Reset();
+}
+
+void CService::HandlePause()
+{
+    if (!IsRunning())
+        return;
+    Report(Platform::EServiceState::PausePending);
+    OnPause();
+    m_paused.Set();
+    RefuseWaitingControls();
+    Report(Platform::EServiceState::Paused, 0);
+}
+
+void CService::HandleContinue()
+{
+    if (!IsPaused() || !IsRunning())
+        return;
+    Report(Platform::EServiceState::ContinuePending);
+    OnContinue();
+    m_paused.Reset();
+    RefuseWaitingControls();
+    Report(Platform::EServiceState::Running, 0);
+}
+
+void CService::HandleCustomControl(unsigned dwControl)
+{
+    ReportAgain(dwControl == Platform::CONTROL_RESTART);
+    OnCustomControl(dwControl);
+    RefuseWaitingControls();
+    if (dwControl == Platform::CONTROL_RESTART)
+        ReportAgain();
+}
+
+} // namespace Bex

@@ -1,0 +1,22 @@
+#include "Bex/CConsoleApplication.h"
+#include "Bex/CService.h"
+#include "Platform/ServiceControl.h"
+
+#include <cstdio>
+
+/// The program's one application object is a static one: it stands before this runs.
+int main(int argc, char** argv, char** envp)
+{
+    Platform::BlockControlSignals();
+    if (Bex::CService* const pService = Bex::CService::Instance(); pService != nullptr) {
+        pService->Initialize(argc, argv, envp);
+        return pService->Main();
+    }
+    Platform::ReleaseControlSignals();
+    if (Bex::CConsoleApplication* const pApplication = Bex::CConsoleApplication::Instance(); pApplication != nullptr) {
+        pApplication->Initialize(argc, argv, envp);
+        return pApplication->Run();
+    }
+    std::fputs("neither an instance of Bex::CService nor of Bex::CConsoleApplication found, cannot call Run\n", stderr);
+    return -1;
+}
