@@ -22,6 +22,13 @@ void CannotRemove(const char* pszDisplayName, const char* pszReason)
     std::fprintf(stderr, "Unable to remove %s. %s. Code = %d\n", pszDisplayName, pszReason, LastCode());
 }
 
+/// As the service finds it, wherever it was installed from; an empty path stays.
+std::string AbsolutePath(std::string_view strPath)
+{
+    const std::string strNative = Platform::NativePath(strPath);
+    return strNative.empty() || strNative.front() == '/' ? strNative : Platform::WorkingDirectory() + '/' + strNative;
+}
+
 } // namespace
 
 void CService::Install(const char* pszShortName, const char* pszDisplayName, const char* pszParameters)
@@ -41,9 +48,9 @@ void CService::Install(const char* pszShortName, const char* pszDisplayName, con
         return CannotInstall(pszName, "Could not get the module file name");
     entry.strParameters = pszParameters != nullptr ? pszParameters : "";
     bool bPresent = false;
-    entry.strConfigDirectory = Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent);
+    entry.strConfigDirectory = AbsolutePath(Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent));
     for (const CSimpleString& strDirectory : WritableDirectories())
-        entry.writableDirectories.emplace_back(strDirectory.View());
+        entry.writableDirectories.push_back(AbsolutePath(strDirectory.View()));
     if (!registry.Open())
         return CannotInstall(pszName, "Could not open the service control manager");
     if (!registry.Create(entry))

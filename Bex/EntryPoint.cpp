@@ -1,13 +1,15 @@
 #include "Bex/CConsoleApplication.h"
 #include "Bex/CService.h"
+#include "Bex/CThread.h"
 #include "Platform/ServiceControl.h"
 
 #include <cstdio>
+#include <cstdlib>
 
-/// The program's one application object is a static one: it stands before this runs.
-int main(int argc, char** argv, char** envp)
+namespace {
+
+int RunApplication(int argc, char** argv, char** envp)
 {
-    Platform::BlockControlSignals();
     if (Bex::CService* const pService = Bex::CService::Instance(); pService != nullptr) {
         pService->Initialize(argc, argv, envp);
         return pService->Main();
@@ -19,4 +21,18 @@ int main(int argc, char** argv, char** envp)
     }
     std::fputs("neither an instance of Bex::CService nor of Bex::CConsoleApplication found, cannot call Run\n", stderr);
     return -1;
+}
+
+} // namespace
+
+/// The program's one application object is a static one: it stands before this runs.
+int main(int argc, char** argv, char** envp)
+{
+    Platform::BlockControlSignals();
+    const int iResult = RunApplication(argc, argv, envp);
+    if (!Bex::CThread::AnyAbandoned())
+        return iResult;
+    // A thread that was given up may still use the static objects: leave them to the end of the process.
+    std::fflush(nullptr);
+    std::_Exit(iResult);
 }
