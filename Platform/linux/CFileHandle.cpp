@@ -45,11 +45,13 @@ int OpenFlags(const SOpenMode& mode)
 
 bool DeniesWriters(const SOpenMode& mode) { return mode.share == EShare::Exclusive || mode.share == EShare::DenyWrite; }
 
+/// A writer that denies nothing shares the lock, so that it stays out of a file that somebody else has for himself.
+bool NeedsLock(const SOpenMode& mode) { return mode.share != EShare::DenyNone || mode.access != EAccess::Read; }
+
 bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
 {
-    if (mode.share == EShare::DenyNone)
-        return true;
-    const bool bShared = mode.share == EShare::DenyWrite && mode.access == EAccess::Read;
+    const bool bShared =
+        mode.share == EShare::DenyNone || (mode.share == EShare::DenyWrite && mode.access == EAccess::Read);
     return flock(iDescriptor, (bShared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
 }
 
@@ -75,9 +77,20 @@ bool IsFitting(const struct stat& status, const SOpenMode& mode)
     return !S_ISDIR(status.st_mode) && !mode.bOnlyRegular;
 }
 
+/// False also when the name cannot be looked at any more.
+bool IsNamed(const char* pszPath, const struct stat& status, const SOpenMode& mode)
+{
+    struct stat named
+    {};
+    const int iFlags = (OpenFlags(mode) & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+    return fstatat(AT_FDCWD, pszPath, &named, iFlags) == 0 && named.st_dev == status.st_dev &&
+           named.st_ino == status.st_ino;
+}
+
 enum class EAttempt { Opened, Removed, Failed };
 
-/// Removed: the name was taken away between opening and locking, so that the lock excludes nobody. Failed: errno.
+/// Removed: the name was taken away, or given to another file, between opening and locking, so that the lock would
+/// exclude nobody and a writer might cut off what has become somebody's finished file. Failed: errno.
 EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
 {
     file = CDescriptor(ShallFail(EFault::Open) ? -1 : open(pszPath, OpenFlags(mode), mode.dwPermission));
@@ -85,7 +98,7 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
     {};
     if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
         return EAttempt::Failed;
-    if (!S_ISREG(status.st_mode) || mode.share == EShare::DenyNone)
+    if (!S_ISREG(status.st_mode) || !NeedsLock(mode))
         return EAttempt::Opened;
     if (!TakeAdvisoryLock(file.Get(), mode))
         return EAttempt::Failed;
@@ -93,9 +106,7 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
         errno = EAGAIN;
         return EAttempt::Failed;
     }
-    if (fstat(file.Get(), &status) != 0)
-        return EAttempt::Failed;
-    return status.st_nlink > 0 ? EAttempt::Opened : EAttempt::Removed;
+    return IsNamed(pszPath, status, mode) ? EAttempt::Opened : EAttempt::Removed;
 }
 
 } // namespace

@@ -80,10 +80,10 @@ bool CopyAttributes(const CFileHandle& source, const CFileHandle& target)
     return Succeeded(fchmod(target.NativeHandle(), status.st_mode & PERMISSIONS));
 }
 
-bool CopyFile(const char* pszFrom, const std::string& strTo)
+/// The target stays open: its lock keeps another thread that moves to the same name off the copy until that is renamed.
+bool CopyFile(const char* pszFrom, const std::string& strTo, CFileHandle& target)
 {
-    CFileHandle source, target;
-    // The lock on the copy keeps another thread that moves to the same name from renaming it half-written.
+    CFileHandle source;
     if (!source.Open(pszFrom, {.share = EShare::DenyWrite, .bOnlyRegular = true}) ||
         !target.Open(strTo.c_str(), {.access = EAccess::Write,
                                      .share = EShare::Exclusive,
@@ -121,7 +121,9 @@ bool MoveAcross(const char* pszFrom, const char* pszTo)
         return FailWithErrno();
     }
     const std::string strTemporary = TemporaryNameFor(pszTo);
-    const bool bCopied = S_ISLNK(status.st_mode) ? CopyLink(pszFrom, strTemporary) : CopyFile(pszFrom, strTemporary);
+    CFileHandle copy;
+    const bool bCopied =
+        S_ISLNK(status.st_mode) ? CopyLink(pszFrom, strTemporary) : CopyFile(pszFrom, strTemporary, copy);
     if (!bCopied)
         return false;
     if (!Rename(strTemporary.c_str(), pszTo)) {

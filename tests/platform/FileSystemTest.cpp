@@ -1,0 +1,226 @@
+#include "Platform/FileSystem.h"
+#include "Platform/CFileHandle.h"
+#include "Platform/CFlushGroup.h"
+#include "Platform/FaultInjection.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Platform;
+
+namespace {
+
+class FileSystemTest : public testing::Test
+{
+protected:
+    void TearDown() override { ClearFaults(); }
+    bool Move(const char* pszFrom, const char* pszTo)
+    {
+        return MoveFileReplacing((m_directory / pszFrom).c_str(), (m_directory / pszTo).c_str());
+    }
+    bool MoveAcross(const char* pszFrom, const char* pszTo)
+    {
+        InjectFault(EFault::Rename, 1, EXDEV);
+        return Move(pszFrom, pszTo);
+    }
+    std::set<std::string> Names() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_directory.Path()))
+            names.insert(entry.path().filename());
+        return names;
+    }
+    using Set = std::set<std::string>;
+    CTemporaryDirectory m_directory;
+};
+
+TEST_F(FileSystemTest, MovesReplaceAndKeepWhatTheFileWas)
+{
+    for (const bool bAcross : {false, true}) {
+        const std::string strFrom = m_directory.Write("from", std::string(600'000, 'x'));
+        m_directory.Write("to", "old");
+        ASSERT_EQ(chmod(strFrom.c_str(), 0640), 0);
+        const timespec times[] = {{1'000'000, 0}, {2'000'000, 500}};
+        ASSERT_EQ(utimensat(AT_FDCWD, strFrom.c_str(), times, 0), 0);
+        ASSERT_TRUE(bAcross ? MoveAcross("from", "to") : Move("from", "to"));
+        EXPECT_EQ(m_directory.Read("to"), std::string(600'000, 'x'));
+        EXPECT_EQ(Names(), Set{"to"});
+        struct stat status
+        {};
+        ASSERT_EQ(stat((m_directory / "to").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777u, 0640u);
+        SFileTimes kept;
+        ASSERT_TRUE(GetFileTimes((m_directory / "to").c_str(), kept));
+        EXPECT_EQ(kept.iModified, 2'000'000'000'000'500);
+        EXPECT_NE(kept.iCreated, 0);
+    }
+    EXPECT_FALSE(Move("missing", "to"));
+    EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
+}
+
+TEST_F(FileSystemTest, AMoveAcrossThatFailsKeepsTheSourceAndTheOldTarget)
+{
+    m_directory.Write("from", "new");
+    m_directory.Write("to", "old");
+    const struct
+    {
+        EFault fault;
+        unsigned nCall;
+        int iErrno;
+    } cases[] = {{EFault::Read, 1, EIO},
+                 {EFault::Write, 1, ENOSPC},
+                 {EFault::Flush, 1, EIO}, // of the copy
+                 {EFault::Open, 2, EMFILE}};
+    for (const auto& failing : cases) {
+        InjectFault(failing.fault, failing.nCall, failing.iErrno);
+        EXPECT_FALSE(MoveAcross("from", "to"));
+        EXPECT_EQ(LastError().iLibError, ErrorFromErrno(failing.iErrno).iLibError);
+        EXPECT_EQ(Names(), (Set{"from", "to"}));
+        EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newold");
+    }
+    InjectFault(EFault::Flush, 2, EIO); // of the directory: the new name may not last yet
+    EXPECT_FALSE(MoveAcross("from", "to"));
+    EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newnew");
+    InjectFault(EFault::Remove, 1, EACCES);
+    EXPECT_FALSE(MoveAcross("from", "to"));
+    EXPECT_TRUE(MoveAcross("from", "to"));
+    EXPECT_EQ(Names(), Set{"to"});
+}
+
+TEST_F(FileSystemTest, AMoveAcrossLeavesABusyFileAndMovesLinksAsLinks)
+{
+    CFileHandle writer;
+    ASSERT_TRUE(writer.Open((m_directory / "from").c_str(), {.access = EAccess::Write, .bCreate = true}));
+    EXPECT_FALSE(MoveAcross("from", "to"));
+    EXPECT_EQ(LastError().iLibError, LIB_ACCESS);
+    EXPECT_EQ(Names(), Set{"from"});
+
+    ASSERT_EQ(symlink("from", (m_directory / "link").c_str()), 0);
+    m_directory.Write(".moved.tmp", "left by a crash");
+    EXPECT_TRUE(MoveAcross("link", "moved"));
+    EXPECT_EQ(std::filesystem::read_symlink(m_directory / "moved"), "from");
+    ASSERT_EQ(mkfifo((m_directory / "pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(MoveAcross("pipe", "to"));
+    EXPECT_EQ(LastError().iLibError, LIB_CROSS_DEVICE);
+    EXPECT_EQ(Names(), (Set{"from", "moved", "pipe"}));
+}
+
+TEST_F(FileSystemTest, RenameNoReplaceRefusesATakenName)
+{
+    const std::string strFrom = m_directory.Write("from", "new"), strTo = m_directory.Write("to", "old");
+    EXPECT_FALSE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+    EXPECT_EQ(LastError().iLibError, LIB_EXISTS);
+    EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newold");
+    EXPECT_TRUE(RemoveFile(strTo.c_str()));
+    InjectFault(EFault::Rename, 1, EIO);
+    EXPECT_FALSE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+    EXPECT_TRUE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+    EXPECT_EQ(Names(), Set{"to"});
+    EXPECT_FALSE(RemoveFile(strFrom.c_str()));
+}
+
+TEST_F(FileSystemTest, TellsKindsAndListsSortedBytewise)
+{
+    for (const char* pszName : {"b.eml", "B.eml", "a", "\xc3\xa4", "10", "9"})
+        m_directory.Write(pszName, "");
+    ASSERT_TRUE(CreateOneDirectory((m_directory / "c").c_str()));
+    EXPECT_FALSE(CreateOneDirectory((m_directory / "c").c_str()));
+    EXPECT_EQ(LastError().dwSysError, SYS_ALREADY_EXISTS);
+    ASSERT_EQ(symlink("c", (m_directory / "d").c_str()), 0);
+    ASSERT_EQ(mkfifo((m_directory / "e").c_str(), 0600), 0);
+    CDirectoryListing listing;
+    ASSERT_TRUE(listing.Read(m_directory.Path().c_str()));
+    std::string strSeen;
+    for (size_t n = 0; n < listing.Count(); ++n) {
+        const SDirectoryEntry entry = listing.At(n);
+        strSeen += std::string(entry.pszName) + (entry.bDirectory ? "/ " : entry.bRegular ? " " : "| ");
+    }
+    EXPECT_EQ(strSeen, "10 9 B.eml a b.eml c/ d e| \xc3\xa4 ");
+    InjectFault(EFault::ListDirectory, 1, EIO);
+    EXPECT_FALSE(listing.Read(m_directory.Path().c_str()));
+    EXPECT_EQ(listing.Count(), 0u);
+
+    EXPECT_EQ(KindOf((m_directory / "d").c_str()), EPathKind::Directory);
+    EXPECT_EQ(KindOf((m_directory / "e").c_str()), EPathKind::Other);
+    EXPECT_EQ(KindOf((m_directory / "a/b").c_str()), EPathKind::Missing);
+    EXPECT_EQ(KindOf((m_directory / std::string(300, 'x')).c_str()), EPathKind::Failed);
+    EXPECT_EQ(FileSize((m_directory / "a").c_str()), 0);
+    EXPECT_EQ(FileSize((m_directory / "missing").c_str()), -1);
+    EXPECT_FALSE(IsNetworkPath(m_directory.Path().c_str()));
+    EXPECT_FALSE(ExecutablePath().empty());
+}
+
+TEST(NativePathTest, DropsTheDriveOfAWindowsFormAlone)
+{
+    const std::pair<const char*, const char*> cases[] = {{"c:\\mail\\queue", "/mail/queue"},
+                                                         {"D:/mail", "/mail"},
+                                                         {"\\mail\\x", "/mail/x"},
+                                                         {"/a\\b", "/a\\b"},
+                                                         {"a\\b", "a\\b"},
+                                                         {"", ""}};
+    for (const auto& [pszGiven, pszExpected] : cases)
+        EXPECT_EQ(NativePath(pszGiven), pszExpected);
+}
+
+size_t OpenDescriptors()
+{
+    CDirectoryListing listing;
+    listing.Read("/proc/self/fd");
+    return listing.Count();
+}
+
+TEST_F(FileSystemTest, AFlushGroupFlushesEachMarkedFileSystemOnce)
+{
+    constexpr int DIRECTORIES = 10'000;
+    const size_t nBefore = OpenDescriptors();
+    CFlushGroup group;
+    const auto path = [this](int n) { return m_directory / std::to_string(n); };
+    for (int n = 0; n < DIRECTORIES; ++n) {
+        ASSERT_TRUE(CreateOneDirectory(path(n).c_str()));
+        ASSERT_TRUE(group.Add(path(n).c_str()));
+    }
+    EXPECT_EQ(OpenDescriptors(), nBefore + 1);
+    InjectFault(EFault::Flush, 1, EIO, 1000);
+    EXPECT_TRUE(group.Flush()); // nothing was marked
+    InjectFault(EFault::Flush, 2, EIO);
+    for (int n = 0; n < DIRECTORIES; ++n)
+        group.MarkWritten(path(n).c_str());
+    EXPECT_TRUE(group.Flush());
+    group.MarkWritten(path(1).c_str());
+    EXPECT_FALSE(group.Flush());
+    EXPECT_EQ(LastError().iLibError, LIB_IO);
+    InjectFault(EFault::Flush, 1, EIO);
+    EXPECT_FALSE(group.Flush()); // still to be flushed
+    InjectFault(EFault::Flush, 1, EINTR);
+    EXPECT_TRUE(group.Flush());
+}
+
+TEST_F(FileSystemTest, AFlushGroupTellsOfEveryFileSystemAndOfMarksItCouldNotKeep)
+{
+    CFlushGroup group;
+    EXPECT_FALSE(group.Add((m_directory / "missing").c_str()));
+    group.MarkWritten((m_directory / "missing").c_str());
+    EXPECT_FALSE(group.Flush());
+    EXPECT_EQ(LastError().iLibError, LIB_NO_ENTRY);
+    EXPECT_TRUE(group.Flush());
+
+    struct stat here
+    {
+    }, other{};
+    if (stat(m_directory.Path().c_str(), &here) != 0 || stat("/dev/shm", &other) != 0 || here.st_dev == other.st_dev)
+        GTEST_SKIP() << "no second file system";
+    ASSERT_TRUE(group.Add(m_directory.Path().c_str()));
+    group.MarkWritten(m_directory.Path().c_str());
+    group.MarkWritten("/dev/shm"); // added now
+    InjectFault(EFault::Flush, 1, EIO);
+    EXPECT_FALSE(group.Flush()); // though the second one succeeds
+    InjectFault(EFault::Flush, 2, EIO);
+    EXPECT_TRUE(group.Flush()); // only the first one is left
+}
+
+} // namespace
