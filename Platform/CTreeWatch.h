@@ -25,7 +25,7 @@ struct STreeRecord
 /// Directories that appear later are watched, too; what is already in them is reported as added, some of it perhaps
 /// twice. Symbolic links are not followed. The two halves of a rename within the tree come together and are kept when
 /// either name is wanted; a name that enters or leaves the tree is added or removed. A written file is modified when it
-/// is closed.
+/// is closed; a file that is added or modified and modified again right after is only modified.
 ///
 /// One thread owns it; any may wait on it. The filter runs under this object's lock, on the background thread or the
 /// one that fetches: it must take no lock that is held while fetching.

@@ -1,6 +1,7 @@
 #include "Platform/CTreeWatch.h"
 
 #include "Platform/CNativeThread.h"
+#include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
 #include "Platform/linux/CDescriptor.h"
 #include "Platform/linux/CWatchedTree.h"
@@ -34,6 +35,7 @@ struct SOpenRename
     bool bOpen = false;
     bool bDirectory = false;
     uint32_t dwCookie = 0;
+    uint64_t ui64Since = 0; ///< tick count
     int iParentWatch = -1;
     std::string strLeaf;
     std::string strName;
@@ -65,6 +67,7 @@ struct CTreeWatch::SState
     void Rebuild();
 
     bool IsWanted(const std::string& strAName) const { return !filter || filter(strAName); }
+    bool IsToldAlready(ETreeAction action, const std::string& strAName);
     void Keep(ETreeAction action, const std::string& strAName);
     void KeepRename(const std::string& strOld, const std::string& strNew);
     void Lose();
@@ -143,7 +146,7 @@ void CTreeWatch::SState::Pump()
         Drain();
         if (result == EWaitResult::Failed)
             return Lose();
-        if (result == EWaitResult::TimedOut)
+        if (rename.bOpen && TickCount() - rename.ui64Since >= LONGEST_RENAME) // steady traffic never times out
             SettleRename();
         dwPatience = rename.bOpen ? LONGEST_RENAME : INFINITE;
     }
@@ -219,6 +222,7 @@ void CTreeWatch::SState::OnMovedFrom(const SDirectory& parent, std::string_view 
     rename.bOpen = true;
     rename.bDirectory = bDirectory;
     rename.dwCookie = dwCookie;
+    rename.ui64Since = TickCount();
     rename.iParentWatch = parent.iWatch;
     rename.strLeaf = strLeaf;
     rename.strName = strName;
@@ -316,9 +320,20 @@ void CTreeWatch::SState::Rebuild()
     bOutOfStep = false;
 }
 
+/// By the last record, which then stands for both. A burst of new files takes half the space.
+bool CTreeWatch::SState::IsToldAlready(ETreeAction action, const std::string& strAName)
+{
+    if (records.empty() || action != ETreeAction::Modified || records.back().strName != strAName)
+        return false;
+    ETreeAction& last = records.back().action;
+    if (last == ETreeAction::Added)
+        last = ETreeAction::Modified;
+    return last == ETreeAction::Modified;
+}
+
 void CTreeWatch::SState::Keep(ETreeAction action, const std::string& strAName)
 {
-    if (!IsWanted(strAName))
+    if (!IsWanted(strAName) || IsToldAlready(action, strAName))
         return;
     const size_t nBytes = RECORD_BYTES + strAName.size();
     if (nUsedBytes + nBytes > nBufferBytes)
