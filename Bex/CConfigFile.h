@@ -10,6 +10,7 @@ namespace Bex {
 class CConfigFile : public CStorableStringHash
 {
 public:
+    CConfigFile() : CStorableStringHash(MOST_CONFIG_BYTES) {}
     ~CConfigFile() override = default;
 
     CSimpleString GetString(const char* pszKey, const char* pszDefault = nullptr) const; ///< null: empty

@@ -1,10 +1,14 @@
 #include "Bex/CFileInputStream.h"
 
+#include "Bex/CFileException.h"
+
 #include <string_view>
 
 namespace Bex {
 
 namespace {
+
+constexpr char SOURCE_FILE[] = "Bex/CFileInputStream";
 
 /// Appends the text without its CRs.
 void Collect(std::string& strLine, std::string_view text)
@@ -32,12 +36,20 @@ bool CFileInputStream::ReadLine(CSimpleString& strLine)
         const std::string_view part = ready.substr(0, ready.find('\n'));
         const bool bEnded = part.size() < ready.size();
         Collect(m_strCollected, part);
-        m_file.Consume(bEnded ? part.size() + 1 : part.size());
+        Take(bEnded ? part.size() + 1 : part.size());
         if (bEnded)
             break;
     }
     strLine = UpToNul(m_strCollected);
     return true;
+}
+
+void CFileInputStream::Take(size_t nBytes)
+{
+    if (nBytes > m_nLeft)
+        ThrowFileException(SOURCE_FILE, __LINE__, Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE);
+    m_nLeft -= nBytes;
+    m_file.Consume(nBytes);
 }
 
 } // namespace Bex

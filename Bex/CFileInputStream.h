@@ -2,6 +2,7 @@
 
 #include "Bex/CTextFile.h"
 
+#include <cstdint>
 #include <string>
 
 namespace Bex {
@@ -10,7 +11,8 @@ namespace Bex {
 class CFileInputStream
 {
 public:
-    explicit CFileInputStream(CTextFile& file) : m_file(file) {}
+    /// Lines that take more bytes than that in all raise CFileException (LIB_TOO_BIG).
+    explicit CFileInputStream(CTextFile& file, uint64_t nMostBytes = UINT64_MAX) : m_file(file), m_nLeft(nMostBytes) {}
 
     /// One line without its LF and without any CR; the last line needs no LF. What stands behind a NUL in a line is
     /// left out. False at the end, or when the file was not opened as text.
@@ -18,7 +20,10 @@ public:
     uint32_t Read(void* pBuffer, uint32_t nCount) { return m_file.Read(pBuffer, nCount); }
 
 private:
+    void Take(size_t nBytes);
+
     CTextFile& m_file;
+    uint64_t m_nLeft;           ///< bytes that lines may still take
     std::string m_strCollected; ///< of a line that is not a plain piece of the file's buffer; kept for its space
 };
 

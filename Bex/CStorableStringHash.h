@@ -3,23 +3,27 @@
 #include "Bex/CHashMap.h"
 #include "Bex/CList.h"
 #include "Bex/CSimpleString.h"
-#include "Bex/CTime.h"
+#include "Bex/TableFile.h"
+
+#include <atomic>
+#include <optional>
+#include <string_view>
 
 namespace Bex {
 
 /// A key/value file in memory: "key: value" lines with "#" comments, written back with comments and order intact.
 ///
-/// Process-wide tables are shared between threads: each map operation is atomic, a Load as a whole is not. Keys are
-/// compared exactly; the first of two equal keys in a file wins.
+/// Process-wide tables are shared between threads: each map operation is atomic, and so is a Load for them, as it holds
+/// the map's lock while it replaces the content. Keys are compared exactly; the first of two equal keys in a file wins.
 class CStorableStringHash : public CHashMap<CSimpleString, CSimpleString>
 {
 public:
-    CStorableStringHash() = default;
+    explicit CStorableStringHash(uint64_t nMostBytes = MOST_TABLE_BYTES) : m_nMostBytes(nMostBytes) {}
     ~CStorableStringHash() override = default;
     void SetModified() override { m_bModified = true; }
 
-    /// Replaces the whole content. False when the file cannot be opened (the content stays) or a hook refused;
-    /// CFileException for a read error after the open.
+    /// Replaces the whole content. False when the file cannot be opened (the content stays), is larger than the bound
+    /// (logged) or a hook refused; CFileException for a read error after the open.
     bool Load(const CSimpleString& strFileName);
     /// Writes a temporary file and moves it onto the target (null: the file of the last Load). False when the
     /// temporary file cannot be made or the move fails for good; CFileException for a write error in between.
@@ -41,13 +45,23 @@ protected:
     virtual bool OnLoadEnd() { return true; }
 
 private:
-    struct SPair;
-    class CLoader;
-    class CSaver;
+    /// What a line holds; the parts are views of it.
+    struct SLine
+    {
+        std::optional<std::string_view> key; ///< missing: the line holds no pair
+        std::string_view value;
+        std::string_view comment; ///< with its "#"
+    };
+
+    SLine Split(std::string_view line) const;
+    void LoadLine(std::string_view line, CTableReader& reader);
+    void WriteContent(CTextFile& file) const;
+    void WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const;
 
     CSimpleString m_strFileName;
     CList<CSimpleString> m_lines; ///< of the file, trimmed, as needed to write it back
-    int64_t m_iFileTime = 0;      ///< nanoseconds since 1970
+    const uint64_t m_nMostBytes;
+    std::atomic<int64_t> m_iFileTime = 0; ///< nanoseconds since 1970
     std::atomic<bool> m_bLoaded = false;
     std::atomic<bool> m_bModified = false;
     bool m_bKeepComments = true;

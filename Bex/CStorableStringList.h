@@ -3,14 +3,16 @@
 #include "Bex/CList.h"
 #include "Bex/CSimpleString.h"
 
+#include <atomic>
 #include <cstdint>
+#include <string_view>
 
 namespace Bex {
 
 /// A list file in memory: one entry per line, "#" begins a comment.
 ///
-/// Shared between threads under the list's lock, operation by operation; a Load as a whole is not atomic. Entries
-/// keep their case, order and duplicates.
+/// Shared between threads under the list's lock, which a Load holds while it replaces the content. Entries keep their
+/// case, order and duplicates.
 class CStorableStringList : public CList<CSimpleString>
 {
 public:
@@ -18,8 +20,8 @@ public:
     ~CStorableStringList() override = default;
     void SetModified() override { m_bModified = true; }
 
-    /// Replaces the whole content. False when the file cannot be opened (the entries stay) or a hook refused;
-    /// CFileException for a read error after the open.
+    /// Replaces the whole content. False when the file cannot be opened (the entries stay), is larger than
+    /// MOST_TABLE_BYTES (logged) or a hook refused; CFileException for a read error after the open.
     bool Load(const CSimpleString& strFileName);
     bool HasFileChanged() const; ///< the file was written after it was read; false when that cannot be told
     const CSimpleString& FileName() const { return m_strFileName; }
@@ -33,9 +35,11 @@ protected:
     virtual bool OnLoadEnd() { return true; }
 
 private:
+    void LoadLine(std::string_view line);
+
     CSimpleString m_strFileName;
-    CList<CSimpleString> m_lines; ///< every line as read
-    int64_t m_iFileTime = 0;      ///< nanoseconds since 1970
+    CList<CSimpleString> m_lines;         ///< every line as read
+    std::atomic<int64_t> m_iFileTime = 0; ///< nanoseconds since 1970
     std::atomic<bool> m_bLoaded = false;
     std::atomic<bool> m_bModified = false;
     bool m_bTrim;

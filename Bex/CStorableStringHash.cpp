@@ -1,0 +1,208 @@
+#include "Bex/CStorableStringHash.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/CFileOutputStream.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Platform/Clock.h"
+
+#include <unordered_set>
+#include <vector>
+
+namespace Bex {
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Bex/CStorableStringHash";
+constexpr char COMMENT = '#';
+constexpr int64_t SECOND = 1'000'000'000;
+
+void RemoveQuietly(const CSimpleString& strName)
+{
+    try {
+        CFile::Remove(strName);
+    } catch (const CFileException&) { // the failure that led here is the one to tell
+    }
+}
+
+/// False when it fails for good, which is logged.
+bool MoveIntoPlace(const CSimpleString& strTemporary, const CSimpleString& strTarget)
+{
+    constexpr unsigned ATTEMPTS = 3;
+    constexpr unsigned PAUSE_MILLIS = 500;
+    for (unsigned nAttempt = 1;; ++nAttempt) {
+        try {
+            CFile::Move(strTemporary, strTarget);
+            return true;
+        } catch (const CFileException& exception) {
+            const bool bMayPass = exception.SysError() == Platform::SYS_ACCESS_DENIED ||
+                                  exception.SysError() == Platform::SYS_SHARING_VIOLATION;
+            const bool bRetry = bMayPass && nAttempt < ATTEMPTS;
+            LogError(MainLog(),
+                     "CStorableStringHash::Save: failed to rename \"%s\" to \"%s\", liberror=%d, syserror=%d, %s",
+                     strTemporary.Text(), strTarget.Text(), exception.LibError(), exception.SysError(),
+                     bRetry ? "retrying" : "giving up");
+            if (!bRetry)
+                return false;
+        }
+        Platform::SleepMillis(nAttempt * PAUSE_MILLIS);
+    }
+}
+
+} // namespace
+
+void CStorableStringHash::SetQuotes(char cOpening, char cClosing)
+{
+    m_cOpeningQuote = cOpening;
+    m_cClosingQuote = cClosing;
+}
+
+bool CStorableStringHash::OnLoadEntry(CSimpleString&, CSimpleString&) { return true; }
+
+CStorableStringHash::SLine CStorableStringHash::Split(std::string_view line) const
+{
+    constexpr auto NONE = std::string_view::npos;
+    const size_t nComment = line.find(COMMENT);
+    SLine result;
+    if (nComment != NONE)
+        result.comment = line.substr(nComment);
+    std::string_view key = line.substr(0, nComment);
+    std::string_view rest = key;
+    const bool bQuoted = key.starts_with(m_cOpeningQuote);
+    if (bQuoted) {
+        const size_t nClosing = key.find(m_cClosingQuote, 1);
+        if (nClosing == NONE)
+            return result;
+        rest = key.substr(nClosing + 1);
+        key = key.substr(1, nClosing - 1);
+    }
+    const size_t nSeparator = rest.find(m_cSeparator);
+    if (nSeparator == NONE)
+        return result;
+    result.key = TrimmedView(bQuoted ? key : rest.substr(0, nSeparator));
+    result.value = TrimmedView(rest.substr(nSeparator + 1));
+    return result;
+}
+
+bool CStorableStringHash::Load(const CSimpleString& strFileName)
+{
+    m_strFileName = strFileName;
+    if (!OnBeforeLoad())
+        return false;
+    CTableReader reader(m_nMostBytes, m_lines);
+    if (!reader.Open(m_strFileName))
+        return false;
+    const CScopedLock lock(LockObject());
+    m_iFileTime = reader.FileTime();
+    RemoveAll();
+    m_lines.RemoveAll();
+    if (!OnLoadBegin())
+        return false;
+    try {
+        for (CSimpleString strLine; reader.ReadLine(strLine);)
+            LoadLine(TrimmedView(strLine), reader);
+    } catch (const CFileException& exception) {
+        if (exception.LibError() != Platform::LIB_TOO_BIG)
+            throw;
+        LogCaught(exception, SOURCE_FILE, __LINE__, m_strFileName.Text());
+        Platform::SetLastError({Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE});
+        return false;
+    }
+    if (!OnLoadEnd())
+        return false;
+    OnAfterLoad();
+    m_bLoaded = true;
+    m_bModified = false;
+    return true;
+}
+
+void CStorableStringHash::LoadLine(std::string_view line, CTableReader& reader)
+{
+    const SLine parts = Split(line);
+    if (parts.key) {
+        CSimpleString strKey(*parts.key);
+        CSimpleString strValue(parts.value);
+        if (Contains(strKey) || !OnLoadEntry(strKey, strValue))
+            return;
+        Set(strKey, std::move(strValue));
+    }
+    reader.Keep(CSimpleString(line));
+}
+
+bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
+{
+    const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : m_strFileName;
+    const CSimpleString strTemporary = CSimpleString::Formatted("%s.tmp", strTarget.Text());
+    CTextFile file;
+    try {
+        file.Open(strTemporary,
+                  CFile::typeText | CFile::modeWrite | CFile::modeCreate | CFile::modeTruncate | CFile::shareExclusive);
+    } catch (const CFileException&) {
+        return false;
+    }
+    try {
+        WriteContent(file);
+        file.Close();
+    } catch (const CFileException&) {
+        RemoveQuietly(strTemporary);
+        throw;
+    }
+    if (!MoveIntoPlace(strTemporary, strTarget))
+        return false;
+    m_bModified = false;
+    int64_t iTime = 0;
+    m_iFileTime = GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND;
+    return true;
+}
+
+void CStorableStringHash::WriteContent(CTextFile& file) const
+{
+    std::vector<CSimpleString> keys;
+    {
+        const CScopedLock lock(LockObject());
+        for (CIterator node(*this); node; ++node)
+            keys.push_back(node->key);
+    }
+    std::unordered_set<std::string_view> pending(keys.begin(), keys.end());
+    const CList<CSimpleString> lines(m_lines);
+    CFileOutputStream stream(file);
+    for (const CSimpleString& strLine : lines) {
+        const SLine parts = Split(strLine);
+        const std::string_view comment = m_bKeepComments ? parts.comment : std::string_view();
+        if (parts.key && pending.erase(*parts.key) > 0)
+            WritePair(file, CSimpleString(*parts.key), comment);
+        else if (!parts.key && m_bKeepComments)
+            stream.WriteLine(comment);
+    }
+    for (const CSimpleString& strKey : keys) {
+        if (pending.contains(strKey))
+            WritePair(file, strKey, {});
+    }
+}
+
+void CStorableStringHash::WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const
+{
+    CSimpleString strValue;
+    if (!Lookup(strKey, strValue)) {
+        LogWarning(MainLog(),
+                   "CStorableStringHash::Save: no value for key \"%s\" found at %s:%d, this is normally impossible",
+                   strKey.Text(), SOURCE_FILE, __LINE__);
+        return;
+    }
+    const bool bQuoted = m_cSeparator == '\0' || strKey.Contains(m_cSeparator);
+    const std::string_view opening(&m_cOpeningQuote, bQuoted ? 1 : 0);
+    const std::string_view closing(&m_cClosingQuote, bQuoted ? 1 : 0);
+    const std::string_view separator(&m_cSeparator, 1);
+    for (const std::string_view part :
+         {opening, strKey.View(), closing, separator, std::string_view(" "), strValue.View(),
+          std::string_view(comment.empty() ? "" : "\t"), comment, std::string_view("\n")})
+        file.WriteString(part);
+}
+
+bool CStorableStringHash::HasChanged() const
+{
+    int64_t iTime = 0;
+    return GetLastWriteTime(m_strFileName, iTime) && iTime > m_iFileTime;
+}
+
+} // namespace Bex
