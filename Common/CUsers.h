@@ -6,17 +6,21 @@
 
 #include <atomic>
 #include <memory>
+#include <string_view>
+#include <vector>
 
 /// What is recorded of an account; local delivery enforces neither.
 struct CUserEntry
 {
     int iQuota = 0;
     int iMaxSize = 0;
+    Bex::CSimpleString strDirectory; ///< its own name in the spool directory, which may have capitals
 };
 
 /// The local users: one per directory in the spool directory, by lower-case name.
 ///
-/// Lookups come from any thread; LoadUsers and BuildUserList belong to the main thread. A rebuild is not atomic.
+/// Lookups come from any thread; LoadUsers and BuildUserList belong to the main thread. A rebuild reads all accounts
+/// first and then replaces the list at once, so that nobody finds a user missing meanwhile.
 class CUsers : public Bex::CHashMap<Bex::CSimpleString, std::unique_ptr<CUserEntry>>
 {
 public:
@@ -37,9 +41,15 @@ public:
     CUserChangeMonitor& ChangeMonitor() { return m_monitor; }
     uint32_t UserCount() const { return m_nUsers; }
     Bex::CSimpleString SpoolRoot() const; ///< where the mailboxes are; a copy
+    /// The mailbox directory of a user; for another name where it would be. Empty for a name that can have none,
+    /// such as one with "/", which would lead out of the spool root.
+    Bex::CSimpleString UserDirectory(std::string_view name) const;
 
 private:
-    void AddUser(const char* pszDirectoryName);
+    using CAccounts = std::vector<std::unique_ptr<CUserEntry>>;
+
+    bool ReadAccounts(CAccounts& accounts) const;
+    std::unique_ptr<CUserEntry> ReadAccount(const char* pszDirectoryName, int iDefaultQuota) const;
 
     Bex::CSimpleString m_strSpoolDirectory; ///< listed by the last build
     CUserChangeMonitor m_monitor;

@@ -1,0 +1,123 @@
+#include "Common/CUsers.h"
+
+#include "Bex/CConfigFile.h"
+#include "Bex/CFileException.h"
+#include "Bex/CFileFind.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+
+#include <utility>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Common/Users";
+
+/// What a sender wrote must not lead out of the spool root, nor count as an absolute path in a join.
+bool MayNameDirectory(std::string_view name)
+{
+    constexpr std::string_view UNFIT("/\0", 2);
+    return !name.empty() && name[0] != '.' && name.substr(1, 1) != ":" &&
+           name.find_first_of(UNFIT) == std::string_view::npos;
+}
+
+} // namespace
+
+bool CUsers::CUserChangeMonitor::OnRecord(const Platform::STreeRecord& record, const Platform::STreeRecord*)
+{
+    return Counts(record.strName);
+}
+
+bool CUsers::CUserChangeMonitor::Counts(std::string_view relativeName)
+{
+    const size_t nSlash = relativeName.rfind('/');
+    return nSlash != std::string_view::npos && Bex::EqualNoCase(relativeName.substr(nSlash + 1), "password");
+}
+
+bool CUsers::InitUsers()
+{
+    const Bex::CSimpleString strRoot = ConfiguredDirectory("SpoolDir", "c:\\mail\\spool");
+    {
+        const Bex::CScopedLock lock(LockObject());
+        m_strSpoolRoot = strRoot;
+    }
+    Bex::LogInfo(Bex::MainLog(), "creating user-list...");
+    if (LoadUsers(strRoot))
+        return true;
+    Bex::LogError(Bex::MainLog(), "could not create user-list");
+    return false;
+}
+
+bool CUsers::LoadUsers(const Bex::CSimpleString& strSpoolDirectory)
+{
+    m_monitor.Destroy();
+    m_strSpoolDirectory = strSpoolDirectory;
+    m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts);
+    if (!m_monitor.IsCreated())
+        Bex::LogError(Bex::MainLog(), "CUsers::Load failed creating FCM at %s:%d", SOURCE_FILE, 53);
+    return BuildUserList();
+}
+
+bool CUsers::BuildUserList()
+{
+    CAccounts accounts;
+    const bool bListed = ReadAccounts(accounts);
+    const Bex::CScopedLock lock(LockObject());
+    RemoveAll();
+    m_nUsers = static_cast<uint32_t>(accounts.size());
+    for (std::unique_ptr<CUserEntry>& pAccount : accounts) {
+        const Bex::CSimpleString strName = pAccount->strDirectory.Lowered();
+        Set(strName, std::move(pAccount));
+    }
+    return bListed;
+}
+
+bool CUsers::ReadAccounts(CAccounts& accounts) const
+{
+    const int iDefaultQuota = Config().GetInt("Quota", 0);
+    try {
+        Bex::CFileFind find;
+        if (!find.Open(Bex::JoinPath(m_strSpoolDirectory, "*.*")))
+            Bex::ThrowFileException(SOURCE_FILE, __LINE__);
+        while (find.Next()) {
+            if (!find.IsDirectory() || find.Name()[0] == '.')
+                continue;
+            try {
+                accounts.push_back(ReadAccount(find.Name(), iDefaultQuota));
+            } catch (const Bex::CFileException& exception) {
+                Bex::LogCaught(exception, SOURCE_FILE, 111);
+            }
+        }
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, 120);
+        return false;
+    }
+    return true;
+}
+
+std::unique_ptr<CUserEntry> CUsers::ReadAccount(const char* pszDirectoryName, int iDefaultQuota) const
+{
+    Bex::CConfigFile account;
+    account.Load(Bex::JoinPath(Bex::JoinPath(m_strSpoolDirectory, pszDirectoryName), "config")); // none: the defaults
+    auto pEntry = std::make_unique<CUserEntry>();
+    pEntry->iQuota = account.GetInt("Quota", iDefaultQuota);
+    pEntry->iMaxSize = account.GetInt("MaxSize", 0);
+    pEntry->strDirectory = pszDirectoryName;
+    return pEntry;
+}
+
+Bex::CSimpleString CUsers::SpoolRoot() const
+{
+    const Bex::CScopedLock lock(LockObject());
+    return m_strSpoolRoot;
+}
+
+Bex::CSimpleString CUsers::UserDirectory(std::string_view name) const
+{
+    if (!MayNameDirectory(name))
+        return {};
+    const Bex::CScopedLock lock(LockObject());
+    const SNode* const pNode = Find(name);
+    const std::string_view directory = pNode != nullptr ? pNode->value->strDirectory.View() : name;
+    return Bex::JoinPath(m_strSpoolRoot, directory);
+}
