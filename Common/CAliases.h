@@ -2,16 +2,22 @@
 
 #include "Bex/CStorableStringHash.h"
 
+#include <memory>
 #include <string_view>
+
+class CAliasIndex;
 
 /// The alias table: addresses of the local domains, to other addresses or to users.
 ///
 /// Lookups come from any thread; loading and pre-resolving belong to the main thread. Local domains and users must
-/// be there before it is loaded.
+/// be there before it is loaded. Hold the table's lock from Load to the end of PreresolveAliases, so that no lookup
+/// comes between the two; the locks of the domains and of the users are only ever taken inside this one.
 class CAliases : public Bex::CStorableStringHash
 {
 public:
-    ~CAliases() override = default;
+    CAliases();
+    ~CAliases() override;
+    void SetModified() override;
 
     bool LookupAlias(std::string_view address, Bex::CSimpleString& strTarget);
     /// An alias target, a user name, or empty when the address leads nowhere.
@@ -26,6 +32,10 @@ protected:
     bool OnLoadBegin() override;
 
 private:
+    bool IsGood(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const;
+    CAliasIndex& Index(); ///< hold the lock as long as it is used
+
+    std::unique_ptr<CAliasIndex> m_pIndex; ///< guarded by the lock; null: the entries have changed
     int m_iGood = 0;
     int m_iFaulty = 0;
 };

@@ -1,0 +1,87 @@
+#include "Common/CAliases.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/CAliasIndex.h"
+#include "Common/CAliasPreresolver.h"
+#include "Common/Globals.h"
+
+#include <vector>
+
+CAliases::CAliases() = default;
+
+CAliases::~CAliases() = default;
+
+void CAliases::SetModified()
+{
+    CStorableStringHash::SetModified();
+    m_pIndex.reset();
+}
+
+CAliasIndex& CAliases::Index()
+{
+    if (!m_pIndex)
+        m_pIndex = std::make_unique<CAliasIndex>(*this);
+    return *m_pIndex;
+}
+
+bool CAliases::OnLoadBegin()
+{
+    m_iGood = 0;
+    m_iFaulty = 0;
+    return true;
+}
+
+bool CAliases::OnLoadEntry(Bex::CSimpleString& strKey, Bex::CSimpleString& strValue)
+{
+    strKey.ToLower();
+    const bool bGood = IsGood(strKey, strValue);
+    ++(bGood ? m_iGood : m_iFaulty);
+    return bGood;
+}
+
+bool CAliases::IsGood(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const
+{
+    const bool bAddress = strKey.Contains('@');
+    if (bAddress && (strKey.At(0) == '@' || !IsLocalAddress(strKey)))
+        return false;
+    if (strKey.EqualsNoCase(strValue))
+        return false;
+    if (strValue.Contains('@'))
+        return true;
+    Lookup(strValue, strValue); // one step, to what an earlier line said
+    return Users().IsUser(strValue) && !strKey.EqualsNoCase(strValue);
+}
+
+bool CAliases::LookupAlias(std::string_view address, Bex::CSimpleString& strTarget)
+{
+    const Bex::CScopedLock lock(LockObject());
+    const CAliasIndex& index = Index();
+    const CAliasIndex::Id entry = index.Find(address);
+    if (entry == CAliasIndex::NONE)
+        return false;
+    strTarget = index.Entry(entry).value;
+    return true;
+}
+
+Bex::CSimpleString CAliases::ResolveRecipient(std::string_view address)
+{
+    const Bex::CScopedLock lock(LockObject());
+    const CAliasIndex& index = Index();
+    const CAliasIndex::STarget target = index.Resolve(address);
+    return target.entry != CAliasIndex::NONE ? index.Entry(target.entry).value : target.strUser;
+}
+
+void CAliases::PreresolveAliases()
+{
+    const Bex::CScopedLock lock(LockObject());
+    CAliasIndex index(*this);
+    CAliasPreresolver(index).Run();
+    std::vector<Bex::CSimpleString> removed;
+    for (CAliasIndex::Id entry = 0; entry < index.Count(); ++entry) {
+        if (index.IsHidden(entry))
+            removed.push_back(index.Entry(entry).key);
+    }
+    for (const Bex::CSimpleString& strKey : removed) // the index refers to what goes here
+        Remove(strKey);
+    SetModified();
+}
