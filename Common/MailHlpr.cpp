@@ -1,0 +1,104 @@
+#include "Common/MailHlpr.h"
+
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Platform/CEventHandle.h"
+#include "Platform/Errors.h"
+#include "Platform/FileSystem.h"
+#include "Platform/Process.h"
+
+#include <memory>
+#include <string>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Common/MailHlpr";
+constexpr unsigned LONGEST_COMMAND = 3600000; // milliseconds
+
+constexpr int POST_SCRIPT_LINE = 57;
+constexpr int SPAM_TAGGER_LINE = 100;
+constexpr int RESPONDER_LINE = 140;
+
+using Child = std::unique_ptr<Platform::CChildProcess>;
+
+/// Names of mail files are made by others: a quote in one must not become further arguments.
+Bex::CSimpleString Quoted(const Bex::CSimpleString& strArgument)
+{
+    return Bex::CSimpleString(std::string_view(Platform::QuoteArgument(strArgument)));
+}
+
+/// Null when the program cannot be started, which is logged as this line's failure.
+Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString& strCommandLine,
+                  const Bex::CSimpleString& strDirectory, int iLine, const Bex::CSimpleString& strLoggedPath)
+{
+    Child pChild = Platform::CChildProcess::Start(strProgram, strCommandLine, strDirectory.Text());
+    if (!pChild) {
+        Bex::LogError(Bex::MainLog(), "CreateProcess in %s:%d for \"%s\" failed, error = %d", SOURCE_FILE, iLine,
+                      strLoggedPath.Text(), static_cast<int>(Platform::LastError().dwSysError));
+    }
+    return pChild;
+}
+
+/// A program of the mail system is found by its name, the command line's first word, but logged as if it lay with the
+/// configuration.
+void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLine,
+                    const Bex::CSimpleString& strDirectory, int iLine, bool bParallel)
+{
+    Child pChild = StartLogged({}, strCommandLine, strDirectory, iLine, Bex::JoinPath(ConfigDirectory(), pszName));
+    if (pChild && !bParallel)
+        pChild->Wait(Platform::INFINITE);
+}
+
+} // namespace
+
+bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFile, bool bParallel)
+{
+    const Bex::CSimpleString strScript = Bex::JoinPath(strDirectory, "newmail.cmd");
+    if (Platform::KindOf(strScript.Text()) != Platform::EPathKind::File)
+        return true;
+    const Bex::CSimpleString strArgument =
+        strFile.IsEmpty() ? Bex::CSimpleString() : Bex::JoinPath(strDirectory, strFile);
+    const auto strCommandLine = Bex::CSimpleString::Formatted("newmail.cmd %s", Quoted(strArgument).Text());
+    Child pChild = StartLogged(strScript, strCommandLine, strDirectory, POST_SCRIPT_LINE, strScript);
+    if (!pChild)
+        return false;
+    Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" started", strFile.Text());
+    if (!bParallel) {
+        pChild->Wait(Platform::INFINITE);
+        Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" finished", strFile.Text());
+    }
+    return true;
+}
+
+void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile, bool bParallel)
+{
+    const auto strCommandLine = Bex::CSimpleString::Formatted("spamscan.exe %s -tag -s", Quoted(strMailFile).Text());
+    RunMailProgram("spamscan.exe", strCommandLine, strUserDirectory, SPAM_TAGGER_LINE, bParallel);
+}
+
+void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile,
+                  const Bex::CSimpleString& strTemplate, const Bex::CSimpleString& strOutput, bool bParallel)
+{
+    const Bex::CSimpleString strTemplatePath = Bex::JoinPath(strUserDirectory, strTemplate);
+    const auto strCommandLine =
+        Bex::CSimpleString::Formatted("responder.exe %s -t %s -o %s -k -s", Quoted(strMailFile).Text(),
+                                      Quoted(strTemplatePath).Text(), Quoted(strOutput).Text());
+    RunMailProgram("responder.exe", strCommandLine, strUserDirectory, RESPONDER_LINE, bParallel);
+}
+
+uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory)
+{
+    Child pChild = Platform::CChildProcess::Start({}, strCommandLine, strWorkingDirectory.Text());
+    if (!pChild)
+        return Platform::LastError().dwSysError;
+    uint32_t dwExitCode = 0;
+    if (!pChild->Wait(LONGEST_COMMAND) && !pChild->Terminate())
+        return Platform::LastError().dwSysError;
+    return pChild->ExitCode(dwExitCode) ? dwExitCode : Platform::LastError().dwSysError;
+}
+
+bool ScriptsRunInParallel()
+{
+    return Config().GetInt("Scripts.Execution.Parallel", Config().GetInt("AsyncScripts", 1)) != 0;
+}
