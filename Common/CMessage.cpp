@@ -7,6 +7,7 @@
 #include "Common/NormalizeAddress.h"
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -35,6 +36,20 @@ bool ReadBody(Bex::CFile& file, uint64_t nLength, std::string_view buffered, CMe
     return nRest == 0 || file.Read(body.Data() + nBuffered, nRest) == nRest;
 }
 
+bool OutOfMemory(int iLine)
+{
+    Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, iLine);
+    Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
+    return false;
+}
+
+/// Whether Read takes back what Write has written: the fields and the blank line.
+bool IsReadable(std::string_view header)
+{
+    return header.size() <= CMessage::MAX_HEADER_BYTES &&
+           std::count(header.begin(), header.end(), '\n') <= int64_t{CMessage::MAX_HEADER_LINES} + 1;
+}
+
 } // namespace
 
 CMessage::CMessage() : m_created(Bex::CTime::Now()), m_strDate(m_created.MailDate()) {}
@@ -51,13 +66,15 @@ int CMessage::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
     if (strName.EqualsNoCase("Message-ID")) {
         m_strMessageID = NormalizeAddress(strValue);
     } else if (strName.EqualsNoCase("From")) {
-        SetFrom(strValue);
+        if (!strValue.IsEmpty()) // empty counts as absent: the sender stands in
+            SetFrom(strValue);
     } else if (strName.EqualsNoCase("Organization")) {
         m_strOrganization = std::move(strValue);
     } else if (strName.EqualsNoCase("Subject")) {
         m_strSubject = std::move(strValue);
     } else if (strName.EqualsNoCase("Date")) {
-        m_strDate = std::move(strValue);
+        if (!strValue.IsEmpty()) // likewise: without a Date the mail would get another one at each reading
+            m_strDate = std::move(strValue);
     } else if (strName.EqualsNoCase("MIME-Version")) {
         m_strMimeVersion = std::move(strValue);
     } else if (strName.EqualsNoCase("References")) {
@@ -118,9 +135,9 @@ bool CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         }
         SetBody(std::move(body));
     } catch (const Bex::COutOfMemoryException&) {
-        Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, __LINE__);
-        Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
-        return false;
+        return OutOfMemory(__LINE__);
+    } catch (const std::bad_alloc&) { // the standard library's containers
+        return OutOfMemory(__LINE__);
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
         SetLastError(exception);
@@ -177,6 +194,8 @@ bool CMessage::Write(Bex::CFile& file, EWriteMode mode) const
 {
     try {
         Bex::CSimpleString strHeader = GetHeaderText(mode);
+        if (!IsReadable(strHeader))
+            return RefuseTooBig(file);
         file.Write(strHeader.Text(), strHeader.Length());
         std::string_view body = Body().View();
         if (body.ends_with(END_OF_DATA))

@@ -163,6 +163,7 @@ Bex::CSimpleString QuotedPrintableDecode(std::string_view text)
 
 Bex::CSimpleString XtextEncode(std::string_view text)
 {
+    text = UpToNul(text);
     Bex::CArray<char> encoded;
     encoded.SetSize(Size32(uint64_t{text.size()} * 3));
     char* pOut = encoded.Data();

@@ -119,12 +119,12 @@ ESaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode,
     Bex::CMutex mutex(LockName(strPath));
     if (!LockMailFile(mutex))
         return ESaveResult::Failed;
-    if (!bReplace && Bex::CFile::Exists(strPath))
-        return ESaveResult::Exists; // seen before all of the mail is written for nothing
     ESaveResult result = ESaveResult::Failed;
     Platform::SError error;
     try {
-        result = WriteFile(strPath, mode, bReplace, error);
+        // A taken name is seen before all of the mail is written for nothing.
+        result =
+            !bReplace && Bex::CFile::Exists(strPath) ? ESaveResult::Exists : WriteFile(strPath, mode, bReplace, error);
     } catch (const Bex::CFileException& exception) {
         SetLastError(exception);
         error = Platform::LastError();

@@ -138,7 +138,7 @@ private:
             if (bSearched)
                 continue;
             Bex::CArray<char> normalized;
-            if (!Normalize(*content, normalized))
+            if (headers.Boundary().IsEmpty() && !Normalize(*content, normalized))
                 return false;
             if (Search(headers, *content, nDepth + 1))
                 return true;
@@ -146,7 +146,8 @@ private:
         return false;
     }
 
-    /// A part cut out between CR and LF ends with a bare CR. The view then moves to the normalized bytes.
+    /// A part cut out between CR and LF ends with a bare CR. The view then moves to the normalized bytes. A multipart's
+    /// parts are the same with or without that LF, and a copy at each level of nesting would add up.
     static bool Normalize(std::string_view& content, Bex::CArray<char>& normalized)
     {
         try {
