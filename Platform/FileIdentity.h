@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Platform {
+
+/// Which file a name stood for, and in what state: tells later whether the name still stands for the same content.
+struct SFileIdentity
+{
+    uint64_t nDevice = 0;
+    uint64_t nNumber = 0;
+    int64_t iSize = 0;     ///< bytes
+    int64_t iModified = 0; ///< nanoseconds since 1970-01-01 UTC
+
+    bool operator==(const SFileIdentity&) const = default;
+};
+
+/// Does not follow symbolic links. False: LastError. Any thread.
+bool IdentityOf(const char* pszPath, SFileIdentity& identity);
+
+} // namespace Platform

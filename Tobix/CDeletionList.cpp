@@ -1,0 +1,45 @@
+#include "Tobix/CDeletionList.h"
+
+#include "Bex/CFile.h"
+#include "Bex/CFileException.h"
+#include "Platform/Errors.h"
+
+void CDeletionList::Add(const Bex::CSimpleString& strPath, const Platform::SFileIdentity& identity)
+{
+    m_entries.push_back({strPath, identity});
+    m_paths.insert(m_entries.back().strPath.View());
+}
+
+bool CDeletionList::RemoveDelivered()
+{
+    bool bNewMail = false;
+    for (auto entry = m_entries.begin(); entry != m_entries.end();) {
+        const EOutcome outcome = Remove(*entry);
+        if (outcome == EOutcome::Kept) {
+            ++entry;
+            continue;
+        }
+        bNewMail |= outcome == EOutcome::Replaced;
+        m_paths.erase(entry->strPath.View());
+        entry = m_entries.erase(entry);
+    }
+    return bNewMail;
+}
+
+CDeletionList::EOutcome CDeletionList::Remove(const SEntry& entry)
+{
+    Platform::SFileIdentity now;
+    if (!Platform::IdentityOf(entry.strPath.Text(), now)) {
+        if (Platform::LastError().iLibError == Platform::LIB_NO_ENTRY)
+            return EOutcome::Gone;
+    } else if (now != entry.identity) {
+        return EOutcome::Replaced;
+    }
+    try {
+        Bex::CFile::Remove(entry.strPath);
+        return EOutcome::Gone;
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, "Tobix/LocalAgent", 433);
+        return EOutcome::Kept;
+    }
+}

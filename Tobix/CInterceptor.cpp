@@ -1,0 +1,93 @@
+#include "Tobix/CInterceptor.h"
+
+#include "Bex/CDirectory.h"
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/CMD5.h"
+#include "Common/Encodings.h"
+#include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Tobix/MailLog.h"
+
+namespace {
+
+constexpr size_t LONGEST_PART = 200;
+constexpr size_t KEPT_OF_LONG_PART = 160;
+
+bool IsSafe(char c) { return c != '/' && static_cast<unsigned char>(c) >= ' ' && c != '\x7f'; }
+
+Bex::CSimpleString CopyName(const CMail& mail, const char* pszKind)
+{
+    const Platform::SLocalTime now = Platform::LocalNow();
+    return Bex::CSimpleString::Formatted("%04d%02d%02d%02d%02d%02d_%s_%s.eml", now.iYear, now.iMonth, now.iDay,
+                                         now.iHour, now.iMinute, now.iSecond, SafeFileNamePart(mail.MessageID()).Text(),
+                                         pszKind);
+}
+
+} // namespace
+
+Bex::CSimpleString SafeFileNamePart(std::string_view text)
+{
+    Bex::CSimpleString strPart(text);
+    if (text.size() > LONGEST_PART) {
+        CMD5 digest;
+        digest.Update(text.data(), text.size());
+        strPart = text.substr(0, KEPT_OF_LONG_PART);
+        strPart += HexText(digest.Finalise().data(), CMD5::DIGEST_LENGTH);
+    }
+    for (uint32_t n = 0; n < strPart.Length(); ++n) {
+        if (!IsSafe(strPart.At(n)) || (n == 0 && strPart.At(n) == '.'))
+            strPart.Set(n, '_');
+    }
+    return strPart;
+}
+
+CInterceptor::CInterceptor(const Bex::CSimpleString& strListFile, const Bex::CSimpleString& strDirectory)
+    : m_strDirectory(strDirectory)
+{
+    m_addresses.Load(strListFile);
+}
+
+bool CInterceptor::IsListed(const Bex::CSimpleString& strAddress) const
+{
+    return !m_addresses.IsEmpty() && m_addresses.ContainsExact(strAddress.Lowered());
+}
+
+void CInterceptor::ReloadIfChanged()
+{
+    if (m_addresses.HasFileChanged())
+        m_addresses.Load(m_addresses.FileName());
+}
+
+void CInterceptor::Intercept(const CMail& mail, const Bex::CSimpleString& strAddress, const char* pszKind,
+                             CCopyGroup& group)
+{
+    try {
+        if (!Store(mail, strAddress, pszKind, group))
+            MailLog::InterceptionFailed(mail);
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogError(Bex::MainLog(), "intercepting mail <%s> from <%s> to <%s> failed: %d at %s:%d",
+                      mail.MessageID().Text(), mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
+                      exception.SysError(), exception.SourceFile(), exception.Line());
+    }
+}
+
+/// An address that looks absolute must stay below the interception directory, too.
+Bex::CSimpleString CInterceptor::DirectoryOf(const Bex::CSimpleString& strAddress) const
+{
+    return Bex::PathBelow(m_strDirectory, SafeFileNamePart(strAddress));
+}
+
+bool CInterceptor::Store(const CMail& mail, const Bex::CSimpleString& strAddress, const char* pszKind,
+                         CCopyGroup& group)
+{
+    const Bex::CSimpleString strDirectory = DirectoryOf(strAddress);
+    if (!Bex::CDirectory::Exists(strDirectory) && !Platform::CreateOneDirectory(strDirectory.Text()))
+        return false;
+    group.Prepare(strDirectory);
+    if (!mail.Save(Bex::JoinPath(strDirectory, CopyName(mail, pszKind)), EWriteMode::Envelope))
+        return false;
+    group.Written(strDirectory);
+    return true;
+}

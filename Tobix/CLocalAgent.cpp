@@ -1,0 +1,241 @@
+#include "Tobix/CLocalAgent.h"
+
+#include "Bex/CException.h"
+#include "Bex/CFileException.h"
+#include "Bex/CFileFind.h"
+#include "Bex/CService.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Platform/Clock.h"
+#include "Platform/FileIdentity.h"
+#include "Platform/FileSystem.h"
+#include "Tobix/StaleFiles.h"
+
+#include <exception>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
+constexpr unsigned PAUSE_MILLIS = 500;
+constexpr unsigned IDLE_MILLIS = 1000;
+constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
+constexpr unsigned REARM_MILLIS = 30000;
+
+Bex::CSimpleString InterceptListFile()
+{
+    return Bex::JoinPath(ConfigDirectory(), Config().GetString("InterceptAddressesFile", "intercept_addresses"));
+}
+
+bool ServiceIsPaused()
+{
+    const Bex::CService* pService = Bex::CService::Instance();
+    return pService != nullptr && pService->IsPaused() && pService->IsRunning();
+}
+
+void LogException(const Bex::CException& exception, const Bex::CSimpleString& strPath)
+{
+    char szText[1024];
+    exception.GetMessage(szText, sizeof(szText));
+    Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), szText);
+}
+
+} // namespace
+
+CLocalAgent::CLocalAgent()
+    : m_directories(SMailDirectories::FromConfiguration()),
+      m_interceptor(InterceptListFile(), m_directories.strIntercept), m_router(m_directories, m_interceptor)
+{
+    m_monitor.Open(m_directories.strQueue);
+}
+
+void CLocalAgent::Body()
+{
+    Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) started", Id());
+    RemoveUnfinishedFiles();
+    while (ShallRun()) {
+        WaitWhilePaused();
+        if (!ScanQueue()) {
+            Bex::LogError(Bex::MainLog(), "couldn't find QueueDir");
+            return;
+        }
+        DeliverBatch();
+        RemoveDelivered();
+        if (m_batch.IsEmpty() && ShallRun())
+            WaitForWork();
+    }
+    Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) stopped", Id());
+}
+
+void CLocalAgent::WaitWhilePaused() const
+{
+    while (ServiceIsPaused() && ShallRun())
+        StopEvent().Wait(PAUSE_MILLIS);
+}
+
+void CLocalAgent::WaitForWork() const
+{
+    if (m_bScanAgain)
+        return;
+    Bex::WaitForAny({&StopEvent().Waitable(), &m_monitor.Waitable()}, IDLE_MILLIS);
+}
+
+void CLocalAgent::RemoveUnfinishedFiles() const
+{
+    RemoveStaleFiles(m_directories.strOutgoing);
+    RemoveStaleFiles(m_directories.strFilter);
+}
+
+/// A queue directory that is missing lists like an empty one: it may come back.
+bool CLocalAgent::ScanQueue()
+{
+    m_batch.RemoveAll();
+    if (!QueueMayHaveChanged()) {
+        ++m_dwScans;
+        return true;
+    }
+    m_bScanAgain = false;
+    try {
+        Bex::CFileFind find;
+        if (find.Open(Bex::JoinPath(m_directories.strQueue, "*.eml"))) {
+            while (find.Next()) {
+                if (find.IsDirectory() || static_cast<uint32_t>(find.Size()) == 0)
+                    continue;
+                if (!m_deletions.Contains(QueuePath(find.Name())))
+                    m_batch.Append(find.Name());
+            }
+        }
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        StopEvent().Wait(IDLE_MILLIS);
+        m_bScanAgain = true; // the notification is used up
+    }
+    ++m_dwScans;
+    return true;
+}
+
+bool CLocalAgent::QueueMayHaveChanged()
+{
+    const bool bChanged = m_monitor.HasChanged();
+    if (m_monitor.Waitable().WaitDescriptor() < 0)
+        RearmMonitor();
+    return bChanged || m_bScanAgain || m_dwScans == 0;
+}
+
+/// A monitor breaks when its directory goes away, and cannot be opened while the system has no watches left: it is
+/// tried again from time to time, so that mail that arrives meanwhile does not wait for a restart.
+void CLocalAgent::RearmMonitor()
+{
+    if (Platform::TickCount() < m_nRearmTicks ||
+        Platform::KindOf(m_directories.strQueue.Text()) != Platform::EPathKind::Directory)
+        return;
+    m_nRearmTicks = Platform::TickCount() + REARM_MILLIS;
+    m_monitor.Open(m_directories.strQueue);
+    m_bScanAgain = true;
+}
+
+void CLocalAgent::DeliverBatch()
+{
+    Bex::CSimpleString strName;
+    while (ShallRun() && m_batch.PopFirst(strName)) {
+        if (!m_deletions.Contains(QueuePath(strName)))
+            DeliverFile(strName);
+    }
+    FinishGroup();
+}
+
+void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
+{
+    if (ProcessQueueFile(strName))
+        return;
+    Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
+    MoveToError(strName);
+}
+
+void CLocalAgent::MoveToError(const Bex::CSimpleString& strName) const
+{
+    try {
+        Bex::CFile::Move(QueuePath(strName), Bex::PathBelow(m_directories.strError, strName));
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, 142);
+        if (exception.LibError() != Platform::LIB_NO_ENTRY) // another took the file: nothing to wait for
+            StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
+    }
+}
+
+/// The copies are on stable storage before the queue files they were made from may go.
+void CLocalAgent::FinishGroup()
+{
+    if (m_group.IsEmpty())
+        return;
+    const bool bFlushed = m_group.Finish(m_delivered);
+    if (!bFlushed) {
+        const Platform::SError error = Platform::LastError();
+        Bex::LogError(Bex::MainLog(), "flushing delivered mail failed (SysError=%d, LibError=%d) at %s:%d",
+                      static_cast<int>(error.dwSysError), error.iLibError, SOURCE_FILE, __LINE__);
+    }
+    for (const CCopyGroup::SDelivered& file : m_delivered) {
+        if (bFlushed) {
+            m_deletions.Add(QueuePath(file.strName), file.identity);
+        } else {
+            Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", file.strName.Text());
+            MoveToError(file.strName);
+        }
+    }
+    RemoveDelivered();
+}
+
+void CLocalAgent::RemoveDelivered() { m_bScanAgain |= m_deletions.RemoveDelivered(); }
+
+/// True when the file was handled or is to be tried again later; whatever a library exception means for the mail,
+/// the agent goes on with the next one.
+bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
+{
+    const Bex::CSimpleString strPath = QueuePath(strName);
+    try {
+        return DeliverMail(strName, strPath) != EOutcome::Failed;
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    } catch (const Bex::CException& exception) {
+        LogException(exception, strPath);
+    } catch (const std::exception& exception) {
+        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), exception.what());
+    }
+    return false;
+}
+
+CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath)
+{
+    Platform::SFileIdentity identity; // from before the load: what replaces the file later is not what was delivered
+    CMail mail;
+    if (!Platform::IdentityOf(strPath.Text(), identity) || !mail.Load(strPath, false))
+        return LogLoadFailure(strPath) ? EOutcome::Retry : EOutcome::Failed;
+    if (mail.Recipients().IsEmpty()) {
+        Bex::LogError(Bex::MainLog(), "no receivers found in mail");
+        return EOutcome::Failed;
+    }
+    if (!m_group.HasRoomFor(mail.Recipients().Count()))
+        FinishGroup();
+    if (!m_router.Route(mail, m_group))
+        return EOutcome::Failed;
+    m_group.AddDelivered(strName, identity);
+    return EOutcome::Delivered;
+}
+
+/// True when the file is only busy or not complete yet.
+bool CLocalAgent::LogLoadFailure(const Bex::CSimpleString& strPath) const
+{
+    const int iLibError = Platform::LastError().iLibError;
+    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK || iLibError == Platform::LIB_ACCESS) {
+        Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
+        return true;
+    }
+    Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, 168, iLibError,
+                  strPath.Text());
+    return false;
+}
+
+Bex::CSimpleString CLocalAgent::QueuePath(std::string_view name) const
+{
+    return Bex::PathBelow(m_directories.strQueue, name);
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Bex/CFileChangeMonitor.h"
+#include "Bex/CList.h"
+#include "Bex/CSimpleString.h"
+#include "Bex/CThread.h"
+#include "Tobix/CCopyGroup.h"
+#include "Tobix/CDeletionList.h"
+#include "Tobix/CInterceptor.h"
+#include "Tobix/CMailRouter.h"
+
+#include <cstdint>
+#include <vector>
+
+/// The thread that empties the queue directory: each mail file in it is delivered and then deleted, or moved to the
+/// error directory when it fails; a file that is busy stays and is taken up after the next change of the directory.
+///
+/// Owned by the service. Its settings are read once, by the constructor. Nothing of its state is on disk: after a
+/// restart the first scan finds every file that is still there.
+class CLocalAgent : public Bex::CThread
+{
+public:
+    CLocalAgent();
+    ~CLocalAgent() override = default;
+
+    CInterceptor& Interceptor() { return m_interceptor; }
+
+protected:
+    void Body() override;
+
+private:
+    enum class EOutcome { Delivered, Retry, Failed };
+
+    void WaitWhilePaused() const;
+    void WaitForWork() const;
+    void RemoveUnfinishedFiles() const;
+    bool ScanQueue();
+    bool QueueMayHaveChanged();
+    void RearmMonitor();
+    void DeliverBatch();
+    void DeliverFile(const Bex::CSimpleString& strName);
+    void FinishGroup();
+    void RemoveDelivered();
+    bool ProcessQueueFile(const Bex::CSimpleString& strName);
+    EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath);
+    bool LogLoadFailure(const Bex::CSimpleString& strPath) const;
+    void MoveToError(const Bex::CSimpleString& strName) const;
+    Bex::CSimpleString QueuePath(std::string_view name) const;
+
+    SMailDirectories m_directories;
+    CFileChangeMonitor m_monitor;
+    Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
+    CDeletionList m_deletions;
+    CInterceptor m_interceptor;
+    CMailRouter m_router;
+    CCopyGroup m_group;
+    std::vector<CCopyGroup::SDelivered> m_delivered; ///< of the group being finished
+    uint32_t m_dwScans = 0;
+    bool m_bScanAgain = false;  ///< a file was met that no notification may tell of any more
+    uint64_t m_nRearmTicks = 0; ///< when a broken monitor is opened again
+};

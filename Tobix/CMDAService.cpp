@@ -1,0 +1,237 @@
+#include "Tobix/CMDAService.h"
+
+#include "Bex/CException.h"
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Common/MailHlpr.h"
+#include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Platform/Process.h"
+#include "Platform/ServiceControl.h"
+#include "Tobix/CSetUp.h"
+#include "Tobix/LogSetUp.h"
+#include "Tobix/TableReload.h"
+#include "Tobix/ThreadControl.h"
+
+#include <exception>
+#include <functional>
+#include <new>
+
+namespace {
+
+constexpr char SHORT_NAME[] = "Tobix";
+constexpr char DISPLAY_NAME[] = "marlune Mail Delivery Agent";
+constexpr char LOCAL_AGENT[] = "local delivery agent";
+constexpr unsigned PAUSE_MILLIS = 1000;
+constexpr unsigned IDLE_MILLIS = 1000;
+constexpr unsigned RESTART_POLL_MILLIS = 50;
+constexpr unsigned STOP_WAIT_HINT = 2000;
+
+void LogState(const char* pszWhat)
+{
+    Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent %s %s...", CCommonService::VersionText().Text(),
+                   pszWhat);
+}
+
+bool RunsHourlyCleanup()
+{
+    return Config().GetInt("HourlyCleanup", 0) != 0 && Config().GetInt("AutoTransport", 1) == 0;
+}
+
+} // namespace
+
+/// Runs the script of the outgoing directory in its first pass and then once an hour, at the minute it began in.
+class CMDAService::CHourlyCleanup
+{
+public:
+    void Pass()
+    {
+        const int iMinute = Platform::LocalNow().iMinute;
+        if (iMinute != m_iStartMinute) {
+            m_bDue = true;
+        } else if (m_bDue) {
+            m_bDue = false;
+            RunPostScript(ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"), "", ScriptsRunInParallel());
+        }
+    }
+
+private:
+    int m_iStartMinute = Platform::LocalNow().iMinute;
+    bool m_bDue = true;
+};
+
+CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
+
+void CMDAService::Usage() { PrintUsage("TOBIX.EXE"); }
+
+bool CMDAService::OnStart()
+{
+    CreatePidFile();
+    StartPending();
+    if (IsDebug())
+        LogSetUp::ToConsole();
+    else
+        LogSetUp::ToLocalSyslog();
+    LogState("launching");
+    StartPending();
+    m_strFileName = ConfigurationFileName("tobix.cfg");
+    if (!EnterConfigurationDirectory())
+        return false;
+    CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
+    if (!setUp.Run() || !StartWorkers())
+        return false;
+    Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent launched and fully operational");
+    return true;
+}
+
+/// Nobody depends on the file: what goes wrong with it is ignored.
+void CMDAService::CreatePidFile()
+{
+    const Bex::CSimpleString strDirectory = ConfigDirectory();
+    if (strDirectory.IsEmpty())
+        return;
+    const Bex::CSimpleString strId = Bex::CSimpleString::Formatted("%u", Platform::CurrentProcessId());
+    try {
+        m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"), Bex::CFile::modeReadWrite | Bex::CFile::modeCreate);
+        m_pidFile.Write(strId.Text(), strId.Length());
+    } catch (const Bex::CFileException&) {
+    }
+}
+
+bool CMDAService::EnterConfigurationDirectory()
+{
+    m_strDirectory = ConfigurationDirectory();
+    if (m_strDirectory.IsEmpty()) {
+        Bex::LogError(Bex::MainLog(), "could not detect configuration directory");
+        return false;
+    }
+    if (!Platform::SetWorkingDirectory(m_strDirectory.Text())) {
+        Bex::LogError(Bex::MainLog(), "could not change to configuration directory");
+        return false;
+    }
+    return true;
+}
+
+bool CMDAService::StartWorkers()
+{
+    if (!StartLocalAgent())
+        return false;
+    StartPending();
+    return Config().GetInt("AutoTransport", 1) == 0 || StartRemoteDelivery();
+}
+
+bool CMDAService::StartLocalAgent()
+{
+    if (m_pLocalAgent) {
+        Bex::LogError(Bex::MainLog(), "%s already instantiated", LOCAL_AGENT);
+        return false;
+    }
+    try {
+        m_pLocalAgent = std::make_unique<CLocalAgent>();
+    } catch (const Bex::CException&) {
+    } catch (const std::bad_alloc&) {
+    }
+    if (!m_pLocalAgent) {
+        Bex::LogError(Bex::MainLog(), "could not instantiate %s", LOCAL_AGENT);
+        return false;
+    }
+    return ThreadControl::Start(*m_pLocalAgent, LOCAL_AGENT);
+}
+
+bool CMDAService::StopLocalAgent(Platform::EServiceState state)
+{
+    return ThreadControl::Stop(std::move(m_pLocalAgent), LOCAL_AGENT, [this, state] { Report(state); });
+}
+
+/// This daemon has no remote agent yet: what it writes into the outgoing directory waits there.
+bool CMDAService::StartRemoteDelivery()
+{
+    Bex::LogWarning(Bex::MainLog(), "AutoTransport is on, but this version starts no remote delivery: mail stays in "
+                                    "OutgoingDir");
+    return true;
+}
+
+void CMDAService::OnStop()
+{
+    LogState("shutting down");
+    Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
+    {
+        const std::lock_guard lock(m_workersAndTables);
+        StopLocalAgent(Platform::EServiceState::StopPending);
+    }
+    Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
+    Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent shut down");
+}
+
+void CMDAService::OnCustomControl(unsigned dwControl)
+{
+    if (dwControl != Platform::CONTROL_RESTART || Config().GetInt("AllowConfigRestart", 1) == 0)
+        return;
+    m_restartAsked.Set();
+    const std::lock_guard lock(m_workersAndTables);
+    m_restartAsked.Reset();
+    LogState("restarting");
+    StopLocalAgent(Platform::EServiceState::None);
+    CSetUp(CSetUp::EMode::Restart, IsDebug(), ConfigurationDirectory(), m_strFileName, [] {}).Run();
+    StartWorkers();
+    Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent restarted and fully operational");
+}
+
+int CMDAService::Run()
+{
+    CHourlyCleanup cleanup;
+    CFileChangeMonitor monitor;
+    monitor.Open(m_strDirectory);
+    while (IsRunning()) {
+        WaitWhilePaused();
+        if (RunsHourlyCleanup()) {
+            cleanup.Pass();
+            StopEvent().Wait(IDLE_MILLIS);
+        } else {
+            WatchTables(monitor);
+        }
+    }
+    return 0;
+}
+
+void CMDAService::WaitWhilePaused() const
+{
+    while (IsPaused() && IsRunning())
+        StopEvent().Wait(PAUSE_MILLIS);
+}
+
+/// Leaves everything alone while a restart loads the tables: what changed meanwhile still shows afterwards.
+void CMDAService::WatchTables(CFileChangeMonitor& monitor)
+{
+    std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    if (m_restartAsked.IsSet() || !lock.owns_lock()) {
+        if (lock.owns_lock())
+            lock.unlock();
+        StopEvent().Wait(RESTART_POLL_MILLIS);
+        return;
+    }
+    Bex::CFileTreeChangeMonitor& mailboxTree = Users().ChangeMonitor(); // a restart makes it anew
+    const bool bDirectoryChanged = monitor.HasChanged();
+    const bool bTreeChanged = !bDirectoryChanged && mailboxTree.HasChanged();
+    if (bDirectoryChanged || bTreeChanged)
+        ReloadChangedTables(bTreeChanged, m_pLocalAgent ? &m_pLocalAgent->Interceptor() : nullptr);
+    else
+        Bex::WaitForAny(
+            {&StopEvent().Waitable(), &m_restartAsked.Waitable(), &monitor.Waitable(), &mailboxTree.Waitable()},
+            IDLE_MILLIS);
+}
+
+/// As the configuration names them at the time of the installation.
+std::vector<Bex::CSimpleString> CMDAService::WritableDirectories()
+{
+    Bex::CConfigFile& config = Config();
+    try {
+        config.Load(Bex::JoinPath(ConfigurationDirectory(), "tobix.cfg"));
+    } catch (const Bex::CFileException&) { // the defaults apply
+    }
+    const SMailDirectories directories = SMailDirectories::FromConfiguration();
+    return {directories.strQueue,    directories.strError,     directories.strFilter,
+            directories.strOutgoing, directories.strIntercept, ConfiguredDirectory("SpoolDir", "c:\\mail\\spool")};
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Bex/CFileChangeMonitor.h"
+#include "Bex/CLockFile.h"
+#include "Common/CCommonService.h"
+#include "Tobix/CLocalAgent.h"
+
+#include <memory>
+#include <mutex>
+
+/// The daemon: starts and stops the workers, and keeps the tables current in between.
+///
+/// There is one object, made before main runs. Start-up and the main loop run on the main thread, stop and restart on
+/// the dispatcher's; the workers and the tables change under one mutex.
+class CMDAService : public CCommonService
+{
+public:
+    CMDAService();
+    ~CMDAService() override = default;
+
+    int Run() override;
+
+protected:
+    void Usage() override;
+    bool OnStart() override;
+    void OnStop() override;
+    void OnCustomControl(unsigned dwControl) override;
+    std::vector<Bex::CSimpleString> WritableDirectories() override;
+
+private:
+    class CHourlyCleanup;
+
+    void CreatePidFile();
+    bool EnterConfigurationDirectory();
+    bool StartWorkers();
+    bool StartLocalAgent();
+    bool StopLocalAgent(Platform::EServiceState state);
+    bool StartRemoteDelivery();
+    void StartPending() { Report(Platform::EServiceState::StartPending); }
+
+    void WaitWhilePaused() const;
+    void WatchTables(CFileChangeMonitor& monitor);
+
+    CLockFile m_pidFile;
+    Bex::CSimpleString m_strDirectory; ///< of the configuration
+    Bex::CSimpleString m_strFileName;  ///< of the configuration
+    std::mutex m_workersAndTables;
+    Bex::CEvent m_restartAsked; ///< wakes the main loop, which may wait while it holds the mutex
+    std::unique_ptr<CLocalAgent> m_pLocalAgent;
+};

@@ -1,0 +1,127 @@
+#include "Tobix/CMailRouter.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Common/MailHlpr.h"
+#include "Platform/CNativeThread.h"
+#include "Tobix/ForwardingRewrites.h"
+#include "Tobix/IsValidAddress.h"
+#include "Tobix/MailLog.h"
+
+#include <utility>
+
+namespace {
+
+// the lines that the log names when a file cannot be written
+constexpr int FILTERED_NOT_WRITTEN = 211;
+constexpr int OUTGOING_NOT_WRITTEN = 385;
+
+} // namespace
+
+SMailDirectories SMailDirectories::FromConfiguration()
+{
+    return {ConfiguredDirectory("QueueDir", "c:\\mail\\queue"), ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
+            ConfiguredDirectory("FilterDir", "c:\\mail\\filtered"),
+            ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"),
+            ConfiguredDirectory("InterceptDir", "c:\\mail\\intercepted")};
+}
+
+CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor)
+    : m_directories(directories), m_interceptor(interceptor), m_mailboxes(directories.strQueue),
+      m_identity(LocalHostIdentity::Obtain())
+{}
+
+bool CMailRouter::Route(const CMail& mail, CCopyGroup& group)
+{
+    if (const EFilterResult result = Filter(mail, group); result != EFilterResult::Passed)
+        return result == EFilterResult::Caught;
+    if (const Bex::CSimpleString strSender = mail.EnvelopeSender().Lowered(); m_interceptor.IsListed(strSender))
+        m_interceptor.Intercept(mail, strSender, "sent", group);
+    for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
+        if (!RouteRecipient(mail, strRecipient, group))
+            return false;
+    }
+    return true;
+}
+
+CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& group)
+{
+    Bex::CSimpleString strReason;
+    if (Config().GetInt("FilterContent", 1) == 0 || !Filters().ContentFilterMatch(mail, strReason))
+        return EFilterResult::Passed;
+    Bex::CSimpleString strPath;
+    if (!SaveUnderFreshName(
+            mail, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath, group)) {
+        MailLog::NotSaved(mail, strPath, FILTERED_NOT_WRITTEN);
+        return EFilterResult::Failed;
+    }
+    MailLog::Filtered(mail, strReason);
+    RunPostScript(m_directories.strFilter, strPath, ScriptsRunInParallel());
+    return EFilterResult::Caught;
+}
+
+bool CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
+{
+    CMail copy(mail, strRecipient);
+    const Bex::CTime now = Bex::CTime::Now();
+    const Bex::CSimpleString strFileName = m_names.RecipientCopy(now, Platform::CurrentThreadId());
+    AddReceived(copy, strRecipient, now);
+    Bex::CSimpleString strTarget = strRecipient;
+    if (IsLocalAddress(strTarget))
+        strTarget = Aliases().ResolveRecipient(strTarget.Lowered());
+    const bool bRouted = IsLocalAddress(strTarget) ? m_mailboxes.StoreInMailbox(copy, strTarget, strFileName, group)
+                                                   : SendOut(copy, strRecipient, strTarget, {now, strFileName}, group);
+    if (bRouted && m_interceptor.IsListed(strTarget))
+        m_interceptor.Intercept(copy, strTarget.Lowered(), "received", group);
+    return bRouted;
+}
+
+bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
+                          SFirstName name, CCopyGroup& group)
+{
+    if (!IsValidAddress(strTarget)) {
+        MailLog::RecipientNotValid(copy);
+        return false;
+    }
+    if (!strTarget.EqualsNoCase(strAddressed))
+        ApplyForwardingRewrites(copy, strAddressed);
+    copy.SetRecipients(strTarget);
+    const auto NextName = [&] {
+        return name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
+                                      : std::exchange(name.strText, Bex::CSimpleString());
+    };
+    Bex::CSimpleString strPath;
+    if (!SaveUnderFreshName(copy, m_directories.strOutgoing, NextName, strPath, group)) {
+        MailLog::NotSaved(copy, strPath, OUTGOING_NOT_WRITTEN);
+        return false;
+    }
+    MailLog::SavedInOutgoing(copy);
+    if (Config().GetInt("AutoTransport", 1) == 0)
+        RunPostScript(m_directories.strOutgoing, strPath, ScriptsRunInParallel());
+    return true;
+}
+
+/// Never replaces a mail that has the name already: another name is made then.
+template <class TNextName>
+bool CMailRouter::SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
+                                     Bex::CSimpleString& strPath, CCopyGroup& group)
+{
+    group.Prepare(strDirectory);
+    ESaveResult result = ESaveResult::Exists;
+    while (result == ESaveResult::Exists) {
+        strPath = Bex::JoinPath(strDirectory, NextName());
+        result = mail.SaveNew(strPath, EWriteMode::Envelope);
+    }
+    if (result == ESaveResult::Saved)
+        group.Written(strDirectory);
+    return result == ESaveResult::Saved;
+}
+
+void CMailRouter::AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const
+{
+    if (Config().GetInt("Header.Received.Create", 1) == 0)
+        return;
+    const bool bNameRecipient = Config().GetInt("Header.Received.Recipient", 1) != 0;
+    copy.Received().Prepend(
+        MakeReceivedValue(m_identity.strHostName, bNameRecipient ? strRecipient : Bex::CSimpleString(), now));
+}

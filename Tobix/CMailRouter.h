@@ -1,0 +1,55 @@
+#pragma once
+
+#include "Bex/CSimpleString.h"
+#include "Common/CMail.h"
+#include "Common/LocalHostIdentity.h"
+#include "Tobix/CCopyGroup.h"
+#include "Tobix/CFileNames.h"
+#include "Tobix/CInterceptor.h"
+#include "Tobix/CMailboxStore.h"
+
+/// Where the local agent's mail goes; read once, in this system's form of paths.
+struct SMailDirectories
+{
+    Bex::CSimpleString strQueue;
+    Bex::CSimpleString strError;
+    Bex::CSimpleString strFilter;
+    Bex::CSimpleString strOutgoing;
+    Bex::CSimpleString strIntercept;
+
+    static SMailDirectories FromConfiguration();
+};
+
+/// Filters one mail, makes a copy for each recipient and puts it into a mailbox or into the outgoing directory.
+/// Owned by the local agent and used on its thread.
+class CMailRouter
+{
+public:
+    CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor);
+
+    /// False (logged) when the mail failed: copies made so far stay, recipients not reached yet are skipped.
+    /// Exceptions of the library pass through and mean the same.
+    bool Route(const CMail& mail, CCopyGroup& group);
+
+private:
+    enum class EFilterResult { Passed, Caught, Failed };
+    EFilterResult Filter(const CMail& mail, CCopyGroup& group);
+    bool RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group);
+    struct SFirstName
+    {
+        Bex::CTime time;
+        Bex::CSimpleString strText;
+    };
+    bool SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
+                 SFirstName name, CCopyGroup& group);
+    template <class TNextName>
+    bool SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
+                            Bex::CSimpleString& strPath, CCopyGroup& group);
+    void AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const;
+
+    SMailDirectories m_directories;
+    CInterceptor& m_interceptor;
+    CMailboxStore m_mailboxes;
+    CFileNames m_names;
+    LocalHostIdentity m_identity;
+};

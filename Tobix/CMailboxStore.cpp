@@ -1,0 +1,107 @@
+#include "Tobix/CMailboxStore.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/CMutex.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Common/MailHlpr.h"
+#include "Tobix/MailLog.h"
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
+constexpr int NOT_WRITTEN = 313; ///< the line that the log names when a mailbox file cannot be written
+
+/// A name that could lead out of the spool directory is nobody's.
+bool IsUserName(const Bex::CSimpleString& strUser)
+{
+    return !strUser.IsEmpty() && !strUser.Contains('/') && !(strUser == ".") && !(strUser == "..");
+}
+
+} // namespace
+
+struct CMailboxStore::SAccount
+{
+    Bex::CSimpleString strDirectory;
+    Bex::CSimpleString strConfigPath;
+    Bex::CConfigFile config;
+    Bex::CSimpleString strMailFile; ///< once it is written
+    uint32_t dwNextUID = 0;         ///< the number after the one used
+};
+
+bool CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
+                                   const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const
+{
+    SAccount account;
+    account.strDirectory =
+        IsUserName(strUser) ? Users().UserDirectory(strUser) : Bex::JoinPath(Users().SpoolRoot(), strUser);
+    account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
+    if (!IsUserName(strUser)) {
+        Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
+                      static_cast<int>(Platform::SYS_INVALID_NAME));
+        return false;
+    }
+    Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
+    Bex::CScopedLock lock(accountLock);
+    if (!LoadAccount(account) || !WriteMailFile(copy, account, group))
+        return false;
+    RecordNextUID(account);
+    MailLog::SavedInMailbox(copy, strUser);
+    RunPrograms(account, strRecipientFileName);
+    return true;
+}
+
+bool CMailboxStore::LoadAccount(SAccount& account)
+{
+    if (account.config.Load(account.strConfigPath))
+        return true;
+    Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
+                  static_cast<int>(Platform::LastError().dwSysError));
+    return false;
+}
+
+bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group)
+{
+    const bool bEnvelope = account.config.GetInt("SaveEnvelope", 0) != 0 || account.config.GetInt("RunReply", 0) != 0;
+    const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
+    group.Prepare(account.strDirectory);
+    account.dwNextUID = static_cast<uint32_t>(account.config.GetInt("NextUID", 1));
+    ESaveResult result = ESaveResult::Exists;
+    while (result == ESaveResult::Exists) {
+        account.strMailFile =
+            Bex::JoinPath(account.strDirectory, Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++));
+        result = copy.SaveNew(account.strMailFile, mode);
+    }
+    if (result == ESaveResult::Failed) {
+        MailLog::NotSaved(copy, account.strMailFile, NOT_WRITTEN);
+        return false;
+    }
+    group.Written(account.strDirectory);
+    return true;
+}
+
+/// The mail is stored: when the number cannot be recorded, the next delivery moves past the names already taken.
+void CMailboxStore::RecordNextUID(SAccount& account)
+{
+    try {
+        account.config.SetNextUID(account.dwNextUID);
+        account.config.Save();
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    }
+}
+
+void CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName) const
+{
+    const bool bParallel = ScriptsRunInParallel();
+    if (account.config.GetInt("RunAntiSpam", 0) != 0)
+        RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
+    const Bex::CSimpleString strTemplate = account.config.GetString("RunReplyTemplate");
+    if (account.config.GetInt("RunReply", 0) != 0 && !strTemplate.IsEmpty()) {
+        const Bex::CSimpleString strOutput =
+            Bex::JoinPath(m_strQueueDirectory, Bex::CSimpleString::Formatted("r_%s", strRecipientFileName.Text()));
+        RunResponder(account.strDirectory, account.strMailFile, strTemplate, strOutput, bParallel);
+    }
+    RunPostScript(account.strDirectory, account.strMailFile, bParallel);
+}

@@ -1,0 +1,182 @@
+#include "Tobix/CSetUp.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Platform/FileSystem.h"
+#include "Tobix/LogSetUp.h"
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/SetUp";
+
+/// A table whose file breaks off while it is read counts as not loaded.
+template <class TTable>
+bool LoadTable(TTable& table, const Bex::CSimpleString& strPath)
+{
+    try {
+        return table.Load(strPath);
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        return false;
+    }
+}
+
+bool IsDirectory(const Bex::CSimpleString& strPath)
+{
+    return Platform::KindOf(strPath.Text()) == Platform::EPathKind::Directory;
+}
+
+struct SDirectoryKey
+{
+    const char* pszKey;
+    const char* pszDefault;
+};
+constexpr SDirectoryKey REQUIRED_DIRECTORIES[] = {
+    {"QueueDir", "c:\\mail\\queue"},
+    {"SpoolDir", "c:\\mail\\spool"},
+    {"ErrorDir", "c:\\mail\\error"},
+    {"OutgoingDir", "c:\\mail\\outgoing"},
+};
+
+} // namespace
+
+CSetUp::CSetUp(EMode mode, bool bConsole, const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFileName,
+               std::function<void()> Report)
+    : m_mode(mode), m_bConsole(bConsole), m_strDirectory(strDirectory), m_strFileName(strFileName),
+      m_Report(std::move(Report))
+{}
+
+bool CSetUp::Run()
+{
+    static constexpr bool (CSetUp::*STEPS[])() const = {
+        &CSetUp::LoadConfiguration, &CSetUp::ConfigureLogging,  &CSetUp::CheckDirectories, &CSetUp::InitializeSpool,
+        &CSetUp::LoadDomains,       &CSetUp::LoadBackupDomains, &CSetUp::LoadAliases,      &CSetUp::LoadFilters,
+        &CSetUp::LoadSmartHosts,    &CSetUp::LoadMasquerading,
+    };
+    for (const auto Step : STEPS) {
+        if (!(this->*Step)() && IsStart())
+            return false;
+        m_Report();
+    }
+    return true;
+}
+
+bool CSetUp::LoadConfiguration() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading configuration file %s...", m_strFileName.Text());
+    const bool bLoaded = LoadTable(Config(), InDirectory(m_strFileName));
+    if (!bLoaded)
+        Bex::LogError(Bex::MainLog(), "could not load configuration");
+    return bLoaded;
+}
+
+bool CSetUp::ConfigureLogging() const
+{
+    Bex::LogInfo(Bex::MainLog(), "configuring logging...");
+    if (!m_bConsole)
+        LogSetUp::ToConfiguredSyslog();
+    return true;
+}
+
+bool CSetUp::CheckDirectories() const
+{
+    Bex::LogInfo(Bex::MainLog(), "checking directories...");
+    bool bAll = true;
+    for (const SDirectoryKey& key : REQUIRED_DIRECTORIES) {
+        const Bex::CSimpleString strPath = ConfiguredDirectory(key.pszKey, key.pszDefault);
+        if (IsDirectory(strPath))
+            continue;
+        Bex::LogError(Bex::MainLog(), "invalid %s, \"%s\" is missing or no directory", key.pszKey, strPath.Text());
+        if (IsStart())
+            return false;
+        bAll = false;
+    }
+    const Bex::CSimpleString strFilter = ConfiguredDirectory("FilterDir", "c:\\mail\\filtered");
+    if (!IsDirectory(strFilter))
+        Bex::LogWarning(Bex::MainLog(), "invalid FilterDir, \"%s\" is missing or no directory", strFilter.Text());
+    return bAll;
+}
+
+bool CSetUp::InitializeSpool() const
+{
+    Bex::LogInfo(Bex::MainLog(), "initializing spool manager...");
+    const bool bInitialized = Users().InitUsers();
+    if (!bInitialized)
+        Bex::LogError(Bex::MainLog(), "could not initialize spool manager");
+    return bInitialized;
+}
+
+bool CSetUp::LoadDomains() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading 'domains'-file...");
+    const bool bLoaded = LoadTable(LocalDomains(), InDirectory("domains"));
+    if (!bLoaded)
+        LogTableFailure("domains");
+    return bLoaded;
+}
+
+bool CSetUp::LoadBackupDomains() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading 'backupdomains'-file...");
+    LoadTable(BackupDomains(), InDirectory("backupdomains")); // need not be there
+    return true;
+}
+
+/// The alias table is looked for in the directory that the environment names, and only there.
+bool CSetUp::LoadAliases() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading 'aliases'-file...");
+    const Bex::CSimpleString strDirectory = ConfigDirectory();
+    const bool bLoaded = !strDirectory.IsEmpty() && LoadTable(Aliases(), Bex::JoinPath(strDirectory, "aliases"));
+    if (!bLoaded) {
+        LogTableFailure("aliases");
+        if (IsStart())
+            return false;
+    }
+    Bex::LogInfo(Bex::MainLog(), "number of faulty aliases: %d", Aliases().FaultyEntries());
+    Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
+    Aliases().PreresolveAliases();
+    return bLoaded;
+}
+
+bool CSetUp::LoadFilters() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading 'filters'-file...");
+    if (!LoadTable(Filters(), InDirectory(Config().GetString("FiltersFile", "filters"))))
+        Bex::LogWarning(Bex::MainLog(), "could not load 'filters'-file");
+    return true;
+}
+
+bool CSetUp::LoadSmartHosts() const
+{
+    Bex::LogInfo(Bex::MainLog(), "loading optional 'smarthosts'-file...");
+    LoadTable(SmartHosts(), InDirectory("smarthosts")); // need not be there
+    return true;
+}
+
+/// A restart leaves the table to the main loop, which keeps it current.
+bool CSetUp::LoadMasquerading() const
+{
+    const Bex::CSimpleString strFile = Config().GetString("MaskFile");
+    if (!IsStart() || strFile.IsEmpty())
+        return true;
+    Bex::LogInfo(Bex::MainLog(), "loading masquerading-file...");
+    LoadTable(Masquerading(), Bex::CSimpleString(Platform::NativePath(strFile)));
+    return true;
+}
+
+/// Without the table a start fails; a restart goes on with the old one.
+void CSetUp::LogTableFailure(const char* pszTable) const
+{
+    if (IsStart())
+        Bex::LogError(Bex::MainLog(), "could not load '%s'-file", pszTable);
+    else
+        Bex::LogWarning(Bex::MainLog(), "could not load '%s'-file", pszTable);
+}
+
+Bex::CSimpleString CSetUp::InDirectory(std::string_view name) const
+{
+    return Bex::JoinPath(m_strDirectory, Platform::NativePath(name));
+}

@@ -1,0 +1,47 @@
+#include "Tobix/MailLog.h"
+
+#include "Bex/Log.h"
+#include "Platform/Errors.h"
+
+namespace MailLog {
+
+void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, int iLine)
+{
+    const int iLibError = Platform::LastError().iLibError;
+    Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\" msgid=<%s> from=<%s> to=<%s>\n",
+                  "Tobix/LocalAgent", iLine, iLibError, strPath.Text(), mail.MessageID().Text(),
+                  mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+}
+
+void SavedInOutgoing(const CMail& mail)
+{
+    Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> saved in outgoing", mail.MessageID().Text(),
+                 mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+}
+
+void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser)
+{
+    Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> saved in <%s>", mail.MessageID().Text(),
+                 mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(), strUser.Text());
+}
+
+void Filtered(const CMail& mail, const Bex::CSimpleString& strReason)
+{
+    Bex::LogWarning(Bex::MainLog(), "mail <%s> from <%s> to <%s> has been filtered due to \"%s\"",
+                    mail.MessageID().Text(), mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
+                    strReason.Text());
+}
+
+void RecipientNotValid(const CMail& mail)
+{
+    Bex::LogError(Bex::MainLog(), "recipient in mail <%s> from <%s> to <%s> not valid", mail.MessageID().Text(),
+                  mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+}
+
+void InterceptionFailed(const CMail& mail)
+{
+    Bex::LogError(Bex::MainLog(), "intercepting mail <%s> from <%s> to <%s> failed", mail.MessageID().Text(),
+                  mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+}
+
+} // namespace MailLog

@@ -1,0 +1,42 @@
+#include "Tobix/StaleFiles.h"
+
+#include "Bex/CFile.h"
+#include "Bex/CFileException.h"
+#include "Bex/CFileFind.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/StaleFiles";
+
+/// While this process has the file to itself, nobody is writing it.
+void RemoveUnlessInUse(const Bex::CSimpleString& strPath)
+{
+    try {
+        Bex::CFile file;
+        file.Open(strPath, Bex::CFile::modeReadWrite | Bex::CFile::shareExclusive | Bex::CFile::onlyRegular);
+        Bex::CFile::Remove(strPath);
+        Bex::LogInfo(Bex::MainLog(), "removed unfinished file \"%s\"", strPath.Text());
+    } catch (const Bex::CFileException& exception) {
+        if (exception.LibError() != Platform::LIB_ACCESS && exception.LibError() != Platform::LIB_DEADLOCK)
+            Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    }
+}
+
+} // namespace
+
+void RemoveStaleFiles(const Bex::CSimpleString& strDirectory)
+{
+    try {
+        Bex::CFileFind find;
+        if (!find.Open(Bex::JoinPath(strDirectory, ".*.eml.tmp")))
+            return;
+        while (find.Next()) {
+            if (!find.IsDirectory())
+                RemoveUnlessInUse(Bex::PathBelow(strDirectory, find.Name()));
+        }
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    }
+}

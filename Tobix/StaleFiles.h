@@ -1,0 +1,7 @@
+#pragma once
+
+#include "Bex/CSimpleString.h"
+
+/// Removes the temporary files (".<name>.eml.tmp") that a crash left in a directory of mail files. One that another
+/// process is still writing stays. Call before the agents run; a missing directory holds none.
+void RemoveStaleFiles(const Bex::CSimpleString& strDirectory);

@@ -1,0 +1,55 @@
+#include "Tobix/ThreadControl.h"
+
+#include "Bex/Log.h"
+#include "Platform/Clock.h"
+#include "Platform/Errors.h"
+
+namespace ThreadControl {
+
+namespace {
+
+constexpr unsigned POLLS = 120;
+constexpr unsigned POLL_MILLIS = 500;
+
+void WaitForEnd(const Bex::CThread& thread, const std::function<void()>& Report)
+{
+    for (unsigned n = 0; n < POLLS && !thread.HasFinished(); ++n) {
+        Report();
+        Platform::SleepMillis(POLL_MILLIS);
+    }
+    Report();
+}
+
+} // namespace
+
+bool Start(Bex::CThread& thread, const char* pszName)
+{
+    if (!thread.Start()) {
+        Bex::LogError(Bex::MainLog(), "could not start %s, error 0x%08X", pszName, Platform::LastError().dwSysError);
+        return false;
+    }
+    Bex::LogNotice(Bex::MainLog(), "%s (id %04X) started", pszName, thread.Id());
+    return true;
+}
+
+bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const std::function<void()>& Report)
+{
+    if (!pThread) {
+        Bex::LogError(Bex::MainLog(), "%s not instantiated", pszName);
+        return false;
+    }
+    const unsigned dwId = pThread->Id();
+    if (!pThread->Stop()) {
+        Bex::LogWarning(Bex::MainLog(), "stopping %s (id %04X) pending", pszName, dwId);
+        WaitForEnd(*pThread, Report);
+        if (!pThread->HasFinished()) {
+            Bex::LogError(Bex::MainLog(), "terminating %s (id %04X)", pszName, dwId);
+            pThread->Terminate();
+        }
+    }
+    Bex::CThread::Destroy(std::move(pThread));
+    Bex::LogNotice(Bex::MainLog(), "%s (id %04X) stopped", pszName, dwId);
+    return true;
+}
+
+} // namespace ThreadControl

@@ -1,0 +1,30 @@
+# Shared by the commands in this directory. Sourced, never run.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+TOBIX_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev)
+
+# install_missing PACKAGE...: installs what is not there; says which packages are missing when it may not.
+install_missing() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! sudo -n true 2>/dev/null; then
+            echo "these packages are missing and this user may not install them: ${missing[*]}" >&2
+            return 1
+        fi
+        sudo=(sudo -n)
+    fi
+    "${sudo[@]}" apt-get update -q
+    DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
+
+# build_preset PRESET: configures and builds it; prints nothing but failures.
+build_preset() {
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1" -- --quiet
+}
