@@ -1,0 +1,95 @@
+// The pieces of a delivery, one by one.
+
+#include "Bex/TextFunctions.h"
+#include "Common/CMD5.h"
+#include "Common/CMail.h"
+#include "Common/CSHA1.h"
+#include "Common/Encodings.h"
+#include "Common/NormalizeAddress.h"
+
+#include <benchmark/benchmark.h>
+#include <string>
+
+namespace {
+
+void ParsesAnEntity(benchmark::State& state)
+{
+    std::string strMail = "Message-ID: <1@far.example>\r\nFrom: \"Bob\" <bob@far.example>\r\nSubject: bench\r\n\r\n";
+    strMail.append(static_cast<size_t>(state.range(0)), 'x');
+    for (auto _ : state) {
+        CMail mail;
+        benchmark::DoNotOptimize(mail.Parse(strMail));
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(strMail.size()));
+}
+BENCHMARK(ParsesAnEntity)->Arg(4 << 10)->Arg(64 << 10)->Arg(1 << 20);
+
+void SearchesParts(benchmark::State& state)
+{
+    std::string strMail = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
+    for (int64_t n = 0; n < state.range(0); ++n)
+        strMail += "--b\r\nContent-Type: text/plain\r\n\r\nnothing to be found in here\r\n";
+    strMail += "--b--\r\n";
+    CMail mail;
+    mail.Parse(strMail);
+    Bex::CSimpleString strPhrase;
+    const auto Never = [](void*, std::string_view, Bex::CSimpleString&) { return false; };
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CMessagePart::SearchTextParts(mail, Never, nullptr, strPhrase));
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(SearchesParts)->Arg(10)->Arg(1000)->Arg(100000);
+
+void CopiesForARecipient(benchmark::State& state)
+{
+    CMail mail;
+    mail.Parse("From: <bob@far.example>\r\nSubject: bench\r\n\r\n" + std::string(64 << 10, 'x'));
+    const Bex::CSimpleString strRecipient("ann@example.org");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(CMail(mail, strRecipient));
+}
+BENCHMARK(CopiesForARecipient);
+
+void DecodesBase64(benchmark::State& state)
+{
+    const std::string strBytes(64 << 10, 'x');
+    const Bex::CArray<char> encoded = Base64Encode(strBytes.data(), static_cast<uint32_t>(strBytes.size()));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Base64Decode(encoded.View()));
+    state.SetBytesProcessed(state.iterations() * encoded.Size());
+}
+BENCHMARK(DecodesBase64);
+
+template <class TDigest>
+void Digests(benchmark::State& state)
+{
+    const std::string strBytes(64 << 10, 'x');
+    for (auto _ : state) {
+        TDigest digest;
+        digest.Update(strBytes.data(), strBytes.size());
+        benchmark::DoNotOptimize(digest.Finalise());
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(strBytes.size()));
+}
+BENCHMARK(Digests<CMD5>);
+BENCHMARK(Digests<CSHA1>);
+
+void NormalizesAnAddress(benchmark::State& state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(NormalizeAddress("\"Ann A. Example\" <Ann@Example.ORG>"));
+}
+BENCHMARK(NormalizesAnAddress);
+
+void MatchesAWildcard(benchmark::State& state)
+{
+    const std::string strText(200, 'a');
+    const std::string strPattern = "*a*a*a*a*a*a*a*b";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(Bex::WildcardMatch(strText, strPattern));
+}
+BENCHMARK(MatchesAWildcard);
+
+} // namespace
+
+BENCHMARK_MAIN();

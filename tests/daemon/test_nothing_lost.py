@@ -1,0 +1,93 @@
+"""What an administrator trusts the daemon with: kills, full disks and the odd mail of the real world lose nothing."""
+import os
+import pathlib
+import random
+import re
+import subprocess
+import sys
+import unittest
+
+from world import World, mail, wait_for
+
+MAILS = 1000
+MOST_TWICE = 64
+
+
+class Kills(unittest.TestCase):
+    def test_a_kill_loses_no_mail_and_repeats_few(self):
+        rounds = int(os.environ.get("TOBIX_KILLS", "4"))
+        users = [f"user{n}" for n in range(10)]
+        with World(users=users) as world:
+            for n in range(MAILS):
+                recipients = f"{users[n % 10]}@example.org" + (",far@far.example" if n % 3 == 0 else "")
+                world.drop(f"{n:04}.eml", mail(recipients, subject=f"number {n}"))
+            for _ in range(rounds):
+                before = len(world.waiting())
+                target = before - random.randint(1, max(1, before // 2))
+                world.start()
+                wait_for("some deliveries", lambda: len(world.waiting()) <= target)
+                world.kill()
+            world.start()
+            world.wait_until_empty()
+            self.assertEqual(world.stop(), 0)
+            for directory, expected in ((world.spool, MAILS), (world.outgoing, (MAILS + 2) // 3)):
+                numbers = [int(re.search(rb"Subject: number (\d+)", p.read_bytes())[1]) for p in directory.rglob("*.eml")]
+                self.assertEqual(len(set(numbers)), expected)
+                self.assertLessEqual(len(numbers) - expected, MOST_TWICE * rounds)
+            self.assertEqual(list(world.error.iterdir()), [])
+            hidden = [p for p in world.leftovers() if p.parent.parent != world.spool]  # in a mailbox the next mail reuses it
+            self.assertEqual(hidden, [])
+
+
+class RealMail(unittest.TestCase):
+    @unittest.skipUnless(os.environ.get("TOBIX_MAIL_CORPUS"), "TOBIX_MAIL_CORPUS names no directory of .eml files")
+    def test_every_real_mail_is_stored_or_stands_in_the_error_directory(self):
+        corpus = sorted(pathlib.Path(os.environ["TOBIX_MAIL_CORPUS"]).rglob("*.eml"))
+        self.assertTrue(corpus)
+        with World(users=("ann", "carl", "dora"), filters="a phrase that is nowhere\n") as world:
+            for n, path in enumerate(corpus):
+                for kind, to in (("one", "ann@example.org"), ("three", "ann@example.org,carl@example.org,dora@example.org")):
+                    world.drop(f"{n:04}-{kind}.eml", b"X-Envelope-From: bob@far.example\r\nX-Envelope-To: " + to.encode() +
+                               f"\r\nMessage-ID: <{n}-{kind}@real>\r\n".encode() + path.read_bytes())
+            world.start()
+            world.wait_until_empty()
+            self.assertEqual(world.stop(), 0, world.log()[-3000:])
+            failed = {p.name for p in world.error.iterdir()}
+            for name in failed:
+                self.assertIn(f"delivering mail '{name}' failed, placing in error", world.log())
+            stored = sum(len(world.mailbox(user)) for user in ("ann", "carl", "dora"))
+            failed_copies = sum(3 if "three" in name else 1 for name in failed)
+            self.assertEqual(stored + failed_copies, 4 * len(corpus))
+            self.assertLess(len(failed), len(corpus) // 10)
+            self.assertEqual(world.leftovers(), [])
+
+
+class FullDisk(unittest.TestCase):
+    def test_a_full_disk_half_stores_nothing(self):
+        """Runs itself again where it may mount a small disk."""
+        if "TOBIX_INSIDE" not in os.environ:
+            command = ["unshare", "-r", "-m", sys.executable, __file__, "FullDisk"]
+            result = subprocess.run(command, env={**os.environ, "TOBIX_INSIDE": "1"}, capture_output=True, text=True)
+            self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+            return
+        with World() as world:
+            ann = world.spool / "ann"
+            subprocess.run(["mount", "-t", "tmpfs", "-o", "size=200k", "none", ann], check=True)
+            (ann / "config").write_text("")
+            for n in range(20):
+                world.drop(f"{n:02}.eml", mail(subject=f"number {n}", body="x" * 30000))
+            world.start()
+            world.wait_until_empty()
+            self.assertEqual(world.stop(), 0)
+            stored, failed = world.mailbox("ann"), list(world.error.iterdir())
+            self.assertEqual(len(stored) + len(failed), 20)
+            self.assertTrue(stored and failed)
+            for path in stored:
+                self.assertGreater(path.stat().st_size, 30000)
+            self.assertIn("errno=28", world.log())
+            self.assertEqual([p for p in world.leftovers() if p.name != "config.tmp"], [])
+            subprocess.run(["umount", ann], check=True)
+
+
+if __name__ == "__main__":
+    unittest.main()
