@@ -1,0 +1,62 @@
+#include "Platform/FileIdentity.h"
+#include "Tobix/CDeletionList.h"
+#include "Tobix/CFileNames.h"
+#include "Tobix/CInterceptor.h"
+#include "Tobix/IsValidAddress.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+
+TEST(IsValidAddressTest, TakesDotAtomsAndAddressLiteralsOnly)
+{
+    for (const char* pszAddress : {"ann", "a.b", "ann@example.org", "a!#$%&'*+-/=?^_{|}~`@x", "ann@[192.0.2.1]", "1@2"})
+        EXPECT_TRUE(IsValidAddress(pszAddress)) << pszAddress;
+    for (const char* pszAddress :
+         {"", ".ann", "ann.", "a..b", "ann@", "@example.org", "ann@example.org.", "a@b@c", "a b", "ann@a..b",
+          "\"ann\"@b", "a,b", "a(b)", "a[b]@c", "ann@.b", "\xfc@b", "a:b@c"})
+        EXPECT_FALSE(IsValidAddress(pszAddress)) << pszAddress;
+}
+
+TEST(FileNamesTest, CountOnThroughBothFormats)
+{
+    CFileNames names;
+    const std::string strFirst = names.FilterCopy().Text();
+    const std::string strSecond = names.RecipientCopy(Bex::CTime(1700000000), 42).Text();
+    EXPECT_EQ(strFirst.size(), 14u + 4 + 4 + 4);
+    EXPECT_EQ(strFirst.substr(18), "0000.eml");
+    EXPECT_EQ(strSecond.substr(0, 6), "202311");
+    EXPECT_EQ(strSecond.substr(14), "000420001.eml");
+    EXPECT_EQ(std::string(names.RecipientCopy(Bex::CTime(0), 1234567).Text()).substr(14), "12345670002.eml");
+}
+
+TEST(SafeFileNamePartTest, NeverLeavesTheDirectoryAndFitsIntoAName)
+{
+    EXPECT_EQ(SafeFileNamePart("id.1@far.example"), "id.1@far.example");
+    EXPECT_EQ(SafeFileNamePart("../../etc/x\n\x7f"), "_._.._etc_x__");
+    const Bex::CSimpleString strLong = SafeFileNamePart(std::string(5000, 'a'));
+    EXPECT_LE(strLong.Length(), 200u);
+    EXPECT_FALSE(strLong == SafeFileNamePart(std::string(5001, 'a')));
+}
+
+TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
+{
+    CTemporaryDirectory directory;
+    CDeletionList list;
+    for (const char* pszName : {"same", "replaced", "gone"}) {
+        Platform::SFileIdentity identity;
+        const std::string strPath = directory.Write(pszName, "first");
+        ASSERT_TRUE(Platform::IdentityOf(strPath.c_str(), identity));
+        list.Add(strPath.c_str(), identity);
+        EXPECT_TRUE(list.Contains(strPath.c_str()));
+    }
+    const std::string strReplaced = directory.Write("new", "second mail");
+    std::filesystem::rename(strReplaced, directory / "replaced");
+    std::filesystem::remove(directory / "gone");
+    EXPECT_TRUE(list.RemoveDelivered());
+    EXPECT_TRUE(list.IsEmpty());
+    EXPECT_FALSE(std::filesystem::exists(directory / "same"));
+    EXPECT_TRUE(std::filesystem::exists(directory / "replaced"));
+    EXPECT_FALSE(list.RemoveDelivered());
+}
