@@ -1,0 +1,224 @@
+#include "Common/CMessagePart.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+using namespace std::string_view_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::vector<std::string> ExtraLines(const CMessagePart& part)
+{
+    std::vector<std::string> lines;
+    for (const Bex::CSimpleString& strLine : part.ExtraHeaderLines())
+        lines.emplace_back(strLine.View());
+    return lines;
+}
+
+CMessagePart::CBody Bytes(std::string_view text)
+{
+    CMessagePart::CBody body;
+    body.SetSize(static_cast<uint32_t>(text.size()));
+    std::copy(text.begin(), text.end(), body.Data());
+    return body;
+}
+
+TEST(MessagePart, TakesTheParametersOfContentHeaders)
+{
+    CMessagePart text;
+    text.SetContentType("text/plain; charset=\"UTF-8\"; NAME=a b.txt");
+    EXPECT_EQ(text.Charset().View(), "UTF-8");
+    EXPECT_EQ(text.Name().View(), "a b.txt");
+    EXPECT_EQ(text.ContentType().View(), "text/plain; charset=\"UTF-8\"; NAME=a b.txt");
+    text.SetContentType("text/html"); // what is not given stays
+    EXPECT_EQ(text.Charset().View(), "UTF-8");
+
+    CMessagePart multipart;
+    multipart.SetContentType("MULTIPART/mixed; xBOUNDARY=\"B1\"; charset=x; name=y");
+    EXPECT_EQ(multipart.Boundary().View(), "B1");
+    EXPECT_TRUE(multipart.Charset().IsEmpty() && multipart.Name().IsEmpty());
+    multipart.SetContentType("multipart/mixed; boundary=\"a;b\""); // cut inside the quotes
+    EXPECT_EQ(multipart.Boundary().View(), "\"a");
+    multipart.SetContentType("multipart/mixed; boundary=\"a\r\n\tb\"");
+    EXPECT_EQ(multipart.Boundary().View(), "a\tb");
+
+    CMessagePart attached;
+    attached.SetContentDisposition("inline; filename=a");
+    EXPECT_EQ(attached.FileName().View(), "");
+    attached.SetContentDisposition("ATTACHMENT; FileName=\"A.b\"; size=1");
+    EXPECT_EQ(attached.FileName().View(), "A.b");
+    attached.SetContentDisposition("attach");
+    EXPECT_EQ(attached.Disposition().View(), "attach");
+}
+
+TEST(MessagePart, KeepsOtherHeadersAsLinesInOrder)
+{
+    CMessagePart part;
+    EXPECT_EQ(part.ParseHeaderLine("X-A:  1 : 2 \t"), 1);
+    EXPECT_EQ(part.ParseHeaderLine("no colon"), 0);
+    for (const char* pszLine : {" x-b :", "X-A: 3", ":4", "content-TYPE:text/a", "Content-Type: text/b",
+                                "Content-Transfer-Encoding: 7bit", "Content-Language: de", "Content-Description: d"})
+        EXPECT_EQ(part.ParseHeaderLine(pszLine), 1);
+    EXPECT_THAT(ExtraLines(part), ElementsAre("X-A: 1 : 2", "x-b: ", "X-A: 3", ": 4"));
+    EXPECT_EQ(part.ContentType().View(), "text/b");
+    EXPECT_EQ(part.FindHeaderLine("X-A").View(), "X-A: 1 : 2");
+    EXPECT_EQ(part.FindHeaderLine("X-a").View(), "");
+    EXPECT_EQ(part.FindHeaderLine("X-").View(), "");
+
+    part.SetBody(Bytes("body"));
+    CMessagePart copy(part);
+    copy.ExtraHeaderLines().RemoveEqual("X-A: 3");
+    copy.SetBody(Bytes("other"));
+    EXPECT_EQ(ExtraLines(part).size(), 4u);
+    EXPECT_EQ(part.Body().View(), "body");
+    EXPECT_EQ(copy.Language().View(), "de");
+    EXPECT_EQ(copy.Description().View(), "d");
+}
+
+TEST(MessagePart, ParsesHeaderBlockAndBody)
+{
+    CMessagePart part;
+    ASSERT_TRUE(part.Parse("A: 1\r\n 2\r\n\t3\r\nb\rB: 4\nc\r\n \r\n\r\nx\ny"));
+    EXPECT_THAT(ExtraLines(part), ElementsAre("A: 1\r\n 2\r\n\t3", "b\rB: 4\nc"));
+    EXPECT_EQ(part.Body().View(), "x\r\ny");
+    CMessagePart bare;
+    EXPECT_TRUE(bare.Parse("\r\nx"));
+    for (const char* pszText : {"", "A: 1", "A: 1\r\n", "A: 1\r\n\r\n", "A: 1\n\nbody", "\r\n", "A: 1\r\n \r\nx"})
+        EXPECT_FALSE(CMessagePart().Parse(pszText)) << pszText;
+}
+
+/// What the line endings shall become, one byte after the other.
+std::string Normalized(std::string_view text)
+{
+    std::string strResult;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r'))
+            strResult += '\r';
+        if (text[i] != '\0')
+            strResult += text[i];
+        if (text[i] == '\r' && (i + 1 == text.size() || text[i + 1] != '\n'))
+            strResult += '\n';
+    }
+    return strResult;
+}
+
+TEST(LineEndings, BecomeCRLFWhereverTheyStand)
+{
+    for (size_t nPadding : {0, 125, 255}) { // around the runs in which bytes are counted
+        for (unsigned nPattern = 0; nPattern < 4096; ++nPattern) {
+            std::string strText(nPadding, 'x');
+            for (unsigned nRest = nPattern, i = 0; i < 6; ++i, nRest /= 4)
+                strText += "a\r\n\0"[nRest % 4];
+            CMessagePart part;
+            part.SetBody(Bytes(strText));
+            ASSERT_TRUE(part.NormalizeLineEndings());
+            ASSERT_EQ(part.Body().View(), Normalized(strText)) << testing::PrintToString(strText);
+        }
+    }
+}
+
+/// Searches a multipart body and gives the texts that were looked at; one that holds "phrase" ends the search.
+struct SSearch
+{
+    std::vector<std::string> texts;
+    bool bFound = false;
+    Bex::CSimpleString strPhrase;
+
+    SSearch(std::string_view body, const char* pszContentType = "multipart/mixed; boundary=b",
+            const char* pszEncoding = "")
+    {
+        CMessagePart entity;
+        entity.SetHeader("Content-Type", pszContentType);
+        entity.SetHeader("Content-Transfer-Encoding", pszEncoding);
+        entity.SetBody(Bytes(body));
+        bFound = CMessagePart::SearchTextParts(entity, Look, &texts, strPhrase);
+    }
+    static bool Look(void* pContext, std::string_view text, Bex::CSimpleString& strFound)
+    {
+        static_cast<std::vector<std::string>*>(pContext)->emplace_back(text);
+        strFound = "phrase";
+        return text.find("phrase") != std::string_view::npos;
+    }
+};
+
+std::string Part(std::string_view text)
+{
+    return "--b\r\nContent-Type: text/plain\r\n\r\n" + std::string(text) + "\r\n";
+}
+
+TEST(MimeSearch, LooksAtTextPartsOnly)
+{
+    EXPECT_THAT(SSearch("one", "text/plain").texts, ElementsAre("one"));
+    EXPECT_THAT(SSearch("one", "Text/plain").texts, IsEmpty());
+    EXPECT_THAT(SSearch("one", "").texts, IsEmpty());
+    EXPECT_THAT(SSearch("one", "multipart/mixed").texts, IsEmpty());
+    EXPECT_THAT(SSearch("b25l", "text/plain", "BASE64").texts, ElementsAre("one"));
+    EXPECT_THAT(SSearch("=6Fne", "text/html", "Quoted-Printable").texts, ElementsAre("one"));
+    EXPECT_THAT(SSearch("=6Fne", "text/html", "8bit").texts, ElementsAre("=6Fne"));
+    const SSearch all("phrase\r\n" + Part("one") + "--b\r\nContent-Type: image/png\r\n\r\nphrase\r\n" + Part("two") +
+                      "--b--\r\nphrase\r\n");
+    EXPECT_THAT(all.texts, ElementsAre("one", "two"));
+    EXPECT_FALSE(all.bFound);
+    const SSearch found(Part("one") + Part("a phrase") + Part("three") + "--b--\r\n");
+    EXPECT_THAT(found.texts, ElementsAre("one", "a phrase"));
+    EXPECT_TRUE(found.bFound);
+    EXPECT_EQ(found.strPhrase.View(), "phrase");
+}
+
+TEST(MimeSearch, EndsWhereTheStructureDoes)
+{
+    EXPECT_THAT(SSearch(Part("one") + "--b\r\nno blank line\r\n" + Part("two") + "--b--\r\n").texts,
+                ElementsAre("one"));
+    EXPECT_THAT(SSearch(Part("one") + "--b\r\nA: 1\r\n\r\n\r\n" + Part("two") + "--b--\r\n").texts,
+                ElementsAre("one")); // no byte behind the blank line
+    EXPECT_THAT(SSearch(Part("one") + Part("not closed")).texts, ElementsAre("one"));
+    EXPECT_THAT(SSearch(Part("one") + "--b").texts, ElementsAre("one"));
+    EXPECT_THAT(SSearch("--b--b--b--b\r\n").texts, IsEmpty());
+    EXPECT_THAT(SSearch("--b\r\nA: 1\r\nContent-Type: text/a\r\n\r\none--b mid-line --b\r\n").texts, ElementsAre("o"));
+    EXPECT_THAT(SSearch(Part("one") + std::string(1, '\0') + "--b--\r\n").texts, IsEmpty()); // a NUL ends the body
+    // Cut between CR and LF: what remains of the line break is made whole again.
+    EXPECT_THAT(SSearch("--b\r\nContent-Type: text/a\r\n\r\none\r\n.--b--\r\n").texts, ElementsAre("one\r\n"));
+}
+
+std::string Nested(unsigned nDepth, const char* pszDelimiters)
+{
+    std::string strBody;
+    for (unsigned i = 0; i < nDepth; ++i) {
+        const std::string strNumber = std::to_string(1000 + i);
+        for (const char* p = pszDelimiters; *p != '\0'; ++p)
+            strBody += "--b" + strNumber + "\r\n";
+        if (i + 1 < nDepth)
+            strBody += "Content-Type: multipart/mixed; boundary=b" + std::to_string(1001 + i) + "\r\n\r\n";
+    }
+    strBody += "Content-Type: text/plain\r\n\r\ninnermost\r\n";
+    for (unsigned i = nDepth; i-- > 0;)
+        strBody += "--b" + std::to_string(1000 + i) + "--\r\n";
+    return strBody;
+}
+
+TEST(MimeSearch, TakesBoundedWork)
+{
+    constexpr char OUTER[] = "multipart/mixed; boundary=b1000";
+    EXPECT_THAT(SSearch(Nested(100, "1"), OUTER).texts, ElementsAre("innermost"));
+    EXPECT_THAT(SSearch(Nested(101, "1"), OUTER).texts, IsEmpty());
+    EXPECT_THAT(SSearch(Nested(60, "11"), OUTER).texts, ElementsAre("innermost", "innermost")); // not 2 to the 60th
+    std::string strMany;
+    for (int i = 0; i < 100000; ++i)
+        strMany += Part("text");
+    EXPECT_EQ(SSearch(strMany + "--b--\r\n").texts.size(), 100000u);
+    // Delimiters that nearly match everywhere.
+    const std::string strLong(1 << 20, '-');
+    EXPECT_THAT(SSearch(strLong, ("multipart/mixed; boundary=" + strLong.substr(0, 1 << 19) + "x").c_str()).texts,
+                IsEmpty());
+    // Every line of a header folded.
+    std::string strFolded = "multipart/mixed; boundary=";
+    for (int i = 0; i < 100000; ++i)
+        strFolded += std::string(100, 'y') + "\r\n\t";
+    EXPECT_THAT(SSearch("", strFolded.c_str()).texts, IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+#include "Bex/CMutex.h"
+#include "Bex/Log.h"
+#include "Common/CMail.h"
+#include "Platform/Errors.h"
+#include "Platform/FaultInjection.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <cerrno>
+#include <future>
+#include <gtest/gtest.h>
+
+using namespace std::string_view_literals;
+
+namespace {
+
+class MessageTest : public testing::Test
+{
+protected:
+    ~MessageTest() override { Platform::ClearFaults(); }
+
+    bool Load(CMail& mail, std::string_view text, bool bHeadersOnly = false) const
+    {
+        return mail.Load(m_directory.Write("1.eml", std::string(text)).c_str(), bHeadersOnly);
+    }
+    /// Whether somebody else could take the mail file's lock at once.
+    static bool IsUnlocked(const char* pszName)
+    {
+        return std::async(std::launch::async, [pszName] { return Bex::CMutex(pszName).Lock(0); }).get();
+    }
+    size_t FileCount() const
+    {
+        const std::filesystem::directory_iterator files(m_directory.Path());
+        return static_cast<size_t>(std::distance(begin(files), end(files)));
+    }
+
+    CTemporaryDirectory m_directory;
+};
+
+TEST_F(MessageTest, ReadsHeaderBlockAndBody)
+{
+    const struct
+    {
+        std::string_view file;
+        std::string_view subject;
+        std::string_view body;
+    } CASES[] = {{"Subject: a\nTo: b\n\nbody\n", "a", "body\r\n"},
+                 {"SUBJECT:a\r\n\tb\r\n   c  \r\n\r\nbody", "a\r\n\tb\r\n\tc", "body"},
+                 {"Subject: a\n  \t\nTo: b\n\nbody", "a", "body"}, // a line of blanks continues the field
+                 {"Subject: a\n  \n b\n\nbody", "a\r\n\t\r\n\tb", "body"},
+                 {"Subject: a\nSubject: b\n\n", "b", ""},
+                 {"Subject: a", "a", ""},
+                 {"no colon\nSubject: a\n\nbody", "a", "body"},
+                 {"no colon\r\n\r\na: b\n", "", "no colon\r\n\r\na: b\r\n"},
+                 {"\nSubject: a\n\nbody", "", "\r\nSubject: a\r\n\r\nbody"},
+                 {"Subject: a\0b\n\na\0b\rc\n"sv, "a", "ab\r\nc\r\n"}};
+    for (const auto& item : CASES) {
+        CMail mail;
+        ASSERT_TRUE(Load(mail, item.file)) << item.file;
+        EXPECT_EQ(mail.Subject().View(), item.subject) << item.file;
+        EXPECT_EQ(mail.Body().View(), item.body) << item.file;
+        CMail headers;
+        ASSERT_TRUE(Load(headers, item.file, true));
+        EXPECT_EQ(headers.Subject().View(), item.subject);
+        EXPECT_EQ(headers.Body().Size(), 0u);
+    }
+    CMail big;
+    const std::string strBody(200000, 'x');
+    ASSERT_TRUE(Load(big, "A: 1\n\n" + strBody));
+    EXPECT_EQ(big.Body().View(), strBody);
+    EXPECT_EQ(CMail(big).Body().Data(), big.Body().Data()); // copies share it
+}
+
+TEST_F(MessageTest, RefusesWhatIsNoMailFile)
+{
+    CMail mail;
+    EXPECT_FALSE(Load(mail, "a:"));
+    EXPECT_EQ(Platform::LastError().iLibError, 0); // not complete yet
+    EXPECT_TRUE(Load(mail, "a:b"));
+    EXPECT_FALSE(mail.Load((m_directory / "missing.eml").c_str(), false));
+    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_NO_ENTRY);
+    std::filesystem::create_symlink("1.eml", m_directory / "2.eml");
+    EXPECT_FALSE(mail.Load((m_directory / "2.eml").c_str(), false));
+    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_LOOP);
+    std::ofstream writer(m_directory / "1.eml", std::ios::app);
+    EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
+    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_ACCESS); // still being written
+    writer.close();
+    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
+    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_IO);
+    EXPECT_TRUE(IsUnlocked("1") && IsUnlocked("2") && IsUnlocked("missing"));
+}
+
+struct CLastLine : Bex::ILogDestination
+{
+    void Write(int, const char* pszText, unsigned) override { strLine = pszText; }
+    void Flush() override {}
+    std::string strLine;
+};
+
+TEST_F(MessageTest, BoundsTheHeaderBlock)
+{
+    auto pLog = std::make_shared<CLastLine>();
+    Bex::MainLog().Replace(pLog);
+    const auto isTooBig = [&](const std::string& strHeader) {
+        pLog->strLine.clear();
+        CMail mail;
+        const bool bLoaded = Load(mail, strHeader + "\n0123456789");
+        EXPECT_NE(bLoaded, pLog->strLine.find("too big") != std::string::npos);
+        EXPECT_TRUE(bLoaded || Platform::LastError().iLibError == Platform::LIB_TOO_BIG);
+        return !bLoaded;
+    };
+    std::string strLines;
+    for (unsigned i = 0; i < CMessage::MAX_HEADER_LINES; ++i)
+        strLines += i % 2 == 0 ? "a:b\n" : " c\n";
+    EXPECT_FALSE(isTooBig(strLines));
+    EXPECT_TRUE(isTooBig(strLines + "a:\n"));
+    EXPECT_FALSE(isTooBig("Subject: " + std::string(CMessage::MAX_HEADER_BYTES - 11, 'x') + "\n"));
+    EXPECT_TRUE(isTooBig("Subject: " + std::string(CMessage::MAX_HEADER_BYTES - 10, 'x') + "\n"));
+    EXPECT_TRUE(isTooBig(std::string(CMessage::MAX_HEADER_BYTES + 1000, ' ')));
+
+    CMail grown; // by a line too much to be read again
+    ASSERT_TRUE(Load(grown, strLines + "\n"));
+    EXPECT_FALSE(grown.Save((m_directory / "2.eml").c_str(), EWriteMode::ReturnPath));
+    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_TOO_BIG);
+    Bex::MainLog().Replace(nullptr);
+    EXPECT_EQ(FileCount(), 1u);
+}
+
+TEST_F(MessageTest, DropsOneEndMarkerWhenWriting)
+{
+    const std::pair<const char*, const char*> CASES[] = {
+        {"a\r\n.\r\n", "a"}, {"\r\n.\r\n", ""}, {".\r\n", ".\r\n"}, {"a\r\n..\r\n", "a\r\n..\r\n"}, {"a\n.\n", "a"}};
+    for (const auto& [pszBody, pszWritten] : CASES) {
+        CMail mail;
+        ASSERT_TRUE(Load(mail, std::string("Date: d\n\n") + pszBody));
+        ASSERT_TRUE(mail.Save((m_directory / "2.eml").c_str(), EWriteMode::Plain));
+        EXPECT_EQ(m_directory.Read("2.eml"), std::string("Date: d\r\n\r\n") + pszWritten);
+    }
+}
+
+TEST_F(MessageTest, AppearsOnlyWhenItIsComplete)
+{
+    CMail mail;
+    ASSERT_TRUE(Load(mail, "Date: d\n\nnew"));
+    const std::string strTarget = m_directory.Write("2.eml", "old");
+    const Bex::CSimpleString strPath(strTarget.c_str());
+    for (const auto fault : {Platform::EFault::Open, Platform::EFault::Write, Platform::EFault::Rename}) {
+        Platform::InjectFault(fault, 1, ENOSPC);
+        EXPECT_FALSE(mail.Save(strPath, EWriteMode::Plain));
+        EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_NO_SPACE);
+        EXPECT_EQ(m_directory.Read("2.eml"), "old");
+        EXPECT_EQ(FileCount(), 2u); // no temporary file stays
+    }
+    EXPECT_EQ(mail.SaveNew(strPath, EWriteMode::Plain), ESaveResult::Exists);
+    EXPECT_EQ(m_directory.Read("2.eml"), "old");
+    m_directory.Write(".2.eml.tmp", "left behind by a crash, and longer than the mail");
+    EXPECT_TRUE(mail.Save(strPath, EWriteMode::Plain));
+    EXPECT_EQ(m_directory.Read("2.eml"), "Date: d\r\n\r\nnew");
+    EXPECT_EQ(mail.SaveNew((m_directory / "3.eml").c_str(), EWriteMode::Plain), ESaveResult::Saved);
+    EXPECT_EQ(FileCount(), 3u);
+    const std::string strLong = std::string(251, 'n') + ".eml";
+    EXPECT_TRUE(mail.Save((m_directory / strLong).c_str(), EWriteMode::Plain));
+    EXPECT_TRUE(IsUnlocked("2") && IsUnlocked("3"));
+}
+
+TEST_F(MessageTest, HasADateWhateverTheFileSays)
+{
+    for (const char* pszFile : {"To: a\n\n", "Date:\n\n"}) {
+        CMail mail;
+        ASSERT_TRUE(Load(mail, pszFile));
+        EXPECT_EQ(mail.Date().View(), mail.CreationTime().MailDate().View());
+    }
+}
+
+} // namespace
