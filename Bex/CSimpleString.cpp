@@ -184,7 +184,7 @@ bool CSimpleStringT<TChar>::EqualsNoCase(TView other) const noexcept
 }
 
 template <class TChar>
-void CSimpleStringT<TChar>::FormatV(const TChar* pszFormat, va_list arguments)
+void CSimpleStringT<TChar>::FormatV(const char* pszFormat, va_list arguments)
 {
     va_list measured;
     va_copy(measured, arguments);
@@ -202,7 +202,7 @@ void CSimpleStringT<TChar>::FormatV(const TChar* pszFormat, va_list arguments)
 }
 
 template <class TChar>
-void CSimpleStringT<TChar>::Format(const TChar* pszFormat, ...)
+void CSimpleStringT<TChar>::Format(const char* pszFormat, ...)
 {
     va_list arguments;
     va_start(arguments, pszFormat);
@@ -211,7 +211,7 @@ void CSimpleStringT<TChar>::Format(const TChar* pszFormat, ...)
 }
 
 template <class TChar>
-CSimpleStringT<TChar> CSimpleStringT<TChar>::Formatted(const TChar* pszFormat, ...)
+CSimpleStringT<TChar> CSimpleStringT<TChar>::Formatted(const char* pszFormat, ...)
 {
     CSimpleStringT strResult;
     va_list arguments;

@@ -44,9 +44,9 @@ public:
     int CompareNoCase(const TChar* pszOther) const noexcept; ///< folds ASCII letters only
     bool EqualsNoCase(TView other) const noexcept;           ///< folds ASCII letters only
 
-    void Format(const TChar* pszFormat, ...) __attribute__((format(printf, 2, 3))); ///< no upper limit
-    void FormatV(const TChar* pszFormat, va_list arguments);
-    static CSimpleStringT Formatted(const TChar* pszFormat, ...) __attribute__((format(printf, 1, 2)));
+    void Format(const char* pszFormat, ...) __attribute__((format(printf, 2, 3))); ///< no upper limit
+    void FormatV(const char* pszFormat, va_list arguments);
+    static CSimpleStringT Formatted(const char* pszFormat, ...) __attribute__((format(printf, 1, 2)));
 
     CSimpleStringT& Append(TView text);
     CSimpleStringT& Append(TChar c);
