@@ -7,7 +7,6 @@
 #include <cfenv>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <map>
 #include <stdexcept>
@@ -27,13 +26,18 @@ volatile int s_iSink = 0;
 
 CRASHES void CrashByWrite() { *s_pNowhere = 1; }
 CRASHES void CrashByRead() { s_iSink = *s_pNowhere; }
-CRASHES void CrashByJump() { reinterpret_cast<void (*)()>(s_pNowhere)(); }
-CRASHES void CrashByTrap() { raise(SIGTRAP); }
+CRASHES void CrashByTrap() { s_iSink = raise(SIGTRAP); }
 CRASHES void CrashByAbort() { std::abort(); }
-CRASHES void CrashByDivision() { s_iSink = 1 / s_iZero; }
-CRASHES void CrashBySignal() { raise(SIGSYS); }
+CRASHES void CrashByDivision() { s_iSink = 100 / s_iZero; }
+CRASHES void CrashBySignal() { s_iSink = raise(SIGSYS); }
 CRASHES void CrashByThrow() { throw std::runtime_error("nobody catches this"); }
 CRASHES void CrashByTerminate() { std::terminate(); }
+
+CRASHES void CrashByJump()
+{
+    reinterpret_cast<void (*)()>(s_pNowhere)();
+    s_iSink = 1; // so that the call is no jump and the caller stays to be seen
+}
 
 CRASHES void CrashByFloatingPoint()
 {
@@ -50,9 +54,11 @@ CRASHES int CrashByRecursion(int iDepth)
 
 CRASHES void CrashByHeap()
 {
-    char* volatile pBlock = static_cast<char*>(std::malloc(40));
-    std::memset(pBlock - 16, 0x41, 16); // the allocator's own words
-    std::free(pBlock);
+    volatile char* volatile pBlock = static_cast<volatile char*>(std::malloc(40));
+    for (int i = -16; i < 0; ++i)
+        pBlock[i] = 'A'; // the allocator's own words
+    std::free(const_cast<char*>(pBlock));
+    s_iSink = 1;
 }
 
 /// Reads behind the end of a file that is mapped.
