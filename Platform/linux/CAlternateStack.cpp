@@ -10,7 +10,7 @@ namespace Platform {
 
 namespace {
 
-constexpr size_t HANDLER_BYTES = 64 * 1024; // on top of what the kernel saves there
+constexpr size_t HANDLER_BYTES = size_t{64} * 1024; // on top of what the kernel saves there
 
 void LetFatalSignalsThrough()
 {

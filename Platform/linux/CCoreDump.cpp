@@ -20,7 +20,7 @@ namespace {
 constexpr uint64_t LARGEST_MAPPING = 64 << 20; // bytes, as much as a heap takes at once
 constexpr uint64_t LARGEST_STACK = 8 << 20;    // bytes kept of a stack in a mapping larger than that
 constexpr uint64_t BELOW_STACK = 128;          // bytes below the stack pointer that a function may use
-constexpr size_t CHUNK = 256 * 1024;
+constexpr size_t CHUNK = size_t{256} * 1024;
 constexpr size_t MOST_SEGMENTS = 65'000; // their number has 16 bits, and the largest numbers mean something else
 
 uint32_t FlagsOf(const SMapping& mapping)

@@ -50,7 +50,8 @@ void CopyName(char (&to)[LONGEST_NAME + 1], const char* pszFrom)
 void ReadCode(SCrashRecord& record)
 {
     iovec to{record.code, sizeof(record.code)};
-    iovec from{reinterpret_cast<void*>(record.registers.ui64Instruction), sizeof(record.code)};
+    void* const pCode = reinterpret_cast<void*>(record.registers.ui64Instruction); // NOLINT(performance-no-int-to-ptr)
+    iovec from{pCode, sizeof(record.code)};
     process_vm_readv(record.iProcess, &to, 1, &from, 1, 0);
 }
 
@@ -205,7 +206,7 @@ void OnFatalSignal(int iSignal, siginfo_t* pInfo, void* pContext)
         Die(iSignal);
     }
     // The first crash is being reported and ends the process. A limit in case its thread is the victim of this one.
-    const long iLongest = s_iLimit + 2 * LONGEST_DYING + LAST_LOG_LIMIT * 1000;
+    const long iLongest = s_iLimit + 2 * LONGEST_DYING + 1000L * LAST_LOG_LIMIT;
     for (long iPassed = 0; iPassed < iLongest; iPassed += NAP)
         Nap();
     Die(iSignal);

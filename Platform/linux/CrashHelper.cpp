@@ -31,7 +31,7 @@ constexpr int RECORD_LIMIT = 1000;        // milliseconds; it is there before th
 constexpr uint64_t GUARD_BYTES = 1 << 20; // that the kernel keeps free below a stack, at most
 
 /// False when the work goes on for longer than that; it is left alone then, and must own all that it uses.
-bool RunWithin(unsigned dwSeconds, std::function<void()> work)
+bool RunWithin(unsigned dwSeconds, const std::function<void()>& work)
 {
     auto pTask = std::make_shared<std::packaged_task<void()>>(work);
     const std::future<void> done = pTask->get_future();
