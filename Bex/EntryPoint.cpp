@@ -1,6 +1,8 @@
 #include "Bex/CConsoleApplication.h"
 #include "Bex/CService.h"
 #include "Bex/CThread.h"
+#include "Platform/CrashHandler.h"
+#include "Platform/Errors.h"
 #include "Platform/ServiceControl.h"
 
 #include <cstdio>
@@ -28,6 +30,10 @@ int RunApplication(int argc, char** argv, char** envp)
 /// The program's one application object is a static one: it stands before this runs.
 int main(int argc, char** argv, char** envp)
 {
+    if (int iExitCode = 0; Platform::RunCrashHelperIfAsked(argc, argv, iExitCode))
+        return iExitCode;
+    if (!Platform::InstallCrashHandler())
+        std::fprintf(stderr, "crashes will not be reported, error %u\n", Platform::LastError().dwSysError);
     Platform::BlockControlSignals();
     const int iResult = RunApplication(argc, argv, envp);
     if (!Bex::CThread::AnyAbandoned())

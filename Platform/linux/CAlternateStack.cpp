@@ -16,8 +16,10 @@ void LetFatalSignalsThrough()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int iSignal : FATAL_SIGNALS)
-        sigaddset(&signals, iSignal);
+    for (const int iSignal : FATAL_SIGNALS) {
+        if (iSignal != SIGQUIT) // no fault of a thread: the console's control may hold it back
+            sigaddset(&signals, iSignal);
+    }
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
