@@ -53,17 +53,19 @@ TEST(ServiceTest, TellsTheManagerOfEveryTransition)
 
 TEST(ServiceTest, TakesControlsByNumber)
 {
-    CTalkingChild child(SERVICE, {});
-    child.Line();
-    EXPECT_EQ(child.Line(), "run");
+    const CTemporaryDirectory directory;
+    const CNotifySocket manager(directory / "notify");
+    CTalkingChild child(SERVICE, {}, {manager.Variable()});
+    while (manager.Next() != READY) {
+    }
     child.Send(SIGRTMIN); // without a number
     child.Send(SIGPIPE);
-    child.SendControl(200);
-    EXPECT_EQ(child.Line(), "custom 200");
     child.SendControl(Platform::CONTROL_PAUSE);
-    EXPECT_EQ(child.Line(), "pause");
-    child.SendControl(Platform::CONTROL_SHUTDOWN);
-    EXPECT_EQ(child.Rest(), "shutdown\nstop\n");
+    EXPECT_EQ(manager.Next(), "STATUS=Pausing");
+    EXPECT_EQ(manager.Next(), "READY=1\nSTATUS=Paused");
+    child.SendControl(200);
+    child.SendControl(Platform::CONTROL_SHUTDOWN); // kept if the other is still busy
+    EXPECT_EQ(child.Rest(), "start talker.cfg\nrun\npause\ncustom 200\nshutdown\nstop\n");
     EXPECT_EQ(child.ExitCode(), 0);
 }
 
