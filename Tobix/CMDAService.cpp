@@ -94,7 +94,8 @@ void CMDAService::CreatePidFile()
         return;
     const Bex::CSimpleString strId = Bex::CSimpleString::Formatted("%u", Platform::CurrentProcessId());
     try {
-        m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"), Bex::CFile::modeReadWrite | Bex::CFile::modeCreate);
+        m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"),
+                       Bex::CFile::modeReadWrite | Bex::CFile::modeCreate | Bex::CFile::typeBinary);
         m_pidFile.Write(strId.Text(), strId.Length());
     } catch (const Bex::CFileException&) {
     }

@@ -15,7 +15,8 @@ void RemoveUnlessInUse(const Bex::CSimpleString& strPath)
 {
     try {
         Bex::CFile file;
-        file.Open(strPath, Bex::CFile::modeReadWrite | Bex::CFile::shareExclusive | Bex::CFile::onlyRegular);
+        file.Open(strPath, Bex::CFile::modeReadWrite | Bex::CFile::shareExclusive | Bex::CFile::typeBinary |
+                               Bex::CFile::onlyRegular);
         Bex::CFile::Remove(strPath);
         Bex::LogInfo(Bex::MainLog(), "removed unfinished file \"%s\"", strPath.Text());
     } catch (const Bex::CFileException& exception) {

@@ -15,8 +15,8 @@ VAR = DEMO / "var"
 DIRECTORIES = ("queue", "spool", "error", "outgoing", "filtered", "intercepted")
 USERS = {"anna": "", "bert": "SaveEnvelope: 1\n", "carla": ""}
 TABLES = {
-    "domains": "marlune.example\n",
-    "aliases": "info: bert                     # a bare name, at every local domain\n*@marlune.example: carla       # everything else\n",
+    "domains": "marlune.example\nold-name.example\n",
+    "aliases": "info: bert                     # a bare name, at every local domain\n*@old-name.example: carla      # whoever is written to there\n",
     "filters": "bank details\n",
     "intercept_addresses": "bert@marlune.example\n",
 }

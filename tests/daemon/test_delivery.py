@@ -10,11 +10,12 @@ class Delivery(unittest.TestCase):
     def test_one_mail_for_three_recipients_becomes_three_copies(self):
         with World() as world:
             world.start()
+            self.assertEqual((world.etc / "Tobix.pid").read_text(), str(world.process.pid))
             world.deliver("1.eml", mail("Ann@Example.ORG,carl@example.org,Eve@far.example"))
             self.assertEqual(world.stop(), 0)
             stored = world.mailbox("ann")[0].read_bytes()
             self.assertTrue(stored.startswith(b"Return-Path: <bob@far.example>\r\nReceived: by "), stored)
-            self.assertIn(b"\r\n\twith DMTP for <ann@example.org>; ", stored.replace(b"Ann@Example.ORG", b"ann@example.org"))
+            self.assertIn(b"\r\n\twith DMTP for <Ann@example.org>; ", stored)
             self.assertEqual([p.name for p in world.mailbox("carl")], ["1.eml"])
             outgoing = list(world.outgoing.iterdir())
             self.assertEqual(len(outgoing), 1)
@@ -30,7 +31,7 @@ class Delivery(unittest.TestCase):
             self.assertEqual(world.leftovers(), [])
 
     def test_aliases_catch_all_filter_and_interception(self):
-        with World(aliases="info: ann\n*@example.org: carl\nout@example.org: Far@Away.example\n",
+        with World(aliases="info@example.org: ann\nann@example.org: ann\n*@example.org: carl\nout@example.org: Far@Away.example\n",
                    filters="cheap watches\n", intercept="carl\nspy@far.example\n") as world:
             world.start()
             world.deliver("1.eml", mail("info@example.org", subject="alias"))

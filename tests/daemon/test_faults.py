@@ -43,7 +43,6 @@ class BadInput(unittest.TestCase):
         self.assertEqual(len(world.mailbox("ann")), len(names), world.log())
         self.assertEqual(sorted(p.name for p in world.error.iterdir()), ["y1.eml", "y2.eml", "y3.eml", "y4.eml"])
         self.assertIn("recipient in mail <Hello@far.example> from <bob@far.example> to <nobody@example.org> not valid", world.log())
-        self.assertIn("couldn't load account config: ", world.log())
 
     def test_large_mail_many_recipients_and_deep_nesting(self):
         deep = "".join(f"Content-Type: multipart/mixed; boundary=b{n}\r\n\r\n--b{n}\r\n" for n in range(10000))
@@ -60,7 +59,7 @@ class BadInput(unittest.TestCase):
 
     def test_wildcards_that_explode_a_naive_matcher(self):
         stars = "*a" * 60
-        world = self.run_with({"1.eml": mail("a" * 1000 + "b@example.org")}, aliases=f"{stars}b*z@example.org: ann\n*@example.org: ann\n")
+        world = self.run_with({"1.eml": mail("a" * 1000 + "b@example.org")}, aliases=f"carl@example.org: carl\n{stars}b*z@example.org: ann\n*@example.org: ann\n")
         self.assertEqual(len(world.mailbox("ann")), 1)
 
     def test_symbolic_links_and_directories_in_the_queue(self):
