@@ -1,0 +1,198 @@
+#include "Bex/TextFunctions.h"
+#include "CAccountWorld.h"
+
+#include <gtest/gtest.h>
+#include <random>
+#include <vector>
+
+using Bex::CSimpleString;
+
+namespace {
+
+void LoadAliases(const CAccountWorld& world, const char* pszText)
+{
+    ASSERT_TRUE(Aliases().Load(CSimpleString(world.Directory().Write("aliases", pszText))));
+}
+
+TEST(AliasesTest, LoadDropsAndCountsFaultyLines)
+{
+    const CAccountWorld world({"bob"}, "l.example\n");
+    LoadAliases(world, "Info: bob\n"        // kept, in lower case
+                       "sales: info\n"      // kept: in one step to a user
+                       "far: x@r.example\n" // kept
+                       "further: far\n"     // in one step to an address, which is no user
+                       "caps: Bob\n"        // user names are lower case
+                       "x@r.example: bob\n" // not ours
+                       "@l.example: bob\n"  // no local part
+                       "bob: BOB\n"         // itself
+                       "list: bob, ann\n"   // one target only
+                       "any@l.example: any@l.example\n");
+    EXPECT_EQ(Aliases().GoodEntries(), 3);
+    EXPECT_EQ(Aliases().FaultyEntries(), 7);
+    EXPECT_EQ(Aliases().Count(), 3u);
+    EXPECT_EQ(Aliases().Get("info"), "bob");
+    EXPECT_EQ(Aliases().Get("sales"), "bob");
+}
+
+TEST(AliasesTest, ResolvesByTheMostSpecificRule)
+{
+    const CAccountWorld world({"bob", "ann"}, "l.example\nm.example\n");
+    LoadAliases(world, "*@l.example: catch@r.example\n"
+                       "i*@l.example: i@r.example\n"
+                       "info@l.example: info@r.example\n"
+                       "desk: ann\n"
+                       "b?b@m.example: bee@r.example\n");
+    struct
+    {
+        const char* address;
+        const char* target;
+    } const cases[] = {{"info@l.example", "info@r.example"},
+                       {"INFO@L.example", "info@r.example"},
+                       {"info+x@l.example", "info@r.example"},
+                       {"infos@l.example", "i@r.example"},
+                       {"bob@l.example", "catch@r.example"},
+                       {"+x@l.example", "catch@r.example"},
+                       {"a*b@l.example", "catch@r.example"}, // by the catch-all's exact key
+                       {"bob@m.example", "bee@r.example"},
+                       {"ann+list@m.example", "ann"},
+                       {"desk@m.example", "ann"},
+                       {"DESK@m.example", "ann"},
+                       {"Ann@m.example", ""},
+                       {"nobody@m.example", ""},
+                       {"ann", "ann"},
+                       {"ann+x", "ann"},
+                       {"ann@", ""},
+                       {"", ""}};
+    for (const auto& one : cases)
+        EXPECT_EQ(Aliases().ResolveRecipient(one.address), one.target) << one.address;
+}
+
+TEST(AliasesTest, PreresolutionLeavesUsersAndRemoteAddresses)
+{
+    const CAccountWorld world({"bob"}, "l.example\n");
+    LoadAliases(world, "a@l.example: b@l.example\nb@l.example: c@l.example\nc@l.example: bob\n"
+                       "x@l.example: y@l.example\ny@l.example: x@l.example\n" // each other
+                       "w@l.example: x@l.example\n"                           // into that circle
+                       "far: f@R.example\nnear: far@l.example\ndead: nobody@l.example\n");
+    Aliases().PreresolveAliases();
+    EXPECT_EQ(Aliases().Count(), 5u);
+    for (const char* pszKey : {"a@l.example", "b@l.example", "c@l.example"})
+        EXPECT_EQ(Aliases().Get(pszKey), "bob");
+    EXPECT_EQ(Aliases().Get("far"), "f@R.example");
+    EXPECT_EQ(Aliases().Get("near"), "f@R.example");
+}
+
+/// The rules, walked naively: entries in the table's order, everything looked up by trying all of them.
+class CNaiveAliases
+{
+public:
+    explicit CNaiveAliases(const CAliases& table)
+    {
+        for (CAliases::CIterator node(table); node; ++node)
+            m_entries.push_back({std::string(node->key), std::string(node->value)});
+    }
+    const std::string* Lookup(const std::string& strAddress) const
+    {
+        const SEntry* pBest = nullptr;
+        for (const SEntry& entry : m_entries) {
+            if (entry.strKey == strAddress)
+                return &entry.strValue;
+        }
+        for (const SEntry& entry : m_entries) {
+            if (!strAddress.empty() && Bex::WildcardMatch(strAddress, entry.strKey) &&
+                (pBest == nullptr || entry.strKey.size() > pBest->strKey.size()))
+                pBest = &entry;
+        }
+        return pBest != nullptr ? &pBest->strValue : nullptr;
+    }
+    std::string Resolve(std::string strAddress) const
+    {
+        const size_t nAt = strAddress.find('@');
+        const std::string strDomain = nAt != std::string::npos ? strAddress.substr(nAt + 1) : "";
+        std::string strLocal = strAddress.substr(0, nAt);
+        if (const size_t nPlus = strLocal.find('+'); nPlus != std::string::npos) {
+            strLocal.resize(nPlus);
+            strAddress = strDomain.empty() ? strLocal : strLocal + "@" + strDomain;
+        }
+        const std::string* pTarget = Lookup(strAddress);
+        if (pTarget == nullptr && !strDomain.empty())
+            pTarget = Lookup("*@" + strDomain);
+        if (pTarget == nullptr && !strDomain.empty())
+            pTarget = Lookup(strLocal);
+        if (pTarget != nullptr)
+            return *pTarget;
+        const std::string& strName = strDomain.empty() ? strAddress : strLocal;
+        return Users().IsUser(strName) ? strName : "";
+    }
+    void Preresolve()
+    {
+        while (ChangeOne()) {
+        }
+    }
+    std::string Text() const
+    {
+        std::string strText;
+        for (const SEntry& entry : m_entries)
+            strText += entry.strKey + ": " + entry.strValue + "\n";
+        return strText;
+    }
+
+private:
+    struct SEntry
+    {
+        std::string strKey;
+        std::string strValue;
+        std::vector<std::string> before{}; ///< values it had: coming back to one would go on for ever
+    };
+    bool ChangeOne()
+    {
+        for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
+            const bool bAddress = entry->strValue.find('@') != std::string::npos;
+            if (bAddress ? !IsLocalAddress(entry->strValue) : Users().IsUser(entry->strValue))
+                continue;
+            const std::string strNew = bAddress ? Resolve(entry->strValue) : "";
+            entry->before.push_back(entry->strValue);
+            if (strNew.empty() || Bex::EqualNoCase(strNew, entry->strKey) ||
+                Bex::EqualNoCase(strNew, entry->strValue) ||
+                std::ranges::find(entry->before, strNew) != entry->before.end())
+                m_entries.erase(entry);
+            else
+                entry->strValue = strNew;
+            return true;
+        }
+        return false;
+    }
+    std::vector<SEntry> m_entries;
+};
+
+TEST(AliasesTest, IndexAndPreresolutionGiveWhatTheNaiveWalkGives)
+{
+    const CAccountWorld world({"a", "b"}, "l\nm\n");
+    std::mt19937 random(20141224);
+    const auto pick = [&](std::initializer_list<const char*> choices) {
+        return std::string(choices.begin()[random() % choices.size()]);
+    };
+    const auto address = [&](bool bPattern) {
+        std::string strLocal = pick({"a", "b", "c", "d", "e", "f", "A", "C", "c+x", "d+y"});
+        if (bPattern && random() % 3 == 0)
+            strLocal = pick({"*", "?", "c*", "*d", "?*", "**", "f?"});
+        return strLocal + pick({"", "@l", "@l", "@m", "@L", bPattern ? "@*" : "@r"});
+    };
+    for (int iRound = 0; iRound < 30000; ++iRound) {
+        CAliases table;
+        for (size_t n = 2 + random() % 12; n > 0; --n)
+            table.Set(CSimpleString(address(true)), CSimpleString(address(random() % 20 == 0)));
+        CNaiveAliases naive(table);
+        const std::string strTable = naive.Text();
+        for (int n = 0; n < 8; ++n) {
+            const std::string strAddress = address(n == 0);
+            ASSERT_EQ(table.ResolveRecipient(strAddress).View(), naive.Resolve(strAddress)) << strAddress << " in\n"
+                                                                                            << strTable;
+        }
+        table.PreresolveAliases();
+        naive.Preresolve();
+        ASSERT_EQ(CNaiveAliases(table).Text(), naive.Text()) << "from\n" << strTable;
+    }
+}
+
+} // namespace

@@ -1,0 +1,70 @@
+#include "CAccountWorld.h"
+#include "Platform/CEventHandle.h"
+#include "Platform/FaultInjection.h"
+
+#include <cerrno>
+#include <gtest/gtest.h>
+
+using Bex::CSimpleString;
+
+namespace {
+
+TEST(UsersTest, OneUserPerRealDirectory)
+{
+    const CAccountWorld world({"Ann", "bob", ".hidden"}, "");
+    const CTemporaryDirectory& directory = world.Directory();
+    directory.Write("spool/file", "");
+    std::filesystem::create_directory_symlink(directory / "spool/bob", directory / "spool/link");
+    directory.Write("spool/bob/config", "Quota: 5\nMaxSize: 7\n");
+    Config().Set("Quota", "3");
+    ASSERT_TRUE(Users().BuildUserList());
+    EXPECT_EQ(Users().UserCount(), 2u);
+    for (const char* pszNobody : {"Ann", ".hidden", "file", "link", "config", ""})
+        EXPECT_FALSE(Users().IsUser(pszNobody)) << pszNobody;
+    const Bex::CScopedLock lock(Users().LockObject());
+    ASSERT_TRUE(Users().IsUser("ann") && Users().IsUser("bob"));
+    EXPECT_EQ(Users().Find("ann")->value->iQuota, 3);
+    EXPECT_EQ(Users().Find("ann")->value->iMaxSize, 0);
+    EXPECT_EQ(Users().Find("bob")->value->iQuota, 5);
+    EXPECT_EQ(Users().Find("bob")->value->iMaxSize, 7);
+}
+
+TEST(UsersTest, MailboxStaysBelowTheSpoolRoot)
+{
+    const CAccountWorld world({"Ann"}, "");
+    EXPECT_EQ(Users().UserDirectory("ann"), CSimpleString(world.Directory() / "spool/Ann"));
+    EXPECT_EQ(Users().UserDirectory("new"), CSimpleString(world.Directory() / "spool/new"));
+    using namespace std::string_view_literals;
+    for (const std::string_view name : {""sv, "."sv, ".."sv, "../ann"sv, "/etc"sv, "ann/x"sv, "c:ann"sv, "ann\0/x"sv})
+        EXPECT_EQ(Users().UserDirectory(name), "") << name;
+}
+
+TEST(UsersTest, BrokenAccountCostsOnlyItself)
+{
+    const CAccountWorld world({"ann", "bob"}, "");
+    world.Directory().Write("spool/ann/config", "Quota: 1\n");
+    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    EXPECT_TRUE(Users().BuildUserList());
+    Platform::ClearFaults();
+    EXPECT_FALSE(Users().IsUser("ann"));
+    EXPECT_TRUE(Users().IsUser("bob"));
+    EXPECT_FALSE(Users().LoadUsers(CSimpleString(world.Directory() / "none")));
+    EXPECT_EQ(Users().UserCount(), 0u);
+}
+
+TEST(UsersTest, OnlyPasswordFilesBelowTheSpoolDirectoryCount)
+{
+    for (const char* pszCounts : {"ann/password", "ann/PassWord", "ann/deep/password"})
+        EXPECT_TRUE(CUsers::CUserChangeMonitor::Counts(pszCounts)) << pszCounts;
+    for (const char* pszOther : {"password", "ann", "ann/password.tmp", "ann/1.eml", "password/x", ""})
+        EXPECT_FALSE(CUsers::CUserChangeMonitor::Counts(pszOther)) << pszOther;
+
+    const CAccountWorld world({"ann"}, "");
+    EXPECT_FALSE(Users().ChangeMonitor().HasChanged());
+    world.Directory().Write("spool/ann/1.eml", "x");
+    world.Directory().Write("spool/ann/password", "x");
+    EXPECT_EQ(Platform::WaitAny({&Users().ChangeMonitor().Waitable()}, 10000), Platform::EWaitResult::Signalled);
+    EXPECT_TRUE(Users().ChangeMonitor().HasChanged());
+}
+
+} // namespace
