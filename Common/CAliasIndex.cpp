@@ -13,12 +13,6 @@ constexpr auto NOWHERE = std::string_view::npos;
 
 bool HasWildcard(std::string_view text) { return text.find_first_of(WILDCARDS) != NOWHERE; }
 
-/// A cheap test that most patterns fail.
-bool MayMatch(std::string_view address, std::string_view pattern)
-{
-    return WILDCARDS.find(pattern[0]) != NOWHERE || Bex::LowerAscii(pattern[0]) == Bex::LowerAscii(address[0]);
-}
-
 } // namespace
 
 CAliasIndex::CAliasIndex(const CTable& table)
@@ -32,9 +26,8 @@ CAliasIndex::CAliasIndex(const CTable& table)
         if (HasWildcard(node->key))
             AddPattern(entry);
     }
-    for (auto& [domain, patterns] : m_byDomain)
-        SortPatterns(patterns);
-    SortPatterns(m_others);
+    for (auto& [affixes, patterns] : m_patterns)
+        std::sort(patterns.begin(), patterns.end(), [this](Id a, Id b) { return WinsOver(a, b); });
 }
 
 void CAliasIndex::AddKey(Id entry)
@@ -51,11 +44,10 @@ void CAliasIndex::AddKey(Id entry)
 void CAliasIndex::AddPattern(Id entry)
 {
     const std::string_view pattern = Entry(entry).key;
-    const size_t nAt = pattern.rfind('@');
-    if (nAt != NOWHERE && !HasWildcard(pattern.substr(nAt)))
-        m_byDomain[pattern.substr(nAt + 1)].push_back(entry);
-    else
-        m_others.push_back(entry);
+    const size_t nPrefix = pattern.find_first_of(WILDCARDS);
+    const std::string_view suffix = pattern.substr(pattern.find_last_of(WILDCARDS) + 1);
+    m_patterns[{pattern.substr(0, nPrefix), suffix}].push_back(entry);
+    m_lengths.emplace(nPrefix, suffix.size());
 }
 
 bool CAliasIndex::WinsOver(Id a, Id b) const
@@ -63,11 +55,6 @@ bool CAliasIndex::WinsOver(Id a, Id b) const
     const uint32_t nLengthA = Entry(a).key.Length();
     const uint32_t nLengthB = Entry(b).key.Length();
     return nLengthA != nLengthB ? nLengthA > nLengthB : a < b;
-}
-
-void CAliasIndex::SortPatterns(CPatterns& patterns) const
-{
-    std::sort(patterns.begin(), patterns.end(), [this](Id a, Id b) { return WinsOver(a, b); });
 }
 
 CAliasIndex::Id CAliasIndex::FirstTwin(std::string_view text) const
@@ -90,7 +77,7 @@ CAliasIndex::Id CAliasIndex::FirstMatch(const CPatterns& patterns, std::string_v
         if (best != NONE && WinsOver(best, entry))
             break;
         const std::string_view pattern = Entry(entry).key;
-        if (!IsHidden(entry) && MayMatch(address, pattern) && Bex::WildcardMatch(address, pattern))
+        if (!IsHidden(entry) && Bex::WildcardMatch(address, pattern))
             return entry;
     }
     return best;
@@ -104,11 +91,14 @@ CAliasIndex::Id CAliasIndex::Find(std::string_view address) const
     Id best = FirstTwin(address); // a key without wildcards matches whatever the case
     while (best != NONE && IsHidden(best))
         best = NextTwin(best);
-    const size_t nAt = address.rfind('@');
-    const auto domain = nAt != NOWHERE ? m_byDomain.find(address.substr(nAt + 1)) : m_byDomain.end();
-    if (domain != m_byDomain.end())
-        best = FirstMatch(domain->second, address, best);
-    return FirstMatch(m_others, address, best);
+    for (const auto& [nPrefix, nSuffix] : m_lengths) {
+        if (nPrefix + nSuffix > address.size())
+            continue;
+        const auto found = m_patterns.find({address.substr(0, nPrefix), address.substr(address.size() - nSuffix)});
+        if (found != m_patterns.end())
+            best = FirstMatch(found->second, address, best);
+    }
+    return best;
 }
 
 CAliasIndex::STarget CAliasIndex::Resolve(std::string_view address) const

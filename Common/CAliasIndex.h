@@ -4,9 +4,10 @@
 #include "Common/NoCase.h"
 
 #include <cstdint>
-#include <optional>
+#include <set>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 /// Finds the alias that an address leads to, without walking the table.
@@ -55,15 +56,35 @@ private:
     };
     using CPatterns = std::vector<Id>; ///< in the order in which they win
 
+    /// The plain text before a pattern's first wildcard and behind its last one.
+    struct SAffixes
+    {
+        std::string_view prefix;
+        std::string_view suffix;
+    };
+    struct SAffixesHash
+    {
+        size_t operator()(const SAffixes& affixes) const
+        {
+            return SNoCaseHash()(affixes.prefix) * 31 + SNoCaseHash()(affixes.suffix);
+        }
+    };
+    struct SAffixesEqual
+    {
+        bool operator()(const SAffixes& a, const SAffixes& b) const
+        {
+            return Bex::EqualNoCase(a.prefix, b.prefix) && Bex::EqualNoCase(a.suffix, b.suffix);
+        }
+    };
+    using CLengths = std::pair<size_t, size_t>; ///< of a prefix and a suffix
+
     void AddKey(Id entry);
     void AddPattern(Id entry);
-    void SortPatterns(CPatterns& patterns) const;
     bool WinsOver(Id a, Id b) const;
     Id FirstMatch(const CPatterns& patterns, std::string_view address, Id best) const;
 
     std::vector<SEntry> m_entries;
     std::unordered_map<std::string_view, Id, SNoCaseHash, SNoCaseEqual> m_byKey; ///< the first of the twins
-    /// Patterns that end in a plain domain, by that domain.
-    std::unordered_map<std::string_view, CPatterns, SNoCaseHash, SNoCaseEqual> m_byDomain;
-    CPatterns m_others;
+    std::unordered_map<SAffixes, CPatterns, SAffixesHash, SAffixesEqual> m_patterns;
+    std::set<CLengths> m_lengths; ///< that patterns have, so that an address can be cut accordingly
 };
