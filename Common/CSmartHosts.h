@@ -1,10 +1,16 @@
 #pragma once
 
 #include "Bex/CConfigFile.h"
+#include "Common/CSmartHost.h"
 
 /// The relay hosts to use instead of a domain's mail exchangers. Shared between threads.
 class CSmartHosts : public Bex::CConfigFile
 {
 public:
     ~CSmartHosts() override = default;
+
+    /// The targets of the most specific key that matches; none when no key does or no host of it resolves. May ask
+    /// the resolver.
+    void FindSmartHosts(const Bex::CSimpleString& strSenderDomain, const Bex::CSimpleString& strRecipientDomain,
+                        CTargetList& targets) const;
 };

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "Platform/SocketAddress.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Platform {
+
+/// The socket error of the calling thread's last socket operation that failed, as the system numbers them (10xxx for
+/// sockets, 11xxx for names; 87 for a bad argument). Linux errors are mapped here and nowhere else.
+uint32_t LastSocketError();
+uint32_t SocketErrorFromErrno(int iErrno);
+
+enum class ESocketWait { Ready, TimedOut, Failed };
+
+/// A TCP socket. Owned and used by one thread, except that Interrupt may come from any. Operations answer false or -1
+/// and set LastSocketError.
+class CSocketHandle
+{
+public:
+    static constexpr uint32_t NO_LIMIT = 0xFFFFFFFFu;
+
+    CSocketHandle() = default;
+    ~CSocketHandle();
+    CSocketHandle(CSocketHandle&& other) noexcept;
+    CSocketHandle& operator=(CSocketHandle&& other) noexcept;
+
+    bool Create(int iFamily); ///< a stream socket; IPv6 sockets take IPv6 only
+    bool IsOpen() const;
+    bool Close();
+    bool Bind(const SSocketAddress& address);
+    bool Listen(int iBacklog);
+    /// Waits for a connection without limit; null-like (not open) result: false.
+    bool Accept(CSocketHandle& accepted, SSocketAddress& peer);
+    /// Bounded by the system's own connect time-out; an Interrupt ends it with 10004.
+    bool Connect(const SSocketAddress& address);
+    ESocketWait WaitReadable(uint32_t dwSeconds); ///< NO_LIMIT waits without limit; an Interrupt ends it: TimedOut
+    ESocketWait WaitWritable(uint32_t dwSeconds);
+    int64_t Receive(void* pBuffer, size_t nCount);                        ///< once; 0: the peer closed
+    int64_t Send(const void* pBuffer, size_t nCount, uint32_t dwSeconds); ///< all of it; each wait at most that long
+    bool ShutdownSending();
+    bool LocalAddress(SSocketAddress& address) const;
+    bool PeerAddress(SSocketAddress& address) const;
+    /// Ends what a thread waits for in this socket, now and in any later wait, until the socket is closed. Any thread;
+    /// the owner keeps the object alive meanwhile.
+    void Interrupt();
+
+private:
+    struct SState;
+    SState* m_pState = nullptr; ///< owned
+};
+
+/// Text and address. False when the text is no literal of that family.
+bool ParseAddress(int iFamily, const char* pszText, SSocketAddress& address);
+std::string AddressText(const SSocketAddress& address);
+/// The addresses of a name in one family, through the system's resolver. False: LastSocketError (11001 and others).
+bool LookupHost(int iFamily, const char* pszName, std::vector<SSocketAddress>& addresses);
+/// The name of an address; false when it has none.
+bool LookupName(const SSocketAddress& address, std::string& strName);
+
+/// Which address families of this machine reach beyond it: of adapters that are up and neither loopback nor tunnel.
+/// False when the adapters cannot be listed.
+bool ProbeConnectivity(bool& bIPv4, bool& bIPv6);
+
+} // namespace Platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace Platform {
+
+/// Address families as the system numbers them.
+inline constexpr int FAMILY_NONE = 0;
+inline constexpr int FAMILY_IPV4 = 2;
+inline constexpr int FAMILY_IPV6 = 23;
+
+/// An address and port without any system's layout. A value.
+struct SSocketAddress
+{
+    int iFamily = FAMILY_NONE;
+    std::array<uint8_t, 16> bytes{}; ///< network order; IPv4 uses the first four
+    uint16_t wPort = 0;              ///< host order
+    uint32_t dwScope = 0;            ///< of an IPv6 link-local address
+
+    bool operator==(const SSocketAddress&) const = default;
+};
+
+} // namespace Platform
