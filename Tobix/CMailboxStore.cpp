@@ -13,12 +13,6 @@ namespace {
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr int NOT_WRITTEN = 313; ///< the line that the log names when a mailbox file cannot be written
 
-/// A name that could lead out of the spool directory is nobody's.
-bool IsUserName(const Bex::CSimpleString& strUser)
-{
-    return !strUser.IsEmpty() && !strUser.Contains('/') && !(strUser == ".") && !(strUser == "..");
-}
-
 } // namespace
 
 struct CMailboxStore::SAccount
@@ -34,14 +28,14 @@ bool CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& 
                                    const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const
 {
     SAccount account;
-    account.strDirectory =
-        IsUserName(strUser) ? Users().UserDirectory(strUser) : Bex::JoinPath(Users().SpoolRoot(), strUser);
-    account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
-    if (!IsUserName(strUser)) {
-        Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
+    account.strDirectory = Users().UserDirectory(strUser);
+    if (account.strDirectory.IsEmpty()) { // no user's name: it could lead out of the spool directory
+        Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)",
+                      Bex::JoinPath(Bex::JoinPath(Users().SpoolRoot(), strUser), "config").Text(),
                       static_cast<int>(Platform::SYS_INVALID_NAME));
         return false;
     }
+    account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
     Bex::CScopedLock lock(accountLock);
     if (!LoadAccount(account) || !WriteMailFile(copy, account, group))

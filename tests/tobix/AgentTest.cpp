@@ -170,3 +170,16 @@ TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
     RunAgentUntil([this] { return !fs::exists(Path("outgoing/.2026.eml.tmp")); });
     EXPECT_TRUE(fs::exists(Path("outgoing/.other")));
 }
+
+TEST_F(AgentTest, NeverStoresMailOutsideTheSpoolDirectory)
+{
+    m_directory.Write("etc/config", "");
+    fs::current_path(Path("etc")); // where the daemon works: a relative path would end up here
+    Drop("1.eml", ".ann@example.org");
+    Aliases().Set(".ann@example.org", ".ann");
+    RunAgentUntilQueueIsEmpty();
+    fs::current_path("/");
+    EXPECT_EQ(CountIn("etc"), 0u);
+    EXPECT_EQ(CountIn("error"), 1u);
+    EXPECT_TRUE(m_pLines->Contains("couldn't load account config: " + Path("spool/.ann/config")));
+}
