@@ -40,6 +40,7 @@ void ReloadRouting()
         Bex::LogError(Bex::MainLog(), "could not reload 'domains'-file");
     if (!Users().BuildUserList())
         Bex::LogError(Bex::MainLog(), "could not reload user-list");
+    const Bex::CScopedLock lock(Aliases().LockObject()); // no lookup between the load and the pre-resolution
     if (!Reload(Aliases()))
         Bex::LogError(Bex::MainLog(), "could not reload 'aliases'-file");
     Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
