@@ -21,6 +21,16 @@ public:
         const std::lock_guard lock(m_pLines->m_mutex);
         return m_pLines->m_lines;
     }
+    /// Moves out what came since the last call, each line with a line end.
+    std::string Take()
+    {
+        const std::lock_guard lock(m_pLines->m_mutex);
+        std::string strText;
+        for (const std::string& strLine : m_pLines->m_lines)
+            strText += strLine + "\n";
+        m_pLines->m_lines.clear();
+        return strText;
+    }
 
 private:
     struct SLines : Bex::ILogDestination

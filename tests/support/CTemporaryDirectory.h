@@ -6,13 +6,16 @@
 #include <stdlib.h>
 #include <string>
 
-/// A directory of the test's own under /tmp; goes with everything in it.
+/// A directory of the test's own, under /tmp unless told otherwise; goes with everything in it. Tests that make
+/// thousands of files take IN_MEMORY.
 class CTemporaryDirectory
 {
 public:
-    CTemporaryDirectory()
+    static constexpr const char* IN_MEMORY = "/dev/shm";
+
+    explicit CTemporaryDirectory(const std::string& strParent = "/tmp")
     {
-        std::string strPattern = "/tmp/tobix-test-XXXXXX";
+        std::string strPattern = strParent + "/tobix-test-XXXXXX";
         if (mkdtemp(strPattern.data()) == nullptr)
             throw std::runtime_error("no temporary directory");
         m_path = strPattern;

@@ -1,0 +1,126 @@
+#include "Bex/CConsoleLog.h"
+#include "Bex/CSysLog.h"
+#include "Platform/CNativeThread.h"
+#include "Platform/Errors.h"
+#include "support/CLogRecorder.h"
+
+#include <array>
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Bex;
+using testing::MatchesRegex;
+
+namespace {
+
+TEST(LogTest, LongLinesAreCutAndArgumentsCannotForgeLines)
+{
+    LogError(MainLog(), "nowhere to go");
+    CLogRecorder recorded;
+    LogError(MainLog(), "%s", std::string(1023, 'a').c_str());
+    LogWarning(MainLog(), "%s\n", std::string(1023, 'b').c_str());
+    EXPECT_EQ(recorded.Take(), "3 " + std::string(1023, 'a') + "\n4 " + std::string(1023, 'b') + "\n");
+    LogError(MainLog(), "from <%s> later!\n", "x\r\n<3>forged\x1b[2J\x7f");
+    EXPECT_EQ(recorded.Take(), "3 from <x?"
+                               "?<3>forged?[2J?> later!\n\n");
+    LogInfo(MainLog(), "%s", "line\n"); // the line end is the argument's
+    EXPECT_EQ(recorded.Take(), "6 line?\n");
+}
+
+struct SThrowing : ILogDestination
+{
+    void Write(int, const char*, unsigned) override
+    {
+        Platform::SetLastError({Platform::LIB_IO, Platform::SYS_IO});
+        throw std::runtime_error("full");
+    }
+    void Flush() override {}
+};
+
+TEST(LogTest, AFailingDestinationHurtsNobody)
+{
+    MainLog().Replace(std::make_shared<SThrowing>());
+    Platform::SetLastError({Platform::LIB_NO_ENTRY, Platform::SYS_FILE_NOT_FOUND});
+    EXPECT_NO_THROW(LogError(MainLog(), "x"));
+    EXPECT_EQ(Platform::LastError().dwSysError, Platform::SYS_FILE_NOT_FOUND);
+    MainLog().Replace(nullptr);
+}
+
+TEST(LogTest, ADestinationIsReplacedWhileOthersWrite)
+{
+    std::atomic<bool> bStop = false;
+    std::thread writer([&] {
+        while (!bStop)
+            LogInfo(MainLog(), "line");
+    });
+    for (int n = 0; n < 200; ++n) {
+        CLogRecorder recorded;
+        LogInfo(MainLog(), "own");
+        EXPECT_NE(recorded.Take().find("own"), std::string::npos);
+    }
+    bStop = true;
+    writer.join();
+}
+
+TEST(ConsoleLogTest, ErrorsGoToStandardErrorAndTheRestToStandardOutput)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    CConsoleLog log;
+    log.Write(3, "bad", 0);
+    log.Write(4, "odd", 0);
+    log.Write(6, std::string(1023, 'x').c_str(), 0);
+    const std::string strStamp =
+        "[0-9][0-9]\\.[0-9][0-9]\\.[0-9][0-9][0-9][0-9] [0-9][0-9]:[0-9][0-9]:[0-9][0-9] \\[[0-9A-F]+\\] ";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), MatchesRegex(strStamp + "error: bad\n"));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                MatchesRegex(strStamp + "warning: odd\n" + strStamp + "info: " + std::string(1023, 'x') + "\n"));
+}
+
+class SysLogTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t nLength = sizeof address;
+        auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
+        ASSERT_EQ(bind(m_iSocket, pAddress, nLength), 0);
+        ASSERT_EQ(getsockname(m_iSocket, pAddress, &nLength), 0);
+        m_wPort = ntohs(address.sin_port);
+        const timeval limit{5, 0};
+        setsockopt(m_iSocket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    }
+    void TearDown() override { close(m_iSocket); }
+    std::string Received(const char* pszFacility, const char* pszHost, int iLevel, const std::string& strText) const
+    {
+        CSysLog(pszFacility, pszHost, m_wPort).Write(iLevel, strText.c_str(), 0);
+        std::array<char, 2000> buffer;
+        const ssize_t iLength = recv(m_iSocket, buffer.data(), buffer.size(), 0);
+        return iLength < 0 ? "nothing" : std::string(buffer.data(), static_cast<size_t>(iLength));
+    }
+    int m_iSocket = -1;
+    uint16_t m_wPort = 0;
+};
+
+TEST_F(SysLogTest, SendsOneBoundedDatagramPerLine)
+{
+    const std::string strPrefix = CSimpleString::Formatted(" [%04X] Tobix: ", Platform::CurrentThreadId()).Text();
+    EXPECT_EQ(Received("local0", "127.0.0.1", 4, "text"), "<132>" + strPrefix + "text");
+    EXPECT_EQ(Received("MAIL", "localhost", 5, "text"), "<21>" + strPrefix + "text");
+    EXPECT_EQ(Received("unheard of", "", 5, "text"), "<21>" + strPrefix + "text");
+    const std::string strLong = "<27>" + strPrefix + std::string(1023, 'x');
+    EXPECT_EQ(Received("daemon", "127.0.0.1", 3, std::string(1023, 'x')), strLong.substr(0, 512));
+    EXPECT_EQ(CSysLog(CSysLog::FACILITY_LOCAL2).Facility(), 144);
+}
+
+} // namespace
