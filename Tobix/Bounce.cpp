@@ -1,0 +1,64 @@
+#include "Tobix/Bounce.h"
+
+#include "Bex/CFile.h"
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Common/Globals.h"
+#include "Common/MailHlpr.h"
+#include "Platform/Process.h"
+
+#include <string>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
+
+bool RemoveLogged(const Bex::CSimpleString& strFile)
+{
+    try {
+        Bex::CFile::Remove(strFile);
+        return true;
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
+                       Bex::CSimpleString::Formatted("could not remove file \"%s\"", strFile.Text()).Text());
+        return false;
+    }
+}
+
+void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strErrorDirectory)
+{
+    const uint32_t dwResult = RunCommand(strCommandLine, strErrorDirectory);
+    if (dwResult != 0)
+        Bex::LogError(Bex::MainLog(), "SystemCall( \"%s\" ) failed at %s:%d with error %u", strCommandLine.Text(),
+                      SOURCE_FILE, __LINE__, dwResult);
+}
+
+} // namespace
+
+bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& strErrorDirectory)
+{
+    const Bex::CSimpleString strReport = Bex::CSimpleString::Formatted("%s.err", strMailPath.Text());
+    if (Config().GetInt("Bounce.Disable", 0) != 0) {
+        const bool bMailRemoved = RemoveLogged(strMailPath);
+        return RemoveLogged(strReport) && bMailRemoved;
+    }
+    const Bex::CSimpleString strPostmaster =
+        Config().GetString("Postmaster.To", Config().GetString("Postmaster").Text());
+    const bool bAttach = Config().GetInt("Bounce.Attachment", Config().GetInt("BounceAttachment", 0)) != 0;
+    const char* pszBulk = Config().GetInt("Bounce.Bulk", 1) != 0 ? "-ib " : "";
+    const std::string strFiles =
+        Platform::QuoteArgument(strMailPath) + " -t " + Platform::QuoteArgument(strReport); // quoted as they need it
+    const auto ForSender = [&](const char* pszKeep) {
+        return Bex::CSimpleString::Formatted("responder.exe %s %s%s-s %s-o", strFiles.c_str(),
+                                             bAttach ? "-b full " : "", pszBulk, pszKeep);
+    };
+    if (strPostmaster.IsEmpty()) {
+        RunResponderOn(ForSender(""), strErrorDirectory);
+        return true;
+    }
+    RunResponderOn(ForSender("-k "), strErrorDirectory);
+    RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
+                                                 bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
+                   strErrorDirectory);
+    return true;
+}

@@ -1,0 +1,104 @@
+#include "Tobix/CRemoteAgent.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/CFileFind.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Tobix/ServicePause.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/RemoteAgent";
+constexpr unsigned PAUSE_MILLIS = 500;
+constexpr unsigned IDLE_MILLIS = 1000;
+constexpr unsigned REST_PER_SCAN = 9; ///< a scan of a long directory takes at most a tenth of the time
+constexpr int SECONDS_PER_MINUTE = 60;
+
+} // namespace
+
+CRemoteAgent::CRemoteAgent() : m_directory(ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"))
+{
+    const int iRetry = Config().GetInt("AutoTransRetry", 60);
+    m_iRetryMin = int64_t{Config().GetInt("AutoTransRetryMin", iRetry)} * SECONDS_PER_MINUTE;
+    m_iRetryMax = int64_t{Config().GetInt("AutoTransRetryMax", iRetry)} * SECONDS_PER_MINUTE;
+}
+
+void CRemoteAgent::Body()
+{
+    Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) started", Id());
+    while (ShallRun()) {
+        WaitWhilePaused();
+        const uint64_t nStart = Platform::TickCount();
+        const unsigned dwFound = ScanOutgoing(Platform::NowSeconds());
+        RestAfterScan(Platform::TickCount() - nStart);
+        if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
+            Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
+    }
+    Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) stopped", Id());
+}
+
+void CRemoteAgent::WaitWhilePaused() const
+{
+    while (ServiceIsPaused() && ShallRun())
+        StopEvent().Wait(PAUSE_MILLIS);
+}
+
+/// The delivery threads' own removals are changes, too: they must not make this thread list a long directory all day.
+void CRemoteAgent::RestAfterScan(uint64_t nScanMillis) const
+{
+    if (nScanMillis > 0)
+        StopEvent().Wait(static_cast<unsigned>(std::min<uint64_t>(nScanMillis * REST_PER_SCAN, IDLE_MILLIS)));
+}
+
+bool CRemoteAgent::RetryLater(const Bex::CSimpleString& strName)
+{
+    m_files.RetryLater(strName);
+    return true;
+}
+
+unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
+{
+    ReleaseRetriesWhenDue(iNow);
+    return m_directory.MayHaveChanged() ? ListNewFiles() : 0;
+}
+
+void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)
+{
+    const int64_t iElapsed = iNow - m_iLastRelease;
+    if (iElapsed <= m_iRetryMin || (m_files.HasPending() && iElapsed <= m_iRetryMax))
+        return;
+    m_iLastRelease = iNow;
+    m_files.ReleaseRetries();
+}
+
+unsigned CRemoteAgent::ListNewFiles()
+{
+    unsigned dwCount = 0;
+    try {
+        Bex::CFileFind find;
+        if (!find.Open(Bex::JoinPath(m_directory.Path(), "*.eml")))
+            return 0;
+        while (find.Next()) {
+            if (!find.IsDirectory() && AddFile(find.Name()))
+                ++dwCount;
+        }
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        m_directory.AskAgain(); // the notification is used up
+        StopEvent().Wait(IDLE_MILLIS);
+    }
+    return dwCount;
+}
+
+/// The size is asked only of names that are new: of a long queue most are known. An empty file is still being written.
+bool CRemoteAgent::AddFile(const char* pszName)
+{
+    return !m_files.Contains(pszName) &&
+           static_cast<uint32_t>(Platform::FileSize(Bex::PathBelow(m_directory.Path(), pszName).Text())) != 0 &&
+           m_files.AddPending(pszName);
+}

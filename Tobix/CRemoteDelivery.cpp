@@ -1,0 +1,97 @@
+#include "Tobix/CRemoteDelivery.h"
+
+#include "Bex/CException.h"
+#include "Bex/Log.h"
+#include "Common/Globals.h"
+#include "Tobix/ThreadControl.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace {
+
+constexpr char THREADS[] = "remote delivery threads";
+
+Bex::CSimpleString ThreadName(size_t nIndex)
+{
+    return Bex::CSimpleString::Formatted("remote delivery thread %d", static_cast<int>(nIndex) + 1);
+}
+
+template <class TWorker, class... TArguments>
+std::unique_ptr<TWorker> TryMake(TArguments&&... arguments)
+{
+    try {
+        return std::make_unique<TWorker>(std::forward<TArguments>(arguments)...);
+    } catch (const Bex::CException&) {
+    } catch (const std::exception&) {
+    }
+    return nullptr;
+}
+
+} // namespace
+
+bool CRemoteDelivery::StartAgent()
+{
+    constexpr char AGENT[] = "remote agent thread";
+    if (m_pAgent) {
+        Bex::LogError(Bex::MainLog(), "%s already instantiated", AGENT);
+        return false;
+    }
+    m_pAgent = TryMake<CRemoteAgent>();
+    if (!m_pAgent) {
+        Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
+        return false;
+    }
+    return ThreadControl::Start(*m_pAgent, AGENT);
+}
+
+bool CRemoteDelivery::StartThreads()
+{
+    if (!m_threads.empty()) {
+        Bex::LogError(Bex::MainLog(), "%s already instantiated", THREADS);
+        return false;
+    }
+    if (!CreateThreads())
+        return false;
+    for (size_t n = 0; n < m_threads.size(); ++n) {
+        if (!ThreadControl::Start(*m_threads[n], ThreadName(n).Text()))
+            return false;
+    }
+    Bex::LogInfo(Bex::MainLog(), "%s started", THREADS);
+    return true;
+}
+
+bool CRemoteDelivery::CreateThreads()
+{
+    m_threads.resize(static_cast<size_t>(std::max(1, Config().GetInt("AutoTransport.Threads", 2))));
+    const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
+    for (size_t n = 0; n < m_threads.size(); ++n) {
+        m_threads[n] =
+            TryMake<CSMTPDeliveryThread>(settings, m_pAgent.get(), ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
+                                         ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"));
+        if (!m_threads[n]) {
+            Bex::LogError(Bex::MainLog(), "could not instantiate %s", ThreadName(n).Text());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CRemoteDelivery::StopThreads(const std::function<void()>& Report)
+{
+    if (m_threads.empty()) {
+        Bex::LogError(Bex::MainLog(), "%s not instantiated", THREADS);
+        return false;
+    }
+    bool bAll = true;
+    for (size_t n = 0; n < m_threads.size(); ++n)
+        bAll &= ThreadControl::Stop(std::move(m_threads[n]), ThreadName(n).Text(), Report);
+    m_threads.clear();
+    Bex::LogNotice(Bex::MainLog(), "%s stopped", THREADS);
+    return bAll;
+}
+
+bool CRemoteDelivery::StopAgent(const std::function<void()>& Report)
+{
+    return ThreadControl::Stop(std::move(m_pAgent), "remote delivery agent", Report);
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Tobix/CRemoteAgent.h"
+#include "Tobix/CSMTPDeliveryThread.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+/// The remote agent and its delivery threads, as the service starts and stops them. Every step is logged.
+class CRemoteDelivery
+{
+public:
+    bool StartAgent();
+    bool StartThreads(); ///< after the agent
+    bool HasAgent() const { return m_pAgent != nullptr; }
+    /// Report is called while a thread takes its time to end.
+    bool StopThreads(const std::function<void()>& Report);
+    bool StopAgent(const std::function<void()>& Report); ///< after the threads
+
+private:
+    bool CreateThreads();
+
+    std::unique_ptr<CRemoteAgent> m_pAgent;
+    std::vector<std::unique_ptr<CSMTPDeliveryThread>> m_threads;
+};

@@ -1,0 +1,210 @@
+#include "Tobix/CSMTPDeliveryThread.h"
+
+#include "Bex/CFileException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Tobix/Bounce.h"
+#include "Tobix/CRemoteAgent.h"
+
+#include <exception>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
+constexpr unsigned IDLE_MILLIS = 1000;
+constexpr int64_t SECONDS_PER_MINUTE = 60;
+constexpr int64_t NANOSECONDS = 1'000'000'000;
+// the last code of each class of results
+constexpr int LAST_TEMPORARY = 10;
+constexpr int LAST_PERMANENT = 20;
+constexpr int LAST_CONFIGURATION = 30;
+
+char LocalityLetter(const Bex::CSimpleString& strAddress) { return IsLocalAddress(strAddress) ? 'L' : 'R'; }
+
+} // namespace
+
+CSMTPDeliveryThread::CSMTPDeliveryThread(const SDeliverySettings& settings, CRemoteAgent* pRemoteAgent,
+                                         const Bex::CSimpleString& strErrorDirectory,
+                                         const Bex::CSimpleString& strOutgoingDirectory)
+    : CSMTPSendThread(settings), m_pRemoteAgent(pRemoteAgent), m_strErrorDirectory(strErrorDirectory),
+      m_strOutgoingDirectory(strOutgoingDirectory)
+{}
+
+void CSMTPDeliveryThread::Body()
+{
+    if (m_pRemoteAgent == nullptr) {
+        Bex::LogError(Bex::MainLog(), "RemoteAgent-pointer was NULL at %s:%d", SOURCE_FILE, __LINE__);
+        m_iResult = DELIVERED;
+        return;
+    }
+    m_settings.dwTimeout = SDeliverySettings::FromConfiguration().dwTimeout;
+    Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) started", Id());
+    while (ShallRun()) {
+        if (TakeFile())
+            DeliverGuarded();
+        else
+            Bex::WaitForAny({&StopEvent().Waitable(), &m_pRemoteAgent->Files().WorkWaitable()}, IDLE_MILLIS);
+    }
+    Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
+}
+
+bool CSMTPDeliveryThread::TakeFile()
+{
+    if (!m_pRemoteAgent->Files().Take(m_strFileName))
+        return false;
+    m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
+    return true;
+}
+
+/// Whatever one mail raises, the thread goes on with the next one: the mail is tried again later.
+void CSMTPDeliveryThread::DeliverGuarded()
+{
+    try {
+        if (!DeliverFile())
+            MoveToError();
+        return;
+    } catch (const Bex::CException& exception) {
+        char szText[1024];
+        exception.GetMessage(szText, sizeof(szText));
+        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), szText);
+    } catch (const std::exception& exception) {
+        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), exception.what());
+    }
+    m_pRemoteAgent->RetryLater(m_strFileName);
+}
+
+void CSMTPDeliveryThread::MoveToError()
+{
+    Bex::LogError(Bex::MainLog(), "sending mail '%s' failed", m_strFileName.Text());
+    const Bex::CSimpleString strTarget = Bex::PathBelow(m_strErrorDirectory, m_strFileName);
+    try {
+        Bex::CFile::Move(m_strMailPath, strTarget);
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
+                       Bex::CSimpleString::Formatted("could not rename file \"%s\" to \"%s\"", m_strMailPath.Text(),
+                                                     strTarget.Text())
+                           .Text());
+        return;
+    }
+    m_pRemoteAgent->FinishDelivery(m_strFileName);
+}
+
+bool CSMTPDeliveryThread::DeliverFile()
+{
+    CMail mail;
+    const bool bUnlocked = LoadHeaders(mail);
+    SFileState state;
+    if (!ReadFileState(state))
+        return false;
+    if (bUnlocked)
+        SendMail();
+    if (m_iResult == DELIVERY_CONNECTION_FAILED && !ShallRun())
+        m_iResult = DELIVERY_STOPPED; // it was the stop that broke the connection
+    return HandleResult(mail, state);
+}
+
+/// False when the file is busy: nothing is sent in this pass.
+bool CSMTPDeliveryThread::LoadHeaders(CMail& mail)
+{
+    m_iResult = DELIVERED;
+    if (mail.Load(m_strMailPath, true))
+        return true;
+    const int iLibError = Platform::LastError().iLibError;
+    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK) {
+        Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
+                        m_strMailPath.Text());
+        m_iResult = DELIVERY_FILE_LOCKED;
+        return false;
+    }
+    Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__, iLibError,
+                  m_strMailPath.Text());
+    return true;
+}
+
+bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
+{
+    Platform::SFileTimes times;
+    state.iSize = Platform::FileSize(m_strMailPath.Text());
+    if (state.iSize < 0 || !Platform::GetFileTimes(m_strMailPath.Text(), times)) {
+        const Platform::SError error = Platform::LastError();
+        Bex::LogError(Bex::MainLog(),
+                      "Delivering \"%s\" failed, could not determine file state (Bex::CFile::GetStatus failed: "
+                      "liberror=%d, syserror=%d), please report this to marlune!",
+                      m_strMailPath.Text(), error.iLibError, static_cast<int>(error.dwSysError));
+        return false;
+    }
+    const int64_t iCreated = times.iCreated / NANOSECONDS;
+    state.iCreated = iCreated != 0 ? iCreated : times.iModified / NANOSECONDS;
+    return true;
+}
+
+bool CSMTPDeliveryThread::HandleResult(const CMail& mail, const SFileState& state)
+{
+    if (m_iResult == DELIVERED)
+        return Delivered(mail, state);
+    if (m_iResult <= LAST_TEMPORARY)
+        return FailedTemporarily(state);
+    if (m_iResult <= LAST_PERMANENT)
+        return FailedPermanently();
+    return m_iResult <= LAST_CONFIGURATION ? Misconfigured() : Aborted();
+}
+
+bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
+{
+    m_pRemoteAgent->FinishDelivery(m_strFileName);
+    Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
+                   mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
+                   static_cast<unsigned long long>(state.iSize));
+    if (Config().GetInt("TrafficLogging", 1) != 0)
+        LogTraffic(mail, state.iSize);
+    return true;
+}
+
+/// A mail forwarded on behalf of a local user is that user's.
+void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
+{
+    const Bex::CSimpleString& strSender = mail.ResentFor().IsEmpty() ? mail.EnvelopeSender() : mail.ResentFor();
+    const Bex::CSimpleString strRecipient = mail.FirstRecipient();
+    Bex::LogInfo(Bex::TrafficLog(), "Traffic: %c, %s, %c, %s, %llu", LocalityLetter(strSender), strSender.Text(),
+                 LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
+}
+
+bool CSMTPDeliveryThread::FailedTemporarily(const SFileState& state)
+{
+    const int iMinutes = Config().GetInt("AutoTransTime", 120);
+    if (Platform::NowSeconds() - state.iCreated > iMinutes * SECONDS_PER_MINUTE) {
+        Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
+                      m_strMailPath.Text(), iMinutes, m_iResult);
+        return Bounce(m_strMailPath, m_strErrorDirectory);
+    }
+    m_pRemoteAgent->RetryLater(m_strFileName);
+    Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
+                  m_strMailPath.Text(), m_iResult);
+    return true;
+}
+
+bool CSMTPDeliveryThread::FailedPermanently()
+{
+    Bex::LogError(Bex::MainLog(), "Delivering \"%s\" permanently failed with error %d. I am giving up!",
+                  m_strMailPath.Text(), m_iResult);
+    return Bounce(m_strMailPath, m_strErrorDirectory);
+}
+
+bool CSMTPDeliveryThread::Misconfigured() const
+{
+    const Platform::SError error = Platform::LastError();
+    Bex::LogError(Bex::MainLog(),
+                  "Delivering \"%s\" failed with error %d, errno %d, winerr %d. Maybe malconfigured? Don't know what "
+                  "to do!",
+                  m_strMailPath.Text(), m_iResult, error.iLibError, static_cast<int>(error.dwSysError));
+    return false;
+}
+
+bool CSMTPDeliveryThread::Aborted() const
+{
+    Bex::LogError(Bex::MainLog(), "Delivering \"%s\" aborted, thread has been shut down.", m_strMailPath.Text());
+    return true;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Common/CMail.h"
+#include "SMTPc/CSMTPSendThread.h"
+
+class CRemoteAgent;
+
+/// A worker of the remote delivery: takes one mail file after the other from the remote agent, delivers it, and
+/// decides by the result what becomes of it: gone, kept for a retry, bounced, or moved to the error directory.
+///
+/// Owned by the service; the remote agent outlives it.
+class CSMTPDeliveryThread : public CSMTPSendThread
+{
+public:
+    CSMTPDeliveryThread(const SDeliverySettings& settings, CRemoteAgent* pRemoteAgent,
+                        const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory);
+    ~CSMTPDeliveryThread() override = default;
+
+protected:
+    void Body() override;
+
+private:
+    struct SFileState
+    {
+        int64_t iCreated; ///< seconds since 1970
+        int64_t iSize;    ///< bytes
+    };
+    bool TakeFile();
+    void DeliverGuarded();
+    bool DeliverFile();
+    bool LoadHeaders(CMail& mail);
+    bool ReadFileState(SFileState& state) const;
+    bool HandleResult(const CMail& mail, const SFileState& state);
+    bool Delivered(const CMail& mail, const SFileState& state);
+    bool FailedTemporarily(const SFileState& state);
+    bool FailedPermanently();
+    bool Misconfigured() const;
+    bool Aborted() const;
+    void MoveToError();
+    static void LogTraffic(const CMail& mail, int64_t iSize);
+
+    CRemoteAgent* m_pRemoteAgent; ///< not owned
+    Bex::CSimpleString m_strFileName;
+    Bex::CSimpleString m_strErrorDirectory;
+    Bex::CSimpleString m_strOutgoingDirectory;
+};

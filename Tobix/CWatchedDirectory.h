@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Bex/CFileChangeMonitor.h"
+#include "Bex/CSimpleString.h"
+
+#include <cstdint>
+
+/// A directory that an agent lists whenever something in it may have changed: at first, and after each notification.
+///
+/// A watch breaks when its directory goes away, and cannot be opened while the system has none left: it is tried again
+/// from time to time, so that a file that comes meanwhile does not wait for a restart. Used by one thread.
+class CWatchedDirectory
+{
+public:
+    explicit CWatchedDirectory(const Bex::CSimpleString& strPath);
+
+    const Bex::CSimpleString& Path() const { return m_strPath; }
+    bool MayHaveChanged();                  ///< since the last question, which takes the notification
+    void AskAgain() { m_bAskAgain = true; } ///< the answer could not be used
+    bool HasToBeAskedAgain() const { return m_bAskAgain; }
+    const Platform::IWaitable& Waitable() const { return m_monitor.Waitable(); }
+
+private:
+    void Rearm();
+
+    Bex::CSimpleString m_strPath;
+    CFileChangeMonitor m_monitor;
+    bool m_bAskAgain = true;
+    uint64_t m_nRearmTicks = 0; ///< when a broken watch is opened again
+};
