@@ -1,0 +1,112 @@
+#include "Common/Globals.h"
+#include "Tobix/COutgoingFiles.h"
+#include "Tobix/CRemoteAgent.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+std::string TakenFrom(COutgoingFiles& files)
+{
+    Bex::CSimpleString strName;
+    return files.Take(strName) ? strName.Text() : "";
+}
+
+} // namespace
+
+TEST(OutgoingFilesTest, GivesNewFilesBeforeThoseReleasedForARetry)
+{
+    COutgoingFiles files;
+    EXPECT_TRUE(files.AddPending("a"));
+    EXPECT_EQ(TakenFrom(files), "a");
+    files.RetryLater("a");
+    EXPECT_EQ(TakenFrom(files), "");
+    EXPECT_TRUE(files.AddPending("b"));
+    files.ReleaseRetries();
+    EXPECT_EQ(TakenFrom(files), "b");
+    EXPECT_EQ(TakenFrom(files), "a");
+}
+
+TEST(OutgoingFilesTest, KeepsANameInOneListOnly)
+{
+    COutgoingFiles files;
+    EXPECT_TRUE(files.AddPending("a"));
+    EXPECT_FALSE(files.AddPending("a"));
+    files.Finish("a"); // not in progress: stays
+    EXPECT_EQ(TakenFrom(files), "a");
+    EXPECT_FALSE(files.AddPending("a"));
+    files.RetryLater("a");
+    EXPECT_FALSE(files.AddPending("a"));
+    files.RetryLater("unknown");
+    files.ReleaseRetries();
+    EXPECT_EQ(TakenFrom(files), "a");
+    EXPECT_EQ(TakenFrom(files), "unknown");
+    files.Finish("a");
+    EXPECT_TRUE(files.AddPending("a"));
+    EXPECT_TRUE(files.AddPending("A"));
+}
+
+TEST(OutgoingFilesTest, TellsWorkExactlyWhileThereIsSome)
+{
+    COutgoingFiles files;
+    const auto HasWork = [&] { return Bex::WaitForAny({&files.WorkWaitable()}, 0); };
+    EXPECT_FALSE(HasWork());
+    files.AddPending("a");
+    EXPECT_TRUE(HasWork());
+    TakenFrom(files);
+    EXPECT_FALSE(HasWork());
+    files.RetryLater("a");
+    EXPECT_FALSE(HasWork());
+    files.ReleaseRetries();
+    EXPECT_TRUE(HasWork());
+}
+
+class RemoteAgentTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        const std::string strConfig =
+            m_directory.Write("tobix.cfg", "OutgoingDir: " + m_directory / "outgoing" +
+                                               "\nAutoTransRetryMin: 10\nAutoTransRetryMax: 30\n");
+        m_directory.Write("outgoing/a.eml", "mail");
+        m_directory.Write("outgoing/empty.eml", "");
+        m_directory.Write("outgoing/other.txt", "mail");
+        ASSERT_TRUE(Config().Load(strConfig.c_str()));
+    }
+    CTemporaryDirectory m_directory;
+};
+
+TEST_F(RemoteAgentTest, ListsOnlyAfterChangesAndKnowsEachFileOnce)
+{
+    CRemoteAgent agent;
+    EXPECT_EQ(agent.ScanOutgoing(1000000), 1u);
+    EXPECT_EQ(agent.ScanOutgoing(1000001), 0u);
+    m_directory.Write("outgoing/empty.eml", "now it has content");
+    m_directory.Write("outgoing/b.eml", "mail");
+    EXPECT_EQ(agent.ScanOutgoing(1000002), 2u);
+}
+
+TEST_F(RemoteAgentTest, ReleasesAllRetriesTogetherByTheClock)
+{
+    CRemoteAgent agent;
+    agent.ScanOutgoing(1000000);
+    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
+    EXPECT_TRUE(agent.RetryLater("a.eml"));
+    agent.ScanOutgoing(1000600);
+    EXPECT_EQ(TakenFrom(agent.Files()), "");
+    agent.ScanOutgoing(1000601);
+    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
+    agent.RetryLater("a.eml");
+    m_directory.Write("outgoing/b.eml", "mail");
+    EXPECT_EQ(agent.ScanOutgoing(1000602), 1u);
+    agent.ScanOutgoing(1002401); // new mail is pending: the longer interval holds
+    EXPECT_EQ(TakenFrom(agent.Files()), "b.eml");
+    EXPECT_EQ(TakenFrom(agent.Files()), "");
+    agent.Files().AddPending("c.eml");
+    agent.ScanOutgoing(1002402);
+    EXPECT_EQ(TakenFrom(agent.Files()), "c.eml");
+    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
+}
