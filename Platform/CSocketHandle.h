@@ -4,10 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace Platform {
+
+class CDescriptor;
 
 /// The socket error of the calling thread's last socket operation that failed, as the system numbers them (10xxx for
 /// sockets, 11xxx for names; 87 for a bad argument). Linux errors are mapped here and nowhere else.
@@ -23,7 +26,7 @@ class CSocketHandle
 public:
     static constexpr uint32_t NO_LIMIT = 0xFFFFFFFFu;
 
-    CSocketHandle() = default;
+    CSocketHandle();
     ~CSocketHandle();
     CSocketHandle(CSocketHandle&& other) noexcept;
     CSocketHandle& operator=(CSocketHandle&& other) noexcept;
@@ -44,13 +47,15 @@ public:
     bool ShutdownSending();
     bool LocalAddress(SSocketAddress& address) const;
     bool PeerAddress(SSocketAddress& address) const;
-    /// Ends what a thread waits for in this socket, now and in any later wait, until the socket is closed. Any thread;
-    /// the owner keeps the object alive meanwhile.
+    /// Ends what a thread waits for in this socket, now and in any later wait, until the socket is closed; when none
+    /// is open, the next one. Any thread; the owner keeps the object alive and in its place meanwhile.
     void Interrupt();
 
 private:
+    bool Adopt(CDescriptor&& made);
+
     struct SState;
-    SState* m_pState = nullptr; ///< owned
+    std::unique_ptr<SState> m_pState; ///< none once moved from
 };
 
 /// Text and address. False when the text is no literal of that family.
