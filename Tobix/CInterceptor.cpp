@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr char SOURCE_FILE[] = "Tobix/Interceptor";
 constexpr size_t LONGEST_PART = 200;
 constexpr size_t KEPT_OF_LONG_PART = 160;
 
@@ -56,8 +57,13 @@ bool CInterceptor::IsListed(const Bex::CSimpleString& strAddress) const
 
 void CInterceptor::ReloadIfChanged()
 {
-    if (m_addresses.HasFileChanged())
+    if (!m_addresses.HasFileChanged())
+        return;
+    try {
         m_addresses.Load(m_addresses.FileName());
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    }
 }
 
 void CInterceptor::Intercept(const CMail& mail, const Bex::CSimpleString& strAddress, const char* pszKind,
@@ -70,6 +76,8 @@ void CInterceptor::Intercept(const CMail& mail, const Bex::CSimpleString& strAdd
         Bex::LogError(Bex::MainLog(), "intercepting mail <%s> from <%s> to <%s> failed: %d at %s:%d",
                       mail.MessageID().Text(), mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                       exception.SysError(), exception.SourceFile(), exception.Line());
+    } catch (const Bex::CException&) { // no lock for the copy's name
+        MailLog::InterceptionFailed(mail);
     }
 }
 

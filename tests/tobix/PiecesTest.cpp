@@ -1,3 +1,4 @@
+#include "Platform/FaultInjection.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
@@ -5,6 +6,8 @@
 #include "Tobix/IsValidAddress.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
@@ -38,6 +41,18 @@ TEST(SafeFileNamePartTest, NeverLeavesTheDirectoryAndFitsIntoAName)
     const Bex::CSimpleString strLong = SafeFileNamePart(std::string(5000, 'a'));
     EXPECT_LE(strLong.Length(), 200u);
     EXPECT_FALSE(strLong == SafeFileNamePart(std::string(5001, 'a')));
+}
+
+TEST(InterceptorTest, SurvivesAListThatCannotBeReadAgain)
+{
+    CTemporaryDirectory directory;
+    const std::string strList = directory.Write("addresses", "ann@example.org\n");
+    CInterceptor interceptor(strList.c_str(), directory.Path().c_str());
+    EXPECT_TRUE(interceptor.IsListed("Ann@Example.org"));
+    std::filesystem::last_write_time(strList, std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    EXPECT_NO_THROW(interceptor.ReloadIfChanged());
+    Platform::ClearFaults();
 }
 
 TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
