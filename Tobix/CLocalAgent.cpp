@@ -158,8 +158,7 @@ void CLocalAgent::MoveToError(const Bex::CSimpleString& strName) const
         Bex::CFile::Move(QueuePath(strName), Bex::PathBelow(m_directories.strError, strName));
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, 142);
-        if (exception.LibError() != Platform::LIB_NO_ENTRY) // another took the file: nothing to wait for
-            StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
+        StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
     }
 }
 
@@ -182,7 +181,6 @@ void CLocalAgent::FinishGroup()
             MoveToError(file.strName);
         }
     }
-    RemoveDelivered();
 }
 
 void CLocalAgent::RemoveDelivered() { m_bScanAgain |= m_deletions.RemoveDelivered(); }
@@ -214,8 +212,10 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
         return EOutcome::Failed;
     }
-    if (!m_group.HasRoomFor(mail.Recipients().Count()))
+    if (!m_group.HasRoomFor(mail.Recipients().Count())) {
         FinishGroup();
+        RemoveDelivered();
+    }
     if (!m_router.Route(mail, m_group))
         return EOutcome::Failed;
     m_group.AddDelivered(strName, identity);

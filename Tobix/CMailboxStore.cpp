@@ -2,6 +2,7 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/CMutex.h"
+#include "Bex/CSystemException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -37,7 +38,8 @@ bool CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& 
     }
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
-    Bex::CScopedLock lock(accountLock);
+    if (!accountLock.Lock())
+        Bex::ThrowSystemException(SOURCE_FILE, __LINE__, Platform::LastError().dwSysError);
     if (!LoadAccount(account) || !WriteMailFile(copy, account, group))
         return false;
     RecordNextUID(account);
