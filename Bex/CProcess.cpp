@@ -28,6 +28,12 @@ const char* CProcess::Argument(int iIndex) const
     return iIndex >= 0 && iIndex < m_iArguments ? m_ppszArguments[iIndex] : nullptr;
 }
 
+std::vector<std::string> CProcess::Arguments() const
+{
+    return m_iArguments > 1 ? std::vector<std::string>(m_ppszArguments + 1, m_ppszArguments + m_iArguments)
+                            : std::vector<std::string>();
+}
+
 void CProcess::FindProgramDirectory()
 {
     const std::string strPath = Platform::ExecutablePath();

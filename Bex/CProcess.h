@@ -2,6 +2,9 @@
 
 #include "Bex/CSimpleString.h"
 
+#include <string>
+#include <vector>
+
 namespace Bex {
 
 /// What the entry point hands to the one application object of a program. Written before any thread starts.
@@ -21,6 +24,7 @@ public:
     int ArgumentCount() const { return m_iArguments; }
     /// The program itself is number 0; null beyond the last.
     const char* Argument(int iIndex) const;
+    std::vector<std::string> Arguments() const; ///< those after the program
     char** Environment() const { return m_ppszEnvironment; }
     /// The directory of the executable; empty when it is not known.
     const CSimpleString& ProgramDirectory() const { return m_strProgramDirectory; }

@@ -55,8 +55,9 @@ protected:
     virtual void OnCustomControl(unsigned /*dwControl*/) {}
     virtual void OnInstalled() {}
     virtual void OnUninstalled() {}
-    /// The directories, besides the program's and the configuration's, that the installed service may write to.
-    virtual std::vector<CSimpleString> WritableDirectories() { return {}; }
+    /// The directories, besides the program's and the configuration's, that the service may write to when it is
+    /// installed to run with these arguments.
+    virtual std::vector<CSimpleString> WritableDirectories(const std::vector<std::string>& /*arguments*/) { return {}; }
 
 private:
     class CDispatcher; ///< hands the process's controls to the one service object, on a thread of its own

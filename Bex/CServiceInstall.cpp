@@ -3,6 +3,7 @@
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Host.h"
+#include "Platform/Process.h"
 
 #include <cstdio>
 
@@ -49,7 +50,7 @@ void CService::Install(const char* pszShortName, const char* pszDisplayName, con
     entry.strParameters = pszParameters != nullptr ? pszParameters : "";
     bool bPresent = false;
     entry.strConfigDirectory = AbsolutePath(Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent));
-    for (const CSimpleString& strDirectory : WritableDirectories())
+    for (const CSimpleString& strDirectory : WritableDirectories(Platform::SplitCommandLine(entry.strParameters)))
         entry.writableDirectories.push_back(AbsolutePath(strDirectory.View()));
     if (!registry.Open())
         return CannotInstall(pszName, "Could not open the service control manager");

@@ -2,26 +2,27 @@
 
 #include "Bex/TextFunctions.h"
 #include "Common/Version.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Host.h"
 
+#include <algorithm>
 #include <cstdio>
 
 Bex::CSimpleString CCommonService::ConfigurationDirectory() const
 {
     bool bPresent = false;
     const std::string strDirectory = Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent);
-    return strDirectory.empty() ? ProgramDirectory() : Bex::CSimpleString(std::string_view(strDirectory));
+    return strDirectory.empty() ? ProgramDirectory() : Bex::CSimpleString(Platform::NativePath(strDirectory));
 }
 
-Bex::CSimpleString CCommonService::ConfigurationFileName(const char* pszDefault) const
+Bex::CSimpleString CCommonService::ConfigurationFileName(const std::vector<std::string>& arguments,
+                                                         const char* pszDefault)
 {
-    for (int iIndex = 1; iIndex < ArgumentCount(); ++iIndex) {
-        if (!Bex::EqualNoCase(Argument(iIndex), "-c"))
-            continue;
-        const char* const pszName = Argument(iIndex + 1);
-        return pszName != nullptr ? pszName : pszDefault;
-    }
-    return pszDefault;
+    const auto option = std::find_if(arguments.begin(), arguments.end(), [](const std::string& strArgument) {
+        return Bex::EqualNoCase(strArgument, "-c");
+    });
+    const bool bNamed = arguments.end() - option > 1;
+    return bNamed ? Bex::CSimpleString(option[1]) : Bex::CSimpleString(pszDefault);
 }
 
 Bex::CSimpleString CCommonService::VersionText()

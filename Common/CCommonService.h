@@ -12,7 +12,7 @@ public:
     /// The environment variable MAILCONFIGDIR, else the program's directory; empty when there is neither.
     Bex::CSimpleString ConfigurationDirectory() const;
     /// The argument after the first "-c", whatever its case; the default when there is none.
-    Bex::CSimpleString ConfigurationFileName(const char* pszDefault) const;
+    static Bex::CSimpleString ConfigurationFileName(const std::vector<std::string>& arguments, const char* pszDefault);
 
     static Bex::CSimpleString VersionText(); ///< of this build: "%d.%02d.%04d.%d%s"
 

@@ -23,6 +23,7 @@ namespace {
 
 constexpr char SHORT_NAME[] = "Tobix";
 constexpr char DISPLAY_NAME[] = "marlune Mail Delivery Agent";
+constexpr char DEFAULT_CONFIGURATION[] = "tobix.cfg";
 constexpr char LOCAL_AGENT[] = "local delivery agent";
 constexpr unsigned PAUSE_MILLIS = 1000;
 constexpr unsigned IDLE_MILLIS = 1000;
@@ -64,6 +65,9 @@ private:
 
 CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
 
+/// A start-up that failed leaves its workers running up to the end of the process.
+CMDAService::~CMDAService() { Bex::CThread::Destroy(std::move(m_pLocalAgent)); }
+
 void CMDAService::Usage() { PrintUsage("TOBIX.EXE"); }
 
 bool CMDAService::OnStart()
@@ -76,11 +80,14 @@ bool CMDAService::OnStart()
         LogSetUp::ToLocalSyslog();
     LogState("launching");
     StartPending();
-    m_strFileName = ConfigurationFileName("tobix.cfg");
+    m_strFileName = ConfigurationFileName(Arguments(), DEFAULT_CONFIGURATION);
     if (!EnterConfigurationDirectory())
         return false;
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
-    if (!setUp.Run() || !StartWorkers())
+    if (!setUp.Run() || !StartLocalAgent())
+        return false;
+    StartPending();
+    if (!StartConfiguredTransport())
         return false;
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent launched and fully operational");
     return true;
@@ -115,11 +122,8 @@ bool CMDAService::EnterConfigurationDirectory()
     return true;
 }
 
-bool CMDAService::StartWorkers()
+bool CMDAService::StartConfiguredTransport()
 {
-    if (!StartLocalAgent())
-        return false;
-    StartPending();
     return Config().GetInt("AutoTransport", 1) == 0 || StartRemoteDelivery();
 }
 
@@ -176,7 +180,8 @@ void CMDAService::OnCustomControl(unsigned dwControl)
     LogState("restarting");
     StopLocalAgent(Platform::EServiceState::None);
     CSetUp(CSetUp::EMode::Restart, IsDebug(), ConfigurationDirectory(), m_strFileName, [] {}).Run();
-    StartWorkers();
+    StartLocalAgent(); // without a report: to the manager the service runs all the while
+    StartConfiguredTransport();
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent restarted and fully operational");
 }
 
@@ -224,12 +229,13 @@ void CMDAService::WatchTables(CFileChangeMonitor& monitor)
             IDLE_MILLIS);
 }
 
-/// As the configuration names them at the time of the installation.
-std::vector<Bex::CSimpleString> CMDAService::WritableDirectories()
+/// As the configuration that the service will run with names them at the time of the installation.
+std::vector<Bex::CSimpleString> CMDAService::WritableDirectories(const std::vector<std::string>& arguments)
 {
     Bex::CConfigFile& config = Config();
+    const Bex::CSimpleString strFileName = ConfigurationFileName(arguments, DEFAULT_CONFIGURATION);
     try {
-        config.Load(Bex::JoinPath(ConfigurationDirectory(), "tobix.cfg"));
+        config.Load(Bex::JoinPath(ConfigurationDirectory(), Platform::NativePath(strFileName)));
     } catch (const Bex::CFileException&) { // the defaults apply
     }
     const SMailDirectories directories = SMailDirectories::FromConfiguration();

@@ -16,7 +16,7 @@ class CMDAService : public CCommonService
 {
 public:
     CMDAService();
-    ~CMDAService() override = default;
+    ~CMDAService() override;
 
     int Run() override;
 
@@ -25,16 +25,16 @@ protected:
     bool OnStart() override;
     void OnStop() override;
     void OnCustomControl(unsigned dwControl) override;
-    std::vector<Bex::CSimpleString> WritableDirectories() override;
+    std::vector<Bex::CSimpleString> WritableDirectories(const std::vector<std::string>& arguments) override;
 
 private:
     class CHourlyCleanup;
 
     void CreatePidFile();
     bool EnterConfigurationDirectory();
-    bool StartWorkers();
     bool StartLocalAgent();
     bool StopLocalAgent(Platform::EServiceState state);
+    bool StartConfiguredTransport(); ///< if there is to be one
     bool StartRemoteDelivery();
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 

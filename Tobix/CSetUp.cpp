@@ -50,15 +50,21 @@ CSetUp::CSetUp(EMode mode, bool bConsole, const Bex::CSimpleString& strDirectory
 
 bool CSetUp::Run()
 {
-    static constexpr bool (CSetUp::*STEPS[])() const = {
-        &CSetUp::LoadConfiguration, &CSetUp::ConfigureLogging,  &CSetUp::CheckDirectories, &CSetUp::InitializeSpool,
-        &CSetUp::LoadDomains,       &CSetUp::LoadBackupDomains, &CSetUp::LoadAliases,      &CSetUp::LoadFilters,
-        &CSetUp::LoadSmartHosts,    &CSetUp::LoadMasquerading,
+    static constexpr struct
+    {
+        bool (CSetUp::*Run)() const;
+        bool bReport = true;
+    } STEPS[] = {
+        {&CSetUp::LoadConfiguration}, {&CSetUp::ConfigureLogging}, {&CSetUp::CheckDirectories},
+        {&CSetUp::InitializeSpool},   {&CSetUp::LoadDomains},      {&CSetUp::LoadBackupDomains, false},
+        {&CSetUp::LoadAliases},       {&CSetUp::LoadFilters},      {&CSetUp::LoadSmartHosts},
+        {&CSetUp::LoadMasquerading},
     };
-    for (const auto Step : STEPS) {
-        if (!(this->*Step)() && IsStart())
+    for (const auto& step : STEPS) {
+        if (!(this->*step.Run)() && IsStart())
             return false;
-        m_Report();
+        if (step.bReport)
+            m_Report();
     }
     return true;
 }

@@ -13,7 +13,7 @@ class CSetUp
 public:
     enum class EMode { Start, Restart };
 
-    /// Report is called after each step.
+    /// Report is called after each step that may take its time.
     CSetUp(EMode mode, bool bConsole, const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFileName,
            std::function<void()> Report);
 

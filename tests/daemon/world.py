@@ -6,6 +6,7 @@ import os
 import pathlib
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import time
@@ -59,6 +60,17 @@ class World:
     def add_user(self, name, **settings):
         (self.spool / name).mkdir()
         (self.spool / name / "config").write_text("".join(f"{key}: {value}\n" for key, value in settings.items()))
+
+    def start_service(self, **environment):
+        """Starts it as the service manager does; the socket that its reports come to."""
+        reports = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        reports.bind(str(self.root / "notify"))
+        reports.settimeout(DEADLINE)
+        self.log_file = open(self.root / "log", "ab")
+        self.process = subprocess.Popen(
+            [os.environ["TOBIX"]], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
+            env={**os.environ, "NOTIFY_SOCKET": str(self.root / "notify"), **environment})
+        return reports
 
     def start(self, wait=True, **environment):
         self.log_file = open(self.root / "log", "ab")

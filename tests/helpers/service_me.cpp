@@ -25,7 +25,7 @@ protected:
     void Usage() override { PrintUsage("TALKER.EXE"); }
     bool OnStart() override
     {
-        Say(("start " + std::string(ConfigurationFileName("talker.cfg").View())).c_str());
+        Say(("start " + std::string(ConfigurationFileName(Arguments(), "talker.cfg").View())).c_str());
         PassGate();
         return FindArgument("fail") == 0;
     }
@@ -48,7 +48,10 @@ protected:
     }
     void OnInstalled() override { Say("after install"); }
     void OnUninstalled() override { Say("after uninstall"); }
-    std::vector<Bex::CSimpleString> WritableDirectories() override { return {"/mail/queue", "/mail/50% \"full\""}; }
+    std::vector<Bex::CSimpleString> WritableDirectories(const std::vector<std::string>&) override
+    {
+        return {"/mail/queue", "/mail/50% \"full\""};
+    }
 
 private:
     static void Say(const char* pszText)
