@@ -2,10 +2,10 @@
 
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Common/IsValidAddress.h"
 #include "Common/MailHlpr.h"
 #include "Platform/CNativeThread.h"
 #include "Tobix/ForwardingRewrites.h"
-#include "Tobix/IsValidAddress.h"
 #include "Tobix/MailLog.h"
 
 #include <utility>

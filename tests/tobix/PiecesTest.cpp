@@ -1,9 +1,9 @@
+#include "Common/IsValidAddress.h"
 #include "Platform/FaultInjection.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
-#include "Tobix/IsValidAddress.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>

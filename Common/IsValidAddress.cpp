@@ -1,4 +1,4 @@
-#include "Tobix/IsValidAddress.h"
+#include "Common/IsValidAddress.h"
 
 namespace {
 
