@@ -34,6 +34,8 @@ public:
     bool IsOpen() const { return m_handle.IsOpen(); }
     int Family() const { return m_iFamily; }
     void SetTimeout(uint32_t dwSeconds) { m_dwTimeout = dwSeconds; } ///< NO_LIMIT: no limit
+    /// Ends all waits at that moment (Platform::TickCount) with their time-out, however often the peer moves.
+    void SetDeadline(uint64_t ui64TickCount) { m_handle.SetDeadline(ui64TickCount); }
     void SetConditionalAccept(bool bConditional) { m_bConditionalAccept = bConditional; }
     CSocketEndPoint LocalEndPoint() const;
     CSocketEndPoint PeerEndPoint() const;

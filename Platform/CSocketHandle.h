@@ -25,6 +25,7 @@ class CSocketHandle
 {
 public:
     static constexpr uint32_t NO_LIMIT = 0xFFFFFFFFu;
+    static constexpr uint64_t NO_DEADLINE = UINT64_MAX;
 
     CSocketHandle();
     ~CSocketHandle();
@@ -40,6 +41,8 @@ public:
     bool Accept(CSocketHandle& accepted, SSocketAddress& peer);
     /// Bounded by the system's own connect time-out; an Interrupt ends it with 10004.
     bool Connect(const SSocketAddress& address);
+    /// From that moment (TickCount) on every wait times out, ready or not, until the next one is set. Outlives Close.
+    void SetDeadline(uint64_t ui64TickCount);
     ESocketWait WaitReadable(uint32_t dwSeconds); ///< NO_LIMIT waits without limit; an Interrupt ends it: TimedOut
     ESocketWait WaitWritable(uint32_t dwSeconds);
     int64_t Receive(void* pBuffer, size_t nCount);                        ///< once; 0: the peer closed

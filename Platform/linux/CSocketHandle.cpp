@@ -33,13 +33,13 @@ bool IsPassing(int iErrno)
            iErrno == EHOSTUNREACH || iErrno == ENETUNREACH || iErrno == EHOSTDOWN;
 }
 
-int MillisLeft(uint64_t ui64Started, uint32_t dwSeconds)
+/// Of a wait that ends at a moment; as poll takes it.
+int MillisLeft(uint64_t ui64End)
 {
-    if (dwSeconds == CSocketHandle::NO_LIMIT)
+    if (ui64End == CSocketHandle::NO_DEADLINE)
         return -1;
-    const uint64_t ui64Limit = dwSeconds * MILLIS_PER_SECOND;
-    const uint64_t ui64Passed = TickCount() - ui64Started;
-    return static_cast<int>(std::min<uint64_t>(ui64Limit - std::min(ui64Limit, ui64Passed), INT_MAX));
+    const uint64_t ui64Now = TickCount();
+    return static_cast<int>(std::min<uint64_t>(ui64End - std::min(ui64End, ui64Now), INT_MAX));
 }
 
 } // namespace
@@ -49,14 +49,19 @@ struct CSocketHandle::SState
 {
     CDescriptor socket;
     CDescriptor interrupt{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    uint64_t ui64Deadline = NO_DEADLINE;
 
     enum class EEnd { Ready, Interrupted, TimedOut, Failed };
     EEnd Wait(short nEvents, uint32_t dwSeconds)
     {
-        const uint64_t ui64Started = TickCount();
+        const uint64_t ui64Now = TickCount();
+        if (ui64Now >= ui64Deadline) // also when there is something: a busy peer must not outlast it
+            return EEnd::TimedOut;
+        const uint64_t ui64End =
+            dwSeconds == NO_LIMIT ? ui64Deadline : std::min(ui64Deadline, ui64Now + dwSeconds * MILLIS_PER_SECOND);
         for (;;) {
             pollfd polled[] = {{socket.Get(), nEvents, 0}, {interrupt.Get(), POLLIN, 0}};
-            const int iMillis = MillisLeft(ui64Started, dwSeconds);
+            const int iMillis = MillisLeft(ui64End);
             const int iReady = poll(polled, 2, iMillis);
             if (iReady < 0 && errno != EINTR) {
                 FailSocketWithErrno();
@@ -205,6 +210,12 @@ bool CSocketHandle::Connect(const SSocketAddress& address)
     if (errno != EINPROGRESS && errno != EINTR) // interrupted, it goes on all the same
         return FailSocketWithErrno();
     return m_pState->FinishConnect();
+}
+
+void CSocketHandle::SetDeadline(uint64_t ui64TickCount)
+{
+    if (m_pState)
+        m_pState->ui64Deadline = ui64TickCount;
 }
 
 ESocketWait CSocketHandle::WaitReadable(uint32_t dwSeconds)
