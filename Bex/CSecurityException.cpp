@@ -111,10 +111,12 @@ constexpr SCodeText STATUS_TEXTS[] = {
 
 } // namespace
 
+const char* CSecurityException::Text() const { return TextOfCode(STATUS_TEXTS, m_dwStatus); }
+
 void CSecurityException::GetMessage(char* pBuffer, size_t nSize) const
 {
     Render(pBuffer, nSize, "%s in file \"%s\" at line %d; security error: 0x%08X, message: %s", ClassName(),
-           SourceFile(), Line(), m_dwStatus, TextOfCode(STATUS_TEXTS, m_dwStatus));
+           SourceFile(), Line(), m_dwStatus, Text());
 }
 
 void ThrowSecurityException(const char* pszSourceFile, int iLine, uint32_t dwStatus)

@@ -52,10 +52,12 @@ constexpr SCodeText SOCKET_TEXTS[] = {
 
 } // namespace
 
+const char* CSocketException::Text() const { return TextOfCode(SOCKET_TEXTS, m_dwSocketError); }
+
 void CSocketException::GetMessage(char* pBuffer, size_t nSize) const
 {
     Render(pBuffer, nSize, "%s in file \"%s\" at line %d; system error: %u, message: %s", ClassName(), SourceFile(),
-           Line(), m_dwSocketError, TextOfCode(SOCKET_TEXTS, m_dwSocketError));
+           Line(), m_dwSocketError, Text());
 }
 
 void ThrowSocketException(const char* pszSourceFile, int iLine, uint32_t dwSocketError)

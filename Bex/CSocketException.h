@@ -15,6 +15,7 @@ public:
     {}
     void GetMessage(char* pBuffer, size_t nSize) const override;
     uint32_t SocketError() const { return m_dwSocketError; }
+    const char* Text() const; ///< of the code
 
 private:
     uint32_t m_dwSocketError;

@@ -3,11 +3,16 @@
 #include "Bex/CList.h"
 #include "Bex/CSecureSocket.h"
 #include "Bex/CSimpleString.h"
+#include "SMTPc/CReplyReader.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
 
 /// One SMTP session (RFC 5321), command by command, with the transcript that failure reports quote. Secrets of AUTH
-/// never reach the transcript, the console or a log: "********" stands in their place. Replies have an upper bound, and
-/// a session an overall deadline: beyond either is socket error 10053. Owned and used by one thread; reused for any
-/// number of sessions.
+/// never reach the transcript, the console or a log: "********" stands in their place, also where the server repeats
+/// them. A reply beyond the bounds of CReplyReader, like a connection that the server closes, is socket error 10053.
+/// Owned and used by one thread; reused for any number of sessions.
 class CSMTPClient : public Bex::CSecureSocket
 {
 public:
@@ -23,6 +28,8 @@ public:
         bool bSize = false;
         bool b8BitMime = false;
     };
+    /// How a reply counts that is neither expected nor plainly a refusal for now (4xx) or for good (5xx).
+    enum class EOtherReply { Temporary, Permanent };
 
     CSMTPClient();
     ~CSMTPClient() override = default;
@@ -35,26 +42,49 @@ public:
     uint32_t SendCommand(const char* pszText);     ///< with its CR LF
     int ReadReply();                               ///< the code
     void Hello(const Bex::CSimpleString& strName); ///< empty: the name of this end of the connection
+    void StartTls();                               ///< up to the end of the handshake; all replies so far are void
     bool AuthCramSha1(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool AuthCramMd5(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool AuthPlain(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool AuthLogin(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool MailFrom(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity, uint32_t dwSize);
+    /// Raises the SMTP exception for a reply that was not expected, with the transcript.
+    [[noreturn]] void Refuse(int iCode, EOtherReply other, int iLine) const;
 
     const SCapabilities& Capabilities() const { return m_capabilities; }
     const Bex::CList<Bex::CSimpleString>& Transcript() const { return m_transcript; }
-    const Bex::CSimpleString& ReplyText() const { return m_strReplyText; }
+    const Bex::CSimpleString& ReplyText() const { return m_strReplyText; } ///< as it came
     const Bex::CSimpleString& PeerName() const { return m_strPeerName; }
     void SetDebugLevel(int iLevel) { m_iDebugLevel = iLevel; }
 
 private:
+    using Digest = Bex::CSimpleString (*)(const Bex::CSimpleString& strChallenge, const Bex::CSimpleString& strKey);
+
+    void Forget(); ///< what the last connection left
+    Bex::CSimpleString OwnName() const;
+    void LearnCapabilities();
+    uint32_t SendShown(const Bex::CSimpleString& strText, std::string_view shown);
+    void ReceiveReply();
+    void RecordReply();
+    std::string Shown(std::string_view line) const;
+    void Tell(const Bex::CSimpleString& strText) const;
+
+    bool AuthCram(const char* pszCommand, Digest digest, const Bex::CSimpleString& strUser,
+                  const Bex::CSimpleString& strPassword);
+    void HideSecret(std::string_view secret);
+    Bex::CSimpleString HiddenBase64(std::string_view bytes);
+    void SendAnswer(std::string_view answer);
+    void ExpectChallenge();
+    bool ExpectAccepted();
+
     Bex::CList<Bex::CSimpleString> m_transcript{false};
     bool m_bAuthenticated = false;
     bool m_bEcho = true;
     char m_receiveBuffer[1024];
+    CReplyReader m_reply;
     Bex::CSimpleString m_strReplyText;
-    int m_iReplyCode = 0;
     Bex::CSimpleString m_strPeerName;
     int m_iDebugLevel = 0;
     SCapabilities m_capabilities;
+    std::vector<std::string> m_secrets; ///< that this connection has carried
 };

@@ -1,9 +1,12 @@
 #pragma once
 
-#include "Bex/CArray.h"
 #include "Bex/CThread.h"
 #include "Common/CSmartHost.h"
 #include "SMTPc/CSMTPClient.h"
+#include "SMTPc/SDeliverySettings.h"
+#include "SMTPc/SPreparedMail.h"
+
+class CSMTPSession;
 
 /// What a delivery attempt came to.
 enum EDeliveryResult : int {
@@ -14,20 +17,6 @@ enum EDeliveryResult : int {
     DELIVERY_PERMANENT = 19,
     DELIVERY_NOT_PREPARED = 29, ///< the mail file cannot be read or names no recipient
     DELIVERY_STOPPED = 31
-};
-
-/// How mail leaves; read once from the configuration.
-struct SDeliverySettings
-{
-    Bex::CSimpleString strHelloName;
-    Bex::CSimpleString strInterface; ///< local address for IPv4, and for IPv6 while the next one is empty
-    Bex::CSimpleString strInterface6;
-    bool bUseTls = true;
-    bool bLowerRecipientDomain = false;
-    uint32_t dwProtocols = 0;
-    uint32_t dwTimeout = 90; ///< seconds, 60 to 1200
-
-    static SDeliverySettings FromConfiguration();
 };
 
 /// A thread that delivers mail files by SMTP, one attempt per call of SendMail: the targets of the recipient's domain
@@ -45,23 +34,20 @@ protected:
     void OnStopRequest() override { m_client.Interrupt(); }
     void Body() override { SendMail(); }
 
-    void SendMail(); ///< of m_strMailPath; leaves m_iResult
-    /// Everything that a session needs of the mail. False (told) when the file cannot be used.
-    struct SPreparedMail
-    {
-        Bex::CSimpleString strSender;
-        Bex::CSimpleString strRecipient;
-        Bex::CArray<char> payload; ///< with the end marker
-        Bex::CSimpleString strIdentity;
-        Bex::CSimpleString strMessageID;
-    };
-    bool PrepareMessage(const Bex::CSimpleString& strMailPath, SPreparedMail& mail) const;
+    void SendMail(); ///< of m_strMailPath; leaves m_iResult. What neither SMTP nor the network raises passes through
+    /// False (told) when the file cannot be used.
+    static bool PrepareMessage(const Bex::CSimpleString& strMailPath, SPreparedMail& prepared);
 
     SDeliverySettings m_settings;
     int m_iResult = DELIVERED;
     Bex::CSimpleString m_strMailPath;
 
 private:
+    bool FindTargets(const SPreparedMail& mail, CTargetList& targets);
+    bool TryTarget(const CSmartHost& target, const SPreparedMail& mail, CTargetList& targets);
+    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const;
+    void RemoveFiles() const;
+
     bool m_bRemoveAfterDelivery = true;
     CSMTPClient m_client;
 };

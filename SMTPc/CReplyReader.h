@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+/// Puts one SMTP reply (RFC 5321 4.2) together from whatever pieces it arrives in.
+///
+/// A line ends at CR or LF; empty lines do not count, and NULs are dropped. The reply is complete when a piece ends
+/// with a line whose fourth character is no "-", and the reply begins with a number other than 0. Used by one thread.
+class CReplyReader
+{
+public:
+    static constexpr size_t MOST_BYTES = 128 * 1024;
+    static constexpr size_t MOST_LINES = 512;
+
+    enum class EState { Incomplete, Complete, TooLong };
+
+    void Clear();
+    EState Take(std::string_view piece);
+
+    const std::string& Text() const { return m_strText; } ///< the lines so far, each ended by LF
+    std::string_view LastLine() const;                    ///< with its LF; one that has not ended yet without
+    int Code() const;                                     ///< 0 when the text does not begin with digits
+    bool EndsInReturn() const { return m_cLast == '\r'; } ///< a LF may still be on its way
+
+private:
+    EState EndLine();
+    bool IsLastLine() const;
+
+    std::string m_strText;
+    std::string m_strLine;  ///< the one that has not ended yet
+    size_t m_nLastLine = 0; ///< where the last ended line begins in the text
+    size_t m_nLines = 0;
+    size_t m_nBytes = 0;
+    char m_cLast = '\0';
+};

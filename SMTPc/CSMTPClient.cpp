@@ -1,0 +1,231 @@
+#include "SMTPc/CSMTPClient.h"
+
+#include "Bex/CSocketException.h"
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/Encodings.h"
+#include "SMTPc/CSMTPException.h"
+#include "SMTPc/ConsoleText.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "SMTPc/SMTPClient";
+constexpr int LEVEL_DEBUG = 7;
+constexpr uint32_t DEFAULT_TIMEOUT = 120; // seconds
+constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
+constexpr uint32_t ERROR_ABORTED = 10053;
+constexpr size_t CODE_LENGTH = 4; // with the character behind it
+constexpr std::string_view HIDDEN = "********";
+
+/// The lines of a text, each ended by LF.
+template <class TAction>
+void ForEachLine(std::string_view text, TAction action)
+{
+    while (!text.empty()) {
+        const size_t nLength = std::min(text.find('\n'), text.size());
+        action(text.substr(0, nLength));
+        text.remove_prefix(std::min(nLength + 1, text.size()));
+    }
+}
+
+/// A name that goes into a command must be one word.
+bool IsOneWord(std::string_view text)
+{
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+}
+
+void LogDebug(std::string_view prefix, std::string_view text)
+{
+    const std::string strLine = std::string(prefix) + std::string(Bex::TrimmedView(text));
+    Bex::Log(Bex::MainLog(), LEVEL_DEBUG, "%s", strLine.c_str());
+}
+
+} // namespace
+
+CSMTPClient::CSMTPClient() { SetTimeout(DEFAULT_TIMEOUT); }
+
+void CSMTPClient::Forget()
+{
+    m_transcript.RemoveAll();
+    m_capabilities = {};
+    m_bAuthenticated = false;
+    m_secrets.clear();
+    m_reply.Clear();
+    m_strReplyText = "";
+}
+
+void CSMTPClient::Connect(const Bex::CSimpleString& strAddress, uint16_t wPort, const Bex::CSimpleString& strName)
+{
+    Forget();
+    m_strPeerName = strName.IsEmpty() ? strAddress : strName;
+    const char* const pszName = m_strPeerName.Text();
+    Tell(Bex::CSimpleString::Formatted("Trying to connect to %s (%s)...\n", pszName, strAddress.Text()));
+    Bex::LogInfo(Bex::MainLog(), "trying to connect to %s (%s)", pszName, strAddress.Text());
+    try {
+        CSecureSocket::Connect(strAddress, wPort, m_strPeerName);
+    } catch (...) {
+        Tell(Bex::CSimpleString::Formatted("Connection to %s failed\n", pszName));
+        Bex::LogWarning(Bex::MainLog(), "connection to %s failed", pszName);
+        throw;
+    }
+    Tell(Bex::CSimpleString::Formatted("Connection to %s established\n", pszName));
+    Bex::LogNotice(Bex::MainLog(), "connection to %s established", pszName);
+}
+
+uint32_t CSMTPClient::SendCommand(const char* pszText)
+{
+    const Bex::CSimpleString strText(pszText);
+    return SendShown(strText, strText);
+}
+
+uint32_t CSMTPClient::SendShown(const Bex::CSimpleString& strText, std::string_view shown)
+{
+    const Bex::CSimpleString strShown(shown);
+    Tell(strShown);
+    if (m_iDebugLevel >= 1)
+        LogDebug("C: ", strShown);
+    m_transcript.Append(Bex::CSimpleString::Formatted(">>> %s", strShown.Text()));
+    return CSecureSocket::Send(strText.Text(), strText.Length(), 0);
+}
+
+int CSMTPClient::ReadReply()
+{
+    m_reply.Clear();
+    m_strReplyText = "";
+    ReceiveReply();
+    m_strReplyText = std::string_view(m_reply.Text());
+    RecordReply();
+    return m_reply.Code();
+}
+
+void CSMTPClient::ReceiveReply()
+{
+    CReplyReader::EState state = CReplyReader::EState::Incomplete;
+    while (state == CReplyReader::EState::Incomplete) {
+        const uint32_t nReceived = Receive(m_receiveBuffer, sizeof(m_receiveBuffer), 0);
+        if (nReceived == 0)
+            Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+        state = m_reply.Take({m_receiveBuffer, nReceived});
+        if (m_iDebugLevel > 1)
+            LogDebug("S: ", Shown(m_reply.LastLine()));
+    }
+    if (state == CReplyReader::EState::TooLong)
+        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+}
+
+void CSMTPClient::RecordReply()
+{
+    std::string strShown;
+    std::string strEntry;
+    ForEachLine(m_reply.Text(), [&](std::string_view line) {
+        const std::string strLine = Shown(line) + '\n';
+        strShown += strLine;
+        strEntry += "<<< " + strLine;
+    });
+    m_transcript.Append(Bex::CSimpleString(std::string_view(strEntry)));
+    Tell(Bex::CSimpleString(std::string_view(strShown)));
+    if (m_iDebugLevel >= 1)
+        LogDebug("S: ", strShown);
+}
+
+/// A reply's line without what the server repeats of our secrets.
+std::string CSMTPClient::Shown(std::string_view line) const
+{
+    const std::string_view text = line.substr(std::min(line.size(), CODE_LENGTH));
+    for (const std::string& strSecret : m_secrets) {
+        if (text.find(strSecret) != std::string_view::npos)
+            return std::string(line.substr(0, CODE_LENGTH)) + std::string(HIDDEN);
+    }
+    return std::string(line);
+}
+
+void CSMTPClient::Tell(const Bex::CSimpleString& strText) const
+{
+    if (m_bEcho)
+        WriteConsole(stdout, strText);
+}
+
+void CSMTPClient::Refuse(int iCode, EOtherReply other, int iLine) const
+{
+    const int iClass = iCode / 100;
+    if (iClass == 4 || (iClass != 5 && other == EOtherReply::Temporary))
+        throw CSMTPTemporaryException(SOURCE_FILE, iLine, m_transcript);
+    throw CSMTPPermanentException(SOURCE_FILE, iLine, m_transcript);
+}
+
+void CSMTPClient::Hello(const Bex::CSimpleString& strName)
+{
+    const Bex::CSimpleString strOwnName = strName.IsEmpty() ? OwnName() : strName;
+    m_capabilities = {}; // what was offered in clear does not count for the session under TLS (RFC 3207 4.2)
+    SendCommand(Bex::CSimpleString::Formatted("EHLO %s\r\n", strOwnName.Text()).Text());
+    if (ReadReply() == 250) {
+        LearnCapabilities();
+        return;
+    }
+    SendCommand(Bex::CSimpleString::Formatted("HELO %s\r\n", strOwnName.Text()).Text());
+    if (ReadReply() != 250)
+        throw CSMTPTemporaryException(SOURCE_FILE, __LINE__, m_transcript);
+}
+
+Bex::CSimpleString CSMTPClient::OwnName() const
+{
+    const Bex::CSocketEndPoint endPoint = LocalEndPoint();
+    if (endPoint.Address() == nullptr)
+        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+    const Bex::CSimpleString& strName = endPoint.Address()->HostName();
+    if (IsOneWord(strName))
+        return strName;
+    return Bex::CSimpleString::Formatted("[%s]", endPoint.Address()->Text().Text());
+}
+
+void CSMTPClient::LearnCapabilities()
+{
+    const auto offers = [this](std::string_view keyword) {
+        return m_strReplyText.View().find(keyword) != std::string_view::npos;
+    };
+    m_capabilities.bExtended = true;
+    m_capabilities.bStartTls = offers("STARTTLS");
+    m_capabilities.bAuth = offers("AUTH");
+    m_capabilities.bCramSha1 = m_capabilities.bAuth && offers("CRAM-SHA1");
+    m_capabilities.bCramMd5 = m_capabilities.bAuth && offers("CRAM-MD5");
+    m_capabilities.bPlain = m_capabilities.bAuth && offers("PLAIN");
+    m_capabilities.bLogin = m_capabilities.bAuth && offers("LOGIN");
+    m_capabilities.bSize = offers("SIZE");
+    m_capabilities.b8BitMime = offers("8BITMIME");
+}
+
+void CSMTPClient::StartTls()
+{
+    SendCommand("STARTTLS\r\n");
+    const int iCode = ReadReply();
+    if (iCode != 220)
+        Refuse(iCode, EOtherReply::Permanent, __LINE__);
+    if (m_reply.EndsInReturn()) { // its LF is no part of the handshake
+        char cRest = '\0';
+        Receive(&cRest, 1, 0);
+    }
+    m_reply.Clear();
+    Negotiate(m_strPeerName);
+    Tell(Bex::CSimpleString::Formatted("Connection to %s secured\n", m_strPeerName.Text()));
+    Bex::LogNotice(Bex::MainLog(), "connection to %s secured", m_strPeerName.Text());
+}
+
+bool CSMTPClient::MailFrom(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity, uint32_t dwSize)
+{
+    m_transcript.RemoveAll();
+    Bex::CSimpleString strSize;
+    if (m_capabilities.bSize && dwSize > 0)
+        strSize.Format(" SIZE=%u", dwSize);
+    Bex::CSimpleString strIdentityParameter;
+    if (m_capabilities.bAuth && !m_bAuthenticated && !strIdentity.IsEmpty())
+        strIdentityParameter.Format(" AUTH=%s", XtextEncode(strIdentity).Text());
+    SendCommand(Bex::CSimpleString::Formatted("MAIL From:<%s>%s%s\r\n", strSender.Text(), strSize.Text(),
+                                              strIdentityParameter.Text())
+                    .Text());
+    const int iCode = ReadReply();
+    if (iCode != 250)
+        Refuse(iCode, EOtherReply::Permanent, __LINE__);
+    return true;
+}

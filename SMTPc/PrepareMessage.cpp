@@ -1,0 +1,75 @@
+// How CSMTPSendThread makes a mail file ready for its sessions.
+
+#include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
+#include "Common/CMail.h"
+#include "Common/Globals.h"
+#include "Common/NormalizeAddress.h"
+#include "Platform/Errors.h"
+#include "SMTPc/CSMTPSendThread.h"
+#include "SMTPc/ConsoleText.h"
+#include "SMTPc/TransferForm.h"
+
+namespace {
+
+constexpr std::string_view SENDER_FIELD = "Sender:";
+
+Bex::CSimpleString SenderOf(const CMail& mail)
+{
+    return mail.EnvelopeSender().IsEmpty() ? mail.ReturnPath() : mail.EnvelopeSender();
+}
+
+Bex::CSimpleString RecipientOf(const CMail& mail)
+{
+    const Bex::CSimpleString strRecipient = mail.FirstRecipient();
+    if (!strRecipient.IsEmpty())
+        return strRecipient;
+    const std::string_view to = mail.To();
+    const size_t nOpening = to.find('<');
+    const size_t nClosing = to.find('>', nOpening == std::string_view::npos ? 0 : nOpening);
+    if (nOpening != std::string_view::npos && nClosing != std::string_view::npos)
+        return to.substr(nOpening + 1, nClosing - nOpening - 1);
+    return Bex::TrimmedView(to.substr(0, to.find(',')));
+}
+
+/// Puts the address that stands in for the sender into the mail's own fields, too.
+void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
+{
+    Bex::CSimpleString strMask;
+    if (strSender.IsEmpty() || !Masquerading().Lookup(NormalizeAddress(strSender), strMask))
+        return;
+    strSender = strMask;
+    if (!mail.FromAddress().IsEmpty())
+        mail.SetFromAddress(strMask);
+    Bex::CScopedLock lock(mail.ExtraHeaderLines().LockObject());
+    for (Bex::CSimpleString& strLine : mail.ExtraHeaderLines()) {
+        if (Bex::StartsWithNoCase(strLine, SENDER_FIELD))
+            strLine = Bex::CSimpleString::Formatted("Sender: <%s>", strMask.Text());
+    }
+}
+
+} // namespace
+
+bool CSMTPSendThread::PrepareMessage(const Bex::CSimpleString& strMailPath, SPreparedMail& prepared)
+{
+    CMail mail;
+    if (!mail.Load(strMailPath, false)) {
+        const auto strText =
+            Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d\n", strMailPath.Text(),
+                                          static_cast<int>(Platform::LastError().dwSysError));
+        WriteConsole(stderr, strText);
+        Bex::LogError(Bex::MainLog(), "%s", Bex::CSimpleString(Bex::TrimmedView(strText)).Text());
+        return false;
+    }
+    prepared.strSender = SenderOf(mail);
+    prepared.strRecipient = RecipientOf(mail);
+    if (prepared.strRecipient.IsEmpty()) {
+        WriteConsole(stderr, "error: no receiver specified\n");
+        return false;
+    }
+    Masquerade(mail, prepared.strSender);
+    prepared.strIdentity = mail.AuthenticatedAs();
+    prepared.strMessageID = mail.MessageID();
+    prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.Body().View());
+    return true;
+}
