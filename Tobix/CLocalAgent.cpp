@@ -3,13 +3,13 @@
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
-#include "Bex/CService.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Platform/FileSystem.h"
+#include "Tobix/ServicePause.h"
 #include "Tobix/StaleFiles.h"
 
 #include <exception>
@@ -24,13 +24,8 @@ constexpr unsigned REARM_MILLIS = 30000;
 
 Bex::CSimpleString InterceptListFile()
 {
-    return Bex::JoinPath(ConfigDirectory(), Config().GetString("InterceptAddressesFile", "intercept_addresses"));
-}
-
-bool ServiceIsPaused()
-{
-    const Bex::CService* pService = Bex::CService::Instance();
-    return pService != nullptr && pService->IsPaused() && pService->IsRunning();
+    const Bex::CSimpleString strName = Config().GetString("InterceptAddressesFile", "intercept_addresses");
+    return Bex::JoinPath(ConfigDirectory(), Platform::NativePath(strName));
 }
 
 void LogException(const Bex::CException& exception, const Bex::CSimpleString& strPath)
