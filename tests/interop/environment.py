@@ -1,0 +1,108 @@
+"""The mail servers of the interop tests: started once, ended with the tests. See etc/ for what each one is."""
+import atexit
+import contextlib
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "daemon"))
+
+RUN = pathlib.Path("/run/interop")
+CA = RUN / "tls" / "ca.pem"
+MAIL = RUN / "mail"
+USER, PASSWORD = "relay@example", "s e=c+ret:x"
+_servers = []
+
+
+def run(*command, **options):
+    done = subprocess.run(command, stdin=options.pop("stdin", subprocess.DEVNULL) if "input" not in options else None,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
+    if done.returncode != 0:
+        raise RuntimeError(f"{' '.join(map(str, command))} ended with {done.returncode}: {done.stdout!r}")
+
+
+def serve(*command):
+    with open(RUN / "log" / pathlib.Path(command[0]).name, "ab") as log:
+        _servers.append(subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log))
+
+
+def wait_for_port(host, port, seconds=30):
+    end = time.monotonic() + seconds
+    while True:
+        try:
+            with socket.create_connection((host, port), 5) as connection:
+                if port != 25 or connection.recv(3) == b"220":
+                    return
+        except OSError:
+            pass
+        if time.monotonic() > end or any(server.poll() is not None for server in _servers):
+            logs = "\n".join(f"== {p.name}\n{p.read_text('utf-8', 'replace')[-2000:]}" for p in (RUN / "log").iterdir())
+            raise RuntimeError(f"nobody serves {host} port {port}\n{logs}")
+        time.sleep(0.05)
+
+
+def make_certificates():
+    tls = RUN / "tls"
+    curve = ("-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "2")
+    run("openssl", "req", "-x509", *curve, "-subj", "/CN=Interop CA", "-keyout", tls / "ca.key", "-out", CA,
+        "-addext", "keyUsage=critical,keyCertSign,cRLSign")
+    for name in ("postfix", "exim", "opensmtpd"):
+        run("openssl", "req", "-x509", *curve, "-CA", CA, "-CAkey", tls / "ca.key", "-subj", f"/CN=mx.{name}.example",
+            "-addext", f"subjectAltName=DNS:mx.{name}.example,DNS:smart.example", "-addext", "basicConstraints=critical,CA:FALSE",
+            "-keyout", tls / f"{name}.key", "-out", tls / f"{name}.pem")
+    run("openssl", "req", "-x509", *curve, "-subj", "/CN=somebody.example", "-keyout", tls / "untrusted.key",
+        "-out", tls / "untrusted.pem")
+    shutil.chown(tls / "exim.key", "Debian-exim", "Debian-exim")
+
+
+def start_postfix():
+    shutil.chown(RUN / "postfix", "postfix")
+    run("saslpasswd2", "-c", "-p", "-f", RUN / "sasl" / "users", "-u", "example", "relay", input=PASSWORD.encode())
+    shutil.chown(RUN / "sasl" / "users", "postfix")
+    serve("/usr/sbin/postfix", "start-fg")
+
+
+def start_opensmtpd():
+    spool = pathlib.Path("/var/spool/smtpd")
+    for name, mode, owner in (("", 0o711, "root"), ("offline", 0o770, "root"), ("purge", 0o700, "opensmtpq"),
+                              ("temporary", 0o700, "opensmtpq"), ("incoming", 0o700, "opensmtpq"),
+                              ("corrupt", 0o700, "opensmtpq"), ("queue", 0o700, "opensmtpq")):
+        (spool / name).mkdir(mode=mode)
+        shutil.chown(spool / name, owner, "opensmtpq" if name == "offline" else "root")
+        (spool / name).chmod(mode)
+    serve("/usr/sbin/smtpd", "-d", "-f", "/etc/smtpd.conf")
+
+
+def start():
+    """Idempotent; seconds."""
+    if _servers:
+        return
+    atexit.register(stop)
+    (RUN / "log").chmod(0o777)
+    shutil.chown(RUN / "dns", "nsd")
+    serve("/usr/sbin/nsd", "-d", "-c", "/etc/nsd/nsd.conf")
+    make_certificates()
+    start_postfix()
+    shutil.chown(RUN / "exim", "Debian-exim", "Debian-exim")
+    serve("/usr/sbin/exim4", "-bdf", "-q1m")
+    start_opensmtpd()
+    for number in (11, 12, 13):
+        wait_for_port(f"192.0.2.{number}", 25)
+        wait_for_port(f"2001:db8::{number}", 25)
+
+
+def stop():
+    for server in _servers:
+        server.terminate()
+    for server in _servers:
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            server.wait(5)
+    _servers.clear()
+
+
+def received(server, token):
+    """The mails that a receiver has stored and that hold the token."""
+    return [text for text in (p.read_bytes() for p in (MAIL / server / "new").glob("*")) if token in text]
