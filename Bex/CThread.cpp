@@ -2,8 +2,10 @@
 
 #include "Bex/CException.h"
 #include "Bex/Log.h"
+#include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
+#include <cstdlib>
 #include <utility>
 
 namespace Bex {
@@ -15,6 +17,7 @@ constexpr int HANDLE_PRESENT_LINE = 101;
 constexpr int ID_PRESENT_LINE = 106;
 constexpr int CREATE_LINE = 118;
 constexpr int STOP_LINE = 151;
+constexpr int TERMINATE_LINE = 205;
 constexpr unsigned STOP_WAIT_MILLIS = 1000;
 
 std::atomic<unsigned> s_nAbandoned = 0;
@@ -94,6 +97,9 @@ bool CThread::Terminate()
     }
     Abandon();
     m_bOrphaned = m_bAutoDelete;
+    lock.unlock(); // from here on the object may be gone
+    LogError(MainLog(), "TerminateThread failed in %s:%d with error %d", SOURCE_FILE, TERMINATE_LINE,
+             static_cast<int>(Platform::SYS_NOT_SUPPORTED));
     return true;
 }
 
@@ -117,6 +123,7 @@ void CThread::Procedure(void* pThread)
 {
     auto* const pSelf = static_cast<CThread*>(pThread);
     pSelf->m_dwThreadID = Platform::CurrentThreadId(); // Body may ask before the creator has stored it
+    std::srand(static_cast<unsigned>(Platform::NowSeconds()));
     pSelf->m_running.Set();
     pSelf->Body();
     pSelf->m_running.Reset();

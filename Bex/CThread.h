@@ -29,7 +29,7 @@ protected:
 public:
     bool Start(); ///< failures are logged; an object whose thread has ended can be started again
     bool Stop();  ///< asks, waits up to 1000 ms; true when the thread has ended
-    /// Gives a thread up that does not end: it is left running, detached. True when there was one.
+    /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
     /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
     bool HasFinished() const { return m_finished.IsSet(); }

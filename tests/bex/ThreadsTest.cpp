@@ -111,8 +111,9 @@ TEST(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
     pWorld->release.Set();
     EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
     EXPECT_TRUE(Becomes([] { return !CThread::AnyAbandoned(); }));
-    EXPECT_THAT(recorder.Lines(),
-                ElementsAre("3 Wait timed out in Bex/CThread:151", "3 m_hThread != NULL in Bex/CThread:101"));
+    EXPECT_THAT(recorder.Lines(), ElementsAre("3 Wait timed out in Bex/CThread:151",
+                                              "3 TerminateThread failed in Bex/CThread:205 with error 50",
+                                              "3 m_hThread != NULL in Bex/CThread:101"));
 }
 
 TEST(ThreadTest, ALateEndAfterAStopIsCleanedUp)
