@@ -102,7 +102,8 @@ void CMDAService::CreatePidFile()
     const Bex::CSimpleString strId = Bex::CSimpleString::Formatted("%u", Platform::CurrentProcessId());
     try {
         m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"),
-                       Bex::CFile::modeReadWrite | Bex::CFile::modeCreate | Bex::CFile::typeBinary);
+                       Bex::CFile::typeText | Bex::CFile::modeReadWrite | Bex::CFile::modeCreate |
+                           Bex::CFile::shareDenyWrite); // a second daemon must not write into it, nor remove it
         m_pidFile.Write(strId.Text(), strId.Length());
     } catch (const Bex::CFileException&) {
     }

@@ -1,4 +1,5 @@
 """One mail's way through the running daemon, as an administrator sees it."""
+import fcntl
 import os
 import signal
 import time
@@ -11,7 +12,10 @@ class Delivery(unittest.TestCase):
     def test_one_mail_for_three_recipients_becomes_three_copies(self):
         with World() as world:
             world.start()
-            self.assertEqual((world.etc / "Tobix.pid").read_text(), str(world.process.pid))
+            with (world.etc / "Tobix.pid").open() as pid_file:
+                self.assertEqual(pid_file.read(), str(world.process.pid))
+                with self.assertRaises(BlockingIOError):  # a second daemon would leave it alone
+                    fcntl.flock(pid_file, fcntl.LOCK_SH | fcntl.LOCK_NB)
             world.deliver("1.eml", mail("Ann@Example.ORG,carl@example.org,Eve@far.example"))
             self.assertEqual(world.stop(), 0)
             stored = world.mailbox("ann")[0].read_bytes()
