@@ -22,11 +22,11 @@ struct SOpenMode
 
 /// An open file. Owned by one object, used by one thread.
 ///
-/// Share modes are kept against cooperating openers by advisory locks, and an open that denies writers is refused
-/// (LIB_ACCESS) while any process still has the file open for writing, where the file system can tell.
-/// A symbolic link is never followed when the open may create, truncate or write. No open waits, neither for another
-/// end of a pipe nor for a lock. A directory is refused (LIB_IS_DIRECTORY).
-/// Operations answer -1 or false and set LastError on failure.
+/// Share modes are kept against cooperating openers by advisory locks, and an open for reading that denies writers is
+/// refused (LIB_ACCESS) while any process still has the file open for writing, where the file system can tell. Who
+/// reads and denies nothing is refused by nobody. A symbolic link is never followed when the open may create, truncate
+/// or write. No open waits, neither for another end of a pipe nor for a lock. A directory is refused
+/// (LIB_IS_DIRECTORY). Operations answer -1 or false and set LastError on failure.
 class CFileHandle
 {
 public:

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <string>
@@ -167,8 +168,10 @@ TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
 {
     m_directory.Write("outgoing/.2026.eml.tmp", "half");
     m_directory.Write("outgoing/.other", "not ours");
+    const std::ofstream another(Path("outgoing/.2025.eml.tmp")); // another program's, and it takes no locks
     RunAgentUntil([this] { return !fs::exists(Path("outgoing/.2026.eml.tmp")); });
     EXPECT_TRUE(fs::exists(Path("outgoing/.other")));
+    EXPECT_TRUE(fs::exists(Path("outgoing/.2025.eml.tmp")));
 }
 
 TEST_F(AgentTest, NeverStoresMailOutsideTheSpoolDirectory)
