@@ -6,7 +6,6 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
-#include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/ServicePause.h"
@@ -20,7 +19,6 @@ constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr unsigned PAUSE_MILLIS = 500;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
-constexpr unsigned REARM_MILLIS = 30000;
 
 Bex::CSimpleString InterceptListFile()
 {
@@ -38,11 +36,9 @@ void LogException(const Bex::CException& exception, const Bex::CSimpleString& st
 } // namespace
 
 CLocalAgent::CLocalAgent()
-    : m_directories(SMailDirectories::FromConfiguration()),
+    : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
       m_interceptor(InterceptListFile(), m_directories.strIntercept), m_router(m_directories, m_interceptor)
-{
-    m_monitor.Open(m_directories.strQueue);
-}
+{}
 
 void CLocalAgent::Body()
 {
@@ -70,9 +66,8 @@ void CLocalAgent::WaitWhilePaused() const
 
 void CLocalAgent::WaitForWork() const
 {
-    if (m_bScanAgain)
-        return;
-    Bex::WaitForAny({&StopEvent().Waitable(), &m_monitor.Waitable()}, IDLE_MILLIS);
+    if (!m_queue.HasToBeAskedAgain())
+        Bex::WaitForAny({&StopEvent().Waitable(), &m_queue.Waitable()}, IDLE_MILLIS);
 }
 
 void CLocalAgent::RemoveUnfinishedFiles() const
@@ -81,52 +76,33 @@ void CLocalAgent::RemoveUnfinishedFiles() const
     RemoveStaleFiles(m_directories.strFilter);
 }
 
-/// A queue directory that is missing lists like an empty one: it may come back.
 bool CLocalAgent::ScanQueue()
 {
     m_batch.RemoveAll();
-    if (!QueueMayHaveChanged()) {
-        ++m_dwScans;
+    if (!m_queue.MayHaveChanged())
         return true;
-    }
-    m_bScanAgain = false;
     try {
-        Bex::CFileFind find;
-        if (find.Open(Bex::JoinPath(m_directories.strQueue, "*.eml"))) {
-            while (find.Next()) {
-                if (find.IsDirectory() || static_cast<uint32_t>(find.Size()) == 0)
-                    continue;
-                if (!m_deletions.Contains(QueuePath(find.Name())))
-                    m_batch.Append(find.Name());
-            }
-        }
+        ListQueue();
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        m_queue.AskAgain(); // the notification is used up
         StopEvent().Wait(IDLE_MILLIS);
-        m_bScanAgain = true; // the notification is used up
     }
-    ++m_dwScans;
     return true;
 }
 
-bool CLocalAgent::QueueMayHaveChanged()
+/// A queue directory that is missing lists like an empty one: it may come back.
+void CLocalAgent::ListQueue()
 {
-    const bool bChanged = m_monitor.HasChanged();
-    if (m_monitor.Waitable().WaitDescriptor() < 0)
-        RearmMonitor();
-    return bChanged || m_bScanAgain || m_dwScans == 0;
-}
-
-/// A monitor breaks when its directory goes away, and cannot be opened while the system has no watches left: it is
-/// tried again from time to time, so that mail that arrives meanwhile does not wait for a restart.
-void CLocalAgent::RearmMonitor()
-{
-    if (Platform::TickCount() < m_nRearmTicks ||
-        Platform::KindOf(m_directories.strQueue.Text()) != Platform::EPathKind::Directory)
+    Bex::CFileFind find;
+    if (!find.Open(Bex::JoinPath(m_queue.Path(), "*.eml")))
         return;
-    m_nRearmTicks = Platform::TickCount() + REARM_MILLIS;
-    m_monitor.Open(m_directories.strQueue);
-    m_bScanAgain = true;
+    while (find.Next()) {
+        if (find.IsDirectory() || static_cast<uint32_t>(find.Size()) == 0)
+            continue;
+        if (!m_deletions.Contains(QueuePath(find.Name())))
+            m_batch.Append(find.Name());
+    }
 }
 
 void CLocalAgent::DeliverBatch()
@@ -178,7 +154,11 @@ void CLocalAgent::FinishGroup()
     }
 }
 
-void CLocalAgent::RemoveDelivered() { m_bScanAgain |= m_deletions.RemoveDelivered(); }
+void CLocalAgent::RemoveDelivered()
+{
+    if (m_deletions.RemoveDelivered())
+        m_queue.AskAgain();
+}
 
 /// True when the file was handled or is to be tried again later; whatever a library exception means for the mail,
 /// the agent goes on with the next one.

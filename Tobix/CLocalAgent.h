@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Bex/CFileChangeMonitor.h"
 #include "Bex/CList.h"
 #include "Bex/CSimpleString.h"
 #include "Bex/CThread.h"
@@ -8,8 +7,8 @@
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailRouter.h"
+#include "Tobix/CWatchedDirectory.h"
 
-#include <cstdint>
 #include <vector>
 
 /// The thread that empties the queue directory: each mail file in it is delivered and then deleted, or moved to the
@@ -35,8 +34,7 @@ private:
     void WaitForWork() const;
     void RemoveUnfinishedFiles() const;
     bool ScanQueue();
-    bool QueueMayHaveChanged();
-    void RearmMonitor();
+    void ListQueue();
     void DeliverBatch();
     void DeliverFile(const Bex::CSimpleString& strName);
     void FinishGroup();
@@ -48,14 +46,11 @@ private:
     Bex::CSimpleString QueuePath(std::string_view name) const;
 
     SMailDirectories m_directories;
-    CFileChangeMonitor m_monitor;
+    CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;
     CCopyGroup m_group;
     std::vector<CCopyGroup::SDelivered> m_delivered; ///< of the group being finished
-    uint32_t m_dwScans = 0;
-    bool m_bScanAgain = false;  ///< a file was met that no notification may tell of any more
-    uint64_t m_nRearmTicks = 0; ///< when a broken monitor is opened again
 };
