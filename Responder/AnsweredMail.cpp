@@ -1,0 +1,84 @@
+#include "Responder/AnsweredMail.h"
+
+#include "Bex/TextFunctions.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+bool IsOneOf(std::string_view text, std::initializer_list<std::string_view> list)
+{
+    return std::any_of(list.begin(), list.end(), [&](std::string_view item) { return Bex::EqualNoCase(text, item); });
+}
+
+std::string_view LocalPart(std::string_view address) { return address.substr(0, address.rfind('@')); }
+
+/// Of a header line that only programs write: what it says about automatic replies.
+bool ForbidsReply(std::string_view line)
+{
+    const size_t nColon = std::min(line.find(':'), line.size());
+    const std::string_view name = Bex::TrimmedView(line.substr(0, nColon));
+    std::string_view value = line.substr(std::min(nColon + 1, line.size()));
+    value = Bex::TrimmedView(value.substr(0, value.find_first_of(";(")));
+    if (Bex::EqualNoCase(name, "Auto-Submitted"))
+        return !Bex::EqualNoCase(value, "no");
+    if (Bex::EqualNoCase(name, "X-Auto-Response-Suppress"))
+        return !Bex::EqualNoCase(value, "none");
+    if (Bex::EqualNoCase(name, "X-Spam-Flag"))
+        return Bex::EqualNoCase(value, "yes");
+    return Bex::StartsWithNoCase(name, "List-") || IsOneOf(name, {"X-Loop", "X-Autoreply", "X-Autorespond",
+                                                                  "X-Autoresponder", "Mailing-List", "X-Mailing-List"});
+}
+
+} // namespace
+
+void LoadMail(CMail& mail, const Bex::CSimpleString& strPath, bool bHeadersOnly)
+{
+    if (!mail.Load(strPath, bHeadersOnly))
+        throw std::runtime_error(std::string("cannot read \"") + strPath.Text() + "\" (error " +
+                                 std::to_string(Platform::LastError().iLibError) + ")");
+}
+
+bool IsBounceSender(std::string_view address)
+{
+    return address.empty() ||
+           IsOneOf(LocalPart(address), {"mailer-daemon", "mail-daemon", "maildaemon", "mailerdaemon"});
+}
+
+bool IsRobotSender(std::string_view address)
+{
+    const std::string_view local = LocalPart(address);
+    if (IsBounceSender(address) || IsOneOf(local, {"majordomo", "listserv", "listmaster", "daemon", "bounce", "bounces",
+                                                   "autoresponder", "auto-reply", "autoreply", "nobody"}))
+        return true;
+    for (const std::string_view beginning :
+         {"owner-", "bounce-", "bounces-", "bounce+", "bounces+", "noreply", "no-reply", "no_reply", "no.reply",
+          "donotreply", "do-not-reply", "do_not_reply"}) {
+        if (Bex::StartsWithNoCase(local, beginning))
+            return true;
+    }
+    const Bex::CSimpleString strLocal = Bex::CSimpleString(local).Lowered();
+    for (const std::string_view ending : {"-owner", "-request", "-bounce", "-bounces", "-noreply", "-no-reply"}) {
+        if (strLocal.View().ends_with(ending))
+            return true;
+    }
+    return strLocal.View().find("-bounces+") != std::string_view::npos;
+}
+
+bool IsBulk(const CMail& mail) { return IsOneOf(Bex::TrimmedView(mail.Precedence()), {"bulk", "list", "junk"}); }
+
+bool IsAutomatic(const CMail& mail)
+{
+    if (IsBulk(mail) || Bex::StartsWithNoCase(mail.Precedence(), "auto") ||
+        Bex::StartsWithNoCase(mail.ContentType(), "multipart/report"))
+        return true;
+    const auto& lines = mail.ExtraHeaderLines();
+    for (const Bex::CSimpleString& strLine : lines) {
+        if (ForbidsReply(strLine))
+            return true;
+    }
+    return false;
+}

@@ -1,0 +1,112 @@
+#include "Responder/CAnswer.h"
+
+#include "Bex/TextFunctions.h"
+#include "Platform/CFlushGroup.h"
+#include "Platform/Clock.h"
+#include "Platform/Process.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+constexpr size_t LONGEST_NAME = 200;
+
+[[noreturn]] void ThrowPlatformFailure(const std::string& strAction, const Bex::CSimpleString& strPath)
+{
+    throw std::runtime_error(strAction + " \"" + strPath.Text() + "\" (error " +
+                             std::to_string(Platform::LastError().iLibError) + ")");
+}
+
+std::string DirectoryOf(const Bex::CSimpleString& strPath)
+{
+    const size_t nSlash = strPath.View().rfind('/');
+    return nSlash == std::string_view::npos ? "." : std::string(strPath.View().substr(0, nSlash + 1));
+}
+
+std::string QuotedName(std::string_view name)
+{
+    if (HasEightBit(name))
+        return HeaderText(name, LONGEST_NAME);
+    std::string strName = OneLine(name, LONGEST_NAME);
+    std::erase_if(strName, [](char c) { return c == '"' || c == '\\'; });
+    return "\"" + strName + "\"";
+}
+
+} // namespace
+
+CAnswer::CAnswer(const std::string& strEnvelopeTo, std::string_view answeredID, std::string_view answeredReferences)
+    : m_strTo(strEnvelopeTo), m_lines(false)
+{
+    AddField("Auto-Submitted", "auto-replied"); // RFC 3834 5
+    if (answeredID.empty())
+        return;
+    AddField("In-Reply-To", std::string("<").append(OneLine(answeredID, LONGEST_NAME)).append(">"));
+    AddField("References", AppendReference(answeredReferences, answeredID));
+}
+
+void CAnswer::AddField(std::string_view name, std::string_view value)
+{
+    AddLine(std::string(name).append(": ").append(value));
+}
+
+void CAnswer::AddLine(const std::string& strLine) { m_lines.Append(Bex::CSimpleString(strLine)); }
+
+void CAnswer::SetText(const std::string& strBody)
+{
+    CBody body;
+    body.SetSize(static_cast<uint32_t>(strBody.size()));
+    std::copy(strBody.begin(), strBody.end(), body.Data());
+    SetBody(std::move(body));
+}
+
+void CAnswer::BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode) const
+{
+    const auto Append = [&](const std::string& strLine) { lines.Append(Bex::CSimpleString(strLine)); };
+    const std::string strFrom(FromAddress().View());
+    Append("X-Envelope-From: <>");
+    Append("X-Envelope-To: " + m_strTo);
+    Append("Message-ID: <" + UniqueText() + "@" + strFrom.substr(strFrom.rfind('@') + 1) + ">");
+    Append("From: " + (FromName().IsEmpty() ? "" : QuotedName(FromName()) + " ") + "<" + strFrom + ">");
+    Append("To: " + m_strTo);
+    Append("Date: " + std::string(Date().View()));
+    Append("MIME-Version: 1.0");
+    lines.AppendAll(m_lines);
+}
+
+void CAnswer::Queue(const Bex::CSimpleString& strPath) const
+{
+    const std::string strDirectory = DirectoryOf(strPath);
+    Platform::CFlushGroup group;
+    if (!group.Add(strDirectory.c_str()))
+        ThrowPlatformFailure("cannot open the directory of", strPath);
+    const ESaveResult result = SaveNew(strPath, EWriteMode::Envelope);
+    if (result == ESaveResult::Exists)
+        throw std::runtime_error(std::string("there is a mail \"") + strPath.Text() + "\" already");
+    if (result == ESaveResult::Failed)
+        ThrowPlatformFailure("cannot write", strPath);
+    group.MarkWritten(strDirectory.c_str());
+    if (!group.Flush())
+        ThrowPlatformFailure("cannot make durable", strPath);
+}
+
+void CAnswer::QueueInto(const Bex::CSimpleString& strDirectory) const
+{
+    Queue(Bex::JoinPath(strDirectory, Bex::CSimpleString("b_" + UniqueText() + ".eml")));
+}
+
+std::string UniqueText()
+{
+    static unsigned nCount = 0;
+    static const uint64_t ui64Start = Platform::TickCount();
+    return std::to_string(Platform::NowSeconds()) + "x" + std::to_string(Platform::CurrentProcessId()) + "x" +
+           std::to_string(ui64Start) + "x" + std::to_string(nCount++);
+}
+
+bool IsUsableAddress(std::string_view address)
+{
+    return !address.empty() && std::none_of(address.begin(), address.end(), [](char c) {
+        return static_cast<unsigned char>(c) <= ' ' || c == '\x7f' ||
+               std::string_view(",;<>()\"").find(c) != std::string_view::npos;
+    });
+}

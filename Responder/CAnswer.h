@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Common/CMessage.h"
+#include "Responder/MailText.h"
+
+#include <string>
+#include <string_view>
+
+/// A mail that this program composes: from the null sender, so that nothing ever answers it (RFC 3834 3.3), and marked
+/// as an automatic answer. Used by one thread.
+class CAnswer : public CMessage
+{
+public:
+    /// Answers the message with that id (may be empty, then it is not referred to).
+    CAnswer(const std::string& strEnvelopeTo, std::string_view answeredID, std::string_view answeredReferences);
+
+    void AddField(std::string_view name, std::string_view value); ///< the value as it shall stand in the mail
+    void AddLine(const std::string& strLine);
+    void SetText(const std::string& strBody);
+    void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const override;
+
+    /// Puts the mail into place under a name that nobody has, complete and on stable storage; throws
+    /// std::runtime_error.
+    void Queue(const Bex::CSimpleString& strPath) const;
+    /// The same under a fresh name in a directory.
+    void QueueInto(const Bex::CSimpleString& strDirectory) const;
+
+private:
+    std::string m_strTo;
+    std::string m_strIdentifiers;
+    Bex::CList<Bex::CSimpleString> m_lines;
+};
+
+/// A text that no other run of this program comes up with: of letters and digits.
+std::string UniqueText();
+/// A bare address that can be mailed to: not empty, without blanks, control characters and separators.
+bool IsUsableAddress(std::string_view address);

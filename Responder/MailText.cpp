@@ -1,0 +1,135 @@
+#include "Responder/MailText.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/Encodings.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t LONGEST_LINE = 998; // RFC 5322 2.1.1
+constexpr size_t ENCODED_LINE = 76;  // RFC 2045 6.7
+constexpr size_t WORD_BYTES = 42;    // of the text in an encoded word, which holds 75 characters
+constexpr uint32_t MOST_REFERENCES = 20;
+constexpr size_t LONGEST_REFERENCE = 250;
+
+bool IsControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
+bool IsEightBit(char c) { return static_cast<unsigned char>(c) >= 0x80; }
+
+/// Calls for every line without its end. An end at the end of the text begins no further line.
+template <class TTake>
+void ForEachLine(std::string_view text, TTake Take)
+{
+    while (!text.empty()) {
+        const size_t nEnd = std::min(text.find('\n'), text.size());
+        std::string_view line = text.substr(0, nEnd);
+        text.remove_prefix(std::min(nEnd + 1, text.size()));
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
+        Take(line);
+    }
+}
+
+bool NeedsEncoding(std::string_view line)
+{
+    return line.size() > LONGEST_LINE || line.starts_with('.') ||
+           std::any_of(line.begin(), line.end(), [](char c) { return IsEightBit(c) || (IsControl(c) && c != '\t'); });
+}
+
+void AppendQuotedPrintable(std::string& strOut, std::string_view line)
+{
+    size_t nColumn = 0;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        const bool bBlankAtEnd = (c == ' ' || c == '\t') && i + 1 == line.size();
+        const bool bQuote = c == '=' || IsEightBit(c) || (IsControl(c) && c != '\t') || bBlankAtEnd ||
+                            (c == '.' && nColumn == 0); // also where a soft break would put it
+        if (nColumn + (bQuote ? 3 : 1) >= ENCODED_LINE) {
+            strOut += "=\r\n";
+            nColumn = 0;
+        }
+        if (bQuote || (c == '.' && nColumn == 0)) {
+            constexpr char DIGITS[] = "0123456789ABCDEF";
+            strOut += {'=', DIGITS[static_cast<unsigned char>(c) >> 4], DIGITS[c & 15]};
+            nColumn += 3;
+        } else {
+            strOut += c;
+            ++nColumn;
+        }
+    }
+}
+
+/// The end of the longest piece that does not part a UTF-8 character.
+size_t WordEnd(std::string_view value)
+{
+    size_t nEnd = std::min(value.size(), WORD_BYTES);
+    while (nEnd > WORD_BYTES - 4 && nEnd < value.size() && (value[nEnd] & 0xc0) == 0x80)
+        --nEnd;
+    return nEnd;
+}
+
+} // namespace
+
+bool HasEightBit(std::string_view text) { return std::any_of(text.begin(), text.end(), IsEightBit); }
+
+STextPart MakeTextPart(std::string_view text, std::string_view contentType)
+{
+    bool bEncode = false;
+    ForEachLine(text, [&](std::string_view line) { bEncode = bEncode || NeedsEncoding(line); });
+    STextPart part;
+    part.fields.push_back(std::string("Content-Type: ").append(OneLine(contentType, LONGEST_LINE / 2)));
+    part.fields.push_back(std::string("Content-Transfer-Encoding: ") + (bEncode ? "quoted-printable" : "7bit"));
+    ForEachLine(text, [&](std::string_view line) {
+        if (bEncode)
+            AppendQuotedPrintable(part.strBody, line);
+        else
+            part.strBody += line;
+        part.strBody += "\r\n";
+    });
+    return part;
+}
+
+std::string OneLine(std::string_view value, size_t nMost)
+{
+    std::string strLine;
+    for (const char c : value) {
+        if (!IsControl(c))
+            strLine += c;
+        else if (!strLine.ends_with(' '))
+            strLine += ' ';
+        if (strLine.size() == nMost)
+            break;
+    }
+    return std::string(Bex::TrimmedView(strLine));
+}
+
+std::string HeaderText(std::string_view value, size_t nMost)
+{
+    const std::string strLine = OneLine(value, nMost);
+    if (!HasEightBit(strLine))
+        return strLine;
+    std::string strWords;
+    for (std::string_view rest = strLine; !rest.empty(); rest.remove_prefix(WordEnd(rest))) {
+        const std::string_view word = rest.substr(0, WordEnd(rest));
+        strWords += strWords.empty() ? "=?utf-8?B?" : "\r\n\t=?utf-8?B?";
+        strWords += Base64Encode(Bex::CSimpleString(word));
+        strWords += "?=";
+    }
+    return strWords;
+}
+
+std::string AppendReference(std::string_view references, std::string_view messageID)
+{
+    Bex::CList<Bex::CSimpleString> ids(false);
+    Bex::Tokenize(references, " \t\r\n", ids, false);
+    ids.Append(Bex::CSimpleString(std::string("<").append(OneLine(messageID, LONGEST_REFERENCE - 2)).append(">")));
+    uint32_t nSkipped = ids.Count() - std::min(ids.Count(), MOST_REFERENCES);
+    std::string strValue;
+    for (const Bex::CSimpleString& strId : ids) {
+        if (nSkipped > 0)
+            --nSkipped;
+        else if (strId.Length() <= LONGEST_REFERENCE)
+            strValue.append(strValue.empty() ? "" : "\r\n\t").append(OneLine(strId, LONGEST_REFERENCE));
+    }
+    return strValue;
+}

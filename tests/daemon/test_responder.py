@@ -1,0 +1,213 @@
+"""Bounces and automatic replies of the companion program, whose executable the environment variable RESPONDER names."""
+import email
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+from email import policy
+
+from world import mail
+
+REPORT = (b'X-Envelope-From: <>\r\nFrom: "Mail Delivery Subsystem" <postmaster@example.org>\r\n'
+          b"Subject: Returned mail: see transcript for details\r\nContent-Type: text/plain\r\n\r\n"
+          b"\t----- The following addresses had permanent fatal errors -----\r\neve@far.example\r\n\r\n"
+          b"\t----- Transcript of session follows -----\r\n.... while talking to mx.far.example:\r\n\r\n"
+          b">>> MAIL FROM:<bob@far.example>\r\n<<< 250 ok\n>>> RCPT TO:<eve@far.example>\r\n"
+          b"<<< 550-5.1.1 no\n<<< 550 such one \xe4\n")
+EXPIRED = REPORT.replace(b"permanent", b"continuous").replace(b"550-5.1.1 no\n<<< 550 such one \xe4", b"451 later")
+
+
+class Responder(unittest.TestCase):
+    def setUp(self):
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="tobix-"))
+        self.addCleanup(shutil.rmtree, self.root)
+        self.queue, self.mail = self.root / "queue", self.root / "out" / "x y.eml"
+        self.report, self.template = self.root / "out" / "x y.eml.err", self.root / "away.txt"
+        for name in ("queue", "out", "etc"):
+            (self.root / name).mkdir()
+        (self.root / "etc" / "tobix.cfg").write_text(f"QueueDir: {self.queue}\nPostmaster: pm@example.org\n")
+        self.put()
+
+    def put(self, content=mail("eve@far.example"), report=REPORT):
+        self.mail.write_bytes(content)
+        self.report.write_bytes(report)
+
+    def run_it(self, *arguments, code=0):
+        done = subprocess.run([os.environ["RESPONDER"], self.mail, *arguments], capture_output=True, timeout=60, check=False,
+                              env={**os.environ, "MAILCONFIGDIR": str(self.root / "etc")})
+        self.assertEqual(done.returncode, code, done)
+        self.assertEqual(len(done.stderr.splitlines()) > 0, code != 0, done)
+        self.assertTrue("-s" not in arguments or done.stdout == b"")
+
+    def queued(self):
+        """Takes the mails out of the queue directory."""
+        paths = list(self.queue.iterdir())
+        texts = [path.read_bytes() for path in paths]
+        for path, raw in zip(paths, texts):
+            self.assertEqual((path.suffix, raw.count(b"\n")), (".eml", raw.count(b"\r\n")))
+            self.assertTrue(all(len(line) <= 998 for line in raw.splitlines()))
+            path.unlink()
+        return [email.message_from_bytes(raw, policy=policy.default) for raw in texts]
+
+    def only(self):
+        (note,) = self.queued()
+        self.assertEqual((note["X-Envelope-From"], note["Auto-Submitted"]), ("<>", "auto-replied"))
+        return note
+
+    def left(self):
+        return sorted(p.name for p in self.mail.parent.iterdir())
+
+    def bounce(self, *arguments, code=0):
+        self.run_it("-t", self.report, "-s", *arguments, "-o", code=code)
+
+    def reply(self, code=0, output="r_1.eml"):
+        self.run_it("-t", self.template, "-o", self.queue / output, "-k", "-s", code=code)
+
+
+class Bounces(Responder):
+    def test_a_bounce_tells_the_sender_and_programs_why(self):
+        self.bounce("-b", "full", "-ib")
+        self.assertEqual(self.left(), [])
+        note = self.only()
+        self.assertEqual([note[n] for n in ("X-Envelope-To", "In-Reply-To", "From", "Subject")],
+                         ["bob@far.example", "<Hello@far.example>", "Mail Delivery Subsystem <postmaster@example.org>",
+                          "Returned mail: see transcript for details"])
+        self.assertEqual((note.get_content_type(), note.get_param("report-type")), ("multipart/report", "delivery-status"))
+        text, status, returned = note.iter_parts()
+        self.assertIn(b"\n.... while talking to mx.far.example:", text.get_payload(decode=True).replace(b"\r", b""))
+        whole, one = status.get_payload()
+        self.assertIn("dns; ", whole["Reporting-MTA"])
+        self.assertEqual([one[n] for n in ("Final-Recipient", "Action", "Status", "Remote-MTA", "Diagnostic-Code")],
+                         ["rfc822; eve@far.example", "failed", "5.1.1", "dns; mx.far.example", "smtp; 550-5.1.1 no 550 such one ?"])
+        inner = returned.get_payload(0)
+        self.assertEqual((inner["Subject"], inner.get_payload().strip()), ("Hello", "Hi."))
+        self.assertNotIn("X-Envelope-To", inner)
+
+    def test_what_is_returned_and_what_status_it_gets(self):
+        for options, report, kinds, status in (
+                ([], EXPIRED, [], "4.4.7"),
+                (["-b", "header"], REPORT.replace(b"-5.1.1", b"-"), ["text/rfc822-headers"], "5.0.0"),
+                ([], b"", [], "5.0.0"),
+                ([], REPORT.split(b"\r\n....")[0] + b"\r\n\r\ndomain 'x' is not used for mail communication (NULL MX)", [], "5.1.10")):
+            self.put(report=report)
+            self.bounce(*options)
+            parts = list(self.only().iter_parts())
+            self.assertEqual([p.get_content_type() for p in parts], ["text/plain", "message/delivery-status"] + kinds)
+            one = parts[1].get_payload(1)
+            self.assertEqual((one["Status"], one["Final-Recipient"]), (status, "rfc822; eve@far.example"))
+        self.mail.write_bytes(mail("eve@far.example"))
+        self.bounce()  # without a report
+        self.assertIn("pm@example.org", self.only()["From"])
+
+    def test_the_postmaster_gets_a_second_one_and_only_then_the_mail_goes(self):
+        self.bounce("-b", "full", "-k")
+        self.assertEqual(self.left(), ["x y.eml", "x y.eml.err"])
+        self.assertEqual(self.only()["X-Envelope-To"], "bob@far.example")
+        self.bounce("-b", "header", "-to", "pm@example.org")
+        self.assertEqual(self.left(), [])
+        self.assertEqual(self.only()["X-Envelope-To"], "pm@example.org")
+
+    def test_what_the_sender_was_not_told_about_stays(self):
+        self.queue.rename(self.root / "gone")
+        self.bounce("-k", code=1)
+        (self.root / "gone").rename(self.queue)
+        self.bounce("-to", "pm@example.org", code=1)
+        self.assertEqual(self.left(), ["x y.eml", "x y.eml.err"])
+        self.assertEqual(self.only()["X-Envelope-To"], "pm@example.org")
+        for spoil in (self.mail.unlink, lambda: self.mail.write_bytes(mail(sender="a b@x")),
+                      (self.root / "etc" / "tobix.cfg").unlink):
+            self.put()
+            spoil()
+            before = self.left()
+            self.bounce(code=1)
+            self.assertEqual((self.left(), self.queued()), (before, []))
+        self.put()
+        for arguments in ([], ["-t", "x"], ["-o"], ["-t", "x", "-o", "y", "z"], ["-t", "x", "-b", "some", "-o"], ["-x"], ["-t", "x", "-to", "-o"]):
+            self.run_it(*arguments, code=2)  # means nothing
+        self.assertEqual(self.left(), ["x y.eml", "x y.eml.err"])
+
+    def test_null_and_bounce_senders_and_bulk_without_ib_are_only_disposed_of(self):
+        for content in (mail(sender="<>"), mail(sender="MAILER-DAEMON@far.example"), mail(extra="Precedence: bulk\r\n")):
+            self.put(content)
+            self.bounce("-k")
+            self.assertEqual(self.left(), ["x y.eml", "x y.eml.err"])
+            self.bounce()
+            self.assertEqual((self.left(), self.queued()), ([], []))
+        self.put(content)
+        self.bounce("-ib")
+        self.only()
+
+    def test_hostile_mail_stays_inside_its_part(self):
+        self.put(mail("eve@far.example", body="--=_1x\r\n.\r\n..x\r\nContent-Type: evil\r\n" + "\xe4" * 2000 + "\r\n.\r\n",
+                      subject="s", extra="References: " + ("<" + "r" * 300 + "@x>\r\n\t") * 50 + "\r\n"))
+        self.mail.write_bytes(self.mail.read_bytes().replace(b"\xc3\xa4" * 2000, b"\xe4" * 600))
+        self.bounce("-b", "full")
+        parts = list(self.only().iter_parts())
+        self.assertEqual(len(parts), 3)
+        self.assertIn(b"Content-Type: evil", parts[2].get_payload(0).get_payload(decode=True))
+
+
+class Replies(Responder):
+    def setUp(self):
+        super().setUp()
+        self.template.write_bytes("Subject: Ich bin fört\r\n\r\nIt: is\r\n.\r\nlate.\r\n".encode())
+
+    def test_a_reply_answers_once_a_day(self):
+        self.put(mail(subject="Hello", extra="References: <a@x>\r\n\t<b@x>\r\n"))
+        self.reply()
+        note = self.only()
+        self.assertEqual([note[n] for n in ("X-Envelope-To", "Subject", "In-Reply-To", "X-Loop")],
+                         ["bob@far.example", "Ich bin fört", "<Hello@far.example>", "ann@example.org"])
+        self.assertEqual(note["References"].split(), ["<a@x>", "<b@x>", "<Hello@far.example>"])
+        self.assertEqual((note["From"], note.get_content().replace("\r", "")), ("ann@example.org", "It: is\n.\nlate.\n"))
+        self.put(mail(sender="BOB@far.example"))
+        self.reply()
+        self.assertEqual(self.queued(), [])
+        record = self.root / "away.txt.replied"
+        record.write_text(f"{int(time.time()) - 86401} bob@far.example\njunk\n" + "9" * 40 + " x\n")
+        self.reply()
+        self.only()
+        self.assertEqual(len(record.read_text().splitlines()), 1)
+        record.write_text("".join(f"{int(time.time())} u{n}@x\n" for n in range(6000)))
+        self.put(mail(sender="new@far.example"))
+        self.reply()
+        self.assertEqual(self.queued(), [])  # so many in a day are no people
+        self.assertTrue(self.mail.exists() and self.template.exists())
+
+    def test_subject_and_author_come_from_the_mail_unless_the_template_tells(self):
+        self.template.write_text("Dear all: I am away.\n\nAnn\n")
+        self.put(mail(subject="Re: Hello"))
+        self.reply()
+        self.assertEqual(self.only().get_content().split(), ["Dear", "all:", "I", "am", "away.", "Ann"])
+        self.template.write_text('from: "Ann B." <ann.b@example.org>\nReply-To: x@example.org\n\nAway.\n')
+        self.put(mail(sender="eve@far.example"))
+        self.reply()
+        note = self.only()
+        self.assertEqual((note["Subject"], note["From"], note["Reply-To"]), ("Re: Hello", '"Ann B." <ann.b@example.org>', "x@example.org"))
+
+    def test_robots_lists_and_itself_get_none(self):
+        senders = ("<>", "MAILER-DAEMON@x", "no-reply@x", "noreply-1@x", "owner-l@x", "l-request@x", "l-bounces+a=b@x", "Ann@example.org", "root")
+        lines = ("Precedence: list", "Precedence: Junk", "List-Id: <l.x>", "list-unsubscribe: <x>", "Auto-Submitted: auto-generated",
+                 "X-Loop: x", "X-Auto-Response-Suppress: OOF", "Content-Type: multipart/report; boundary=b", "X-Spam-Flag: YES")
+        for content in [mail(sender=s) for s in senders] + [mail(extra=line + "\r\n") for line in lines]:
+            self.put(content)
+            self.reply()
+            self.assertEqual(self.queued(), [], content)
+        self.put(mail(extra="Auto-Submitted: no\r\nX-Auto-Response-Suppress: None\r\n"))
+        self.reply()
+        self.only()
+
+    def test_a_reply_that_could_not_be_queued_is_tried_again(self):
+        self.reply(code=1, output="missing/r.eml")
+        (self.queue / "r_1.eml").write_text("taken")
+        self.reply(code=1)
+        (self.queue / "r_1.eml").unlink()
+        self.reply()
+        self.only()
+
+
+if __name__ == "__main__":
+    unittest.main()
