@@ -1,9 +1,14 @@
 #pragma once
 
+#include "Bex/CCertificateStore.h"
 #include "Bex/CSocket.h"
+#include "Platform/TlsContext.h"
 
-#include <memory>
 #include <vector>
+
+namespace Platform {
+struct STlsChain;
+} // namespace Platform
 
 namespace Bex {
 
@@ -33,29 +38,69 @@ public:
     /// Asked when the check of the peer's certificate failed; true accepts it all the same.
     virtual bool VerifyCertificate(uint32_t dwStatus);
 
-    bool Negotiate(const CSimpleString& strTargetName); ///< switches to TLS; what came in clear before is dropped
+    /// Switches to TLS. What came in clear before is never taken for a part of it: bytes that a caller received are
+    /// the caller's to drop, and bytes that are still to be received fail the handshake.
+    bool Negotiate(const CSimpleString& strTargetName);
 
     bool IsSecure() const { return m_bSecure; }
     bool IsEstablished() const { return m_bEstablished; }
+    bool IsResumed() const { return m_context.IsResumed(); } ///< went on with an earlier session
     void SetSecure(bool bSecure) { m_bSecure = bSecure; }
     void SetCertificateName(const CSimpleString& strName) { m_strCertificateName = strName; }
     void SetMachineStore(bool bMachine) { m_bMachineStore = bMachine; }
     void SetProtocols(uint32_t dwProtocols) { m_dwProtocols = dwProtocols; } ///< 0: the platform's choice
     void SetCheckCertificate(bool bCheck) { m_bCheckCertificate = bCheck; }
 
+    /// The mask of "TLS1_2,TLS1_3" and the like. Names that are unknown, also because of a blank, count for nothing.
     static uint32_t ParseCipherProtocols(const CSimpleString& strNames);
 
 private:
-    struct SChannel; ///< credentials, context and buffers
+    /// Bytes with room for more behind them.
+    struct SReceived
+    {
+        std::vector<uint8_t> bytes; ///< its size is the capacity
+        size_t nUsed = 0;
+
+        void Grow(size_t nCapacity); ///< keeps what is in it
+        void Keep(const Platform::STlsBuffer& extra);
+    };
+
+    Platform::ETlsEnd End() const { return m_bServer ? Platform::ETlsEnd::Server : Platform::ETlsEnd::Client; }
+    void CreateCredentials();
+    void FindLocalCertificate();
+    void ClientHandshake(const CSimpleString& strTargetName);
+    void ServerHandshake();
+    void HandshakeLoop(bool bRead);
+    void HandshakePass(uint32_t& dwStatus, uint32_t& dwRequest, bool& bRead);
+    void SendToken(const Platform::STlsToken& token, uint32_t dwNothingSent);
+    void Renegotiate();
+    void CheckPeer(const CSimpleString& strTargetName);
+    uint32_t VerifyChain(const Platform::CTlsCertificate& certificate, const CSimpleString& strTargetName) const;
+    uint32_t CheckRevocation(const Platform::STlsChain& chain) const;
+    uint32_t ReadMore();
+    uint32_t TakePending(void* pBuffer, uint32_t nLength);
+    void DecryptSome();
+    bool DecryptRecord(uint32_t& dwStatus);
+    Platform::STlsStreamSizes StreamSizes() const;
+    void ShutdownTls();
+    void TryShutdownTls() noexcept;
 
     bool m_bSecure = false;
     bool m_bServer = false;
     CSimpleString m_strCertificateName;
     bool m_bMachineStore = false;
     uint32_t m_dwProtocols = 0;
+    Platform::CTlsCertificate m_localCertificate;
     bool m_bCheckCertificate = true;
+    CCertificateStore m_store; ///< open until the socket is destroyed
+    Platform::STlsCredentialSettings m_settings;
+    Platform::CTlsCredentials m_credentials;
+    Platform::CTlsContext m_context;
     bool m_bEstablished = false;
-    std::unique_ptr<SChannel> m_pChannel;
+    CSimpleString m_strTargetName;  ///< of the last handshake, for the check after a renegotiation
+    std::vector<uint8_t> m_pending; ///< decrypted, not yet given to a caller
+    size_t m_nPendingTaken = 0;     ///< of m_pending, from its front
+    SReceived m_received;           ///< encrypted, not yet consumed
 };
 
 } // namespace Bex

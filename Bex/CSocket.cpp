@@ -84,7 +84,7 @@ void CSocket::Connect(const CSimpleString& strHost, uint16_t wPort)
 {
     Platform::SSocketAddress address = AddressOf(m_iFamily, strHost);
     address.wPort = wPort;
-    Connect(address);
+    CSocket::Connect(address); // a derived socket adds its own steps once
 }
 
 void CSocket::Bind(const CSimpleString& strLocalAddress)
