@@ -49,6 +49,7 @@ CSMTPSession::CSMTPSession(CSMTPClient& client, const SDeliverySettings& setting
 
 CSMTPSession::~CSMTPSession()
 {
+    LimitTo(QUIT_SECONDS); // TLS says goodbye to peers that may not read any more
     try {
         m_client.Close();
     } catch (const Bex::CException&) { // nothing was lost: the mail is accepted, or its failure is known
@@ -83,9 +84,10 @@ void CSMTPSession::Open(const CSmartHost& target)
 }
 
 /// A peer that keeps each single wait just short of its time-out must not hold the thread for ever.
-void CSMTPSession::LimitSession()
+void CSMTPSession::LimitSession() { LimitTo(m_settings.dwSessionLimit + m_mail.payload.Size() / SLOWEST_TRANSFER); }
+
+void CSMTPSession::LimitTo(uint64_t ui64Seconds)
 {
-    const uint64_t ui64Seconds = m_settings.dwSessionLimit + m_mail.payload.Size() / SLOWEST_TRANSFER;
     m_client.SetDeadline(Platform::TickCount() + ui64Seconds * MILLIS_PER_SECOND);
 }
 
@@ -159,7 +161,7 @@ void CSMTPSession::Expect(int iExpected, int iAlso, int iLine)
 
 void CSMTPSession::Quit()
 {
-    m_client.SetDeadline(Platform::TickCount() + std::min(m_settings.dwTimeout, QUIT_SECONDS) * MILLIS_PER_SECOND);
+    LimitTo(std::min(m_settings.dwTimeout, QUIT_SECONDS));
     m_client.SendCommand("QUIT\r\n");
     m_client.ReadReply();
     m_client.Shutdown(SHUTDOWN_SENDING);

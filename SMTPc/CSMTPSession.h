@@ -23,6 +23,7 @@ public:
 private:
     void Open(const CSmartHost& target);
     void LimitSession();
+    void LimitTo(uint64_t ui64Seconds);
     void Greet();
     void Secure(const CSmartHost& target);
     void Authenticate(const CSmartHost& target);

@@ -133,15 +133,15 @@ void WriteReport(const SReportContext& context, TCompose compose)
         Write(ErrorReportPath(context.strMailPath), compose());
     } catch (const Bex::CFileException& exception) {
         WriteConsole(stderr,
-                     Bex::CSimpleString::Formatted("%s(SysError=%d, LibError=%d) at %s:%d caught at %s:%d",
+                     Bex::CSimpleString::Formatted("%s(SysError=%d, LibError=%d) at %s:%d caught at %s:%d\n",
                                                    exception.ClassName(), exception.SysError(), exception.LibError(),
                                                    exception.SourceFile(), exception.Line(), SOURCE_FILE, __LINE__));
     } catch (const Bex::CException& exception) {
         char szText[1024];
         exception.GetMessage(szText, sizeof(szText));
-        WriteConsole(stderr, szText);
+        WriteConsole(stderr, Bex::CSimpleString::Formatted("%s\n", szText));
     } catch (const std::exception& exception) {
-        WriteConsole(stderr, exception.what());
+        WriteConsole(stderr, std::string(exception.what()) + "\n");
     }
 }
 

@@ -13,12 +13,12 @@ constexpr char SOURCE_FILE[] = "SMTPc/TransferForm";
 constexpr std::string_view END_OF_DATA = "\r\n.\r\n";
 constexpr size_t NONE = std::string_view::npos;
 
-/// Where the next line that begins with a dot starts, at or behind a line's start.
-size_t NextDotLine(std::string_view text, size_t nLine)
+/// Where the next line that begins with a dot starts, at the start of the text or behind the given position.
+size_t NextDotLine(std::string_view text, size_t nFrom)
 {
-    if (nLine < text.size() && text[nLine] == '.')
-        return nLine;
-    const size_t nBreak = text.find("\n.", nLine);
+    if (nFrom == 0 && text.starts_with('.'))
+        return 0;
+    const size_t nBreak = text.find("\n.", nFrom);
     return nBreak == NONE ? NONE : nBreak + 1;
 }
 
