@@ -46,6 +46,8 @@ public:
         m_iErrno = posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
         if (m_iErrno == 0 && pszWorkingDirectory != nullptr && *pszWorkingDirectory != '\0')
             m_iErrno = posix_spawn_file_actions_addchdir_np(&m_actions, pszWorkingDirectory);
+        if (m_iErrno == 0) // libraries open sockets that an exec does not close
+            m_iErrno = posix_spawn_file_actions_addclosefrom_np(&m_actions, STDERR_FILENO + 1);
     }
     ~CSpawnSettings()
     {

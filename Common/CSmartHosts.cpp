@@ -1,0 +1,49 @@
+#include "Common/CSmartHosts.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/SmartHostEntry.h"
+#include "Common/TargetResolution.h"
+
+#include <algorithm>
+
+namespace {
+
+bool MatchesDomain(std::string_view pattern, std::string_view domain)
+{
+    return !domain.empty() && Bex::WildcardMatchCase(domain, pattern);
+}
+
+bool MatchesKey(std::string_view key, std::string_view senderDomain, std::string_view recipientDomain)
+{
+    if (!key.starts_with('<') && !key.starts_with('>'))
+        return MatchesDomain(key, recipientDomain);
+    const std::string_view pattern = key.substr(1);
+    return pattern.empty() || MatchesDomain(pattern, key.front() == '<' ? senderDomain : recipientDomain);
+}
+
+} // namespace
+
+void CSmartHosts::FindSmartHosts(const Bex::CSimpleString& strSenderDomain,
+                                 const Bex::CSimpleString& strRecipientDomain, CTargetList& targets) const
+{
+    ptrdiff_t nMostDots = -1;
+    Bex::CSimpleString strHosts;
+    {
+        Bex::CScopedLock lock(LockObject()); // not held while names are looked up
+        for (CIterator it(*this); it; ++it) {
+            const std::string_view key = it->key;
+            const ptrdiff_t nDots = std::count(key.begin(), key.end(), '.');
+            if (nDots > nMostDots && MatchesKey(key, strSenderDomain, strRecipientDomain)) {
+                nMostDots = nDots;
+                strHosts = it->value;
+            }
+        }
+    }
+    targets.RemoveAll();
+    Bex::CList<Bex::CSimpleString> entries(false);
+    Bex::Tokenize(strHosts, ",", entries, false);
+    for (const Bex::CSimpleString& strEntry : entries) {
+        const SSmartHostEntry entry = ParseSmartHostEntry(strEntry);
+        ResolveHostTargets(targets, entry.strHost, entry.wPort, entry.strUser, entry.strPassword, entry.mode);
+    }
+}

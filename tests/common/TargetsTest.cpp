@@ -1,0 +1,223 @@
+#include "Bex/CResolver.h"
+#include "Common/CSmartHosts.h"
+#include "Common/Connectivity.h"
+#include "Common/SmartHostEntry.h"
+#include "Common/TargetResolution.h"
+#include "Platform/DnsQuery.h"
+#include "support/CDnsServer.h"
+#include "support/CLogRecorder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace Bex;
+using testing::ElementsAre;
+
+namespace {
+
+using CTexts = std::vector<std::string>;
+
+template <class T, class TText>
+CTexts Texts(const CList<T>& list, TText text)
+{
+    CTexts texts;
+    for (const T& element : list)
+        texts.emplace_back(text(element).Text());
+    return texts;
+}
+CTexts Texts(const CList<CSimpleString>& list)
+{
+    return Texts(list, [](const CSimpleString& strText) { return strText; });
+}
+CTexts Texts(const CTargetList& targets)
+{
+    return Texts(targets, [](const CSmartHost& target) {
+        return CSimpleString::Formatted("%s %s %u %u %s", target.strHostName.Text(),
+                                        target.endPoint.Address()->Text().Text(), target.endPoint.Port(),
+                                        static_cast<unsigned>(target.mode), target.strUser.Text());
+    });
+}
+
+class TargetsTest : public testing::Test
+{
+public:
+    static void SetUpTestSuite() { setenv("TOBIX_CONNECTIVITY", "46", 1); } // before the process probes
+
+protected:
+    CTexts Targets(const char* pszDomain, EResolution expected = EResolution::Done, bool bFirst = false)
+    {
+        CTargetList targets;
+        EXPECT_EQ(ResolveTargets(targets, pszDomain, bFirst), expected);
+        return Texts(targets);
+    }
+    void TellHost(const char* pszName, const char* pszIPv4, const char* pszIPv6 = nullptr)
+    {
+        dns.Tell(pszName, CDnsServer::A, {CDnsServer::IPv4(pszIPv4)});
+        if (pszIPv6 != nullptr)
+            dns.Tell(pszName, CDnsServer::AAAA, {CDnsServer::IPv6(pszIPv6)});
+    }
+
+    CDnsServer dns;
+    CLogRecorder log;
+};
+
+TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
+{
+    dns.Tell("example.test", CDnsServer::MX,
+             {CDnsServer::Exchange(20, "a.test"), CDnsServer::Exchange(10, "b.test"),
+              CDnsServer::Exchange(10, "c.test"), CDnsServer::Exchange(65535, "d.test")});
+    TellHost("a.test", "192.0.2.1");
+    TellHost("b.test", "192.0.2.2", "2001:db8::2");
+    TellHost("c.test", "192.0.2.3");
+    dns.Tell("d.test", CDnsServer::A, {CDnsServer::IPv4("192.0.2.9"), CDnsServer::IPv4("192.0.2.4")});
+    const auto expected = ElementsAre("b.test 2001:db8::2 25 1 ", "b.test 192.0.2.2 25 1 ", "c.test 192.0.2.3 25 1 ",
+                                      "a.test 192.0.2.1 25 1 ", "d.test 192.0.2.9 25 1 ", "d.test 192.0.2.4 25 1 ");
+    EXPECT_THAT(Targets("example.test"), expected);
+    EXPECT_THAT(Targets("example.test"), expected); // from the cache
+    EXPECT_EQ(dns.Asked("example.test", CDnsServer::MX), 1);
+    EXPECT_THAT(Targets("example.test", EResolution::Done, true),
+                ElementsAre("b.test 2001:db8::2 25 1 ", "b.test 192.0.2.2 25 1 "));
+    EXPECT_THAT(log.Lines(), ElementsAre());
+}
+
+TEST_F(TargetsTest, TellsADomainWithoutMailFromOneWithoutExchanges)
+{
+    dns.Tell("null.test", CDnsServer::MX, {CDnsServer::Exchange(0, ".")});
+    EXPECT_THAT(Targets("null.test", EResolution::NullMX), ElementsAre());
+    dns.Tell("half.test", CDnsServer::MX, {CDnsServer::Exchange(0, "."), CDnsServer::Exchange(5, "a.test")});
+    TellHost("a.test", "192.0.2.1");
+    EXPECT_THAT(Targets("half.test"), ElementsAre("a.test 192.0.2.1 25 1 "));
+    TellHost("plain.test", "192.0.2.5");
+    EXPECT_THAT(Targets("plain.test"), ElementsAre("plain.test 192.0.2.5 25 1 "));
+    EXPECT_THAT(Targets("gone.test"), ElementsAre());
+}
+
+TEST_F(TargetsTest, FollowsCanonicalNamesToAnEnd)
+{
+    dns.Tell("alias.test", CDnsServer::CNAME, {CDnsServer::Name("real.test")});
+    dns.Tell("real.test", CDnsServer::MX, {CDnsServer::Exchange(1, "mx.test")});
+    TellHost("real.test", "192.0.2.1");
+    TellHost("mx.test", "192.0.2.2");
+    EXPECT_THAT(Targets("alias.test"), ElementsAre("mx.test 192.0.2.2 25 1 "));
+    dns.Tell("www.test", CDnsServer::CNAME, {CDnsServer::Name("host.test")});
+    TellHost("host.test", "192.0.2.3");
+    EXPECT_THAT(Targets("www.test"), ElementsAre("host.test 192.0.2.3 25 1 "));
+    dns.Tell("x.test", CDnsServer::CNAME, {CDnsServer::Name("y.test")});
+    dns.Tell("y.test", CDnsServer::CNAME, {CDnsServer::Name("x.test")});
+    EXPECT_THAT(Targets("x.test", EResolution::RetryLater), ElementsAre());
+}
+
+TEST_F(TargetsTest, KnowsFailuresFromEmptyAnswers)
+{
+    CList<CSimpleString> names;
+    EXPECT_TRUE(CResolver::ResolveMX("gone.test", names));
+    dns.Tell("empty.test", CDnsServer::MX, {});
+    EXPECT_TRUE(CResolver::ResolveMX("empty.test", names));
+    EXPECT_THAT(log.Lines(), ElementsAre());
+    dns.Tell("broken.test", CDnsServer::MX, {}, CDnsServer::SERVFAIL);
+    EXPECT_FALSE(CResolver::ResolveMX("broken.test", names));
+    EXPECT_FALSE(CResolver::ResolveMX("bad..name", names));
+    EXPECT_THAT(log.Lines(), ElementsAre(testing::MatchesRegex("3 DnsQuery failed at Bex/CResolver:[0-9]+ with code "
+                                                               "0x0000232A\n"),
+                                         testing::EndsWith("with code 0x0000007B\n")));
+    EXPECT_TRUE(names.IsEmpty());
+    dns.Tell("silent.test", CDnsServer::A, {}, CDnsServer::SILENCE);
+    std::vector<std::string> records;
+    EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, 200, records), Platform::DNS_TIMED_OUT);
+}
+
+TEST_F(TargetsTest, GivesOneTextPerRecordAndTakesLongAnswers)
+{
+    CDnsServer::CData data;
+    CTexts expected;
+    for (int iRecord = 0; iRecord < 40; ++iRecord) {
+        const std::string strText = std::to_string(100 + iRecord).append(57, 'x');
+        expected.push_back(strText + "end");
+        data.push_back(std::string("\x3c").append(strText).append("\3end"));
+    }
+    dns.Tell("long.test", CDnsServer::TXT, data);
+    CList<CSimpleString> texts;
+    EXPECT_TRUE(CResolver::ResolveTXT("long.test", texts));
+    EXPECT_EQ(Texts(texts), expected);
+}
+
+TEST_F(TargetsTest, AsksForNamesAsTheSystemDoes)
+{
+    CList<CIPv6Address> addresses;
+    EXPECT_TRUE(CResolver::ResolveAAAA("LocalHost.", addresses));
+    ASSERT_EQ(addresses.Count(), 1u);
+    EXPECT_TRUE(addresses.begin()->IsLoopback());
+    dns.Tell("relay.corp.test", CDnsServer::CNAME, {CDnsServer::Name("r1.corp.test")});
+    CList<CSimpleString> names;
+    EXPECT_TRUE(CResolver::ResolveCNAME("relay", names));
+    EXPECT_THAT(Texts(names), ElementsAre("r1.corp.test"));
+    dns.Tell("odd.test", CDnsServer::CNAME, {std::string("\4a.b\n\0", 6)});
+    EXPECT_TRUE(CResolver::ResolveCNAME("odd.test", names));
+    EXPECT_EQ(names.At(1), "a\\.b\\010");
+}
+
+TEST(ConnectivityTest, ProbesUnusableFamiliesMoreOften)
+{
+    EXPECT_FALSE(IsProbeDue(false, 1000, 1060));
+    EXPECT_TRUE(IsProbeDue(false, 1000, 1061));
+    EXPECT_FALSE(IsProbeDue(true, 1000, 4600));
+    EXPECT_TRUE(IsProbeDue(true, 1000, 4601));
+}
+
+struct EntryCase
+{
+    const char* text;
+    const char* host;
+    int port;
+    ETLSMode mode;
+    const char* user;
+    const char* password;
+};
+class SmartHostEntryTest : public testing::TestWithParam<EntryCase>
+{};
+
+TEST_P(SmartHostEntryTest, IsReadAsFarAsItGoes)
+{
+    const EntryCase& expected = GetParam();
+    const SSmartHostEntry entry = ParseSmartHostEntry(expected.text);
+    EXPECT_EQ(entry.strHost, expected.host);
+    EXPECT_EQ(entry.wPort, expected.port);
+    EXPECT_EQ(entry.mode, expected.mode);
+    EXPECT_EQ(entry.strUser, expected.user);
+    EXPECT_EQ(entry.strPassword, expected.password);
+}
+
+INSTANTIATE_TEST_SUITE_P(Entries, SmartHostEntryTest,
+                         testing::Values(EntryCase{"relay", "relay", 25, ETLSMode::Opportunistic, "", ""},
+                                         EntryCase{" relay:587t", " relay", 587, ETLSMode::Offered, "", ""},
+                                         EntryCase{"u@d:p:w@h:465s", "h", 465, ETLSMode::Direct, "u@d", "p:w"},
+                                         EntryCase{"u@h:465S", "h", 465, ETLSMode::Opportunistic, "u", ""},
+                                         EntryCase{"u:p@[2001:db8::1]:26i", "2001:db8::1", 26, ETLSMode::None, "u",
+                                                   "p"},
+                                         EntryCase{"[::1]", "::1", 25, ETLSMode::Opportunistic, "", ""},
+                                         EntryCase{"[::1", "::1", 25, ETLSMode::Opportunistic, "", ""},
+                                         EntryCase{"h:", "h", 0, ETLSMode::Opportunistic, "", ""}));
+
+TEST_F(TargetsTest, TakesTheSmartHostsOfTheMostSpecificKey)
+{
+    CSmartHosts table;
+    table.Set("*", "192.0.2.1");
+    table.Set(">example.org", "u:p@[2001:db8::1]:465s,192.0.2.2:25s,h.test,gone.test");
+    table.Set("<a.sender.org", "192.0.2.3:2525i");
+    TellHost("real.test", "192.0.2.7");
+    dns.Tell("h.test", CDnsServer::CNAME, {CDnsServer::Name("real.test")});
+    CTargetList targets;
+    const auto find = [&](const char* pszSender, const char* pszRecipient) {
+        table.FindSmartHosts(pszSender, pszRecipient, targets);
+        return Texts(targets);
+    };
+    EXPECT_THAT(find("x.org", "example.org"),
+                ElementsAre("2001:db8::1 2001:db8::1 465 3 u", "192.0.2.2 192.0.2.2 25 1 ", "h.test 192.0.2.7 25 1 "));
+    EXPECT_THAT(find("a.sender.org", "example.org"), ElementsAre("192.0.2.3 192.0.2.3 2525 0 "));
+    EXPECT_THAT(find("x.org", "EXAMPLE.org"), ElementsAre("192.0.2.1 192.0.2.1 25 1 "));
+    EXPECT_THAT(find("x.org", ""), ElementsAre());
+    table.Set("<", "192.0.2.4");
+    EXPECT_THAT(find("", ""), ElementsAre("192.0.2.4 192.0.2.4 25 1 "));
+}
+
+} // namespace
