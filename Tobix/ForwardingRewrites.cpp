@@ -1,6 +1,41 @@
 #include "Tobix/ForwardingRewrites.h"
 
-void ApplyForwardingRewrites(CMail& copy, const Bex::CSimpleString& strAddressedRecipient)
+#include "Common/Globals.h"
+#include "Tobix/SRS.h"
+
+namespace {
+
+void RewriteEnvelopeSender(CMail& copy)
+{
+    const Bex::CSimpleString strDomain = Config().GetString("SRS.Domain");
+    const Bex::CSimpleString strChallenge = Config().GetString("SRS.Challenge");
+    if (!copy.EnvelopeSender().IsEmpty() && !strDomain.IsEmpty() && !strChallenge.IsEmpty())
+        copy.SetEnvelopeSender(SRSRewrite(copy.EnvelopeSender(), strDomain, strChallenge));
+}
+
+void ReplaceAuthor(CMail& copy)
+{
+    const Bex::CSimpleString strAuthor = copy.FromAddress();
+    if (copy.FindHeaderLine("Sender").IsEmpty())
+        copy.ExtraHeaderLines().Append(Bex::CSimpleString::Formatted("Sender: %s", strAuthor.Text()));
+    if (copy.ReplyTo().IsEmpty())
+        copy.SetReplyTo(Bex::CSimpleString::Formatted("<%s>", strAuthor.Text()));
+    copy.SetFromAddress(copy.EnvelopeSender());
+    const Bex::CSimpleString strSignature = copy.FindHeaderLine("DKIM-Signature"); // the new From breaks it
+    if (!strSignature.IsEmpty())
+        copy.ExtraHeaderLines().RemoveEqual(strSignature);
+}
+
+} // namespace
+
+void ApplyForwardingRewrites(CMail& copy, const Bex::CSimpleString& strAddressedRecipient,
+                             Bex::CSimpleString (*LookupPolicy)(const Bex::CSimpleString&))
 {
     copy.SetResentFor(strAddressedRecipient);
+    RewriteEnvelopeSender(copy);
+    if (Config().GetInt("Header.Forward.DMARCWorkaround", 1) == 0)
+        return;
+    const Bex::CSimpleString& strAuthor = copy.FromAddress();
+    if (strAuthor.Contains('@') && LookupPolicy(strAuthor.AfterFirst('@')) == "reject")
+        ReplaceAuthor(copy);
 }

@@ -1,0 +1,168 @@
+#include "Common/Globals.h"
+#include "Tobix/ForwardingRewrites.h"
+#include "Tobix/SRS.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+constexpr int64_t DAY = 86400;
+
+std::string Rewritten(const char* pszAddress, int64_t iSeconds = 0, const char* pszChallenge = "secret")
+{
+    return SRSRewrite(pszAddress, "srs.example", pszChallenge, Bex::CTime(iSeconds)).Text();
+}
+
+TEST(SRSTest, GivesTheFormForEachKindOfSender)
+{
+    EXPECT_EQ(Rewritten("ann@far.example").substr(0, 5), "SRS0+");
+    EXPECT_EQ(Rewritten("ann@far.example").substr(9), "=AA=far.example=ann@srs.example");
+    EXPECT_EQ(Rewritten("ann").substr(9), "=AA==ann@srs.example");
+    for (const std::string strSeparator : {"+", "-", "="}) {
+        EXPECT_EQ(Rewritten(("SRS0" + strSeparator + "abcd=XY=far.example=ann@one.example").c_str()).substr(9),
+                  "=one.example==abcd=XY=far.example=ann@srs.example");
+        EXPECT_EQ(Rewritten(("SRS1" + strSeparator + "abcd=one.example==x=y@two.example").c_str()),
+                  "SRS1" + strSeparator + "abcd=one.example==x=y@srs.example");
+    }
+    EXPECT_EQ(Rewritten("SRS0.x@one.example").substr(9), "=AA=one.example=SRS0.x@srs.example");
+    EXPECT_EQ(Rewritten("srs0+x@one.example").substr(9), "=AA=one.example=srs0+x@srs.example");
+    EXPECT_EQ(Rewritten(""), "");
+}
+
+TEST(SRSTest, StampsTheDayInTwoCharactersThatRepeatAfter1024Days)
+{
+    const auto Stamp = [](int64_t iDay) { return Rewritten("a@b", iDay * DAY + DAY - 1).substr(10, 2); };
+    EXPECT_EQ(Stamp(1), "BA");
+    EXPECT_EQ(Stamp(31), "7A");
+    EXPECT_EQ(Stamp(32), "AB");
+    EXPECT_EQ(Stamp(1023), "77");
+    EXPECT_EQ(Stamp(1024 * 20 + 5), Stamp(5));
+}
+
+TEST(SRSTest, HashesWithTheFirstFiveBytesOfTheChallenge)
+{
+    EXPECT_EQ(Rewritten("a@b", 0, "12345678"), Rewritten("a@b", 0, "12345"));
+    EXPECT_NE(Rewritten("a@b", 0, "12345"), Rewritten("a@b", 0, "12346"));
+    EXPECT_NE(Rewritten("a@b", 0, "1234"), Rewritten("a@b", 0, "12345"));
+    // the digest of every 86th text or so has a zero among its first three bytes
+    size_t nLengths[5] = {};
+    for (int i = 0; i < 2000; ++i) {
+        const std::string strRest = Rewritten((std::to_string(i) + "@b").c_str()).substr(5);
+        const std::string strHash = strRest.substr(0, strRest.find("=AA=b="));
+        ASSERT_TRUE(strHash.empty() || strHash.size() == 4) << strRest;
+        ++nLengths[strHash.empty() ? 0 : 4 - static_cast<size_t>(std::count(strHash.begin(), strHash.end(), '='))];
+    }
+    EXPECT_GT(nLengths[4], 1900u);
+    EXPECT_GT(nLengths[0], 0u);
+    EXPECT_GT(nLengths[2] + nLengths[3], 0u);
+}
+
+struct PolicyCase
+{
+    std::vector<const char*> texts;
+    const char* pszPolicy;
+};
+
+TEST(DMARCPolicyTest, IsTheFirstOneThatARecordTells)
+{
+    for (const PolicyCase& test : {
+             PolicyCase{{"v=DMARC1; p=reject; rua=mailto:x@y"}, "reject"},
+             PolicyCase{{"v=DMARC1 ;\t p=reject \\; pct=100"}, "reject"},
+             PolicyCase{{"v=DMARC1\\;p=quarantine\\;sp=reject"}, "quarantine"},
+             PolicyCase{{"v=spf1 -all", "v=DMARC1", "v=DMARC1;sp=none", "v=DMARC1;p=reject", "v=DMARC1;p=none"},
+                        "reject"},
+             PolicyCase{{"V=DMARC1;p=reject", "v=DMARC1;P=reject", " v=DMARC1;p=reject"}, "none"},
+             PolicyCase{{"v=DMARC1;p=Reject"}, "Reject"},
+             PolicyCase{{"v=DMARC1;p=", "v=DMARC1;p=reject"}, ""},
+             PolicyCase{{"", "v=DMARC"}, "none"},
+         }) {
+        Bex::CList<Bex::CSimpleString> texts;
+        for (const char* pszText : test.texts)
+            texts.Append(pszText);
+        EXPECT_EQ(FindDMARCPolicy(texts), test.pszPolicy) << test.texts.front();
+    }
+}
+
+TEST(DMARCPolicyTest, IsAskedForAtTheDomainAndItsParents)
+{
+    const auto Names = [](const std::string& strDomain) {
+        std::string strNames;
+        for (const Bex::CSimpleString& strName : DMARCNames(strDomain.c_str()))
+            strNames.append(strName.View().substr(6)).append(" ");
+        return strNames;
+    };
+    EXPECT_EQ(Names(""), "");
+    EXPECT_EQ(Names("com"), ".com ");
+    EXPECT_EQ(Names("a.b.com"), ".a.b.com .b.com ");
+    EXPECT_EQ(Names("com."), ".com. ");
+    EXPECT_EQ(Names("1.2.3.4.5.6.7.8.9.com").substr(0, 39), ".1.2.3.4.5.6.7.8.9.com .4.5.6.7.8.9.com");
+    EXPECT_EQ(Names(std::string(254, 'a')), "");
+}
+
+Bex::CSimpleString RejectAtFar(const Bex::CSimpleString& strDomain)
+{
+    return strDomain == "far.example" ? "reject" : "quarantine";
+}
+
+class ForwardingTest : public testing::Test
+{
+protected:
+    /// The header of a forwarded mail of that author, with SRS on.
+    std::string Forwarded(const char* pszAuthor, const std::string& strMore, const char* pszConfig = "")
+    {
+        const std::string strFile = m_directory.Write("tobix.cfg", std::string("SRS.Domain: srs.example\n"
+                                                                               "SRS.Challenge: secret\n") +
+                                                                       pszConfig);
+        EXPECT_TRUE(Config().Load(strFile.c_str()));
+        CMail mail;
+        mail.Parse(
+            std::string("X-Envelope-From: bob@home.example\r\nX-Envelope-To: ann@example.org\r\nFrom: \"Bob\" <") +
+            pszAuthor + ">\r\n" + strMore + "\r\nbody");
+        ApplyForwardingRewrites(mail, "ann@example.org", &RejectAtFar);
+        EXPECT_TRUE(m_bSRS == mail.EnvelopeSender().View().ends_with("=home.example=bob@srs.example"));
+        return mail.GetHeaderText(EWriteMode::Envelope).Text();
+    }
+
+    CTemporaryDirectory m_directory;
+    bool m_bSRS = true;
+};
+
+bool Has(const std::string& strHeader, const std::string& strText)
+{
+    return strHeader.find(strText) != std::string::npos;
+}
+
+TEST_F(ForwardingTest, AnAuthorAtARejectingDomainGivesWayToTheEnvelopeSender)
+{
+    const std::string strSignatures = "DKIM-Signature: v=1; 1\r\nDKIM-Signature: v=1; 2\r\nDKIM-Signature: v=1; 1\r\n";
+    const std::string strHeader = Forwarded("bob@far.example", strSignatures);
+    EXPECT_TRUE(Has(strHeader, "From: \"Bob\" <SRS0+")) << strHeader;
+    EXPECT_TRUE(Has(strHeader, "\r\nSender: bob@far.example\r\n"));
+    EXPECT_TRUE(Has(strHeader, "\r\nReply-To: <bob@far.example>\r\n"));
+    EXPECT_TRUE(Has(strHeader, "\r\nX-Resent-For: ann@example.org\r\n"));
+    EXPECT_FALSE(Has(strHeader, "v=1; 1"));
+    EXPECT_TRUE(Has(strHeader, "v=1; 2"));
+    const std::string strKept = Forwarded("bob@far.example", "Sender: eve@x\r\nReply-To: list@x\r\n");
+    EXPECT_TRUE(Has(strKept, "Sender: eve@x") && Has(strKept, "Reply-To: list@x") && !Has(strKept, "bob@far.example"));
+}
+
+TEST_F(ForwardingTest, OtherAuthorsStay)
+{
+    for (const char* pszAuthor : {"bob@near.example", "bob", "bob@x@far.example"})
+        EXPECT_TRUE(Has(Forwarded(pszAuthor, "DKIM-Signature: 1\r\n"), "DKIM-Signature: 1\r\n"));
+    const std::string strOff = Forwarded("bob@far.example", "", "Header.Forward.DMARCWorkaround: 0\n");
+    EXPECT_TRUE(Has(strOff, "<bob@far.example>") && Has(strOff, "X-Resent-For") && !Has(strOff, "Sender:"));
+    m_bSRS = false;
+    CMail null;
+    ApplyForwardingRewrites(null, "ann@example.org", &RejectAtFar);
+    EXPECT_TRUE(null.EnvelopeSender().IsEmpty());
+    EXPECT_TRUE(Config().Load(m_directory.Write("tobix.cfg", "SRS.Domain: srs.example\n").c_str()));
+    CMail mail;
+    mail.SetEnvelopeSender("bob@home.example");
+    ApplyForwardingRewrites(mail, "ann@example.org", &RejectAtFar);
+    EXPECT_EQ(mail.EnvelopeSender(), "bob@home.example");
+}
+
+} // namespace
