@@ -1,0 +1,260 @@
+#include "CSendWorld.h"
+#include "support/CTestAuthority.h"
+
+#include <gmock/gmock.h>
+
+using Commands = std::vector<std::string>;
+using Replies = CScriptedServer::Replies;
+
+namespace {
+
+const std::string OFFERS = "250-mx\r\n250-SIZE\r\n250 ";
+
+} // namespace
+
+struct OutcomeCase
+{
+    std::string strStage;
+    std::string strReply;
+    int iResult;
+    std::string strReported = ""; ///< what the report must hold
+    Replies others = {};
+    size_t nPiece = 0;
+};
+class OutcomeTest : public testing::TestWithParam<OutcomeCase>
+{};
+TEST_P(OutcomeTest, FollowsTheReply)
+{
+    CSendWorld world;
+    world.settings.dwSessionLimit = 10;
+    Replies replies = GetParam().others;
+    replies[GetParam().strStage] = GetParam().strReply;
+    CScriptedServer server(replies);
+    server.SetPiece(GetParam().nPiece);
+    world.Route(server, "ann:secret@127.0.0.1:%t");
+    const int iResult = world.Send();
+    EXPECT_EQ(iResult, GetParam().iResult);
+    EXPECT_EQ(world.HasMail(), iResult != DELIVERED);
+    EXPECT_TRUE(Holds(world.Report(), GetParam().strReported)) << world.Report();
+    EXPECT_EQ(world.Report().empty(), iResult == DELIVERED);
+    EXPECT_EQ(testing::Value(server.Commands(), testing::Contains("QUIT")), iResult != DELIVERY_CONNECTION_FAILED);
+}
+const Replies TLS{{"EHLO", OFFERS + "STARTTLS\r\n"}};
+INSTANTIATE_TEST_SUITE_P(
+    Refusals, OutcomeTest,
+    testing::Values(OutcomeCase{"greeting", "421 busy\r\n", 9, "continuous fatal errors -----\r\nBob@far.example"},
+                    OutcomeCase{"greeting", "554 never\r\n", 19, "<<< 554 never\n"},
+                    OutcomeCase{"greeting", "250 what\r\n", 9},
+                    OutcomeCase{"HELO", "554 no\r\n", 9, ">>> HELO me.example\r\n", {{"EHLO", "502 no\r\n"}}},
+                    OutcomeCase{"STARTTLS", "454 no\r\n", 9, "<<< 454 no\n", TLS},
+                    OutcomeCase{"STARTTLS", "501 no\r\n", 19, "", TLS},
+                    OutcomeCase{"MAIL", "451 no\r\n", 9, "127.0.0.1:\r\n\r\n>>> MAIL From:<Ann@here.example> SIZE="},
+                    OutcomeCase{"MAIL", "251 odd\r\n", 19},
+                    OutcomeCase{"RCPT", "450-a\r\n450 b\r\n", 9, "<<< 450-a\n<<< 450 b\n"},
+                    OutcomeCase{"RCPT", "550 no\r\n", 19, ">>> RCPT To:<Bob@far.example>\r\n<<< 550 no\n"},
+                    OutcomeCase{"RCPT", "251 forwards\r\n", 0}, OutcomeCase{"DATA", "451 no\r\n", 9},
+                    OutcomeCase{"DATA", "250 no\r\n", 19}, OutcomeCase{"payload", "452 full\r\n", 9},
+                    OutcomeCase{"payload", "554 spam\r\n", 19}, OutcomeCase{"QUIT", "554 no\r\n", 0},
+                    OutcomeCase{"QUIT", "drop", 0}, OutcomeCase{"RCPT", "550 no\r\n", 19, "", {{"QUIT", "drop"}}}));
+INSTANTIATE_TEST_SUITE_P(
+    BrokenSessions, OutcomeTest,
+    testing::Values(OutcomeCase{"greeting", "drop", 8, "\t(reason: the connection was aborted"},
+                    OutcomeCase{"EHLO", "drop", 8}, OutcomeCase{"HELO", "drop", 8, "", {{"EHLO", "502 no\r\n"}}},
+                    OutcomeCase{"STARTTLS", "last220 go\r\n", 8, "", TLS}, // this target is never tried without TLS
+                    OutcomeCase{"MAIL", "drop", 8}, OutcomeCase{"RCPT", "drop", 8}, OutcomeCase{"DATA", "drop", 8},
+                    OutcomeCase{"payload", "drop", 8}, OutcomeCase{"EHLO", "endless250-x\r\n", 8},
+                    OutcomeCase{"EHLO", "endlessx", 8}, OutcomeCase{"greeting", "endless\xff\r", 8},
+                    OutcomeCase{"RCPT", "last250", 8}));
+INSTANTIATE_TEST_SUITE_P(InPieces, OutcomeTest,
+                         testing::Values(OutcomeCase{"QUIT", "221 a\r\n", 0, "", {}, 1},
+                                         OutcomeCase{"QUIT", "221 a\r\n", 0, "", {}, 3}));
+
+TEST(SendMailTest, DeliversAndRemovesTheFiles)
+{
+    CSendWorld world;
+    const std::string strText(20000, 'x');
+    world.WriteMail(
+        "X-Envelope-From: Ann@Here.example\r\nX-Envelope-To: Bob@Far.Example\r\nX-Authenticated-As: a b=c\r\n",
+        strText);
+    std::ofstream(world.Path() + ".err") << "of the last attempt";
+    world.settings.bLowerRecipientDomain = true;
+    CScriptedServer server(Replies{{"EHLO", OFFERS + "AUTH PLAIN\r\n"}});
+    world.Route(server);
+    EXPECT_EQ(world.Send(), DELIVERED);
+    const std::string strPayload = "Message-ID: <1@here>\r\nFrom: <Ann@here.example>\r\nTo: <Bob@far.example>\r\n"
+                                   "Date: today\r\nX-Authenticated-As: a b=c\r\n\r\n" +
+                                   strText + "\r\n.\r\n";
+    const std::string strSize = std::to_string(strPayload.size());
+    EXPECT_EQ(server.Payload(), strPayload);
+    EXPECT_EQ(server.Commands(),
+              (Commands{"EHLO me.example", "MAIL From:<Ann@here.example> SIZE=" + strSize + " AUTH=a+20b+3dc",
+                        "RCPT To:<Bob@far.example>", "DATA", "QUIT"}));
+    EXPECT_FALSE(world.HasMail());
+    EXPECT_EQ(world.Report(), "");
+    EXPECT_TRUE(world.Logged("6 mail <1@here> from <Ann@here.example> to <Bob@far.example> delivered, " + strSize +
+                             " bytes sent"));
+}
+
+TEST(SendMailTest, FallsBackToHelloWithoutExtensions)
+{
+    CSendWorld world;
+    CScriptedServer server(Replies{{"EHLO", "502 STARTTLS AUTH SIZE\r\n"}});
+    world.Route(server, "ann:secret@127.0.0.1:%t");
+    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(server.Commands(), (Commands{"EHLO me.example", "HELO me.example", "MAIL From:<Ann@here.example>",
+                                           "RCPT To:<Bob@far.example>", "DATA", "QUIT"}));
+}
+
+TEST(SendMailTest, TriesTheTargetsInOrderUntilOneDecides)
+{
+    CSendWorld world;
+    CScriptedServer server(Replies{{"greeting", "drop"}}, Replies{{"MAIL", "450 no\r\n"}},
+                           Replies{{"RCPT", "550 no\r\n"}});
+    world.Route(server, "127.0.0.1:1i,127.0.0.1:%i,127.0.0.1:%i,127.0.0.1:%i,127.0.0.1:%i");
+    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_EQ(server.Commands(),
+              (Commands{"EHLO me.example", "MAIL From:<Ann@here.example> SIZE=97", "QUIT", "EHLO me.example",
+                        "MAIL From:<Ann@here.example> SIZE=97", "RCPT To:<Bob@far.example>", "QUIT"}));
+    EXPECT_TRUE(world.Logged("3 mail <1@here> failed with socket error: the attempt to connect was rejected (in File"));
+    EXPECT_TRUE(world.Logged("3 mail <1@here> failed with permanent SMTP error: <<< 550 no"));
+}
+
+TEST(SendMailTest, TriesAgainWithoutTlsWhenTlsBreaks)
+{
+    CSendWorld world;
+    const Replies broken{{"EHLO", OFFERS + "STARTTLS\r\n"},
+                         {"STARTTLS", "last220 go\r\n250-mx\r\n250 AUTH PLAIN\r\n"}}; // as if told under TLS
+    CScriptedServer server(broken, Replies{});
+    world.Route(server);
+    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(server.Commands(),
+              (Commands{"EHLO me.example", "STARTTLS", "EHLO me.example", "MAIL From:<Ann@here.example> SIZE=97",
+                        "RCPT To:<Bob@far.example>", "DATA", "QUIT"}));
+}
+
+TEST(SendMailTest, LearnsAnewUnderTls)
+{
+    CSendWorld world;
+    CTestAuthority authority;
+    authority.Issue("good", "good", 30);
+    // The host offers what it has in clear only, and somebody between adds to its reply.
+    CScriptedServer server(Replies{{"EHLO", OFFERS + "STARTTLS\r\n"}, {"STARTTLS", "220 go\r\n250 AUTH PLAIN\r\n"}});
+    world.Route(server, "ann:secret@127.0.0.1:%t");
+    EXPECT_EQ(world.Send(), DELIVERED) << world.Report();
+    EXPECT_THAT(server.Commands(),
+                testing::ElementsAre("EHLO me.example", "STARTTLS", "EHLO me.example", testing::StartsWith("MAIL"),
+                                     testing::StartsWith("RCPT"), "DATA", "QUIT"));
+    EXPECT_TRUE(world.Logged("5 connection to 127.0.0.1 secured"));
+}
+
+TEST(SendMailTest, RefusesWhatCannotBeSent)
+{
+    CSendWorld world;
+    CScriptedServer server(Replies{});
+    world.Route(server);
+    world.WriteMail("X-Envelope-From: ann@here..example\r\nX-Envelope-To: bob@far.example\r\n");
+    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_TRUE(Holds(world.Report(), "follows -----\r\nsender address <ann@here..example> has bad format"));
+    world.WriteMail("X-Envelope-From: <>\r\nX-Envelope-To: \r\nTo: Bob <b ob@far.example>, c\r\n");
+    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_TRUE(world.Logged("permanent SMTP error: recipient address <b ob@far.example> has bad format"));
+    world.WriteMail("X-Envelope-From: ann@here.example\r\n");
+    EXPECT_EQ(world.Send(), DELIVERY_NOT_PREPARED);
+    std::filesystem::remove(world.Path());
+    EXPECT_EQ(world.Send(), DELIVERY_NOT_PREPARED);
+    EXPECT_TRUE(world.Logged("3 error: could not open file \"" + world.Path() + "\": 2"));
+    EXPECT_EQ(server.Commands(), Commands{});
+}
+
+TEST(SendMailTest, SendsUnderTheMask)
+{
+    CSendWorld world;
+    Masquerading().Set("Ann@here.example", "office@here.example");
+    world.WriteMail("X-Envelope-From: Ann@HERE.example\r\nX-Envelope-To: bob@far.example\r\nFrom: Ann <a@b>\r\n"
+                    "sender: Ann@here.example\r\n");
+    CScriptedServer server(Replies{});
+    world.Route(server);
+    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_THAT(server.Commands(), testing::Contains(testing::HasSubstr("MAIL From:<office@here.example>")));
+    EXPECT_TRUE(Holds(server.Payload(), "From: \"Ann\" <office@here.example>\r\n")) << server.Payload();
+    EXPECT_TRUE(Holds(server.Payload(), "\r\nSender: <office@here.example>\r\n"));
+}
+
+TEST(SendMailTest, StopsInTheMiddleOfASession)
+{
+    CSendWorld world;
+    CScriptedServer server(Replies{{"RCPT", "hang"}});
+    world.Route(server);
+    CAttempt attempt(world.settings, world.Path());
+    server.WaitFor("RCPT");
+    EXPECT_TRUE(attempt.Stop()); // within a second
+    EXPECT_EQ(attempt.Result(), DELIVERY_STOPPED);
+    EXPECT_TRUE(world.HasMail());
+}
+
+TEST(SendMailTest, LeavesASessionThatTakesTooLong)
+{
+    CSendWorld world;
+    world.settings.dwSessionLimit = 1;
+    CScriptedServer server(Replies{{"EHLO", "hang"}});
+    world.Route(server, "127.0.0.1:%i");
+    EXPECT_EQ(world.Send(), DELIVERY_CONNECTION_FAILED);
+    EXPECT_TRUE(Holds(world.Report(), "aborted due to timeout"));
+}
+
+struct AuthCase
+{
+    std::string strOffered;
+    Replies replies;
+    int iResult;
+    Commands commands; ///< between EHLO and MAIL
+};
+class AuthTest : public testing::TestWithParam<AuthCase>
+{};
+TEST_P(AuthTest, ShowsThePasswordToTheServerOnly)
+{
+    CSendWorld world;
+    world.settings.iDebugLevel = 2;
+    Replies replies = GetParam().replies;
+    replies["EHLO"] = OFFERS + "AUTH " + GetParam().strOffered + "\r\n";
+    CScriptedServer server(replies);
+    world.Route(server, "tim:tanstaaftanstaaf@127.0.0.1:%i");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(world.Send(), GetParam().iResult);
+    const std::string strEchoed = testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
+    Commands expected{"EHLO me.example"};
+    expected.insert(expected.end(), GetParam().commands.begin(), GetParam().commands.end());
+    Commands commands = server.Commands();
+    ASSERT_GE(commands.size(), expected.size());
+    commands.resize(expected.size());
+    EXPECT_EQ(commands, expected);
+    for (const char* pszSecret : {"tanstaaf", "dGltIG", "AHRpbQ", "dGFuc3"}) { // and as they are sent
+        EXPECT_FALSE(Holds(strEchoed, pszSecret)) << strEchoed;
+        EXPECT_FALSE(Holds(world.Report(), pszSecret)) << world.Report();
+        EXPECT_FALSE(world.Logged(pszSecret));
+    }
+    EXPECT_TRUE(Holds(strEchoed, "********"));
+}
+const std::string CHALLENGE = "334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+\r\n";
+const std::string MD5_ANSWER = "dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw"; // RFC 2195
+const std::string SHA1_ANSWER = "dGltIDE1NGM1YTYwMGUwMWFhMzA0ZjE0MzAyOTU2NzlmM2E0MzhmYzMzODQ=";
+const std::string PLAIN = "AUTH PLAIN AHRpbQB0YW5zdGFhZnRhbnN0YWFm";
+INSTANTIATE_TEST_SUITE_P(
+    Exchanges, AuthTest,
+    testing::Values(
+        AuthCase{"LOGIN PLAIN CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-MD5", MD5_ANSWER}},
+        AuthCase{"PLAIN CRAM-SHA1 CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-SHA1", SHA1_ANSWER}},
+        AuthCase{"CRAM-MD5",
+                 {{"AUTH", "330 " + CHALLENGE.substr(4)}, {"answer1", "535 " + MD5_ANSWER + "\r\n"}},
+                 19,
+                 {"AUTH CRAM-MD5", MD5_ANSWER, "QUIT"}},
+        AuthCase{"PLAIN", {{"AUTH", "235 tanstaaftanstaaf is fine\r\n"}}, 0, {PLAIN}},
+        AuthCase{"LOGIN",
+                 {{"answer1", "334 UGFzc3dvcmQ6\r\n"}, {"answer2", "235 ok\r\n"}},
+                 0,
+                 {"AUTH LOGIN", "dGlt", "dGFuc3RhYWZ0YW5zdGFhZg=="}},
+        AuthCase{"LOGIN PLAIN CRAM-MD5", {{"AUTH", "454 no\r\n"}}, 9, {"AUTH CRAM-MD5", PLAIN, "QUIT"}},
+        AuthCase{"LOGIN PLAIN", {{"AUTH", "454 no\r\n"}}, 9, {PLAIN, "AUTH LOGIN", "QUIT"}},
+        AuthCase{"PLAIN", {{"AUTH", "454 no\r\n"}}, 0, {PLAIN, "MAIL From:<Ann@here.example> SIZE=97"}},
+        AuthCase{"PLAIN", {{"AUTH", "535-AHRpbQB0YW5zdGFhZnRhbnN0YWFm\r\n535 is no good\r\n"}}, 19, {PLAIN, "QUIT"}}));
