@@ -111,6 +111,8 @@ void SetParts(CAnswer& answer, const std::string& strReport, const std::string& 
                strStatus + "\r\n";
     if (!strReturned.empty())
         strBody += strDelimiter + "\r\n" + strReturned + "\r\n";
+    if (HasEightBit(strReturned)) // RFC 2045 6.4: the whole is what its parts are
+        answer.AddField("Content-Transfer-Encoding", "8bit");
     answer.SetText(strBody + strDelimiter + "--\r\n");
     answer.AddField("Content-Type",
                     "multipart/report; report-type=delivery-status;\r\n\tboundary=\"" + strBoundary + "\"");
