@@ -21,6 +21,7 @@ constexpr int TERMINATE_LINE = 205;
 constexpr unsigned STOP_WAIT_MILLIS = 1000;
 
 std::atomic<unsigned> s_nAbandoned = 0;
+thread_local CThread* t_pCurrent = nullptr; ///< whose body the calling thread runs
 
 } // namespace
 
@@ -117,6 +118,14 @@ void CThread::Destroy(std::unique_ptr<CThread> pThread)
         static_cast<void>(pThread.release()); // the thread's from here on
 }
 
+bool CThread::IsCallerAbandoned() { return AnyAbandoned() && t_pCurrent != nullptr && t_pCurrent->IsAbandoned(); }
+
+bool CThread::IsAbandoned()
+{
+    const std::lock_guard lock(m_handover);
+    return m_bAbandoned;
+}
+
 bool CThread::AnyAbandoned() { return s_nAbandoned != 0; }
 
 void CThread::Procedure(void* pThread)
@@ -125,7 +134,9 @@ void CThread::Procedure(void* pThread)
     pSelf->m_dwThreadID = Platform::CurrentThreadId(); // Body may ask before the creator has stored it
     std::srand(static_cast<unsigned>(Platform::NowSeconds()));
     pSelf->m_running.Set();
+    t_pCurrent = pSelf;
     pSelf->Body();
+    t_pCurrent = nullptr;
     pSelf->m_running.Reset();
     pSelf->End();
 }

@@ -37,6 +37,8 @@ public:
 
     /// Destroys a worker. One whose abandoned thread still runs is destroyed by that thread when it ends.
     static void Destroy(std::unique_ptr<CThread> pThread);
+    /// Whether the calling thread was terminated: it shall come to its end and hold nothing that others wait for.
+    static bool IsCallerAbandoned();
     static bool AnyAbandoned(); ///< a terminated thread still runs: the process must end without clean-up
 
 protected:
@@ -48,6 +50,7 @@ private:
     static void Procedure(void* pThread);
     void End();
     void Abandon();
+    bool IsAbandoned();
     std::unique_ptr<Platform::CNativeThread> Release(); ///< takes handle and id off the object
     void DestroyIf(bool bDestroy);
 

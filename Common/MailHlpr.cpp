@@ -1,9 +1,9 @@
 #include "Common/MailHlpr.h"
 
+#include "Bex/CThread.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
-#include "Platform/CEventHandle.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Process.h"
@@ -40,6 +40,17 @@ Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString
     return pChild;
 }
 
+/// A thread that was given up waits no longer: it would keep the account locked for as long as the program hangs.
+bool HasRunToItsEnd(Platform::CChildProcess& child)
+{
+    constexpr unsigned LOOK_MILLIS = 500;
+    while (!child.Wait(LOOK_MILLIS)) {
+        if (Bex::CThread::IsCallerAbandoned())
+            return false;
+    }
+    return true;
+}
+
 /// A program of the mail system is found by its name, the command line's first word, but logged as if it lay with the
 /// configuration.
 void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLine,
@@ -47,7 +58,7 @@ void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLin
 {
     Child pChild = StartLogged({}, strCommandLine, strDirectory, iLine, Bex::JoinPath(ConfigDirectory(), pszName));
     if (pChild && !bParallel)
-        pChild->Wait(Platform::INFINITE);
+        HasRunToItsEnd(*pChild);
 }
 
 } // namespace
@@ -64,10 +75,8 @@ bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleStr
     if (!pChild)
         return false;
     Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" started", strFile.Text());
-    if (!bParallel) {
-        pChild->Wait(Platform::INFINITE);
+    if (!bParallel && HasRunToItsEnd(*pChild))
         Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" finished", strFile.Text());
-    }
     return true;
 }
 

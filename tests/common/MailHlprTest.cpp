@@ -1,4 +1,6 @@
 #include "Common/MailHlpr.h"
+#include "Bex/CThread.h"
+#include "Platform/Clock.h"
 #include "Platform/Errors.h"
 #include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
@@ -31,6 +33,38 @@ TEST(PostScript, RunsInItsDirectoryWithTheFilesPath)
                             "6 postprocessing-script for \"a\" b.eml\" started",
                             "6 postprocessing-script for \"a\" b.eml\" finished", testing::_, testing::_, testing::_,
                             "6 postprocessing-script for \"\" finished"));
+}
+
+/// Waits for a script, as the agent does.
+class CScriptThread : public Bex::CThread
+{
+public:
+    explicit CScriptThread(std::string strDirectory) : m_strDirectory(std::move(strDirectory)) {}
+
+protected:
+    void Body() override { RunPostScript(m_strDirectory.c_str(), "1.eml", false); }
+
+private:
+    std::string m_strDirectory;
+};
+
+TEST(PostScript, IsNotWaitedForByAThreadThatWasGivenUp)
+{
+    const CTemporaryDirectory directory;
+    const std::string strScript =
+        directory.Write("newmail.cmd", ">started\nwhile [ -e started ]; do sleep 0.1; done\n"); // until it is gone
+    std::filesystem::permissions(strScript, std::filesystem::perms::owner_all);
+    const auto Becomes = [](auto Condition) {
+        for (int n = 0; n < 3000 && !Condition(); ++n)
+            Platform::SleepMillis(10);
+        return Condition();
+    };
+    auto pThread = std::make_unique<CScriptThread>(directory.Path());
+    ASSERT_TRUE(pThread->Start());
+    EXPECT_TRUE(Becomes([&] { return std::filesystem::exists(directory / "started"); }));
+    EXPECT_TRUE(pThread->Terminate());
+    Bex::CThread::Destroy(std::move(pThread));
+    EXPECT_TRUE(Becomes([] { return !Bex::CThread::AnyAbandoned(); }));
 }
 
 TEST(MailPrograms, AreLookedForByNameAndTheirAbsenceIsLogged)
