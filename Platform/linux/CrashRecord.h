@@ -14,7 +14,7 @@
 namespace Platform {
 
 /// Every signal that, left alone, ends the process because of an error in it.
-constexpr int FATAL_SIGNALS[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT, SIGSYS, SIGXCPU, SIGXFSZ, SIGQUIT};
+constexpr int FATAL_SIGNALS[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT, SIGSYS, SIGXCPU, SIGQUIT};
 
 constexpr size_t LONGEST_EXECUTABLE = 260;
 constexpr size_t LONGEST_NAME = 255;

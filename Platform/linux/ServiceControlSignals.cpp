@@ -87,6 +87,7 @@ void BlockControlSignals()
     const sigset_t signals = SignalsOf(ERunMode::Console);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a file too big for the limit is a failed write, not the end of the daemon
 }
 
 void ReleaseControlSignals()

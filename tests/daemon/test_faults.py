@@ -1,6 +1,7 @@
 """Bad input and faults: each has its line in the log, nothing is lost, and the next mail is delivered."""
 import os
 import pathlib
+import resource
 import unittest
 
 from world import World, mail, wait_for
@@ -137,6 +138,17 @@ class Faults(unittest.TestCase):
             world.deliver("3.eml", mail("carl@example.org"))
             self.assertEqual(len(world.mailbox("carl")), 1)
             self.assertEqual(world.stop(), 0)
+
+    def test_a_mail_beyond_the_file_size_limit_fails_alone(self):
+        with World() as world:
+            world.start()
+            resource.prlimit(world.process.pid, resource.RLIMIT_FSIZE, (100000, 100000))
+            world.drop("1.eml", mail("ann@example.org", body="x" * 200000))
+            world.deliver("2.eml", mail("carl@example.org"))
+            self.assertEqual(len(world.mailbox("carl")), 1)
+            self.assertEqual([p.name for p in world.error.iterdir()], ["1.eml"])
+            self.assertEqual(world.stop(), 0)
+            self.assertEqual(world.leftovers(), [])
 
     def test_a_start_without_its_directories_or_tables_fails_with_one_line(self):
         for spoil, line in ((lambda w: w.queue.rmdir(), "invalid QueueDir, "), (lambda w: (w.etc / "domains").unlink(), "could not load 'domains'-file"),
