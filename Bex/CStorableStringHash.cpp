@@ -5,6 +5,7 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
+#include "Platform/Process.h"
 
 #include <unordered_set>
 #include <vector>
@@ -133,6 +134,18 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
 {
     const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : m_strFileName;
     const CSimpleString strTemporary = CSimpleString::Formatted("%s.tmp", strTarget.Text());
+    if (!WriteTemporary(strTemporary) || !MoveIntoPlace(strTemporary, strTarget))
+        return false;
+    m_bModified = false;
+    int64_t iTime = 0;
+    m_iFileTime = GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND;
+    return true;
+}
+
+/// False when the file cannot be made.
+bool CStorableStringHash::WriteTemporary(const CSimpleString& strTemporary) const
+{
+    const Platform::CStartsNoChild alone;
     CTextFile file;
     try {
         file.Open(strTemporary,
@@ -147,11 +160,6 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
         RemoveQuietly(strTemporary);
         throw;
     }
-    if (!MoveIntoPlace(strTemporary, strTarget))
-        return false;
-    m_bModified = false;
-    int64_t iTime = 0;
-    m_iFileTime = GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND;
     return true;
 }
 

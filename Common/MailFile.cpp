@@ -7,6 +7,7 @@
 #include "Common/CMessage.h"
 #include "Common/Encodings.h"
 #include "Platform/FileSystem.h"
+#include "Platform/Process.h"
 
 namespace {
 
@@ -139,6 +140,7 @@ ESaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode,
 ESaveResult CMessage::WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
                                 Platform::SError& error) const
 {
+    const Platform::CStartsNoChild alone;
     CTemporaryFile temporary(TemporaryPath(strPath));
     Bex::CFile file;
     temporary.Create(file);

@@ -12,6 +12,18 @@ namespace Platform {
 
 unsigned CurrentProcessId();
 
+/// While one of these lives no child is started. Held while a file is written that others open as soon as it has its
+/// name: a child that starts meanwhile holds a copy of the descriptor until it runs its program, and the file would look
+/// as if it were still being written. Not recursive.
+class CStartsNoChild
+{
+public:
+    CStartsNoChild();
+    ~CStartsNoChild();
+    CStartsNoChild(const CStartsNoChild&) = delete;
+    CStartsNoChild& operator=(const CStartsNoChild&) = delete;
+};
+
 /// Puts one argument into double quotes for a command line, escaping quotes and the backslashes before them.
 std::string QuoteArgument(std::string_view strArgument);
 /// The arguments of a command line: blanks separate, double quotes keep together, \" is a quote.

@@ -151,12 +151,16 @@ bool CMDAService::StopLocalAgent(Platform::EServiceState state)
     return ThreadControl::Stop(std::move(m_pLocalAgent), LOCAL_AGENT, [this, state] { Report(state); });
 }
 
-/// This daemon has no remote agent yet: what it writes into the outgoing directory waits there.
-bool CMDAService::StartRemoteDelivery()
+bool CMDAService::StartRemoteDelivery() { return m_remoteDelivery.StartAgent() && m_remoteDelivery.StartThreads(); }
+
+void CMDAService::StopRemoteDelivery(Platform::EServiceState state)
 {
-    Bex::LogWarning(Bex::MainLog(), "AutoTransport is on, but this version starts no remote delivery: mail stays in "
-                                    "OutgoingDir");
-    return true;
+    if (!m_remoteDelivery.HasAgent())
+        return;
+    m_remoteDelivery.StopThreads([this, state] { Report(state); });
+    if (state != Platform::EServiceState::None)
+        Report(state, STOP_WAIT_HINT);
+    m_remoteDelivery.StopAgent([this, state] { Report(state); });
 }
 
 void CMDAService::OnStop()
@@ -166,8 +170,9 @@ void CMDAService::OnStop()
     {
         const std::lock_guard lock(m_workersAndTables);
         StopLocalAgent(Platform::EServiceState::StopPending);
+        Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
+        StopRemoteDelivery(Platform::EServiceState::StopPending);
     }
-    Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent shut down");
 }
 
@@ -180,6 +185,7 @@ void CMDAService::OnCustomControl(unsigned dwControl)
     m_restartAsked.Reset();
     LogState("restarting");
     StopLocalAgent(Platform::EServiceState::None);
+    StopRemoteDelivery(Platform::EServiceState::None);
     CSetUp(CSetUp::EMode::Restart, IsDebug(), ConfigurationDirectory(), m_strFileName, [] {}).Run();
     StartLocalAgent(); // without a report: to the manager the service runs all the while
     StartConfiguredTransport();

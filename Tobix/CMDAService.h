@@ -4,6 +4,7 @@
 #include "Bex/CLockFile.h"
 #include "Common/CCommonService.h"
 #include "Tobix/CLocalAgent.h"
+#include "Tobix/CRemoteDelivery.h"
 
 #include <memory>
 #include <mutex>
@@ -36,6 +37,7 @@ private:
     bool StopLocalAgent(Platform::EServiceState state);
     bool StartConfiguredTransport(); ///< if there is to be one
     bool StartRemoteDelivery();
+    void StopRemoteDelivery(Platform::EServiceState state);
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
     void WaitWhilePaused() const;
@@ -47,4 +49,5 @@ private:
     std::mutex m_workersAndTables;
     Bex::CEvent m_restartAsked; ///< wakes the main loop, which may wait while it holds the mutex
     std::unique_ptr<CLocalAgent> m_pLocalAgent;
+    CRemoteDelivery m_remoteDelivery;
 };

@@ -44,7 +44,7 @@ void COutgoingFiles::RetryLater(std::string_view name)
     TellWork();
 }
 
-void COutgoingFiles::Finish(std::string_view name)
+void COutgoingFiles::FinishDelivery(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
     const auto found = m_index.find(name);

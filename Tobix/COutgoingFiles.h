@@ -12,8 +12,8 @@
 /// The names of the outgoing mail files, each in one of four lists: pending (found, not yet taken), retry-due (to be
 /// tried again), retry-wait (failed, waiting for the next release) and in progress (in the hands of a delivery thread).
 ///
-/// Shared by the remote agent and the delivery threads under a lock of its own. The lists keep their order; finding a
-/// name does not depend on their length. Names are compared byte for byte.
+/// Shared by the remote agent and the delivery threads, under a lock of its own and for as long as one of them lives.
+/// The lists keep their order; finding a name does not depend on their length. Names are compared byte for byte.
 class COutgoingFiles
 {
 public:
@@ -21,9 +21,9 @@ public:
     bool Contains(std::string_view name) const;
     /// The next name to deliver, pending ones first; it is in progress then. False when there is none.
     bool Take(Bex::CSimpleString& strName);
-    void RetryLater(std::string_view name); ///< to retry-wait, wherever it was
-    void Finish(std::string_view name);     ///< forgets a name that is in progress
-    void ReleaseRetries();                  ///< all of retry-wait, in order, to retry-due
+    void RetryLater(std::string_view name);     ///< to retry-wait, wherever it was
+    void FinishDelivery(std::string_view name); ///< forgets a name that is in progress
+    void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
 
     const Platform::IWaitable& WorkWaitable() const { return m_work.Waitable(); } ///< signalled while Take gives one

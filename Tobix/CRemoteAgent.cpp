@@ -55,12 +55,6 @@ void CRemoteAgent::RestAfterScan(uint64_t nScanMillis) const
         StopEvent().Wait(static_cast<unsigned>(std::min<uint64_t>(nScanMillis * REST_PER_SCAN, IDLE_MILLIS)));
 }
 
-bool CRemoteAgent::RetryLater(const Bex::CSimpleString& strName)
-{
-    m_files.RetryLater(strName);
-    return true;
-}
-
 unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
 {
     ReleaseRetriesWhenDue(iNow);
@@ -70,10 +64,10 @@ unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
 void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)
 {
     const int64_t iElapsed = iNow - m_iLastRelease;
-    if (iElapsed <= m_iRetryMin || (m_files.HasPending() && iElapsed <= m_iRetryMax))
+    if (iElapsed <= m_iRetryMin || (m_pFiles->HasPending() && iElapsed <= m_iRetryMax))
         return;
     m_iLastRelease = iNow;
-    m_files.ReleaseRetries();
+    m_pFiles->ReleaseRetries();
 }
 
 unsigned CRemoteAgent::ListNewFiles()
@@ -98,7 +92,7 @@ unsigned CRemoteAgent::ListNewFiles()
 /// The size is asked only of names that are new: of a long queue most are known. An empty file is still being written.
 bool CRemoteAgent::AddFile(const char* pszName)
 {
-    return !m_files.Contains(pszName) &&
+    return !m_pFiles->Contains(pszName) &&
            static_cast<uint32_t>(Platform::FileSize(Bex::PathBelow(m_directory.Path(), pszName).Text())) != 0 &&
-           m_files.AddPending(pszName);
+           m_pFiles->AddPending(pszName);
 }

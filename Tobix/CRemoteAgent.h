@@ -5,11 +5,12 @@
 #include "Tobix/CWatchedDirectory.h"
 
 #include <cstdint>
+#include <memory>
 
 /// The thread that owns the outgoing queue: it finds new mail files, hands their names to the delivery threads, and
 /// releases those that failed for another try. It never opens a mail file.
 ///
-/// Owned by the service, and alive as long as the delivery threads. Its settings are read once, by the constructor.
+/// Owned by the service. Its settings are read once, by the constructor.
 /// Nothing of its state is on disk: after a restart every file is found again and tried at once.
 class CRemoteAgent : public Bex::CThread
 {
@@ -17,10 +18,7 @@ public:
     CRemoteAgent();
     ~CRemoteAgent() override = default;
 
-    /// What the delivery threads use.
-    COutgoingFiles& Files() { return m_files; }
-    bool RetryLater(const Bex::CSimpleString& strName); ///< after a temporary failure; always true
-    void FinishDelivery(const Bex::CSimpleString& strName) { m_files.Finish(strName); }
+    const std::shared_ptr<COutgoingFiles>& Files() const { return m_pFiles; } ///< what the delivery threads take from
 
     /// One pass at that time (seconds since 1970): the count of new names. For the agent's own thread, and for tests.
     unsigned ScanOutgoing(int64_t iNow);
@@ -36,7 +34,7 @@ private:
     void RestAfterScan(uint64_t nScanMillis) const;
 
     CWatchedDirectory m_directory;
-    COutgoingFiles m_files;
+    std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
     int64_t m_iLastRelease = 0; ///< seconds since 1970
     int64_t m_iRetryMin;        ///< seconds
     int64_t m_iRetryMax;        ///< seconds

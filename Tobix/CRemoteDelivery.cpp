@@ -30,6 +30,14 @@ std::unique_ptr<TWorker> TryMake(TArguments&&... arguments)
 
 } // namespace
 
+/// A start that failed leaves workers behind.
+CRemoteDelivery::~CRemoteDelivery()
+{
+    for (std::unique_ptr<CSMTPDeliveryThread>& pThread : m_threads)
+        Bex::CThread::Destroy(std::move(pThread));
+    Bex::CThread::Destroy(std::move(m_pAgent));
+}
+
 bool CRemoteDelivery::StartAgent()
 {
     constexpr char AGENT[] = "remote agent thread";
@@ -66,9 +74,9 @@ bool CRemoteDelivery::CreateThreads()
     m_threads.resize(static_cast<size_t>(std::max(1, Config().GetInt("AutoTransport.Threads", 2))));
     const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
     for (size_t n = 0; n < m_threads.size(); ++n) {
-        m_threads[n] =
-            TryMake<CSMTPDeliveryThread>(settings, m_pAgent.get(), ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
-                                         ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"));
+        m_threads[n] = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(),
+                                                    ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
+                                                    ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"));
         if (!m_threads[n]) {
             Bex::LogError(Bex::MainLog(), "could not instantiate %s", ThreadName(n).Text());
             return false;

@@ -11,6 +11,11 @@
 class CRemoteDelivery
 {
 public:
+    CRemoteDelivery() = default;
+    ~CRemoteDelivery();
+    CRemoteDelivery(const CRemoteDelivery&) = delete;
+    CRemoteDelivery& operator=(const CRemoteDelivery&) = delete;
+
     bool StartAgent();
     bool StartThreads(); ///< after the agent
     bool HasAgent() const { return m_pAgent != nullptr; }

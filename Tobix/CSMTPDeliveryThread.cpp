@@ -7,9 +7,9 @@
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/Bounce.h"
-#include "Tobix/CRemoteAgent.h"
 
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -26,16 +26,16 @@ char LocalityLetter(const Bex::CSimpleString& strAddress) { return IsLocalAddres
 
 } // namespace
 
-CSMTPDeliveryThread::CSMTPDeliveryThread(const SDeliverySettings& settings, CRemoteAgent* pRemoteAgent,
+CSMTPDeliveryThread::CSMTPDeliveryThread(const SDeliverySettings& settings, std::shared_ptr<COutgoingFiles> pFiles,
                                          const Bex::CSimpleString& strErrorDirectory,
                                          const Bex::CSimpleString& strOutgoingDirectory)
-    : CSMTPSendThread(settings), m_pRemoteAgent(pRemoteAgent), m_strErrorDirectory(strErrorDirectory),
+    : CSMTPSendThread(settings), m_pFiles(std::move(pFiles)), m_strErrorDirectory(strErrorDirectory),
       m_strOutgoingDirectory(strOutgoingDirectory)
 {}
 
 void CSMTPDeliveryThread::Body()
 {
-    if (m_pRemoteAgent == nullptr) {
+    if (m_pFiles == nullptr) {
         Bex::LogError(Bex::MainLog(), "RemoteAgent-pointer was NULL at %s:%d", SOURCE_FILE, __LINE__);
         m_iResult = DELIVERED;
         return;
@@ -46,14 +46,14 @@ void CSMTPDeliveryThread::Body()
         if (TakeFile())
             DeliverGuarded();
         else
-            Bex::WaitForAny({&StopEvent().Waitable(), &m_pRemoteAgent->Files().WorkWaitable()}, IDLE_MILLIS);
+            Bex::WaitForAny({&StopEvent().Waitable(), &m_pFiles->WorkWaitable()}, IDLE_MILLIS);
     }
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
 }
 
 bool CSMTPDeliveryThread::TakeFile()
 {
-    if (!m_pRemoteAgent->Files().Take(m_strFileName))
+    if (!m_pFiles->Take(m_strFileName))
         return false;
     m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
     return true;
@@ -73,7 +73,7 @@ void CSMTPDeliveryThread::DeliverGuarded()
     } catch (const std::exception& exception) {
         Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), exception.what());
     }
-    m_pRemoteAgent->RetryLater(m_strFileName);
+    m_pFiles->RetryLater(m_strFileName);
 }
 
 void CSMTPDeliveryThread::MoveToError()
@@ -89,7 +89,7 @@ void CSMTPDeliveryThread::MoveToError()
                            .Text());
         return;
     }
-    m_pRemoteAgent->FinishDelivery(m_strFileName);
+    m_pFiles->FinishDelivery(m_strFileName);
 }
 
 bool CSMTPDeliveryThread::DeliverFile()
@@ -113,7 +113,7 @@ bool CSMTPDeliveryThread::LoadHeaders(CMail& mail)
     if (mail.Load(m_strMailPath, true))
         return true;
     const int iLibError = Platform::LastError().iLibError;
-    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK) {
+    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK || iLibError == Platform::LIB_ACCESS) {
         Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
                         m_strMailPath.Text());
         m_iResult = DELIVERY_FILE_LOCKED;
@@ -154,7 +154,7 @@ bool CSMTPDeliveryThread::HandleResult(const CMail& mail, const SFileState& stat
 
 bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
 {
-    m_pRemoteAgent->FinishDelivery(m_strFileName);
+    m_pFiles->FinishDelivery(m_strFileName);
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));
@@ -180,7 +180,7 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SFileState& state)
                       m_strMailPath.Text(), iMinutes, m_iResult);
         return Bounce(m_strMailPath, m_strErrorDirectory);
     }
-    m_pRemoteAgent->RetryLater(m_strFileName);
+    m_pFiles->RetryLater(m_strFileName);
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
                   m_strMailPath.Text(), m_iResult);
     return true;

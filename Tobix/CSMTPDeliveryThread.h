@@ -2,17 +2,18 @@
 
 #include "Common/CMail.h"
 #include "SMTPc/CSMTPSendThread.h"
+#include "Tobix/COutgoingFiles.h"
 
-class CRemoteAgent;
+#include <memory>
 
 /// A worker of the remote delivery: takes one mail file after the other from the remote agent, delivers it, and
 /// decides by the result what becomes of it: gone, kept for a retry, bounced, or moved to the error directory.
 ///
-/// Owned by the service; the remote agent outlives it.
+/// Owned by the service.
 class CSMTPDeliveryThread : public CSMTPSendThread
 {
 public:
-    CSMTPDeliveryThread(const SDeliverySettings& settings, CRemoteAgent* pRemoteAgent,
+    CSMTPDeliveryThread(const SDeliverySettings& settings, std::shared_ptr<COutgoingFiles> pFiles,
                         const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory);
     ~CSMTPDeliveryThread() override = default;
 
@@ -39,7 +40,7 @@ private:
     void MoveToError();
     static void LogTraffic(const CMail& mail, int64_t iSize);
 
-    CRemoteAgent* m_pRemoteAgent; ///< not owned
+    std::shared_ptr<COutgoingFiles> m_pFiles; ///< the remote agent's
     Bex::CSimpleString m_strFileName;
     Bex::CSimpleString m_strErrorDirectory;
     Bex::CSimpleString m_strOutgoingDirectory;

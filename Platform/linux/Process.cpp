@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <mutex>
 #include <optional>
 #include <poll.h>
 #include <spawn.h>
@@ -97,6 +98,12 @@ bool IsDirectory(const char* pszPath)
     return stat(pszPath, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+std::mutex& StartMutex()
+{
+    static std::mutex s_mutex;
+    return s_mutex;
+}
+
 SError StartError(int iErrno, const char* pszWorkingDirectory)
 {
     SError error = CreationErrorFromErrno(iErrno);
@@ -147,6 +154,10 @@ void CChildProcess::SState::Pause(uint64_t ui64Millis) const
     }
 }
 
+CStartsNoChild::CStartsNoChild() { StartMutex().lock(); }
+
+CStartsNoChild::~CStartsNoChild() { StartMutex().unlock(); }
+
 unsigned CurrentProcessId() { return static_cast<unsigned>(getpid()); }
 
 std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram, std::string_view strCommandLine,
@@ -168,7 +179,11 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
         return nullptr;
     }
     auto pState = std::make_unique<SState>();
-    const int iErrno = SpawnProgram(pState->iProcess, strPath, std::move(arguments), pszWorkingDirectory);
+    int iErrno = 0;
+    {
+        const CStartsNoChild alone; // returns once the child runs its program
+        iErrno = SpawnProgram(pState->iProcess, strPath, std::move(arguments), pszWorkingDirectory);
+    }
     if (iErrno != 0) {
         SetLastError(StartError(iErrno, pszWorkingDirectory));
         return nullptr;

@@ -34,7 +34,7 @@ TEST(OutgoingFilesTest, KeepsANameInOneListOnly)
     COutgoingFiles files;
     EXPECT_TRUE(files.AddPending("a"));
     EXPECT_FALSE(files.AddPending("a"));
-    files.Finish("a"); // not in progress: stays
+    files.FinishDelivery("a"); // not in progress: stays
     EXPECT_EQ(TakenFrom(files), "a");
     EXPECT_FALSE(files.AddPending("a"));
     files.RetryLater("a");
@@ -43,7 +43,7 @@ TEST(OutgoingFilesTest, KeepsANameInOneListOnly)
     files.ReleaseRetries();
     EXPECT_EQ(TakenFrom(files), "a");
     EXPECT_EQ(TakenFrom(files), "unknown");
-    files.Finish("a");
+    files.FinishDelivery("a");
     EXPECT_TRUE(files.AddPending("a"));
     EXPECT_TRUE(files.AddPending("A"));
 }
@@ -93,20 +93,20 @@ TEST_F(RemoteAgentTest, ReleasesAllRetriesTogetherByTheClock)
 {
     CRemoteAgent agent;
     agent.ScanOutgoing(1000000);
-    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
-    EXPECT_TRUE(agent.RetryLater("a.eml"));
+    EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
+    agent.Files()->RetryLater("a.eml");
     agent.ScanOutgoing(1000600);
-    EXPECT_EQ(TakenFrom(agent.Files()), "");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "");
     agent.ScanOutgoing(1000601);
-    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
-    agent.RetryLater("a.eml");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
+    agent.Files()->RetryLater("a.eml");
     m_directory.Write("outgoing/b.eml", "mail");
     EXPECT_EQ(agent.ScanOutgoing(1000602), 1u);
     agent.ScanOutgoing(1002401); // new mail is pending: the longer interval holds
-    EXPECT_EQ(TakenFrom(agent.Files()), "b.eml");
-    EXPECT_EQ(TakenFrom(agent.Files()), "");
-    agent.Files().AddPending("c.eml");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "b.eml");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "");
+    agent.Files()->AddPending("c.eml");
     agent.ScanOutgoing(1002402);
-    EXPECT_EQ(TakenFrom(agent.Files()), "c.eml");
-    EXPECT_EQ(TakenFrom(agent.Files()), "a.eml");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "c.eml");
+    EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
 }

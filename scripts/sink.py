@@ -1,0 +1,83 @@
+"""A small receiving mail server for the demonstration and the tests: Sink() listens on loopback.
+
+The recipient decides what happens: "refuse..." is answered with 550, "later..." with 451 the first time, "silent..." not at
+all; every other one is accepted.
+"""
+import socketserver
+import threading
+
+
+class Session(socketserver.StreamRequestHandler):
+    def reply(self, text):
+        self.wfile.write(text.encode() + b"\r\n")
+
+    def lines(self):
+        try:
+            yield from self.rfile
+        except OSError:  # the client broke off
+            pass
+
+    def handle(self):
+        self.reply("220 sink.example ready")
+        for line in self.lines():
+            command = line.decode("latin-1").strip()
+            verb = command.upper()
+            if verb.startswith(("EHLO", "HELO")):
+                self.reply("250-sink.example\r\n250 SIZE 100000000")
+            elif verb.startswith("RCPT"):
+                self.answer_recipient(command[command.index("<") + 1:-1])
+            elif verb == "DATA":
+                self.reply("354 go on")
+                self.receive()
+            elif verb == "QUIT":
+                self.reply("221 bye")
+                return
+            else:
+                self.sender = command
+                self.reply("250 ok")
+
+    def answer_recipient(self, address):
+        sink, self.recipient = self.server.sink, address
+        if address.startswith("silent"):
+            sink.silence.wait()
+        elif address.startswith("refuse"):
+            self.reply("550 5.1.1 no such user here")
+        elif address.startswith("later") and address not in sink.deferred:
+            sink.deferred.add(address)
+            self.reply("451 4.7.1 try again later")
+        else:
+            self.reply("250 ok")
+
+    def receive(self):
+        lines = []
+        for line in self.lines():
+            if line == b".\r\n":
+                break
+            lines.append(line[1:] if line.startswith(b".") else line)
+        with self.server.sink.lock:
+            self.server.sink.mails.append((self.sender, self.recipient, b"".join(lines)))
+        self.reply("250 accepted")
+
+
+class Server(socketserver.ThreadingTCPServer):
+    allow_reuse_address = True
+    daemon_threads = True
+    request_queue_size = 100
+
+
+class Sink:
+    def __init__(self):
+        self.lock, self.mails, self.deferred, self.silence = threading.Lock(), [], set(), threading.Event()
+        self.server = Server(("127.0.0.1", 0), Session)
+        self.server.sink = self
+        self.port = self.server.server_address[1]
+        threading.Thread(target=self.server.serve_forever, daemon=True).start()
+
+    def recipients(self):
+        with self.lock:
+            return sorted(recipient for _, recipient, _ in self.mails)
+
+    def close(self):
+        self.silence.set()
+        self.server.shutdown()
+        self.server.server_close()

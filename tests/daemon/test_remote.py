@@ -1,0 +1,90 @@
+"""Outgoing mail's way through the running daemon to a mail server on loopback."""
+import os
+import pathlib
+import sys
+import time
+import unittest
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from sink import Sink  # noqa: E402
+from world import World, mail, wait_for  # noqa: E402
+
+
+class Remote(unittest.TestCase):
+    def setUp(self):
+        self.sink = Sink()
+        self.addCleanup(self.sink.close)
+
+    def world(self, **settings):
+        settings = {"AutoTransport": 1, "AutoTransRetryMin": 0, "AutoTransRetryMax": 0, "FQDN": "client.example", **settings}
+        world = World(aliases="out@example.org: Far@away.example\n", **settings)
+        self.addCleanup(world.__exit__)
+        (world.etc / "smarthosts").write_text(f"*: 127.0.0.1:{self.sink.port}\n")
+        return world.start(TOBIX_CONNECTIVITY="4")
+
+    def test_mail_leaves_whole_and_is_removed(self):
+        world = self.world()
+        body = "first\r\n.\r\n..second\r\n" + "x" * 20000 + "\r\n"
+        world.deliver("1.eml", mail("Eve@Far.example", body=body))
+        world.deliver("2.eml", mail("out@example.org", subject="forwarded"))
+        wait_for("the mails", lambda: len(self.sink.mails) == 2)
+        wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+        world.wait_for_log("successfully delivered mail from", 2)
+        self.assertEqual(world.stop(), 0)
+        sender, recipient, text = next(m for m in self.sink.mails if b"Subject: Hello" in m[2])
+        self.assertTrue(sender.startswith("MAIL From:<bob@far.example> SIZE="), sender)
+        self.assertEqual(recipient, "Eve@far.example")
+        self.assertTrue(text.startswith(b"Received: by ") and text.endswith(body.replace("..", ".").encode() + b"\r\n"), text[-100:])
+        self.assertNotIn(b"X-Envelope", text)
+        self.assertIn("Traffic: L, out@example.org, R, Far@away.example, ", world.log())
+        for line in ("remote agent thread (id ", "remote delivery thread 2 (id ", "remote delivery threads started",
+                     "remote delivery threads stopped", "remote delivery agent (id "):
+            self.assertIn(line, world.log())
+
+    def test_refused_mail_comes_back_to_its_sender(self):
+        world = self.world(Postmaster="post@example.org")
+        world.deliver("1.eml", mail("refuse@far.example", sender="ann@example.org", subject="refused"))
+        wait_for("the notification", lambda: world.mailbox("ann"))
+        wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+        self.assertEqual(world.stop(), 0)
+        text = world.mailbox("ann")[0].read_bytes()
+        self.assertIn(b"550 5.1.1 no such user here", text)
+        self.assertIn(b"----- The following addresses had permanent fatal errors -----", text)
+        self.assertIn("permanently failed with error 19. I am giving up!", world.log())
+
+    def test_deferred_mail_is_tried_again(self):
+        world = self.world()
+        world.deliver("1.eml", mail("later@far.example"))
+        wait_for("the mail", lambda: self.sink.recipients() == ["later@far.example"])
+        wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+        self.assertEqual(world.stop(), 0)
+        self.assertIn("temporarily failed with error 9. I will retry later!", world.log())
+
+    def test_a_stop_ends_a_session_with_a_silent_server(self):
+        world = self.world()
+        world.deliver("1.eml", mail("silent@far.example"))
+        world.wait_for_log("connection to 127.0.0.1 established")
+        begin = time.monotonic()
+        self.assertEqual(world.stop(), 0)
+        self.assertLess(time.monotonic() - begin, 20)
+        self.assertIn("aborted, thread has been shut down.", world.log())
+        self.assertEqual(len([p for p in world.outgoing.iterdir() if p.suffix == ".eml"]), 1)
+
+    def test_a_kill_loses_nothing_and_a_restart_sends_the_rest(self):
+        count = 100
+        world = self.world(**{"AutoTransport.Threads": 4})
+        for n in range(count):
+            world.drop(f"{n}.eml", mail(f"user{n}@far.example"))
+        wait_for("some mails", lambda: len(self.sink.mails) > count // 4)
+        world.kill()
+        sent = len(self.sink.mails)
+        world.start(TOBIX_CONNECTIVITY="4")
+        wait_for("all mails", lambda: len(set(self.sink.recipients())) == count)
+        wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+        self.assertEqual(world.stop(), 0)
+        self.assertGreater(sent, 0)
+        self.assertLessEqual(len(self.sink.mails) - count, 64 + 4)
+
+
+if __name__ == "__main__":
+    unittest.main()
