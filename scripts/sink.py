@@ -13,7 +13,8 @@ class Session(socketserver.StreamRequestHandler):
 
     def lines(self):
         try:
-            yield from self.rfile
+            for line in self.rfile:  # not "yield from": the end of a generator would close the file
+                yield line
         except OSError:  # the client broke off
             pass
 
