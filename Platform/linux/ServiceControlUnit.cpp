@@ -90,6 +90,9 @@ Type=notify
 NotifyAccess=main
 ExecStart=@COMMAND@
 ExecReload=/bin/kill -HUP $MAINPID
+# Sessions are echoed for the console; the log has what matters of them.
+StandardOutput=null
+StandardError=journal
 @ENVIRONMENT@Restart=on-failure
 RestartSec=10
 # Each worker may take a minute to finish what it sends.

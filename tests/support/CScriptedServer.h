@@ -103,9 +103,11 @@ private:
             if (bGoesOn && strWord == "STARTTLS" && m_strSent.starts_with("220"))
                 m_peer.Negotiate({});
             if (bGoesOn && strWord == "DATA" && m_strSent.starts_with("354")) {
-                const std::string strPayload = ReadUpTo("\r\n.\r\n");
-                const std::lock_guard lock(m_mutex);
-                m_strPayload = strPayload;
+                std::string strPayload = ReadUpTo("\r\n.\r\n");
+                {
+                    const std::lock_guard lock(m_mutex);
+                    m_strPayload.swap(strPayload);
+                }
                 bGoesOn = Answer(script, "payload", "250 taken\r\n");
             }
         }
