@@ -26,7 +26,7 @@ def run(*command, **options):
 
 def serve(*command):
     with open(RUN / "log" / pathlib.Path(command[0]).name, "ab") as log:
-        _servers.append(subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log))
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
 
 def wait_for_port(host, port, seconds=30):
@@ -62,7 +62,7 @@ def start_postfix():
     shutil.chown(RUN / "postfix", "postfix")
     run("saslpasswd2", "-c", "-p", "-f", RUN / "sasl" / "users", "-u", "example", "relay", input=PASSWORD.encode())
     shutil.chown(RUN / "sasl" / "users", "postfix")
-    serve("/usr/sbin/postfix", "start-fg")
+    _servers.append(serve("/usr/sbin/postfix", "start-fg"))
 
 
 def start_opensmtpd():
@@ -73,7 +73,7 @@ def start_opensmtpd():
         (spool / name).mkdir(mode=mode)
         shutil.chown(spool / name, owner, "opensmtpq" if name == "offline" else "root")
         (spool / name).chmod(mode)
-    serve("/usr/sbin/smtpd", "-d", "-f", "/etc/smtpd.conf")
+    _servers.append(serve("/usr/sbin/smtpd", "-d", "-f", "/etc/smtpd.conf"))
 
 
 def start():
@@ -83,11 +83,11 @@ def start():
     atexit.register(stop)
     (RUN / "log").chmod(0o777)
     shutil.chown(RUN / "dns", "nsd")
-    serve("/usr/sbin/nsd", "-d", "-c", "/etc/nsd/nsd.conf")
+    _servers.append(serve("/usr/sbin/nsd", "-d", "-c", "/etc/nsd/nsd.conf"))
     make_certificates()
     start_postfix()
     shutil.chown(RUN / "exim", "Debian-exim", "Debian-exim")
-    serve("/usr/sbin/exim4", "-bdf", "-q1m")
+    _servers.append(serve("/usr/sbin/exim4", "-bdf", "-q1m"))
     start_opensmtpd()
     for number in (11, 12, 13):
         wait_for_port(f"192.0.2.{number}", 25)

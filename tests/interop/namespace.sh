@@ -39,4 +39,5 @@ done
 chown vmail: /run/interop/mail
 chmod 711 /run/interop/empty
 
-exec python3 -m unittest discover -s "$here" "$@"
+cd "$here"
+exec python3 -m unittest "$@"

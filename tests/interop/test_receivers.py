@@ -1,0 +1,130 @@
+"""Mail to real receivers: what arrives, byte by byte, and what becomes of mail that they refuse or put off."""
+import pathlib
+import unittest
+
+import environment
+from remote_world import RemoteWorld, is_unchanged, stored_once, without_envelope
+from world import mail, wait_for
+
+BODIES = {
+    "text": "Hi.\r\n",
+    "no line end": "Hi.",
+    "nothing": "",
+    "dots": ".\r\n.hidden\r\n..\r\n...\r\nend\r\n.\r\nbehind the dot\r\n",
+    "octets": "Gr\u00fc\u00dfe, \u65e5\u672c\r\n\tx \r\n \r\n\r\n",
+    "long lines": "".join(f"{number:04d}" + "x" * 990 + "\r\n" for number in range(300)),
+    "chunk edges": ".\r\n" + "y" * 8000 + "\r\n" + ".\r\n" * 100 + "MAIL From:<x>\r\nQUIT\r\n",
+}
+
+
+def setUpModule():
+    environment.start()
+
+
+class Receivers(unittest.TestCase):
+    def prepare(self, world, mails):
+        """Lets the local agent make the outgoing files, the reference of what has to arrive: subject -> plain bytes."""
+        world.configure_with(AutoTransport=0)
+        world.start()
+        for number, content in enumerate(mails):
+            world.deliver(f"{number}.eml", content)
+        self.assertEqual(world.stop(), 0)
+        world.configure_with(AutoTransport=1)
+        files = [p.read_bytes() for p in world.outgoing.iterdir()]
+        self.assertEqual(len(files), len(mails))
+        return [without_envelope(content) for content in files]
+
+    def test_mail_arrives_byte_by_byte(self):
+        with RemoteWorld() as world:
+            subjects = [(server, kind) for server in ("postfix", "exim", "opensmtpd") for kind in BODIES]
+            plain = self.prepare(world, [
+                mail(f"ann@{server}.example", subject=f"{kind} {server}", body=BODIES[kind],
+                     extra="X-Folded: one\r\n\ttwo\r\n three\r\n")
+                for server, kind in subjects])
+            world.start()
+            for server, kind in subjects:
+                with self.subTest(server=server, kind=kind):
+                    subject = f"{kind} {server}"
+                    sent = next(p for p in plain if f"\r\nMessage-ID: <{subject.replace(' ', '.')}@".encode() in p)
+                    stored = stored_once(self, server, subject)
+                    self.assertTrue(is_unchanged(stored, sent), f"sent\n{sent[:2000]!r}\nstored\n{stored[:2000]!r}")
+                    if server != "opensmtpd":  # whose TLS breaks off, so that its mail comes by the second try, without
+                        self.assertRegex(stored, rb"TLS_?v?1\.3")
+            self.assertEqual(world.stop(), 0)
+            self.assertEqual(list(world.outgoing.iterdir()), [])
+            self.assertIn("connection to mx.postfix.example secured", world.log())
+            self.assertIn("security error", world.log())
+
+    def test_every_shape_of_a_domain_leads_to_its_exchanger(self):
+        shapes = ("several", "bare", "alias", "indirect", "halfnull", "six", "onlysix")
+        with RemoteWorld().start() as world:
+            for shape in shapes:
+                world.post(shape, mail(f"ann@{shape}.example", subject=f"shape {shape}"))
+            world.wait_until_sent(*shapes)
+            for shape in shapes:
+                with self.subTest(shape):
+                    stored_once(self, "exim", f"shape {shape}")
+            self.assertEqual(world.stop(), 0)
+
+    def test_domains_that_take_no_mail_now_or_ever(self):
+        temporary = {"missing": "no valid MX returned", "nothing": "no valid MX returned", "lame": "no valid MX returned",
+                     "loop": "failed"}
+        with RemoteWorld(AutoTransRetry=60).start() as world:
+            for name in (*temporary, "null"):
+                world.post(name, mail(f"x@{name}.example", sender="ann@example.org", subject=f"fate {name}"))
+            for name, text in temporary.items():
+                world.wait_for_log(f'{name}.eml" temporarily failed with error 9. I will retry later!')
+                self.assertIn(f"MX resolution for domain '{name}.example' failed", "".join(world.outcome(f"fate {name}")))
+                self.assertIn(text, "".join(world.outcome(f"fate {name}")))
+                self.assertTrue((world.outgoing / f"{name}.eml").exists())
+            world.wait_for_log('null.eml" permanently failed with error 19. I am giving up!')
+            self.assertIn("domain 'null.example' is not used for mail communication (NULL MX)", world.log())
+            self.assertEqual(world.stop(), 0)
+
+    def test_refused_mail_comes_back_to_its_sender(self):
+        with RemoteWorld().start() as world:
+            for server in ("postfix", "exim", "opensmtpd"):
+                world.post(server, mail(f"refused@{server}.example", sender="ann@example.org", subject=f"to {server}"))
+            world.wait_until_sent("postfix", "exim", "opensmtpd")
+            wait_for("the notifications", lambda: len(world.mailbox("ann")) == 3, 60)
+            self.assertEqual(world.stop(), 0)
+            returned = b"".join(p.read_bytes() for p in world.mailbox("ann"))
+            for server in ("postfix", "exim", "opensmtpd"):
+                self.assertIn(f"while talking to mx.{server}.example:".encode(), returned)
+                self.assertIn(f">>> RCPT To:<refused@{server}.example>".encode(), returned)
+            self.assertEqual(returned.count(b"no mail for this one"), 3)
+            self.assertEqual(list(world.outgoing.iterdir()), [])
+
+    def test_mail_that_is_put_off_is_tried_again_until_it_is_taken_or_too_old(self):
+        with RemoteWorld().start() as world:
+            world.post("later", mail("later@exim.example", subject="patience"))
+            world.wait_for_log('later.eml" temporarily failed with error 9. I will retry later!', 2)
+            self.assertIn(b"451 try again later", (world.outgoing / "later.eml.err").read_bytes())
+            door = pathlib.Path("/run/interop/exim-open")
+            door.touch()
+            self.addCleanup(door.unlink)
+            world.wait_until_sent("later")
+            stored_once(self, "exim", "patience")
+            self.assertEqual(world.stop(), 0)
+            self.assertEqual(list(world.outgoing.iterdir()), [])
+        with RemoteWorld(AutoTransTime=0).start() as world:
+            world.post("old", mail("later@postfix.example", sender="ann@example.org", subject="too old"))
+            world.wait_for_log('old.eml" failed for 0 minutes with error 9. I am giving up!')
+            wait_for("the notification", lambda: world.mailbox("ann"), 60)
+            self.assertIn(b"450 4.7.1", world.mailbox("ann")[0].read_bytes())
+            self.assertEqual(world.stop(), 0)
+
+    def test_mail_that_an_alias_sends_on_respects_the_policy_of_its_author(self):
+        with RemoteWorld() as world:
+            (world.etc / "aliases").write_text("out@example.org: far@exim.example\n")
+            world.start()
+            for domain in ("strict", "exim"):
+                world.drop(f"{domain}.eml", mail("out@example.org", sender=f"bob@{domain}.example", subject=f"by {domain}"))
+            strict, other = (stored_once(self, "exim", f"by {domain}") for domain in ("strict", "exim"))
+            self.assertIn(b"\nSender: ", strict)
+            self.assertNotIn(b"\nSender: ", other)
+            self.assertEqual(world.stop(), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
