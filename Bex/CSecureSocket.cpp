@@ -80,6 +80,13 @@ CSecureSocket::~CSecureSocket()
 void CSecureSocket::Close()
 {
     TryShutdownTls();
+    Forget();
+    CSocket::Close();
+}
+
+/// Nothing of an earlier connection reaches into the next.
+void CSecureSocket::Forget()
+{
     m_bEstablished = false;
     m_context.Delete();
     m_credentials.Free();
@@ -88,7 +95,6 @@ void CSecureSocket::Close()
     m_pending = {};
     m_nPendingTaken = 0;
     m_received = {};
-    CSocket::Close();
 }
 
 bool CSecureSocket::Shutdown(int iHow) noexcept
@@ -99,20 +105,20 @@ bool CSecureSocket::Shutdown(int iHow) noexcept
 
 void CSecureSocket::Connect(const SSocketAddress& address)
 {
-    if (!m_bSecure) {
-        CSocket::Connect(address);
-        return;
-    }
     std::string strName;
-    if (!LookupName(address, strName))
+    if (m_bSecure && !LookupName(address, strName))
         ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_HOST_NOT_FOUND);
-    Connect(address, std::string_view(strName));
+    CSecureSocket::Connect(address, std::string_view(strName));
 }
 
-void CSecureSocket::Connect(const CSimpleString& strHost, uint16_t wPort) { Connect(strHost, wPort, strHost); }
+void CSecureSocket::Connect(const CSimpleString& strHost, uint16_t wPort)
+{
+    CSecureSocket::Connect(strHost, wPort, strHost); // not what a derived socket makes of it: that may call us
+}
 
 void CSecureSocket::Connect(const SSocketAddress& address, const CSimpleString& strTargetName)
 {
+    Forget();
     CSocket::Connect(address);
     if (m_bSecure)
         Negotiate(strTargetName);
@@ -120,6 +126,7 @@ void CSecureSocket::Connect(const SSocketAddress& address, const CSimpleString& 
 
 void CSecureSocket::Connect(const CSimpleString& strHost, uint16_t wPort, const CSimpleString& strTargetName)
 {
+    Forget();
     CSocket::Connect(strHost, wPort);
     if (m_bSecure)
         Negotiate(strTargetName);

@@ -66,6 +66,7 @@ private:
     };
 
     Platform::ETlsEnd End() const { return m_bServer ? Platform::ETlsEnd::Server : Platform::ETlsEnd::Client; }
+    void Forget();
     void CreateCredentials();
     void FindLocalCertificate();
     void ClientHandshake(const CSimpleString& strTargetName);

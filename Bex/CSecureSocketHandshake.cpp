@@ -24,10 +24,7 @@ bool IsUnfinished(uint32_t dwStatus)
 
 bool CSecureSocket::Negotiate(const CSimpleString& strTargetName)
 {
-    m_pending.clear();
-    m_nPendingTaken = 0;
-    m_received.nUsed = 0;
-    m_context.Delete();
+    Forget();
     if (m_bServer) {
         CreateCredentials();
         ServerHandshake();

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Bex/CSocket.h"
+#include "Bex/CSocketException.h"
+
+#include <string>
+#include <thread>
+
+/// Serves one document to everybody, on a thread of its own.
+class CHttpServer
+{
+public:
+    CHttpServer()
+    {
+        m_listener.Create(Platform::FAMILY_IPV4);
+        m_listener.Bind("127.0.0.1");
+        m_listener.Listen(5);
+    }
+    ~CHttpServer()
+    {
+        m_listener.Interrupt();
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    std::string Address()
+    {
+        return "http://127.0.0.1:" + std::to_string(m_listener.LocalEndPoint().Port()) + "/ca.crl";
+    }
+    void Serve(const std::string& strDocument)
+    {
+        m_thread = std::thread([this, strDocument] {
+            try {
+                while (true)
+                    Answer(strDocument);
+            } catch (const Bex::CSocketException&) {
+                // interrupted
+            }
+        });
+    }
+
+private:
+    void Answer(const std::string& strDocument)
+    {
+        Bex::CSocket peer;
+        Bex::CSocketEndPoint from;
+        m_listener.Accept(peer, from);
+        std::string strRequest;
+        for (char c = 0; !strRequest.ends_with("\r\n\r\n") && peer.Receive(&c, 1, 0) == 1;)
+            strRequest += c;
+        const std::string strAnswer =
+            "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(strDocument.size()) + "\r\n\r\n" + strDocument;
+        peer.Send(strAnswer.data(), static_cast<uint32_t>(strAnswer.size()), 0);
+        peer.Close();
+    }
+    Bex::CSocket m_listener;
+    std::thread m_thread;
+};
