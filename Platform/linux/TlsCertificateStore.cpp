@@ -15,7 +15,7 @@ namespace {
 std::string HomeDirectory()
 {
     bool bPresent = false;
-    const std::string strHome = EnvironmentVariable("HOME", bPresent);
+    std::string strHome = EnvironmentVariable("HOME", bPresent);
     if (bPresent && !strHome.empty())
         return strHome;
     char buffer[4096];
@@ -28,7 +28,7 @@ std::string DirectoryOf(ETlsStore store)
 {
     bool bPresent = false;
     const bool bMachine = store == ETlsStore::Machine;
-    const std::string strChosen = EnvironmentVariable(bMachine ? "TOBIX_MACHINE_STORE" : "TOBIX_USER_STORE", bPresent);
+    std::string strChosen = EnvironmentVariable(bMachine ? "TOBIX_MACHINE_STORE" : "TOBIX_USER_STORE", bPresent);
     if (bPresent && !strChosen.empty())
         return strChosen;
     return bMachine ? "/etc/tobix/certs" : HomeDirectory() + "/.tobix/certs";
@@ -64,10 +64,11 @@ bool CTlsCertificateStore::Open(ETlsStore store)
         return m_bOpen;
     }
     for (size_t i = 0; i < listing.Count(); ++i) {
-        const std::string strName = listing.At(i).pszName;
-        if (!listing.At(i).bRegular || !strName.ends_with(".pem"))
+        std::string strPath = strDirectory + '/';
+        strPath += listing.At(i).pszName;
+        if (!listing.At(i).bRegular || !strPath.ends_with(".pem"))
             continue;
-        if (auto pData = ReadCertificateFile(strDirectory + "/" + strName))
+        if (auto pData = ReadCertificateFile(strPath))
             m_certificates.emplace_back(std::move(pData));
     }
     m_bOpen = true;

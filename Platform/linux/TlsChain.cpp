@@ -101,6 +101,7 @@ void NoteRevocation(STlsChain& chain)
 {
     std::vector<STlsChainElement>& elements = chain.chains.front().elements;
     std::vector<CTlsCertificate> certificates;
+    certificates.reserve(elements.size());
     for (const STlsChainElement& element : elements)
         certificates.push_back(element.certificate);
     STlsRevocationStatus status;

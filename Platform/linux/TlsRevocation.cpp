@@ -12,8 +12,8 @@ namespace Platform {
 namespace {
 
 constexpr std::chrono::seconds TIME_FOR_ALL{5};
-constexpr int64_t LONGEST_KEPT = 24 * 60 * 60; // seconds, however long an answer says that it is valid
-constexpr int64_t OFFLINE_KEPT = 5 * 60;       // seconds until a silent source is asked again
+constexpr int64_t LONGEST_KEPT = 86'400; // seconds, however long an answer says that it is valid
+constexpr int64_t OFFLINE_KEPT = 300;    // seconds until a silent source is asked again
 constexpr size_t MOST_KEPT = 4096;
 
 /// What was found out about certificates, by fingerprint. Any thread.

@@ -18,8 +18,8 @@ using CStorePtr = std::unique_ptr<X509_STORE, SFreeWith<&X509_STORE_free>>;
 using CStoreContextPtr = std::unique_ptr<X509_STORE_CTX, SFreeWith<&X509_STORE_CTX_free>>;
 using CListPtr = std::unique_ptr<X509_CRL, SFreeWith<&X509_CRL_free>>;
 
-constexpr long CLOCK_SKEW = 300;            // seconds
-constexpr int64_t NO_NEXT_UPDATE = 60 * 60; // seconds that an answer without an end counts
+constexpr long CLOCK_SKEW = 300;         // seconds
+constexpr int64_t NO_NEXT_UPDATE = 3600; // seconds that an answer without an end counts
 
 /// Empties OpenSSL's error queue when a function is done with it.
 struct SQuiet
