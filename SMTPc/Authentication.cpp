@@ -78,7 +78,7 @@ void CSMTPClient::HideSecret(std::string_view secret)
 
 Bex::CSimpleString CSMTPClient::HiddenBase64(std::string_view bytes)
 {
-    const Bex::CSimpleString strEncoded(Base64Encode(bytes.data(), static_cast<uint32_t>(bytes.size())).View());
+    Bex::CSimpleString strEncoded(Base64Encode(bytes.data(), static_cast<uint32_t>(bytes.size())).View());
     HideSecret(strEncoded);
     return strEncoded;
 }

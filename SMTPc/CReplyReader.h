@@ -11,7 +11,7 @@
 class CReplyReader
 {
 public:
-    static constexpr size_t MOST_BYTES = 128 * 1024;
+    static constexpr size_t MOST_BYTES = size_t{128} * 1024;
     static constexpr size_t MOST_LINES = 512;
 
     enum class EState { Incomplete, Complete, TooLong };

@@ -21,7 +21,7 @@ Bex::CSimpleString SenderOf(const CMail& mail)
 
 Bex::CSimpleString RecipientOf(const CMail& mail)
 {
-    const Bex::CSimpleString strRecipient = mail.FirstRecipient();
+    Bex::CSimpleString strRecipient = mail.FirstRecipient();
     if (!strRecipient.IsEmpty())
         return strRecipient;
     const std::string_view to = mail.To();
