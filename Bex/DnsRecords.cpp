@@ -48,9 +48,11 @@ bool DecodeDnsName(std::string_view data, CSimpleString& strName)
     for (std::string_view label; !data.empty();) {
         if (!TakeCounted(data, label) || label.size() > LONGEST_LABEL)
             return false;
+        if (label.empty() && !data.empty())
+            return false;
         if (label.empty()) {
-            strName = CSimpleString(strText.empty() ? std::string_view(".") : std::string_view(strText));
-            return data.empty();
+            strName = strText.empty() ? std::string_view(".") : std::string_view(strText);
+            return true;
         }
         if (!strText.empty())
             strText += '.';

@@ -4,6 +4,7 @@
 #include "Platform/Clock.h"
 
 #include <atomic>
+#include <cstdint>
 
 namespace {
 
@@ -19,6 +20,12 @@ struct SConnectivity
 
 SConnectivity s_connectivity;
 
+/// A clock that was set back is a reason, too.
+bool IsProbeDue(bool bUsable, int64_t iLastProbe, int64_t iNow)
+{
+    return iNow < iLastProbe || iNow - iLastProbe > (bUsable ? PROBE_USABLE_AFTER : PROBE_UNUSABLE_AFTER);
+}
+
 bool IsUsable(const std::atomic<bool>& bFamily)
 {
     const int64_t iNow = Platform::NowSeconds();
@@ -33,11 +40,6 @@ bool IsUsable(const std::atomic<bool>& bFamily)
 }
 
 } // namespace
-
-bool IsProbeDue(bool bUsable, int64_t iLastProbe, int64_t iNow)
-{
-    return iNow < iLastProbe || iNow - iLastProbe > (bUsable ? PROBE_USABLE_AFTER : PROBE_UNUSABLE_AFTER);
-}
 
 bool IsIPv4Usable() { return IsUsable(s_connectivity.bIPv4); }
 

@@ -24,11 +24,10 @@ struct SOption
 };
 
 constexpr SOption OPTIONS[] = {
-    {"module-config:", "iterator"},     // the name servers validate; a failure of theirs stays one
-    {"do-not-query-localhost:", "no"},  // where most stubs listen
-    {"rrset-roundrobin:", "no"},        // the order of the answer means something to its zone
-    {"infra-host-ttl:", "60"},          // a name server that was away is asked again soon
-    {"infra-keep-probing:", "yes"},     //
+    {"module-config:", "iterator"},       // the name servers validate; a failure of theirs stays one
+    {"do-not-query-localhost:", "no"},    // where most stubs listen
+    {"rrset-roundrobin:", "no"},          // the order of the answer means something to its zone
+    {"infra-host-ttl:", "5"},             // seconds: a name server that was away is asked again soon
     {"local-zone:", "test. transparent"}, // networks of their own use these, and their servers know better
     {"local-zone:", "home.arpa. transparent"},
     {"local-zone:", "invalid. transparent"},

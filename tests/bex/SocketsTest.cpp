@@ -145,24 +145,6 @@ TEST(SocketTest, AnInterruptEndsEveryWaitUntilTheSocketIsClosed)
     stopper.join();
 }
 
-TEST(SocketTest, AConnectionCanBeRefusedOnAcceptance)
-{
-    struct CPicky : CSocket
-    {
-        int AcceptCondition(const Platform::SSocketAddress&) override { return 1; }
-    } listener;
-    listener.Create(Platform::FAMILY_IPV4);
-    listener.Bind("127.0.0.1");
-    listener.Listen(1);
-    listener.SetConditionalAccept(true);
-    CSocket client, server;
-    client.Create(Platform::FAMILY_IPV4);
-    client.Connect(listener.LocalEndPoint().Raw());
-    CSocketEndPoint peer;
-    EXPECT_EQ(ErrorOf([&] { listener.Accept(server, peer); }), 10061u);
-    EXPECT_FALSE(server.IsOpen());
-}
-
 TEST(IPAddressTest, KnowsItsTextsAndRanges)
 {
     CIPv4Address ipv4("192.0.2.1");

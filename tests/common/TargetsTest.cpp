@@ -1,14 +1,15 @@
 #include "Bex/CResolver.h"
 #include "Common/CSmartHosts.h"
-#include "Common/Connectivity.h"
 #include "Common/SmartHostEntry.h"
 #include "Common/TargetResolution.h"
 #include "Platform/DnsQuery.h"
 #include "support/CDnsServer.h"
 #include "support/CLogRecorder.h"
 
+#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <thread>
 
 using namespace Bex;
 using testing::ElementsAre;
@@ -156,47 +157,54 @@ TEST_F(TargetsTest, AsksForNamesAsTheSystemDoes)
     EXPECT_EQ(names.At(1), "a\\.b\\010");
 }
 
-TEST(ConnectivityTest, ProbesUnusableFamiliesMoreOften)
+TEST_F(TargetsTest, AnswersManyThreadsAtOnce)
 {
-    EXPECT_FALSE(IsProbeDue(false, 1000, 1060));
-    EXPECT_TRUE(IsProbeDue(false, 1000, 1061));
-    EXPECT_FALSE(IsProbeDue(true, 1000, 4600));
-    EXPECT_TRUE(IsProbeDue(true, 1000, 4601));
+    constexpr int NAMES = 50;
+    for (int iName = 0; iName < NAMES; ++iName)
+        TellHost(CSimpleString::Formatted("n%d.test", iName).Text(), "192.0.2.1");
+    dns.Tell("silent.test", CDnsServer::A, {}, CDnsServer::SILENCE);
+    std::atomic<int> nFound = 0;
+    std::vector<std::thread> threads;
+    for (int iThread = 0; iThread < 6; ++iThread) {
+        threads.emplace_back([&nFound, iThread] {
+            std::vector<std::string> records;
+            EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, static_cast<uint32_t>(iThread), records),
+                      Platform::DNS_TIMED_OUT);
+            for (int iName = 0; iName < NAMES; ++iName) {
+                CList<CIPv4Address> addresses;
+                CResolver::ResolveA(CSimpleString::Formatted("n%d.test", iName), addresses);
+                nFound += static_cast<int>(addresses.Count());
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(nFound, 6 * NAMES);
 }
 
 struct EntryCase
 {
     const char* text;
-    const char* host;
-    int port;
-    ETLSMode mode;
-    const char* user;
-    const char* password;
+    const char* parts; ///< user, password, host, port, mode
 };
 class SmartHostEntryTest : public testing::TestWithParam<EntryCase>
 {};
 
 TEST_P(SmartHostEntryTest, IsReadAsFarAsItGoes)
 {
-    const EntryCase& expected = GetParam();
-    const SSmartHostEntry entry = ParseSmartHostEntry(expected.text);
-    EXPECT_EQ(entry.strHost, expected.host);
-    EXPECT_EQ(entry.wPort, expected.port);
-    EXPECT_EQ(entry.mode, expected.mode);
-    EXPECT_EQ(entry.strUser, expected.user);
-    EXPECT_EQ(entry.strPassword, expected.password);
+    const SSmartHostEntry entry = ParseSmartHostEntry(GetParam().text);
+    EXPECT_EQ(CSimpleString::Formatted("%s|%s|%s|%d|%u", entry.strUser.Text(), entry.strPassword.Text(),
+                                       entry.strHost.Text(), entry.wPort, static_cast<unsigned>(entry.mode)),
+              GetParam().parts);
 }
 
 INSTANTIATE_TEST_SUITE_P(Entries, SmartHostEntryTest,
-                         testing::Values(EntryCase{"relay", "relay", 25, ETLSMode::Opportunistic, "", ""},
-                                         EntryCase{" relay:587t", " relay", 587, ETLSMode::Offered, "", ""},
-                                         EntryCase{"u@d:p:w@h:465s", "h", 465, ETLSMode::Direct, "u@d", "p:w"},
-                                         EntryCase{"u@h:465S", "h", 465, ETLSMode::Opportunistic, "u", ""},
-                                         EntryCase{"u:p@[2001:db8::1]:26i", "2001:db8::1", 26, ETLSMode::None, "u",
-                                                   "p"},
-                                         EntryCase{"[::1]", "::1", 25, ETLSMode::Opportunistic, "", ""},
-                                         EntryCase{"[::1", "::1", 25, ETLSMode::Opportunistic, "", ""},
-                                         EntryCase{"h:", "h", 0, ETLSMode::Opportunistic, "", ""}));
+                         testing::Values(EntryCase{"relay", "||relay|25|1"}, EntryCase{" relay:587t", "|| relay|587|2"},
+                                         EntryCase{"u@d:p:w@h:465s", "u@d|p:w|h|465|3"},
+                                         EntryCase{"u@h:465S", "u||h|465|1"},
+                                         EntryCase{"u:p@[2001:db8::1]:26i", "u|p|2001:db8::1|26|0"},
+                                         EntryCase{"[::1]", "||::1|25|1"}, EntryCase{"[::1", "||::1|25|1"},
+                                         EntryCase{"h:", "||h|0|1"}));
 
 TEST_F(TargetsTest, TakesTheSmartHostsOfTheMostSpecificKey)
 {
