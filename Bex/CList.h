@@ -103,7 +103,7 @@ public:
     uint32_t RemoveEqual(const T& value)
     {
         CScopedLock lock(*m_pLock);
-        const T wanted(value); // the argument may be one of the elements
+        const T wanted(value); // NOLINT: the argument may be one of the elements
         const uint32_t nBefore = m_chain.nCount;
         for (SNode* pNode = m_chain.pHead; pNode != nullptr;) {
             SNode* pNext = pNode->pNext;

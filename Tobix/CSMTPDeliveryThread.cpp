@@ -154,7 +154,8 @@ bool CSMTPDeliveryThread::HandleResult(const CMail& mail, const SFileState& stat
 
 bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
 {
-    m_pFiles->FinishDelivery(m_strFileName);
+    if (Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing) // else it must not be sent again
+        m_pFiles->FinishDelivery(m_strFileName);
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));
