@@ -11,8 +11,8 @@ class CIPv4Address : public IIPAddress
 {
 public:
     CIPv4Address() = default;
-    explicit CIPv4Address(const CSimpleString& strText) { Set(strText); }
-    explicit CIPv4Address(const Platform::SSocketAddress& address) { Set(address); }
+    explicit CIPv4Address(const CSimpleString& strText) { CIPv4Address::Set(strText); }
+    explicit CIPv4Address(const Platform::SSocketAddress& address) { CIPv4Address::Set(address); }
 
     int Family() const override { return Platform::FAMILY_IPV4; }
     const CSimpleString& Text() const override;

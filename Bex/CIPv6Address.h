@@ -11,8 +11,8 @@ class CIPv6Address : public IIPAddress
 {
 public:
     CIPv6Address() = default;
-    explicit CIPv6Address(const CSimpleString& strText) { Set(strText); }
-    explicit CIPv6Address(const Platform::SSocketAddress& address) { Set(address); }
+    explicit CIPv6Address(const CSimpleString& strText) { CIPv6Address::Set(strText); }
+    explicit CIPv6Address(const Platform::SSocketAddress& address) { CIPv6Address::Set(address); }
 
     int Family() const override { return Platform::FAMILY_IPV6; }
     const CSimpleString& Text() const override;
