@@ -89,10 +89,12 @@ unsigned CRemoteAgent::ListNewFiles()
     return dwCount;
 }
 
-/// The size is asked only of names that are new: of a long queue most are known. An empty file is still being written.
+/// The size is asked only of names that are new: of a long queue most are known. An empty file is still being written,
+/// and one that is gone was delivered since the directory was listed.
 bool CRemoteAgent::AddFile(const char* pszName)
 {
-    return !m_pFiles->Contains(pszName) &&
-           static_cast<uint32_t>(Platform::FileSize(Bex::PathBelow(m_directory.Path(), pszName).Text())) != 0 &&
-           m_pFiles->AddPending(pszName);
+    if (m_pFiles->Contains(pszName))
+        return false;
+    const int64_t iSize = Platform::FileSize(Bex::PathBelow(m_directory.Path(), pszName).Text());
+    return iSize >= 0 && static_cast<uint32_t>(iSize) != 0 && m_pFiles->AddPending(pszName);
 }
