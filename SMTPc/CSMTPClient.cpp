@@ -36,6 +36,13 @@ bool IsOneWord(std::string_view text)
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
 }
 
+/// Of the code and the character behind it, with which a line of a reply ought to begin.
+size_t LengthOfCode(std::string_view line)
+{
+    const size_t nDigits = std::min(line.find_first_not_of("0123456789"), line.size());
+    return nDigits + 1 == CODE_LENGTH ? std::min(line.size(), CODE_LENGTH) : 0;
+}
+
 void LogDebug(std::string_view prefix, std::string_view text)
 {
     const std::string strLine = std::string(prefix) + std::string(Bex::TrimmedView(text));
@@ -109,7 +116,7 @@ void CSMTPClient::ReceiveReply()
             Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
         state = m_reply.Take({m_receiveBuffer, nReceived});
         if (m_iDebugLevel > 1)
-            LogDebug("S: ", Shown(m_reply.LastLine()));
+            LogDebug("S: ", ShownSoFar(m_reply.LastLine()));
     }
     if (state == CReplyReader::EState::TooLong)
         Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
@@ -130,15 +137,22 @@ void CSMTPClient::RecordReply()
         LogDebug("S: ", strShown);
 }
 
-/// A reply's line without what the server repeats of our secrets.
+/// A reply's line without what the server repeats of our secrets. A short one that looks like a code hides no code.
 std::string CSMTPClient::Shown(std::string_view line) const
 {
-    const std::string_view text = line.substr(std::min(line.size(), CODE_LENGTH));
+    const size_t nText = LengthOfCode(line);
     for (const std::string& strSecret : m_secrets) {
-        if (text.find(strSecret) != std::string_view::npos)
-            return std::string(line.substr(0, CODE_LENGTH)) + std::string(HIDDEN);
+        const size_t nSecret = line.find(strSecret, strSecret.size() > CODE_LENGTH ? 0 : nText);
+        if (nSecret != std::string_view::npos)
+            return std::string(line.substr(0, std::min(nSecret, nText))) + std::string(HIDDEN);
     }
     return std::string(line);
+}
+
+/// A line that has not ended may end in the beginning of a secret.
+std::string CSMTPClient::ShownSoFar(std::string_view line) const
+{
+    return m_secrets.empty() || line.ends_with('\n') ? Shown(line) : std::string(HIDDEN);
 }
 
 void CSMTPClient::Tell(const Bex::CSimpleString& strText) const

@@ -67,6 +67,7 @@ private:
     void ReceiveReply();
     void RecordReply();
     std::string Shown(std::string_view line) const;
+    std::string ShownSoFar(std::string_view line) const;
     void Tell(const Bex::CSimpleString& strText) const;
 
     bool AuthCram(const char* pszCommand, Digest digest, const Bex::CSimpleString& strUser,
