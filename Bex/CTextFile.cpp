@@ -10,7 +10,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CTextFile";
-constexpr size_t BUFFER_SIZE = 16 * 1024;
+constexpr size_t BUFFER_SIZE = 16384;
 
 } // namespace
 

@@ -141,7 +141,7 @@ CAliasPreresolver::SOutcome CAliasPreresolver::WalkShadowed(Id entry)
     for (Id current = entry; m_entries[current].nWalk != m_nWalk;) {
         m_entries[current].nWalk = m_nWalk;
         const bool bOwnName = current != entry && SpellsKey(m_index.Entry(current).value, entry);
-        const SOutcome outcome = Step(current, current);
+        SOutcome outcome = Step(current, current);
         if (bOwnName)
             return dead;
         if (outcome.kind != EKind::Unknown)

@@ -164,6 +164,8 @@ Bex::CSimpleString QuotedPrintableDecode(std::string_view text)
 Bex::CSimpleString XtextEncode(std::string_view text)
 {
     text = UpToNul(text);
+    if (text.empty())
+        return {};
     Bex::CArray<char> encoded;
     encoded.SetSize(Size32(uint64_t{text.size()} * 3));
     char* pOut = encoded.Data();
@@ -181,11 +183,11 @@ Bex::CSimpleString XtextEncode(std::string_view text)
 
 Bex::CSimpleString HexText(const uint8_t* pBytes, uint32_t nCount)
 {
-    Bex::CArray<char> text;
-    text.SetSize(Size32(uint64_t{nCount} * 2));
+    Bex::CSimpleString strText;
+    strText.Reserve(Size32(uint64_t{nCount} * 2));
     for (uint32_t i = 0; i < nCount; ++i) {
-        text.Data()[2 * i] = HEX_DIGITS[pBytes[i] >> 4];
-        text.Data()[2 * i + 1] = HEX_DIGITS[pBytes[i] & 15];
+        strText += HEX_DIGITS[pBytes[i] >> 4];
+        strText += HEX_DIGITS[pBytes[i] & 15];
     }
-    return Bex::CSimpleString(text.View());
+    return strText;
 }
