@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string>
 
 namespace {
 
@@ -164,30 +165,27 @@ Bex::CSimpleString QuotedPrintableDecode(std::string_view text)
 Bex::CSimpleString XtextEncode(std::string_view text)
 {
     text = UpToNul(text);
-    if (text.empty())
-        return {};
-    Bex::CArray<char> encoded;
-    encoded.SetSize(Size32(uint64_t{text.size()} * 3));
-    char* pOut = encoded.Data();
+    std::string strEncoded;
+    strEncoded.reserve(text.size() * 3);
     for (char c : text) {
         if (c >= '!' && c <= '~' && c != '+' && c != '=') {
-            *pOut++ = c;
+            strEncoded += c;
             continue;
         }
-        *pOut++ = '+';
-        *pOut++ = HEX_DIGITS[static_cast<uint8_t>(c) >> 4];
-        *pOut++ = HEX_DIGITS[static_cast<uint8_t>(c) & 15];
+        strEncoded += '+';
+        strEncoded += HEX_DIGITS[static_cast<uint8_t>(c) >> 4];
+        strEncoded += HEX_DIGITS[static_cast<uint8_t>(c) & 15];
     }
-    return Bex::CSimpleString(encoded.View().substr(0, static_cast<size_t>(pOut - encoded.Data())));
+    return Bex::CSimpleString(std::string_view(strEncoded));
 }
 
 Bex::CSimpleString HexText(const uint8_t* pBytes, uint32_t nCount)
 {
-    Bex::CSimpleString strText;
-    strText.Reserve(Size32(uint64_t{nCount} * 2));
+    std::string strText;
+    strText.reserve(size_t{nCount} * 2);
     for (uint32_t i = 0; i < nCount; ++i) {
         strText += HEX_DIGITS[pBytes[i] >> 4];
         strText += HEX_DIGITS[pBytes[i] & 15];
     }
-    return strText;
+    return Bex::CSimpleString(std::string_view(strText));
 }
