@@ -1,10 +1,12 @@
 #include "Platform/linux/TlsHttp.h"
 
 #include "Platform/CSocketHandle.h"
+#include "Platform/DnsQuery.h"
 #include "Platform/linux/CDescriptor.h"
 #include "Platform/linux/NativeAddress.h"
 #include "Platform/linux/TlsHandles.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
@@ -108,15 +110,39 @@ CBioPtr ConnectTo(const SSocketAddress& address, CHttpDeadline deadline)
     return pConnection;
 }
 
+/// Who writes certificates must not hold us with names whose servers are silent: the deadline holds here, too.
+std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily, CHttpDeadline deadline)
+{
+    std::vector<SSocketAddress> addresses;
+    for (const int iLiteral : {FAMILY_IPV4, FAMILY_IPV6}) {
+        SSocketAddress address;
+        if (!ParseAddress(iLiteral, strHost.c_str(), address))
+            continue;
+        if (iLiteral == iFamily)
+            addresses.push_back(address);
+        return addresses;
+    }
+    const auto nMillis = static_cast<uint32_t>(SecondsLeft(deadline)) * 1000;
+    std::vector<std::string> records;
+    if (nMillis == 0 ||
+        QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA, nMillis, records) != DNS_OK)
+        return addresses;
+    for (const std::string& strData : records) {
+        SSocketAddress address;
+        address.iFamily = iFamily;
+        std::copy_n(strData.begin(), std::min(strData.size(), address.bytes.size()), address.bytes.begin());
+        addresses.push_back(address);
+    }
+    return addresses;
+}
+
 CBioPtr ConnectTo(const SUrl& url, CHttpDeadline deadline)
 {
     for (const int iFamily : {FAMILY_IPV4, FAMILY_IPV6}) {
-        std::vector<SSocketAddress> addresses;
-        if (!LookupHost(iFamily, url.strHost.c_str(), addresses))
-            continue;
-        for (SSocketAddress& address : addresses) {
+        for (SSocketAddress& address : AddressesOf(url.strHost, iFamily, deadline)) {
             address.wPort = url.wPort;
-            if (CBioPtr pConnection = ConnectTo(address, deadline))
+            CBioPtr pConnection = SecondsLeft(deadline) > 0 ? ConnectTo(address, deadline) : nullptr;
+            if (pConnection != nullptr)
                 return pConnection;
         }
     }

@@ -206,6 +206,7 @@ TEST_P(TlsCheckTest, JudgesTheServersCertificate)
 {
     const SCheckCase& expected = GetParam();
     CTlsWorld::Instance().Need("revoked"); // the list
+    CTlsWorld::Instance().Need("denied");  // the responder's answer
     for (const bool bAcceptAll : {false, true}) {
         std::vector<std::string> lines = expected.lines;
         char refusal[100];
@@ -257,6 +258,9 @@ INSTANTIATE_TEST_SUITE_P(
                     FIRST_ELEMENT, "6 Subject: \"Test, Inc.\", strange", "6 Issuer:  \"Test, Inc.\", stranger"}},
         SCheckCase{"revoked", "revoked.test", CRYPT_E_REVOKED,
                    ChainOf("3 CERT_REVOCATION_STATUS.dwError: 0x80092010 .dwIndex: 0 .dwReason: 1", "revoked")},
+        SCheckCase{"confirmed", "confirmed.test", 0, {}},
+        SCheckCase{"denied", "denied.test", CRYPT_E_REVOKED,
+                   ChainOf("3 CERT_REVOCATION_STATUS.dwError: 0x80092010 .dwIndex: 0 .dwReason: 1", "denied")},
         SCheckCase{
             "offline", "offline.test", 0, {"3 CERT_REVOCATION_STATUS.dwError: 0x80092013 .dwIndex: 0 .dwReason: 0"}}));
 

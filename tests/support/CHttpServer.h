@@ -22,16 +22,16 @@ public:
         if (m_thread.joinable())
             m_thread.join();
     }
-    std::string Address()
+    std::string Address(const std::string& strHost = "127.0.0.1")
     {
-        return "http://127.0.0.1:" + std::to_string(m_listener.LocalEndPoint().Port()) + "/ca.crl";
+        return "http://" + strHost + ":" + std::to_string(m_listener.LocalEndPoint().Port()) + "/ca.crl";
     }
-    void Serve(const std::string& strDocument)
+    void Serve(const std::string& strDocument, const std::string& strType = "application/pkix-crl")
     {
-        m_thread = std::thread([this, strDocument] {
+        m_thread = std::thread([this, strDocument, strType] {
             try {
                 while (true)
-                    Answer(strDocument);
+                    Answer(strDocument, strType);
             } catch (const Bex::CSocketException&) {
                 // interrupted
             }
@@ -39,7 +39,7 @@ public:
     }
 
 private:
-    void Answer(const std::string& strDocument)
+    void Answer(const std::string& strDocument, const std::string& strType)
     {
         Bex::CSocket peer;
         Bex::CSocketEndPoint from;
@@ -47,9 +47,13 @@ private:
         std::string strRequest;
         for (char c = 0; !strRequest.ends_with("\r\n\r\n") && peer.Receive(&c, 1, 0) == 1;)
             strRequest += c;
-        const std::string strAnswer =
-            "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(strDocument.size()) + "\r\n\r\n" + strDocument;
+        const std::string strAnswer = "HTTP/1.0 200 OK\r\nContent-Type: " + strType +
+                                      "\r\nContent-Length: " + std::to_string(strDocument.size()) + "\r\n\r\n" +
+                                      strDocument;
         peer.Send(strAnswer.data(), static_cast<uint32_t>(strAnswer.size()), 0);
+        peer.Shutdown(1);
+        for (char rest[1000]; peer.Receive(rest, sizeof(rest), 0) > 0;) { // a question, lest the close becomes a reset
+        }
         peer.Close();
     }
     Bex::CSocket m_listener;

@@ -48,6 +48,16 @@ public:
         return m_directory.Read("ca.crl");
     }
 
+    /// The responder's answer of "ca" about the two in DER: the second is revoked.
+    std::string Answer(const std::string& strGood, const std::string& strRevoked)
+    {
+        Revoke(strRevoked);
+        Run("openssl ca -config ca.cnf -cert ca.pem -keyfile ca.key -valid " + strGood +
+            ".crt && openssl ocsp -index index -CA ca.pem -issuer ca.pem -rsigner ca.pem -rkey ca.key -ndays 1 -cert " +
+            strGood + ".crt -cert " + strRevoked + ".crt -respout answer.der");
+        return m_directory.Read("answer.der");
+    }
+
     void Run(const std::string& strCommand) const
     {
         const std::string strAll = "cd " + m_directory.Path().string() + " && ( " + strCommand + " ) 2>errors";

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "support/CDnsServer.h"
 #include "support/CHttpServer.h"
 #include "support/CTestAuthority.h"
 
 #include <map>
 #include <string>
 
-/// The authority, what it issues when it is asked for, and where its revocation list is.
+/// The authority, what it issues when it is asked for, and where its revocation list and its responder are.
 class CTlsWorld
 {
 public:
@@ -25,7 +26,12 @@ public:
                           certificate.strIssuer);
         if (strName == "revoked")
             m_lists.Serve(m_authority.Revoke(strName));
-        m_wanted.erase(wanted);
+        if (strName == "denied") {
+            Need("confirmed");
+            m_dns.Tell("ocsp.test", CDnsServer::A, {CDnsServer::IPv4("127.0.0.1")});
+            m_responder.Serve(m_authority.Answer("confirmed", strName), "application/ocsp-response");
+        }
+        m_wanted.erase(strName);
     }
     void Run(const std::string& strCommand) { m_authority.Run(strCommand); }
 
@@ -38,8 +44,11 @@ private:
         std::string strIssuer = "ca";
     };
     CTestAuthority m_authority;
+    CDnsServer m_dns;
     CHttpServer m_lists;
+    CHttpServer m_responder;
     const std::string m_strList = "crlDistributionPoints=URI:" + m_lists.Address();
+    const std::string m_strResponder = "authorityInfoAccess=OCSP;URI:" + m_responder.Address("ocsp.test");
     std::map<std::string, SWanted> m_wanted = {
         {"good", {"good", 10}},
         {"older", {"Good", 5, "extendedKeyUsage=serverAuth"}},
@@ -49,6 +58,8 @@ private:
         {"client", {"client", 10, "extendedKeyUsage=clientAuth"}},
         {"listed", {"listed", 10, m_strList}},
         {"revoked", {"revoked", 10, m_strList}},
+        {"confirmed", {"confirmed", 10, m_strResponder}},
+        {"denied", {"denied", 10, m_strResponder}},
         {"offline", {"offline", 10, "authorityInfoAccess=OCSP;URI:http://127.0.0.1:1/"}},
     };
 };
