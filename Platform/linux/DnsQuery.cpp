@@ -18,7 +18,8 @@ uint32_t QueryDns(const char* pszName, EDnsType type, uint32_t dwMillis, std::ve
     // RFC 6761 6.3: "localhost" takes no suffix.
     if (strName.find('.') == std::string::npos && strcasecmp(pszName, "localhost") != 0) {
         for (const std::string& strSuffix : pContext->Suffixes()) {
-            const uint32_t dwStatus = pContext->Query(strName + "." + strSuffix, type, ui64Deadline, records);
+            const std::string strFull = std::string(strName).append(".").append(strSuffix);
+            const uint32_t dwStatus = pContext->Query(strFull, type, ui64Deadline, records);
             if (dwStatus != DNS_NO_SUCH_NAME && dwStatus != DNS_NO_RECORDS)
                 return dwStatus;
         }

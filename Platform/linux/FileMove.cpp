@@ -16,7 +16,7 @@ namespace Platform {
 
 namespace {
 
-constexpr size_t COPY_BYTES = 256 * 1024;
+constexpr size_t COPY_BYTES = 262144;
 constexpr size_t LONGEST_KEPT_NAME = 240; ///< leaves room for what makes a temporary name of it
 constexpr mode_t PERMISSIONS = S_IRWXU | S_IRWXG | S_IRWXO;
 

@@ -64,6 +64,7 @@ public:
         if (m_iErrno != 0)
             return m_iErrno;
         std::vector<char*> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (std::string& strArgument : arguments)
             pointers.push_back(strArgument.data());
         pointers.push_back(nullptr);

@@ -75,7 +75,7 @@ std::string FindProgram(std::string_view strName)
     for (const std::string& strDirectory : SearchDirectories()) {
         if (strDirectory.empty())
             continue;
-        const std::string strPath = MakeAbsolute(strDirectory + '/' + std::string(strName));
+        std::string strPath = MakeAbsolute(strDirectory + '/' + std::string(strName));
         if (IsProgram(strPath))
             return strPath;
         if (errno == EACCES)

@@ -22,10 +22,10 @@ protected:
     {
         return mail.Load(m_directory.Write("1.eml", std::string(text)).c_str(), bHeadersOnly);
     }
-    /// Whether somebody else could take the mail file's lock at once.
+    /// Whether somebody else could take the mail file's lock; other programs use mail files of that name, too.
     static bool IsUnlocked(const char* pszName)
     {
-        return std::async(std::launch::async, [pszName] { return Bex::CMutex(pszName).Lock(0); }).get();
+        return std::async(std::launch::async, [pszName] { return Bex::CMutex(pszName).Lock(20000); }).get();
     }
     size_t FileCount() const
     {
