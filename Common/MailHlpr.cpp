@@ -4,10 +4,12 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Platform/Clock.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Process.h"
 
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -41,11 +43,12 @@ Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString
 }
 
 /// A thread that was given up waits no longer: it would keep the account locked for as long as the program hangs.
-bool HasRunToItsEnd(Platform::CChildProcess& child)
+bool HasRunToItsEnd(Platform::CChildProcess& child, uint64_t ui64Millis = std::numeric_limits<uint64_t>::max())
 {
     constexpr unsigned LOOK_MILLIS = 500;
+    const uint64_t ui64Started = Platform::TickCount();
     while (!child.Wait(LOOK_MILLIS)) {
-        if (Bex::CThread::IsCallerAbandoned())
+        if (Bex::CThread::IsCallerAbandoned() || Platform::TickCount() - ui64Started >= ui64Millis)
             return false;
     }
     return true;
@@ -102,8 +105,12 @@ uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
     if (!pChild)
         return Platform::LastError().dwSysError;
     uint32_t dwExitCode = 0;
-    if (!pChild->Wait(LONGEST_COMMAND) && !pChild->Terminate())
-        return Platform::LastError().dwSysError;
+    if (!HasRunToItsEnd(*pChild, LONGEST_COMMAND)) {
+        if (Bex::CThread::IsCallerAbandoned())
+            return Platform::SYS_TIMEOUT; // the program goes on
+        if (!pChild->Terminate())
+            return Platform::LastError().dwSysError;
+    }
     return pChild->ExitCode(dwExitCode) ? dwExitCode : Platform::LastError().dwSysError;
 }
 

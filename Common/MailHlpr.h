@@ -14,7 +14,8 @@ void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpl
 /// Runs the automatic responder on a mailbox file.
 void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile,
                   const Bex::CSimpleString& strTemplate, const Bex::CSimpleString& strOutput, bool bParallel);
-/// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed.
+/// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed. A
+/// thread that is given up meanwhile gets a time-out and leaves the program running.
 uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory);
 /// The value of Scripts.Execution.Parallel: started programs are not waited for.
 bool ScriptsRunInParallel();

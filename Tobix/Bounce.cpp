@@ -2,6 +2,7 @@
 
 #include "Bex/CFile.h"
 #include "Bex/CFileException.h"
+#include "Bex/CThread.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
@@ -57,6 +58,8 @@ bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& str
         return true;
     }
     RunResponderOn(ForSender("-k "), strErrorDirectory);
+    if (Bex::CThread::IsCallerAbandoned()) // the mail is another thread's by now
+        return true;
     RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
                    strErrorDirectory);

@@ -35,20 +35,33 @@ TEST(PostScript, RunsInItsDirectoryWithTheFilesPath)
                             "6 postprocessing-script for \"\" finished"));
 }
 
-/// Waits for a script, as the agent does.
+/// Waits for a program, as the agent and the delivery threads do.
 class CScriptThread : public Bex::CThread
 {
 public:
-    explicit CScriptThread(std::string strDirectory) : m_strDirectory(std::move(strDirectory)) {}
+    CScriptThread(std::string strDirectory, bool bCommand)
+        : m_strDirectory(std::move(strDirectory)), m_bCommand(bCommand)
+    {}
 
 protected:
-    void Body() override { RunPostScript(m_strDirectory.c_str(), "1.eml", false); }
+    void Body() override
+    {
+        if (m_bCommand)
+            EXPECT_EQ(RunCommand((m_strDirectory + "/newmail.cmd").c_str(), m_strDirectory.c_str()),
+                      Platform::SYS_TIMEOUT);
+        else
+            RunPostScript(m_strDirectory.c_str(), "1.eml", false);
+    }
 
 private:
     std::string m_strDirectory;
+    bool m_bCommand;
 };
 
-TEST(PostScript, IsNotWaitedForByAThreadThatWasGivenUp)
+class ProgramTest : public testing::TestWithParam<bool>
+{};
+INSTANTIATE_TEST_SUITE_P(ScriptAndCommand, ProgramTest, testing::Bool());
+TEST_P(ProgramTest, IsNotWaitedForByAThreadThatWasGivenUp)
 {
     const CTemporaryDirectory directory;
     const std::string strScript =
@@ -59,7 +72,7 @@ TEST(PostScript, IsNotWaitedForByAThreadThatWasGivenUp)
             Platform::SleepMillis(10);
         return Condition();
     };
-    auto pThread = std::make_unique<CScriptThread>(directory.Path());
+    auto pThread = std::make_unique<CScriptThread>(directory.Path(), GetParam());
     ASSERT_TRUE(pThread->Start());
     EXPECT_TRUE(Becomes([&] { return std::filesystem::exists(directory / "started"); }));
     EXPECT_TRUE(pThread->Terminate());
