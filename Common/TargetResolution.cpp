@@ -17,6 +17,8 @@ constexpr unsigned LONGEST_CHAIN = 10;
 /// Milliseconds after which one resolution asks nothing more, however many records a hostile zone hands out. With the
 /// last query's own deadline it stays below what a thread is given to stop.
 constexpr uint64_t LONGEST_RESOLUTION = 40'000;
+/// Nor does it make more of them than this.
+constexpr uint32_t MOST_TARGETS = 256;
 
 /// Makes the targets of one resolution.
 class CTargetCollector
@@ -34,7 +36,10 @@ private:
     bool CollectLiteral(const CSimpleString& strHost);
     void CollectAddresses(const CSimpleString& strName);
     void Append(Bex::CSocketEndPoint endPoint);
-    bool IsTimeLeft() const { return Platform::TickCount() - m_ui64Started < LONGEST_RESOLUTION; }
+    bool GoesOn() const
+    {
+        return m_targets.Count() < MOST_TARGETS && Platform::TickCount() - m_ui64Started < LONGEST_RESOLUTION;
+    }
 
     CTargetList& m_targets;
     uint16_t m_wPort;
@@ -44,7 +49,7 @@ private:
 
 EResolution CTargetCollector::CollectDomain(const CSimpleString& strDomain, bool bFirstExchangeOnly, unsigned dwDepth)
 {
-    if (dwDepth > LONGEST_CHAIN || !IsTimeLeft())
+    if (dwDepth > LONGEST_CHAIN || !GoesOn())
         return EResolution::RetryLater;
     CList<CSimpleString> exchanges(false);
     Bex::CResolver::ResolveMX(strDomain, exchanges); // a failure is logged; the domain's own addresses may do
@@ -77,7 +82,7 @@ EResolution CTargetCollector::CollectCanonical(const CList<CSimpleString>& names
 
 void CTargetCollector::CollectHost(const CSimpleString& strHost, unsigned dwDepth)
 {
-    if (dwDepth > LONGEST_CHAIN || !IsTimeLeft() || CollectLiteral(strHost))
+    if (dwDepth > LONGEST_CHAIN || !GoesOn() || CollectLiteral(strHost))
         return;
     CList<CSimpleString> names(false);
     Bex::CResolver::ResolveCNAME(strHost, names);
@@ -100,13 +105,13 @@ bool CTargetCollector::CollectLiteral(const CSimpleString& strHost)
 
 void CTargetCollector::CollectAddresses(const CSimpleString& strName)
 {
-    if (IsIPv6Usable() && IsTimeLeft()) {
+    if (IsIPv6Usable() && GoesOn()) {
         CList<Bex::CIPv6Address> addresses(false);
         Bex::CResolver::ResolveAAAA(strName, addresses);
         for (const Bex::CIPv6Address& address : addresses)
             Append(Bex::CSocketEndPoint(address, m_wPort));
     }
-    if (IsIPv4Usable() && IsTimeLeft()) {
+    if (IsIPv4Usable() && GoesOn()) {
         CList<Bex::CIPv4Address> addresses(false);
         Bex::CResolver::ResolveA(strName, addresses);
         for (const Bex::CIPv4Address& address : addresses)
@@ -116,6 +121,8 @@ void CTargetCollector::CollectAddresses(const CSimpleString& strName)
 
 void CTargetCollector::Append(Bex::CSocketEndPoint endPoint)
 {
+    if (m_targets.Count() >= MOST_TARGETS)
+        return;
     CSmartHost target(m_pattern);
     target.endPoint = std::move(endPoint);
     m_targets.Append(std::move(target));

@@ -4,7 +4,8 @@
 
 #include <string_view>
 
-/// From a domain or a host to the addresses to connect to (RFC 5321 5.1). Any thread.
+/// From a domain or a host to the addresses to connect to (RFC 5321 5.1); at most 256, whatever a zone hands out. Any
+/// thread.
 
 enum class EResolution { Done = 0, RetryLater = 1, NullMX = 4 };
 

@@ -81,6 +81,18 @@ TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
     EXPECT_THAT(log.Lines(), ElementsAre());
 }
 
+TEST_F(TargetsTest, StopsAtManyAddresses)
+{
+    dns.Tell("many.test", CDnsServer::MX, {CDnsServer::Exchange(1, "a.test"), CDnsServer::Exchange(2, "b.test")});
+    CDnsServer::CData addresses;
+    for (int i = 0; i < 300; ++i)
+        addresses.push_back(
+            CDnsServer::IPv4(("10.0." + std::to_string(i / 100) + '.' + std::to_string(i % 100)).c_str()));
+    dns.Tell("a.test", CDnsServer::A, addresses);
+    EXPECT_EQ(Targets("many.test").size(), 256u);
+    EXPECT_EQ(dns.Asked("b.test", CDnsServer::A), 0);
+}
+
 TEST_F(TargetsTest, TellsADomainWithoutMailFromOneWithoutExchanges)
 {
     dns.Tell("null.test", CDnsServer::MX, {CDnsServer::Exchange(0, ".")});
