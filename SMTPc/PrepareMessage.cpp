@@ -19,17 +19,36 @@ Bex::CSimpleString SenderOf(const CMail& mail)
     return mail.EnvelopeSender().IsEmpty() ? mail.ReturnPath() : mail.EnvelopeSender();
 }
 
+/// Up to the comma that ends it, which is none within quotes or angle brackets.
+std::string_view FirstAddress(std::string_view list)
+{
+    bool bQuoted = false;
+    bool bAngle = false;
+    for (size_t i = 0; i < list.size(); ++i) {
+        const char c = list[i];
+        if (c == ',' && !bQuoted && !bAngle)
+            return list.substr(0, i);
+        if (bQuoted && c == '\\')
+            ++i;
+        else if (c == '"')
+            bQuoted = !bQuoted;
+        else if (!bQuoted && (c == '<' || c == '>'))
+            bAngle = c == '<';
+    }
+    return list;
+}
+
 Bex::CSimpleString RecipientOf(const CMail& mail)
 {
     Bex::CSimpleString strRecipient = mail.FirstRecipient();
     if (!strRecipient.IsEmpty())
         return strRecipient;
-    const std::string_view to = mail.To();
+    const std::string_view to = FirstAddress(mail.To());
     const size_t nOpening = to.find('<');
     const size_t nClosing = to.find('>', nOpening == std::string_view::npos ? 0 : nOpening);
     if (nOpening != std::string_view::npos && nClosing != std::string_view::npos)
         return to.substr(nOpening + 1, nClosing - nOpening - 1);
-    return Bex::TrimmedView(to.substr(0, to.find(',')));
+    return Bex::TrimmedView(to);
 }
 
 /// Puts the address that stands in for the sender into the mail's own fields, too.

@@ -166,6 +166,20 @@ TEST(SendMailTest, RefusesWhatCannotBeSent)
     EXPECT_EQ(server.Commands(), Commands{});
 }
 
+TEST(SendMailTest, SendsToTheFirstAddressWithoutAnEnvelope)
+{
+    CSendWorld world;
+    CScriptedServer server(Replies{});
+    world.Route(server);
+    for (const char* pszTo :
+         {"bob@far.example, Eve <eve@far.example>", "\"B, \\\" Ob\" <bob@far.example>, Eve <e@x>"}) {
+        world.WriteMail("X-Envelope-From: ann@here.example\r\nTo: " + std::string(pszTo) + "\r\n");
+        EXPECT_EQ(world.Send(), DELIVERED) << pszTo;
+    }
+    const Commands commands = server.Commands();
+    EXPECT_EQ(std::count(commands.begin(), commands.end(), "RCPT To:<bob@far.example>"), 2);
+}
+
 TEST(SendMailTest, SendsUnderTheMask)
 {
     CSendWorld world;
