@@ -52,6 +52,9 @@ uint32_t TrustOfFault(int iError)
     return pRow == std::end(CHAIN_FAULTS) ? CERT_TRUST_IS_NOT_SIGNATURE_VALID : pRow->dwTrust;
 }
 
+/// What OpenSSL asks of keys and signatures at least: 80 bits, hence no MD5, no SHA-1 and no RSA below 1024.
+constexpr int SECURITY_LEVEL = 1;
+
 /// Bits by the position in the chain.
 using CFaults = std::vector<uint32_t>;
 
@@ -196,6 +199,7 @@ uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation
     CFaults faults;
     X509_STORE_CTX_set_app_data(pContext.get(), &faults);
     X509_STORE_CTX_set_verify_cb(pContext.get(), &NoteFault);
+    X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(pContext.get()), SECURITY_LEVEL);
     const int iVerified = X509_verify_cert(pContext.get());
     const STACK_OF(X509)* const pBuilt = X509_STORE_CTX_get0_chain(pContext.get());
     ERR_clear_error();

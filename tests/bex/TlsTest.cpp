@@ -275,6 +275,18 @@ TEST(TlsTest, RefusesARootThatIsNotTheSystems)
                                       "dwErrorStatus=0x00000020 dwInfoStatus=0x00000008"));
 }
 
+TEST(TlsTest, RefusesASignatureThatCanBeForged)
+{
+    CTlsWorld::Instance().Need("good");
+    CTlsWorld::Instance().Run("openssl req -new -key good.key -subj /CN=weak | openssl x509 -req -sha1 -CA ca.pem "
+                              "-CAkey ca.key -CAcreateserial -days 5 -extfile good.ext -out weak.crt && "
+                              "cat weak.crt good.key > store/weak.pem");
+    CLogRecorder log;
+    CPair pair("weak");
+    pair.listener.SetProtocols(TLS_PROTOCOL_TLS1_0 | TLS_PROTOCOL_TLS1_2); // where such certificates are at home
+    EXPECT_EQ(pair.Connect("good.test"), TRUST_E_CERT_SIGNATURE);
+}
+
 TEST(TlsTest, AsksTheClientForItsCertificate)
 {
     CTlsWorld::Instance().Need("client");
