@@ -46,14 +46,14 @@ CStorePtr OnlyTrusting(X509& issuer)
     return pStore;
 }
 
-std::string HttpAddress(const GENERAL_NAME& name)
+std::string AddressIn(const GENERAL_NAME& name)
 {
     if (name.type != GEN_URI)
         return {};
     const ASN1_STRING* const pUri = name.d.uniformResourceIdentifier;
     std::string strUri(reinterpret_cast<const char*>(ASN1_STRING_get0_data(pUri)),
                        static_cast<size_t>(ASN1_STRING_length(pUri)));
-    return strUri.starts_with("http://") && strUri.find('\0') == std::string::npos ? strUri : std::string();
+    return strUri.find('\0') == std::string::npos ? strUri : std::string();
 }
 
 uint32_t ReasonOf(const X509_REVOKED* pEntry)
@@ -156,7 +156,7 @@ std::vector<std::string> OcspAddresses(X509& certificate)
     for (int i = 0; i < sk_ACCESS_DESCRIPTION_num(pInfo.get()); ++i) {
         const ACCESS_DESCRIPTION* const pAccess = sk_ACCESS_DESCRIPTION_value(pInfo.get(), i);
         if (OBJ_obj2nid(pAccess->method) == NID_ad_OCSP)
-            addresses.push_back(HttpAddress(*pAccess->location));
+            addresses.push_back(AddressIn(*pAccess->location));
     }
     std::erase(addresses, std::string());
     return addresses;
@@ -173,7 +173,7 @@ std::vector<std::string> ListAddresses(X509& certificate)
         if (pName == nullptr || pName->type != 0)
             continue;
         for (int j = 0; j < sk_GENERAL_NAME_num(pName->name.fullname); ++j)
-            addresses.push_back(HttpAddress(*sk_GENERAL_NAME_value(pName->name.fullname, j)));
+            addresses.push_back(AddressIn(*sk_GENERAL_NAME_value(pName->name.fullname, j)));
     }
     std::erase(addresses, std::string());
     return addresses;

@@ -23,7 +23,7 @@ SRevocationAnswer ReadOcspAnswer(const std::vector<unsigned char>& answer, X509&
 /// The same for a revocation list in DER (RFC 5280 5).
 SRevocationAnswer ReadRevocationList(const std::vector<unsigned char>& list, X509& certificate, X509& issuer);
 
-/// Where the certificate says that one can ask; "http:" addresses only.
+/// Where the certificate says that one can ask, of whatever scheme.
 std::vector<std::string> OcspAddresses(X509& certificate);
 std::vector<std::string> ListAddresses(X509& certificate);
 

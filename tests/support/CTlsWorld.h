@@ -60,6 +60,7 @@ private:
         {"revoked", {"revoked", 10, m_strList}},
         {"confirmed", {"confirmed", 10, m_strResponder}},
         {"denied", {"denied", 10, m_strResponder}},
+        {"elsewhere", {"elsewhere", 10, "crlDistributionPoints=URI:ldap://ldap.test/ca"}},
         {"offline", {"offline", 10, "authorityInfoAccess=OCSP;URI:http://127.0.0.1:1/"}},
     };
 };
