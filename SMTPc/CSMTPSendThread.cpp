@@ -8,6 +8,7 @@
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
 #include "Common/TargetResolution.h"
+#include "Platform/Errors.h"
 #include "SMTPc/CSMTPException.h"
 #include "SMTPc/CSMTPSession.h"
 #include "SMTPc/ConsoleText.h"
@@ -118,6 +119,9 @@ CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings
 void CSMTPSendThread::SendMail()
 {
     SPreparedMail mail;
+    m_bMailKept = false;
+    m_identity = {};
+    Platform::IdentityOf(m_strMailPath.Text(), m_identity); // a missing file is told below
     if (!PrepareMessage(m_strMailPath, mail)) {
         m_iResult = DELIVERY_NOT_PREPARED;
         return;
@@ -199,7 +203,7 @@ bool CSMTPSendThread::TryTarget(const CSmartHost& target, const SPreparedMail& m
 }
 
 /// The mail is the server's: nothing that fails from here on makes it undelivered.
-void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const
+void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail)
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
@@ -214,18 +218,29 @@ void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail
     }
 }
 
-void CSMTPSendThread::RemoveFiles() const
+void CSMTPSendThread::RemoveFiles()
 {
     WriteConsole(stdout, Bex::CSimpleString::Formatted("--> Removing file \"%s\"...\n", m_strMailPath.Text()));
     Bex::LogInfo(Bex::MainLog(), "removing file \"%s\"", m_strMailPath.Text());
+    RemoveMail();
+    try {
+        Bex::CFile::Remove(ErrorReportPath(m_strMailPath));
+    } catch (const Bex::CFileException&) { // most mails never failed
+    }
+}
+
+void CSMTPSendThread::RemoveMail()
+{
+    Platform::SFileIdentity identity;
+    if (Platform::IdentityOf(m_strMailPath.Text(), identity) && identity != m_identity) {
+        Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
+        return;
+    }
     try {
         Bex::CFile::Remove(m_strMailPath);
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
                        Bex::CSimpleString::Formatted("could not remove file \"%s\"", m_strMailPath.Text()).Text());
-    }
-    try {
-        Bex::CFile::Remove(ErrorReportPath(m_strMailPath));
-    } catch (const Bex::CFileException&) { // most mails never failed
+        m_bMailKept = exception.LibError() != Platform::LIB_NO_ENTRY;
     }
 }

@@ -2,6 +2,7 @@
 
 #include "Bex/CThread.h"
 #include "Common/CSmartHost.h"
+#include "Platform/FileIdentity.h"
 #include "SMTPc/CSMTPClient.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/SPreparedMail.h"
@@ -23,7 +24,7 @@ enum EDeliveryResult : int {
 /// in order, until one takes the mail or refuses it for good.
 ///
 /// A stop request interrupts the session at once. A failed attempt leaves an error report beside the mail file; a
-/// successful one removes both.
+/// successful one removes both, unless another file stands under the mail's name by then.
 class CSMTPSendThread : public Bex::CThread
 {
 public:
@@ -41,13 +42,16 @@ protected:
     SDeliverySettings m_settings;
     int m_iResult = DELIVERED;
     Bex::CSimpleString m_strMailPath;
+    bool m_bMailKept = false; ///< it was delivered, and its file could not be removed
 
 private:
     bool FindTargets(const SPreparedMail& mail, CTargetList& targets);
     bool TryTarget(const CSmartHost& target, const SPreparedMail& mail, CTargetList& targets);
-    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const;
-    void RemoveFiles() const;
+    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail);
+    void RemoveFiles();
+    void RemoveMail();
 
+    Platform::SFileIdentity m_identity; ///< of the mail file, from before it is read
     bool m_bRemoveAfterDelivery = true;
     CSMTPClient m_client;
 };

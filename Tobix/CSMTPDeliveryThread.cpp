@@ -89,7 +89,15 @@ void CSMTPDeliveryThread::MoveToError()
                            .Text());
         return;
     }
+    ReleaseName();
+}
+
+/// Another mail may have got the name meanwhile: no scan has taken it, and no change may tell of it any more.
+void CSMTPDeliveryThread::ReleaseName()
+{
     m_pFiles->FinishDelivery(m_strFileName);
+    if (Platform::FileSize(m_strMailPath.Text()) > 0)
+        m_pFiles->AddPending(m_strFileName);
 }
 
 bool CSMTPDeliveryThread::DeliverFile()
@@ -154,8 +162,8 @@ bool CSMTPDeliveryThread::HandleResult(const CMail& mail, const SFileState& stat
 
 bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
 {
-    if (Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing) // else it must not be sent again
-        m_pFiles->FinishDelivery(m_strFileName);
+    if (!m_bMailKept) // it must not be sent again
+        ReleaseName();
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));

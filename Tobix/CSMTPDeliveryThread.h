@@ -38,6 +38,7 @@ private:
     bool Misconfigured() const;
     bool Aborted() const;
     void MoveToError();
+    void ReleaseName();
     static void LogTraffic(const CMail& mail, int64_t iSize);
 
     std::shared_ptr<COutgoingFiles> m_pFiles; ///< the remote agent's

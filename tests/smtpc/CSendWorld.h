@@ -84,6 +84,8 @@ public:
         return std::any_of(lines.begin(), lines.end(), [&](const auto& strLine) { return Holds(strLine, strPart); });
     }
 
+    CLogRecorder& Log() { return m_log; }
+
     SDeliverySettings settings;
 
 private:

@@ -2,6 +2,7 @@
 
 #include "Bex/Log.h"
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,6 +22,11 @@ public:
         const std::lock_guard lock(m_pLines->m_mutex);
         return m_pLines->m_lines;
     }
+    void SetListener(std::function<void(const std::string&)> listener) ///< hears every line on its writer's thread
+    {
+        const std::lock_guard lock(m_pLines->m_mutex);
+        m_pLines->m_listener = std::move(listener);
+    }
     /// Moves out what came since the last call, each line with a line end.
     std::string Take()
     {
@@ -39,10 +45,13 @@ private:
         {
             const std::lock_guard lock(m_mutex);
             m_lines.push_back(std::to_string(iLevel) + " " + pszText);
+            if (m_listener)
+                m_listener(m_lines.back());
         }
         void Flush() override {}
         std::mutex m_mutex;
         std::vector<std::string> m_lines;
+        std::function<void(const std::string&)> m_listener;
     };
     Bex::CLogPointer& m_log;
     std::shared_ptr<SLines> m_pLines = std::make_shared<SLines>();

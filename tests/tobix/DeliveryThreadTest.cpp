@@ -42,6 +42,22 @@ TEST_F(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
     Deliver(server, "successfully delivered mail from");
 }
 
+TEST_F(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
+{
+    using Replies = CScriptedServer::Replies;
+    CScriptedServer server(Replies{}, Replies{{"QUIT", "drop"}});
+    std::vector<std::string> moments{"connection to 127.0.0.1 established", "socket error after successful delivery"};
+    m_world.Log().SetListener([&](const std::string& strLine) { // before and after the removal
+        if (moments.empty() || !Holds(strLine, moments.front()))
+            return;
+        moments.erase(moments.begin());
+        m_world.WriteMail("X-Envelope-To: new" + std::to_string(moments.size()) + "@far.example\r\n");
+    });
+    Deliver(server, "successfully delivered mail from <> to <new0@far.example>");
+    EXPECT_TRUE(m_world.Logged("successfully delivered mail from <> to <new1@far.example>"));
+    EXPECT_FALSE(m_world.HasMail());
+}
+
 TEST_F(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)
 {
     CScriptedServer server(CScriptedServer::Replies{{"RCPT", "550 no\r\n"}});
