@@ -30,7 +30,7 @@ def text(to, size):
 class Tree:
     """A fresh mail tree and the daemon on it."""
 
-    def __init__(self, users, aliases=""):
+    def __init__(self, users, aliases="", settings=""):
         shutil.rmtree(PLACE, ignore_errors=True)
         os.sync()
         for name in ("etc", "queue", "spool", "error", "outgoing", "filtered", "intercepted"):
@@ -38,7 +38,7 @@ class Tree:
             setattr(self, name, PLACE / name)
         (self.etc / "tobix.cfg").write_text(
             f"QueueDir: {self.queue}\nSpoolDir: {self.spool}\nErrorDir: {self.error}\nOutgoingDir: {self.outgoing}\n"
-            f"FilterDir: {self.filtered}\nInterceptDir: {self.intercepted}\nAutoTransport: 0\nLogPort: 9\n")
+            f"FilterDir: {self.filtered}\nInterceptDir: {self.intercepted}\nLogPort: 9\n{settings or 'AutoTransport: 0'}\n")
         for name, content in (("domains", "example.org\n"), ("aliases", aliases), ("filters", "")):
             (self.etc / name).write_text(content)
         for n in range(users):
@@ -49,6 +49,12 @@ class Tree:
         for n in range(mails):
             to = ",".join(f"user{(n * recipients + i) % users}@example.org" for i in range(recipients))
             (self.queue / f"{n:07}.eml").write_bytes(text(to, size))
+        os.sync()
+
+    def fill_outgoing(self, mails, size):
+        content = text("ann@away.example", size)
+        for n in range(mails):
+            (self.outgoing / f"{n:07}.eml").write_bytes(content)
         os.sync()
 
     def start(self, *arguments, log=subprocess.DEVNULL):
