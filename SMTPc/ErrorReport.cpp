@@ -9,7 +9,6 @@
 #include "Common/LocalHostIdentity.h"
 #include "SMTPc/ConsoleText.h"
 
-#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>
@@ -20,7 +19,6 @@ constexpr char SOURCE_FILE[] = "SMTPc/ErrorReport";
 constexpr char PERMANENT_ERRORS[] = "\t----- The following addresses had permanent fatal errors -----\r\n";
 constexpr char CONTINUOUS_ERRORS[] = "\t----- The following addresses had continuous fatal errors -----\r\n";
 constexpr char TRANSCRIPT[] = "\t----- Transcript of session follows -----\r\n";
-constexpr size_t BEFORE_DATE = 2; ///< characters between the last semicolon and the date: a fold
 constexpr size_t NONE = std::string_view::npos;
 
 struct SReportContext
@@ -68,7 +66,7 @@ std::string Origin(const CMail& mail, bool bSessionRefused)
     const size_t nClosing = field->find(')');
     if (nDate == NONE || nOpening == NONE || nClosing == NONE || nClosing < nOpening)
         return {};
-    const std::string strDate = field->substr(std::min(nDate + 1 + BEFORE_DATE, field->size()));
+    const std::string strDate(Bex::TrimmedView(std::string_view(*field).substr(nDate + 1)));
     return "The original message was received at " + strDate + "\r\nfrom " +
            field->substr(nOpening + 1, nClosing - nOpening - 1) + "\r\nwith id <" +
            std::string(mail.MessageID().View()) + ">\r\n\r\n";

@@ -39,7 +39,7 @@ TEST_F(ErrorReportTest, OfABrokenSessionTellsTheErrorTwice)
 {
     m_directory.Write("x.eml", MAIL);
     const std::string strStart = "X-Envelope-From: <>\r\nFrom: \"Mail Delivery Subsystem\" <boss@here.example";
-    const std::string strOrigin = "The original message was received at on, 1 Jan 2024 10:00:00 +0100\r\n"
+    const std::string strOrigin = "The original message was received at Mon, 1 Jan 2024 10:00:00 +0100\r\n"
                                   "from other [192.0.2.1]\r\nwith id <1@here.example>\r\n\r\n";
     const auto expected = [&](const std::string& strReason) {
         return strStart + HEAD + strOrigin +
@@ -60,7 +60,7 @@ TEST_F(ErrorReportTest, OfARefusalQuotesTheTranscript)
     transcript.Append("<<< 450-a\n<<< 450 b\n");
     EXPECT_EQ(Report(CSMTPTemporaryException("a", 1, transcript)),
               std::string("X-Envelope-From: <>\r\nFrom: \"Mail Delivery Subsystem\" <bounce@here.example") + HEAD +
-                  "The original message was received at on, 1 Jan 2024 09:00:00 +0100\r\n"
+                  "The original message was received at Mon, 1 Jan 2024 09:00:00 +0100\r\n"
                   "from pc.example [192.0.2.2]\r\nwith id <1@here.example>\r\n\r\n"
                   "\t----- The following addresses had continuous fatal errors -----\r\nbob@far.example\r\n\r\n"
                   "\t----- Transcript of session follows -----\r\n.... while talking to mx.far.example:\r\n\r\n"
