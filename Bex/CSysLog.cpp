@@ -2,7 +2,6 @@
 
 #include "Bex/TextFunctions.h"
 #include "Platform/CNativeThread.h"
-#include "Platform/Host.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -54,7 +53,7 @@ void CSysLog::Write(int iLevel, const char* pszText, unsigned)
                                       Platform::CurrentThreadId(), m_strIdent.Text(), pszText);
     if (iLength < 0)
         return;
-    Platform::SendDatagram(m_strHost.Text(), m_wPort, datagram, std::min(static_cast<size_t>(iLength), DATAGRAM_SIZE));
+    m_socket.Send(m_strHost.Text(), m_wPort, datagram, std::min(static_cast<size_t>(iLength), DATAGRAM_SIZE));
 }
 
 } // namespace Bex

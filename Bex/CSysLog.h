@@ -2,6 +2,7 @@
 
 #include "Bex/CSimpleString.h"
 #include "Bex/ILogDestination.h"
+#include "Platform/Host.h"
 
 #include <cstdint>
 
@@ -29,6 +30,7 @@ private:
     int m_iFacility;
     CSimpleString m_strHost;
     uint16_t m_wPort;
+    Platform::CDatagramSocket m_socket;
 };
 
 } // namespace Bex

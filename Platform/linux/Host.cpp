@@ -81,6 +81,20 @@ bool FailWithErrno()
     return false;
 }
 
+int OpenDatagramSocket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }
+
+bool SendThrough(int iSocket, const char* pszHost, unsigned short wPort, const void* pData, size_t nLength)
+{
+    sockaddr_in receiver{};
+    receiver.sin_family = AF_INET;
+    receiver.sin_port = htons(wPort);
+    if (!FindAddress(pszHost, receiver.sin_addr))
+        return false;
+    const ssize_t nSent =
+        sendto(iSocket, pData, nLength, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&receiver), sizeof(receiver));
+    return nSent >= 0 || FailWithErrno();
+}
+
 } // namespace
 
 bool HostName(std::string& strName)
@@ -105,19 +119,24 @@ bool ResolveCanonicalIPv4(const char* pszName, SCanonicalHost& host)
     return true;
 }
 
+CDatagramSocket::CDatagramSocket() : m_iDescriptor(OpenDatagramSocket()) {}
+
+CDatagramSocket::~CDatagramSocket()
+{
+    if (m_iDescriptor >= 0)
+        close(m_iDescriptor);
+}
+
+bool CDatagramSocket::Send(const char* pszHost, unsigned short wPort, const void* pData, size_t nLength) const
+{
+    return m_iDescriptor < 0 ? SendDatagram(pszHost, wPort, pData, nLength)
+                             : SendThrough(m_iDescriptor, pszHost, wPort, pData, nLength);
+}
+
 bool SendDatagram(const char* pszHost, unsigned short wPort, const void* pData, size_t nLength)
 {
-    const CDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!socket.IsValid())
-        return FailWithErrno();
-    sockaddr_in receiver{};
-    receiver.sin_family = AF_INET;
-    receiver.sin_port = htons(wPort);
-    if (!FindAddress(pszHost, receiver.sin_addr))
-        return false;
-    const ssize_t nSent = sendto(socket.Get(), pData, nLength, MSG_NOSIGNAL,
-                                 reinterpret_cast<const sockaddr*>(&receiver), sizeof(receiver));
-    return nSent >= 0 || FailWithErrno();
+    const CDescriptor socket(OpenDatagramSocket());
+    return socket.IsValid() ? SendThrough(socket.Get(), pszHost, wPort, pData, nLength) : FailWithErrno();
 }
 
 std::string EnvironmentVariable(const char* pszName, bool& bPresent)
