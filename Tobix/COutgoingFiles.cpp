@@ -79,8 +79,12 @@ void COutgoingFiles::Move(CEntries::iterator entry, EList list)
 
 void COutgoingFiles::TellWork()
 {
-    if (m_lists[PENDING].empty() && m_lists[RETRY_DUE].empty())
-        m_work.Reset();
-    else
+    const bool bWork = !m_lists[PENDING].empty() || !m_lists[RETRY_DUE].empty();
+    if (bWork == m_bWork)
+        return;
+    if (bWork)
         m_work.Set();
+    else
+        m_work.Reset();
+    m_bWork = bWork;
 }

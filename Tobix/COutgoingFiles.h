@@ -44,4 +44,5 @@ private:
     std::array<CEntries, LISTS> m_lists;
     std::unordered_map<std::string_view, CEntries::iterator> m_index; ///< keys are the entries' own names
     Bex::CEvent m_work;
+    bool m_bWork = false; ///< the event is set
 };

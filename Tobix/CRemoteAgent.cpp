@@ -16,7 +16,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "Tobix/RemoteAgent";
 constexpr unsigned PAUSE_MILLIS = 500;
 constexpr unsigned IDLE_MILLIS = 1000;
-constexpr unsigned REST_PER_SCAN = 9; ///< a scan of a long directory takes at most a tenth of the time
+constexpr unsigned REST_PER_LISTING = 9; ///< listing the directory takes at most a tenth of the time
 constexpr int SECONDS_PER_MINUTE = 60;
 
 } // namespace
@@ -33,9 +33,8 @@ void CRemoteAgent::Body()
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) started", Id());
     while (ShallRun()) {
         WaitWhilePaused();
-        const uint64_t nStart = Platform::TickCount();
         const unsigned dwFound = ScanOutgoing(Platform::NowSeconds());
-        RestAfterScan(Platform::TickCount() - nStart);
+        RestAfterListing();
         if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
     }
@@ -48,17 +47,23 @@ void CRemoteAgent::WaitWhilePaused() const
         StopEvent().Wait(PAUSE_MILLIS);
 }
 
-/// The delivery threads' own removals are changes, too: they must not make this thread list a long directory all day.
-void CRemoteAgent::RestAfterScan(uint64_t nScanMillis) const
+/// The delivery threads' own removals are changes, too: they must not make this thread list the directory all day.
+void CRemoteAgent::RestAfterListing() const
 {
-    if (nScanMillis > 0)
-        StopEvent().Wait(static_cast<unsigned>(std::min<uint64_t>(nScanMillis * REST_PER_SCAN, IDLE_MILLIS)));
+    if (m_nListingMillis > 0)
+        StopEvent().Wait(static_cast<unsigned>(std::min<uint64_t>(m_nListingMillis * REST_PER_LISTING, IDLE_MILLIS)));
 }
 
 unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
 {
     ReleaseRetriesWhenDue(iNow);
-    return m_directory.MayHaveChanged() ? ListNewFiles() : 0;
+    m_nListingMillis = 0;
+    if (!m_directory.MayHaveChanged())
+        return 0;
+    const uint64_t nStart = Platform::TickCount();
+    const unsigned dwFound = ListNewFiles();
+    m_nListingMillis = std::max<uint64_t>(Platform::TickCount() - nStart, 1);
+    return dwFound;
 }
 
 void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)

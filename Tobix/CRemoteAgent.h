@@ -31,11 +31,12 @@ private:
     void ReleaseRetriesWhenDue(int64_t iNow);
     unsigned ListNewFiles();
     bool AddFile(const char* pszName);
-    void RestAfterScan(uint64_t nScanMillis) const;
+    void RestAfterListing() const;
 
     CWatchedDirectory m_directory;
     std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
-    int64_t m_iLastRelease = 0; ///< seconds since 1970
-    int64_t m_iRetryMin;        ///< seconds
-    int64_t m_iRetryMax;        ///< seconds
+    int64_t m_iLastRelease = 0;    ///< seconds since 1970
+    uint64_t m_nListingMillis = 0; ///< of the last scan; 0 when it listed nothing
+    int64_t m_iRetryMin;           ///< seconds
+    int64_t m_iRetryMax;           ///< seconds
 };
