@@ -118,14 +118,25 @@ CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings
 
 void CSMTPSendThread::SendMail()
 {
-    SPreparedMail mail;
-    m_bMailKept = false;
-    m_identity = {};
-    Platform::IdentityOf(m_strMailPath.Text(), m_identity); // a missing file is told below
-    if (!PrepareMessage(m_strMailPath, mail)) {
+    SPreparedMail prepared;
+    if (LoadAndPrepare(prepared))
+        SendPrepared(prepared);
+    else
         m_iResult = DELIVERY_NOT_PREPARED;
-        return;
-    }
+}
+
+void CSMTPSendThread::SendMail(CMail& mail)
+{
+    SPreparedMail prepared;
+    if (PrepareMessage(mail, prepared))
+        SendPrepared(prepared);
+    else
+        m_iResult = DELIVERY_NOT_PREPARED;
+}
+
+void CSMTPSendThread::SendPrepared(SPreparedMail& mail)
+{
+    m_bMailKept = false;
     if (m_settings.bLowerRecipientDomain)
         mail.strRecipient = WithLowerDomain(mail.strRecipient);
     CTargetList targets(false);

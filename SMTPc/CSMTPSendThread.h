@@ -7,6 +7,7 @@
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/SPreparedMail.h"
 
+class CMail;
 class CSMTPSession;
 
 /// What a delivery attempt came to.
@@ -36,8 +37,9 @@ protected:
     void Body() override { SendMail(); }
 
     void SendMail(); ///< of m_strMailPath; leaves m_iResult. What neither SMTP nor the network raises passes through
-    /// False (told) when the file cannot be used.
-    static bool PrepareMessage(const Bex::CSimpleString& strMailPath, SPreparedMail& prepared);
+    /// The same with what LoadMail loaded of it; takes the body.
+    void SendMail(CMail& mail);
+    bool LoadMail(CMail& mail); ///< from m_strMailPath; as CMessage::Load
 
     SDeliverySettings m_settings;
     int m_iResult = DELIVERED;
@@ -45,6 +47,10 @@ protected:
     bool m_bMailKept = false; ///< it was delivered, and its file could not be removed
 
 private:
+    /// False (told) when the file cannot be used.
+    bool LoadAndPrepare(SPreparedMail& prepared);
+    static bool PrepareMessage(CMail& mail, SPreparedMail& prepared);
+    void SendPrepared(SPreparedMail& mail);
     bool FindTargets(const SPreparedMail& mail, CTargetList& targets);
     bool TryTarget(const CSmartHost& target, const SPreparedMail& mail, CTargetList& targets);
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail);

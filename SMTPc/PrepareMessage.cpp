@@ -69,17 +69,29 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 
 } // namespace
 
-bool CSMTPSendThread::PrepareMessage(const Bex::CSimpleString& strMailPath, SPreparedMail& prepared)
+bool CSMTPSendThread::LoadMail(CMail& mail)
+{
+    m_identity = {};
+    Platform::IdentityOf(m_strMailPath.Text(), m_identity); // a missing file fails to load
+    return mail.Load(m_strMailPath, false);
+}
+
+bool CSMTPSendThread::LoadAndPrepare(SPreparedMail& prepared)
 {
     CMail mail;
-    if (!mail.Load(strMailPath, false)) {
+    if (!LoadMail(mail)) {
         const auto strText =
-            Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d\n", strMailPath.Text(),
+            Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d\n", m_strMailPath.Text(),
                                           static_cast<int>(Platform::LastError().dwSysError));
         WriteConsole(stderr, strText);
         Bex::LogError(Bex::MainLog(), "%s", Bex::CSimpleString(Bex::TrimmedView(strText)).Text());
         return false;
     }
+    return PrepareMessage(mail, prepared);
+}
+
+bool CSMTPSendThread::PrepareMessage(CMail& mail, SPreparedMail& prepared)
+{
     prepared.strSender = SenderOf(mail);
     prepared.strRecipient = RecipientOf(mail);
     if (prepared.strRecipient.IsEmpty()) {
@@ -90,5 +102,6 @@ bool CSMTPSendThread::PrepareMessage(const Bex::CSimpleString& strMailPath, SPre
     prepared.strIdentity = mail.AuthenticatedAs();
     prepared.strMessageID = mail.MessageID();
     prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.Body().View());
+    mail.SetBody({}); // the payload is enough of it in memory
     return true;
 }

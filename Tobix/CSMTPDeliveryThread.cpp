@@ -103,33 +103,35 @@ void CSMTPDeliveryThread::ReleaseName()
 bool CSMTPDeliveryThread::DeliverFile()
 {
     CMail mail;
-    const bool bUnlocked = LoadHeaders(mail);
+    const ELoaded loaded = LoadForDelivery(mail);
     SFileState state;
     if (!ReadFileState(state))
         return false;
-    if (bUnlocked)
-        SendMail();
+    if (loaded == ELoaded::Whole)
+        SendMail(mail);
+    else if (loaded == ELoaded::Failed)
+        SendMail(); // which tells why it cannot
     if (m_iResult == DELIVERY_CONNECTION_FAILED && !ShallRun())
         m_iResult = DELIVERY_STOPPED; // it was the stop that broke the connection
     return HandleResult(mail, state);
 }
 
-/// False when the file is busy: nothing is sent in this pass.
-bool CSMTPDeliveryThread::LoadHeaders(CMail& mail)
+/// Of a busy file nothing is sent in this pass.
+CSMTPDeliveryThread::ELoaded CSMTPDeliveryThread::LoadForDelivery(CMail& mail)
 {
     m_iResult = DELIVERED;
-    if (mail.Load(m_strMailPath, true))
-        return true;
+    if (LoadMail(mail))
+        return ELoaded::Whole;
     const int iLibError = Platform::LastError().iLibError;
     if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK || iLibError == Platform::LIB_ACCESS) {
         Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
                         m_strMailPath.Text());
         m_iResult = DELIVERY_FILE_LOCKED;
-        return false;
+        return ELoaded::Busy;
     }
     Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__, iLibError,
                   m_strMailPath.Text());
-    return true;
+    return ELoaded::Failed;
 }
 
 bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const

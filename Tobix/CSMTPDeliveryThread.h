@@ -29,7 +29,8 @@ private:
     bool TakeFile();
     void DeliverGuarded();
     bool DeliverFile();
-    bool LoadHeaders(CMail& mail);
+    enum class ELoaded { Whole, Busy, Failed };
+    ELoaded LoadForDelivery(CMail& mail);
     bool ReadFileState(SFileState& state) const;
     bool HandleResult(const CMail& mail, const SFileState& state);
     bool Delivered(const CMail& mail, const SFileState& state);
