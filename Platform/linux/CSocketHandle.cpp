@@ -6,6 +6,7 @@
 #include "Platform/linux/SocketErrors.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -49,6 +50,7 @@ struct CSocketHandle::SState
 {
     CDescriptor socket;
     CDescriptor interrupt{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+    std::atomic<bool> bInterrupted = false; ///< the event is set; asking this one costs nothing
     uint64_t ui64Deadline = NO_DEADLINE;
 
     enum class EEnd { Ready, Interrupted, TimedOut, Failed };
@@ -73,6 +75,8 @@ struct CSocketHandle::SState
                 return EEnd::TimedOut;
         }
     }
+    /// Whether a wait may end otherwise than by the socket.
+    bool HasToWait() const { return !socket.IsValid() || bInterrupted || TickCount() >= ui64Deadline; }
     ESocketWait WaitForUser(short nEvents, uint32_t dwSeconds)
     {
         if (!socket.IsValid()) {
@@ -150,7 +154,8 @@ bool CSocketHandle::Close()
     if (!IsOpen())
         return true;
     eventfd_t ui64Count = 0;
-    eventfd_read(m_pState->interrupt.Get(), &ui64Count); // there may have been none
+    if (m_pState->bInterrupted.exchange(false))
+        eventfd_read(m_pState->interrupt.Get(), &ui64Count);
     return close(m_pState->socket.Release()) == 0 || errno == EINTR || FailSocketWithErrno();
 }
 
@@ -161,6 +166,9 @@ bool CSocketHandle::Bind(const SSocketAddress& address)
         return FailSocket(SOCKET_NOT_A_SOCKET);
     if (!ToNative(address, native))
         return false;
+    // A port that serves all destinations at once is searched for long, and there are few of them.
+    if (address.wPort == 0)
+        SetFlag(m_pState->socket.Get(), IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT);
     return bind(m_pState->socket.Get(), native.Get(), native.nLength) == 0 || FailSocketWithErrno();
 }
 
@@ -253,12 +261,14 @@ int64_t CSocketHandle::Send(const void* pBuffer, size_t nCount, uint32_t dwSecon
 {
     const auto* pNext = static_cast<const char*>(pBuffer);
     size_t nLeft = nCount;
+    bool bMayBlock = !m_pState || m_pState->HasToWait(); // what mostly goes at once is not waited for first
     do {
-        const ESocketWait wait = WaitWritable(dwSeconds);
+        const ESocketWait wait = bMayBlock ? WaitWritable(dwSeconds) : ESocketWait::Ready;
         if (wait == ESocketWait::TimedOut)
             SetLastSocketError(SOCKET_ABORTED);
         if (wait != ESocketWait::Ready)
             return -1;
+        bMayBlock = true;
         const ssize_t nSent = send(m_pState->socket.Get(), pNext, nLeft, MSG_NOSIGNAL);
         if (nSent < 0 && errno != EAGAIN && errno != EINTR) {
             FailSocketWithErrno();
@@ -303,8 +313,10 @@ bool CSocketHandle::PeerAddress(SSocketAddress& address) const
 
 void CSocketHandle::Interrupt()
 {
-    if (m_pState)
+    if (m_pState) {
         eventfd_write(m_pState->interrupt.Get(), 1); // a counter that is full is set already
+        m_pState->bInterrupted = true;
+    }
 }
 
 } // namespace Platform
