@@ -39,6 +39,8 @@ public:
     const std::shared_ptr<STlsCredentialState>& State() const { return m_pState; }
 
 private:
+    uint32_t Make(ETlsEnd end, const STlsCredentialSettings& settings);
+
     std::shared_ptr<STlsCredentialState> m_pState;
 };
 

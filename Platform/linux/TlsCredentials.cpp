@@ -4,6 +4,8 @@
 #include "Platform/linux/TlsSessionCache.h"
 
 #include <array>
+#include <map>
+#include <mutex>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
@@ -97,11 +99,51 @@ int AcceptAny(X509_STORE_CTX* pCheck, void*)
     return 1;
 }
 
+/// Clients that present no certificate differ in their protocols only. They share their contexts, any thread: making
+/// one costs more than a resumed handshake.
+class CClientContexts
+{
+public:
+    static CClientContexts& Instance()
+    {
+        OPENSSL_init_ssl(0, nullptr); // so that OpenSSL outlives the contexts
+        static CClientContexts contexts;
+        return contexts;
+    }
+    std::shared_ptr<STlsCredentialState> Find(uint32_t dwProtocols)
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto it = m_states.find(dwProtocols);
+        return it == m_states.end() ? nullptr : it->second;
+    }
+    void Keep(uint32_t dwProtocols, const std::shared_ptr<STlsCredentialState>& pState)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_states.insert_or_assign(dwProtocols, pState);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::map<uint32_t, std::shared_ptr<STlsCredentialState>> m_states; ///< by the protocols: few
+};
+
 } // namespace
 
 uint32_t CTlsCredentials::Acquire(ETlsEnd end, const STlsCredentialSettings& settings)
 {
-    Free();
+    const bool bShared = end == ETlsEnd::Client && settings.certificate.Data() == nullptr &&
+                         settings.dwVersion == STlsCredentialSettings::VERSION;
+    m_pState = bShared ? CClientContexts::Instance().Find(settings.dwProtocols) : nullptr;
+    if (m_pState != nullptr)
+        return SEC_E_OK;
+    const uint32_t dwStatus = Make(end, settings);
+    if (bShared && dwStatus == SEC_E_OK)
+        CClientContexts::Instance().Keep(settings.dwProtocols, m_pState);
+    return dwStatus;
+}
+
+uint32_t CTlsCredentials::Make(ETlsEnd end, const STlsCredentialSettings& settings)
+{
     ERR_clear_error();
     const bool bClient = end == ETlsEnd::Client;
     auto pState = std::make_shared<STlsCredentialState>();

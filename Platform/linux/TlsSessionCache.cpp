@@ -10,7 +10,7 @@ namespace Platform {
 namespace {
 
 constexpr size_t MOST_TARGETS = 512;
-constexpr size_t MOST_PER_TARGET = 2; // what servers usually hand out at once
+constexpr size_t MOST_PER_TARGET = 16; // as many connections may be on their way at once
 
 /// Also when the server's certificate is: it will have another one by now, which a new handshake shows.
 bool IsOver(SSL_SESSION& session)
