@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <poll.h>
+#include <stdexcept>
 #include <string>
 #include <sys/socket.h>
 #include <thread>
@@ -25,16 +26,13 @@ public:
     enum ERcode { OK = 0, SERVFAIL = 2, NXDOMAIN = 3, REFUSED = 5, SILENCE = 99 };
     using CData = std::vector<std::string>;
 
-    CDnsServer() : m_udp(socket(AF_INET, SOCK_DGRAM, 0)), m_tcp(socket(AF_INET, SOCK_STREAM, 0))
+    CDnsServer()
     {
         sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t nLength = sizeof(address);
-        auto* pAddress = reinterpret_cast<sockaddr*>(&address);
-        if (bind(m_udp, pAddress, nLength) != 0 || getsockname(m_udp, pAddress, &nLength) != 0 ||
-            bind(m_tcp, pAddress, nLength) != 0 || listen(m_tcp, 8) != 0)
-            abort();
+        for (int n = 0; !Listen(address); ++n) { // a port that is free for both: others take ports meanwhile
+            if (n == 1000)
+                throw std::runtime_error("no port for a name server");
+        }
         std::string strConfig = "nameserver 127.0.0.1@";
         strConfig.append(std::to_string(ntohs(address.sin_port))).append("\nsearch corp.test\n");
         setenv("TOBIX_RESOLV_CONF", m_directory.Write("resolv.conf", strConfig).c_str(), 1);
@@ -92,6 +90,22 @@ public:
     static std::string IPv6(const char* pszText) { return Address(AF_INET6, pszText); }
 
 private:
+    bool Listen(sockaddr_in& address)
+    {
+        address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t nLength = sizeof(address);
+        auto* pAddress = reinterpret_cast<sockaddr*>(&address);
+        m_udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        m_tcp = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (bind(m_udp, pAddress, nLength) == 0 && getsockname(m_udp, pAddress, &nLength) == 0 &&
+            bind(m_tcp, pAddress, nLength) == 0 && listen(m_tcp, 8) == 0)
+            return true;
+        close(m_udp);
+        close(m_tcp);
+        return false;
+    }
     using CQuestion = std::pair<std::string, int>;
     static constexpr size_t LONGEST_DATAGRAM = 1200;
     static constexpr size_t HEADER = 12;
@@ -164,8 +178,8 @@ private:
     }
 
     CTemporaryDirectory m_directory;
-    int m_udp;
-    int m_tcp;
+    int m_udp = -1;
+    int m_tcp = -1;
     std::mutex m_mutex;
     std::map<CQuestion, std::pair<int, CData>> m_answers; ///< type 0: the name exists
     std::map<CQuestion, int> m_asked;
