@@ -99,7 +99,7 @@ def daemon_rate(port, mails, threads, size):
     seconds = time.monotonic() - start
     tree.stop()
     assert not any(tree.outgoing.iterdir())
-    return (mails - threads) / seconds # as many were under way with the first
+    return (mails - threads) / seconds  # as many were under way with the first
 
 
 def loop_rate(port, mails, threads, size, *tls):
