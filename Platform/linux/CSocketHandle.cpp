@@ -315,7 +315,7 @@ void CSocketHandle::Interrupt()
 {
     if (m_pState) {
         eventfd_write(m_pState->interrupt.Get(), 1); // a counter that is full is set already
-        m_pState->bInterrupted = true; // last: a Close that sees it finds the event
+        m_pState->bInterrupted = true;               // last: a Close that sees it finds the event
     }
 }
 
