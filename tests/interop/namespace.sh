@@ -18,8 +18,8 @@ mount -t tmpfs -o mode=755 interop /run
 mkdir -p /run/interop/{log,mail,tls,dns,empty,postfix,exim,sasl,upper,work}
 lay_over() { # directory: what the packages bring comes on top of it, and changes go to memory
     local name="${1//\//-}"
-    mkdir -p "$packages$1" "/run/interop/upper/$name" "/run/interop/work/$name"
-    mount -t overlay -o "lowerdir=$packages$1:$1,upperdir=/run/interop/upper/$name,workdir=/run/interop/work/$name" interop "$1"
+    mkdir -p "$packages$1" "/run/interop/upper/$name" "/run/interop/scratch/$name"
+    mount -t overlay -o "lowerdir=$packages$1:$1,upperdir=/run/interop/upper/$name,workdir=/run/interop/scratch/$name" interop "$1"
 }
 lay_over /usr
 lay_over /etc
