@@ -16,7 +16,6 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
-constexpr unsigned PAUSE_MILLIS = 500;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 
@@ -45,7 +44,7 @@ void CLocalAgent::Body()
     Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) started", Id());
     RemoveUnfinishedFiles();
     while (ShallRun()) {
-        WaitWhilePaused();
+        WaitWhileServiceIsPaused(StopEvent());
         if (!ScanQueue()) {
             Bex::LogError(Bex::MainLog(), "couldn't find QueueDir");
             return;
@@ -56,12 +55,6 @@ void CLocalAgent::Body()
             WaitForWork();
     }
     Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) stopped", Id());
-}
-
-void CLocalAgent::WaitWhilePaused() const
-{
-    while (ServiceIsPaused() && ShallRun())
-        StopEvent().Wait(PAUSE_MILLIS);
 }
 
 void CLocalAgent::WaitForWork() const

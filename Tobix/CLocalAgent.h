@@ -30,7 +30,6 @@ protected:
 private:
     enum class EOutcome { Delivered, Retry, Failed };
 
-    void WaitWhilePaused() const;
     void WaitForWork() const;
     void RemoveUnfinishedFiles() const;
     bool ScanQueue();

@@ -14,7 +14,6 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/RemoteAgent";
-constexpr unsigned PAUSE_MILLIS = 500;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned REST_PER_LISTING = 9; ///< listing the directory takes at most a tenth of the time
 constexpr int SECONDS_PER_MINUTE = 60;
@@ -32,19 +31,13 @@ void CRemoteAgent::Body()
 {
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) started", Id());
     while (ShallRun()) {
-        WaitWhilePaused();
+        WaitWhileServiceIsPaused(StopEvent());
         const unsigned dwFound = ScanOutgoing(Platform::NowSeconds());
         RestAfterListing();
         if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
     }
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) stopped", Id());
-}
-
-void CRemoteAgent::WaitWhilePaused() const
-{
-    while (ServiceIsPaused() && ShallRun())
-        StopEvent().Wait(PAUSE_MILLIS);
 }
 
 /// The delivery threads' own removals are changes, too: they must not make this thread list the directory all day.

@@ -27,7 +27,6 @@ protected:
     void Body() override;
 
 private:
-    void WaitWhilePaused() const;
     void ReleaseRetriesWhenDue(int64_t iNow);
     unsigned ListNewFiles();
     bool AddFile(const char* pszName);

@@ -2,8 +2,20 @@
 
 #include "Bex/CService.h"
 
+namespace {
+
+constexpr unsigned PAUSE_MILLIS = 500;
+
+} // namespace
+
 bool ServiceIsPaused()
 {
     const Bex::CService* pService = Bex::CService::Instance();
     return pService != nullptr && pService->IsPaused() && pService->IsRunning();
+}
+
+void WaitWhileServiceIsPaused(const Bex::CEvent& stop)
+{
+    while (ServiceIsPaused() && !stop.IsSet())
+        stop.Wait(PAUSE_MILLIS);
 }
