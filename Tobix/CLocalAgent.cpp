@@ -8,6 +8,7 @@
 #include "Common/Globals.h"
 #include "Platform/FileIdentity.h"
 #include "Platform/FileSystem.h"
+#include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
 #include "Tobix/StaleFiles.h"
 
@@ -23,13 +24,6 @@ Bex::CSimpleString InterceptListFile()
 {
     const Bex::CSimpleString strName = Config().GetString("InterceptAddressesFile", "intercept_addresses");
     return Bex::JoinPath(ConfigDirectory(), Platform::NativePath(strName));
-}
-
-void LogException(const Bex::CException& exception, const Bex::CSimpleString& strPath)
-{
-    char szText[1024];
-    exception.GetMessage(szText, sizeof(szText));
-    Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), szText);
 }
 
 } // namespace
@@ -163,7 +157,7 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     } catch (const Bex::CException& exception) {
-        LogException(exception, strPath);
+        MailLog::DeliveryRaised(strPath, exception);
     } catch (const std::exception& exception) {
         Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), exception.what());
     }

@@ -7,6 +7,7 @@
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/Bounce.h"
+#include "Tobix/MailLog.h"
 
 #include <exception>
 #include <utility>
@@ -67,9 +68,7 @@ void CSMTPDeliveryThread::DeliverGuarded()
             MoveToError();
         return;
     } catch (const Bex::CException& exception) {
-        char szText[1024];
-        exception.GetMessage(szText, sizeof(szText));
-        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), szText);
+        MailLog::DeliveryRaised(m_strMailPath, exception);
     } catch (const std::exception& exception) {
         Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), exception.what());
     }

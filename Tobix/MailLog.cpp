@@ -44,4 +44,11 @@ void InterceptionFailed(const CMail& mail)
                   mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
 }
 
+void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& exception)
+{
+    char szText[1024];
+    exception.GetMessage(szText, sizeof(szText));
+    Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), szText);
+}
+
 } // namespace MailLog

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CException.h"
 #include "Common/CMail.h"
 
 /// The log lines about one mail that several rooms of the local delivery write. Main log; any thread.
@@ -12,5 +13,7 @@ void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser);
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason);
 void RecipientNotValid(const CMail& mail);
 void InterceptionFailed(const CMail& mail);
+/// A mail file whose delivery ended with an exception that nothing is prescribed for.
+void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& exception);
 
 } // namespace MailLog
