@@ -2,7 +2,6 @@
 
 #include "Bex/CEvent.h"
 
-/// Whether the service runs but is paused; false without a service. Any thread.
-bool ServiceIsPaused();
-/// Holds an agent's pass back while the service is paused, or until its thread is asked to stop.
+/// Holds an agent's pass back while the service runs but is paused, or until its thread is asked to stop. Without a
+/// service it never waits. Any thread.
 void WaitWhileServiceIsPaused(const Bex::CEvent& stop);
