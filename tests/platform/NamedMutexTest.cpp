@@ -2,7 +2,7 @@
 #include "Platform/CNamedMutex.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
-#include "Platform/linux/CNameLockFile.h"
+#include "Platform/linux/thread/CNameLockFile.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <functional>

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Platform/DnsQuery.h"
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/dns/ResolverConfig.h"
+
+#include <memory>
+#include <mutex>
+
+struct ub_ctx;
+
+namespace Platform {
+
+/// The cache and the name servers of one state of resolv.conf. Any thread; whoever asks keeps it alive meanwhile.
+///
+/// A thread of the library's own does the asking. The threads that wait for answers take turns in fetching them, each
+/// also those of others, until each has its own or its time is up.
+class CDnsContext
+{
+public:
+    explicit CDnsContext(const SResolverFile& file);
+    ~CDnsContext();
+    CDnsContext(const CDnsContext&) = delete;
+    CDnsContext& operator=(const CDnsContext&) = delete;
+
+    /// The one that answers for resolv.conf as it is now.
+    static std::shared_ptr<CDnsContext> Current();
+
+    const std::vector<std::string>& Suffixes() const { return m_config.suffixes; }
+    uint32_t Query(const std::string& strName, EDnsType type, uint64_t ui64Deadline, std::vector<std::string>& records);
+
+private:
+    struct SAnswer;
+
+    bool Configure();
+    uint32_t Wait(const SAnswer& answer, uint64_t ui64Deadline);
+
+    SResolverFile m_file;
+    SResolverConfig m_config;
+    ub_ctx* m_pContext; ///< null when it could not be made
+    uint32_t m_dwStatus = DNS_OK;
+};
+
+} // namespace Platform

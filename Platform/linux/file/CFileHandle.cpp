@@ -1,0 +1,206 @@
+#include "Platform/CFileHandle.h"
+
+#include "Platform/FaultInjection.h"
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/Result.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform {
+
+namespace {
+
+constexpr int MOST_ATTEMPTS = 16; ///< at a file that others keep removing
+
+int AccessFlags(EAccess access)
+{
+    switch (access) {
+    case EAccess::Read:
+        return O_RDONLY;
+    case EAccess::Write:
+        return O_WRONLY;
+    case EAccess::ReadWrite:
+        break;
+    }
+    return O_RDWR;
+}
+
+/// O_TRUNC is missing on purpose: nothing is cut off before the lock is ours.
+int OpenFlags(const SOpenMode& mode)
+{
+    int iFlags = AccessFlags(mode.access) | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    if (mode.bCreate || mode.bCreateNew)
+        iFlags |= O_CREAT;
+    if (mode.bCreateNew)
+        iFlags |= O_EXCL;
+    if (mode.access != EAccess::Read || mode.bCreate || mode.bCreateNew || mode.bTruncate || mode.bOnlyRegular)
+        iFlags |= O_NOFOLLOW;
+    return iFlags;
+}
+
+bool DeniesWriters(const SOpenMode& mode) { return mode.share == EShare::Exclusive || mode.share == EShare::DenyWrite; }
+
+/// A writer that denies nothing shares the lock, so that it stays out of a file that somebody else has for himself.
+bool NeedsLock(const SOpenMode& mode) { return mode.share != EShare::DenyNone || mode.access != EAccess::Read; }
+
+bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
+{
+    const bool bShared =
+        mode.share == EShare::DenyNone || (mode.share == EShare::DenyWrite && mode.access == EAccess::Read);
+    return flock(iDescriptor, (bShared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
+}
+
+/// The kernel grants a read lease only while nobody has the file open for writing. Where it cannot grant one at all,
+/// because the file is another user's or the file system has none, the answer is no.
+bool IsOpenForWriting(int iDescriptor)
+{
+    // An opener that comes while we have the lease makes the kernel signal us: by one that is ignored by default.
+    if (fcntl(iDescriptor, F_SETSIG, SIGURG) != 0)
+        return false;
+    if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
+        return errno == EAGAIN;
+    fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
+    return false;
+}
+
+/// Sets errno when the file is not one that the mode asks for.
+bool IsFitting(const struct stat& status, const SOpenMode& mode)
+{
+    if (S_ISREG(status.st_mode))
+        return true;
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP;
+    return !S_ISDIR(status.st_mode) && !mode.bOnlyRegular;
+}
+
+/// False also when the name cannot be looked at any more.
+bool IsNamed(const char* pszPath, const struct stat& status, const SOpenMode& mode)
+{
+    struct stat named
+    {};
+    const int iFlags = (OpenFlags(mode) & O_NOFOLLOW) != 0 ? AT_SYMLINK_NOFOLLOW : 0;
+    return fstatat(AT_FDCWD, pszPath, &named, iFlags) == 0 && named.st_dev == status.st_dev &&
+           named.st_ino == status.st_ino;
+}
+
+enum class EAttempt { Opened, Removed, Failed };
+
+/// Removed: the name was taken away, or given to another file, between opening and locking, so that the lock would
+/// exclude nobody and a writer might cut off what has become somebody's finished file. Failed: errno.
+EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
+{
+    file = CDescriptor(ShallFail(EFault::Open) ? -1 : open(pszPath, OpenFlags(mode), mode.dwPermission));
+    struct stat status
+    {};
+    if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
+        return EAttempt::Failed;
+    if (!S_ISREG(status.st_mode) || !NeedsLock(mode))
+        return EAttempt::Opened;
+    if (!TakeAdvisoryLock(file.Get(), mode))
+        return EAttempt::Failed;
+    if (mode.access == EAccess::Read && DeniesWriters(mode) && IsOpenForWriting(file.Get())) {
+        errno = EAGAIN;
+        return EAttempt::Failed;
+    }
+    return IsNamed(pszPath, status, mode) ? EAttempt::Opened : EAttempt::Removed;
+}
+
+} // namespace
+
+CFileHandle::~CFileHandle()
+{
+    if (IsOpen())
+        close(m_iDescriptor);
+}
+
+CFileHandle::CFileHandle(CFileHandle&& other) noexcept : m_iDescriptor(std::exchange(other.m_iDescriptor, -1)) {}
+
+CFileHandle& CFileHandle::operator=(CFileHandle&& other) noexcept
+{
+    if (this != &other) {
+        if (IsOpen())
+            close(m_iDescriptor);
+        m_iDescriptor = std::exchange(other.m_iDescriptor, -1);
+    }
+    return *this;
+}
+
+bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
+{
+    CDescriptor file;
+    EAttempt attempt = EAttempt::Removed;
+    for (int iLeft = MOST_ATTEMPTS; attempt == EAttempt::Removed && iLeft > 0; --iLeft)
+        attempt = TryOpen(pszPath, mode, file);
+    if (attempt == EAttempt::Removed)
+        errno = EAGAIN;
+    if (attempt != EAttempt::Opened || (mode.bTruncate && ftruncate(file.Get(), 0) != 0))
+        return FailWithErrno();
+    *this = CFileHandle();
+    m_iDescriptor = file.Release();
+    return true;
+}
+
+bool CFileHandle::Close()
+{
+    // Gone even when this fails: Linux closes it before it tells of errors or of a signal.
+    return Succeeded(close(std::exchange(m_iDescriptor, -1)));
+}
+
+int64_t CFileHandle::Read(void* pBuffer, size_t nCount)
+{
+    size_t nDone = 0;
+    while (nDone < nCount) {
+        const ssize_t iRead =
+            ShallFail(EFault::Read) ? -1 : read(m_iDescriptor, static_cast<char*>(pBuffer) + nDone, nCount - nDone);
+        if (iRead < 0 && errno == EINTR)
+            continue;
+        if (iRead < 0) {
+            FailWithErrno();
+            return -1;
+        }
+        if (iRead == 0)
+            break;
+        nDone += static_cast<size_t>(iRead);
+    }
+    return static_cast<int64_t>(nDone);
+}
+
+int64_t CFileHandle::Write(const void* pBuffer, size_t nCount)
+{
+    size_t nDone = 0;
+    while (nDone < nCount) {
+        const ssize_t iWritten = ShallFail(EFault::Write)
+                                     ? -1
+                                     : write(m_iDescriptor, static_cast<const char*>(pBuffer) + nDone, nCount - nDone);
+        if (iWritten < 0 && errno == EINTR)
+            continue;
+        if (iWritten < 0) {
+            FailWithErrno();
+            return -1;
+        }
+        nDone += static_cast<size_t>(iWritten);
+    }
+    return static_cast<int64_t>(nDone);
+}
+
+int64_t CFileHandle::Seek(int64_t iOffset, ESeekFrom from)
+{
+    const int iWhence = from == ESeekFrom::Begin ? SEEK_SET : from == ESeekFrom::Current ? SEEK_CUR : SEEK_END;
+    const off_t iPosition = lseek(m_iDescriptor, iOffset, iWhence);
+    if (iPosition < 0)
+        FailWithErrno();
+    return iPosition;
+}
+
+int64_t CFileHandle::Size()
+{
+    struct stat status
+    {};
+    return Succeeded(fstat(m_iDescriptor, &status)) ? status.st_size : -1;
+}
+
+} // namespace Platform

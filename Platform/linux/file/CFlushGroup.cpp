@@ -1,0 +1,90 @@
+#include "Platform/CFlushGroup.h"
+
+#include "Platform/FaultInjection.h"
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/Result.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace Platform {
+
+namespace {
+
+bool FlushVolume(int iDescriptor)
+{
+    int iResult = -1;
+    do
+        iResult = ShallFail(EFault::Flush) ? -1 : syncfs(iDescriptor);
+    while (iResult != 0 && errno == EINTR);
+    return Succeeded(iResult);
+}
+
+} // namespace
+
+CFlushGroup::~CFlushGroup()
+{
+    for (const SVolume& volume : m_volumes)
+        close(volume.iDescriptor);
+}
+
+bool CFlushGroup::FindVolume(unsigned long nDevice, size_t& nVolume) const
+{
+    for (nVolume = 0; nVolume < m_volumes.size(); ++nVolume) {
+        if (m_volumes[nVolume].nDevice == nDevice)
+            return true;
+    }
+    return false;
+}
+
+bool CFlushGroup::Add(const char* pszDirectory)
+{
+    // Looked at each time: the name may stand for another file system than before.
+    struct stat status
+    {};
+    size_t nVolume = 0;
+    if (!Succeeded(stat(pszDirectory, &status)))
+        return false;
+    if (!FindVolume(status.st_dev, nVolume)) {
+        CDescriptor directory(open(pszDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!directory.IsValid() || fstat(directory.Get(), &status) != 0)
+            return FailWithErrno();
+        if (!FindVolume(status.st_dev, nVolume))
+            m_volumes.push_back({status.st_dev, directory.Release(), false});
+    }
+    m_directories.insert_or_assign(pszDirectory, nVolume);
+    return true;
+}
+
+void CFlushGroup::MarkWritten(const char* pszDirectory)
+{
+    auto found = m_directories.find(std::string_view(pszDirectory));
+    if (found == m_directories.end()) {
+        if (!Add(pszDirectory)) {
+            m_missed = LastError();
+            return;
+        }
+        found = m_directories.find(std::string_view(pszDirectory));
+    }
+    m_volumes[found->second].bWritten = true;
+}
+
+bool CFlushGroup::Flush()
+{
+    SError error = std::exchange(m_missed, {});
+    for (SVolume& volume : m_volumes) {
+        if (!volume.bWritten)
+            continue;
+        volume.bWritten = !FlushVolume(volume.iDescriptor);
+        if (volume.bWritten)
+            error = LastError();
+    }
+    if (error.iLibError == LIB_NONE && error.dwSysError == SYS_NONE)
+        return true;
+    SetLastError(error);
+    return false;
+}
+
+} // namespace Platform

@@ -1,0 +1,120 @@
+#include "Platform/FileSystem.h"
+
+#include "Platform/FaultInjection.h"
+#include "Platform/linux/base/Result.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <memory>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <unistd.h>
+
+namespace Platform {
+
+namespace {
+
+constexpr int64_t NANOSECONDS = 1'000'000'000;
+
+/// File systems whose files live on another machine.
+constexpr uint32_t NETWORK_FILE_SYSTEMS[] = {
+    NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
+    AFS_SUPER_MAGIC, AFS_FS_MAGIC,    CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC,
+};
+
+int64_t Nanoseconds(const statx_timestamp& time) { return time.tv_sec * NANOSECONDS + time.tv_nsec; }
+
+bool IsDriveLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+} // namespace
+
+bool RemoveFile(const char* pszPath) { return Succeeded(ShallFail(EFault::Remove) ? -1 : unlink(pszPath)); }
+
+bool GetFileTimes(const char* pszPath, SFileTimes& times)
+{
+    struct statx status
+    {};
+    if (!Succeeded(statx(AT_FDCWD, pszPath, 0, STATX_MTIME | STATX_ATIME | STATX_BTIME, &status)))
+        return false;
+    times.iModified = Nanoseconds(status.stx_mtime);
+    times.iAccessed = Nanoseconds(status.stx_atime);
+    times.iCreated = (status.stx_mask & STATX_BTIME) != 0 ? Nanoseconds(status.stx_btime) : times.iModified;
+    return true;
+}
+
+EPathKind KindOf(const char* pszPath)
+{
+    struct stat status
+    {};
+    if (stat(pszPath, &status) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return EPathKind::Missing;
+        FailWithErrno();
+        return EPathKind::Failed;
+    }
+    if (S_ISDIR(status.st_mode))
+        return EPathKind::Directory;
+    return S_ISREG(status.st_mode) ? EPathKind::File : EPathKind::Other;
+}
+
+bool CreateOneDirectory(const char* pszPath) { return Succeeded(mkdir(pszPath, S_IRWXU)); }
+
+bool SetWorkingDirectory(const char* pszPath) { return Succeeded(chdir(pszPath)); }
+
+std::string WorkingDirectory()
+{
+    const std::unique_ptr<char, decltype(&std::free)> pszPath(getcwd(nullptr, 0), std::free);
+    if (pszPath != nullptr)
+        return pszPath.get();
+    FailWithErrno();
+    return {};
+}
+
+std::string ExecutablePath()
+{
+    std::array<char, PATH_MAX> buffer;
+    const ssize_t iLength = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    if (iLength < 0) {
+        FailWithErrno();
+        return {};
+    }
+    std::string strPath(buffer.data(), static_cast<size_t>(iLength));
+    constexpr std::string_view REPLACED = " (deleted)"; // by an upgrade under the running program
+    if (strPath.ends_with(REPLACED))
+        strPath.resize(strPath.size() - REPLACED.size());
+    return strPath;
+}
+
+bool IsNetworkPath(const char* pszPath)
+{
+    struct statfs status
+    {};
+    if (!Succeeded(statfs(pszPath, &status)))
+        return false;
+    const auto dwKind = static_cast<uint32_t>(status.f_type);
+    return std::find(std::begin(NETWORK_FILE_SYSTEMS), std::end(NETWORK_FILE_SYSTEMS), dwKind) !=
+           std::end(NETWORK_FILE_SYSTEMS);
+}
+
+std::string NativePath(std::string_view strPath)
+{
+    const bool bDrive = strPath.size() >= 2 && IsDriveLetter(strPath[0]) && strPath[1] == ':';
+    if (!bDrive && !strPath.starts_with('\\'))
+        return std::string(strPath);
+    std::string strNative(strPath.substr(bDrive ? 2 : 0));
+    std::replace(strNative.begin(), strNative.end(), '\\', '/');
+    return strNative;
+}
+
+int64_t FileSize(const char* pszPath)
+{
+    struct stat status
+    {};
+    return Succeeded(lstat(pszPath, &status)) ? status.st_size : -1;
+}
+
+} // namespace Platform

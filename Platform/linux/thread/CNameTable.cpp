@@ -1,0 +1,226 @@
+#include "Platform/linux/thread/CNameTable.h"
+
+#include "Platform/CEventHandle.h"
+#include "Platform/Clock.h"
+#include "Platform/Errors.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <pthread.h>
+#include <utility>
+
+namespace Platform {
+
+namespace {
+
+constexpr uint64_t NO_DEADLINE = UINT64_MAX;
+constexpr uint64_t LONGEST_NAP = 50; // milliseconds between looks at a name that another process has
+
+/// 62 bits of FNV-1a: a file offset.
+int64_t ByteOfName(std::string_view strName)
+{
+    uint64_t ui64Hash = 0xCBF29CE484222325u;
+    for (const char ch : strName)
+        ui64Hash = (ui64Hash ^ static_cast<unsigned char>(ch)) * 0x100000001B3u;
+    return static_cast<int64_t>(ui64Hash >> 2);
+}
+
+struct SThreadsOwner
+{
+    ~SThreadsOwner()
+    {
+        if (ui64Id != 0)
+            CNameTable::Instance().Abandon(ui64Id);
+    }
+    uint64_t ui64Id = 0;
+};
+
+std::atomic<uint64_t> s_ui64LastOwner = 0;
+thread_local SThreadsOwner t_owner;
+
+} // namespace
+
+CNameTable& CNameTable::Instance()
+{
+    // Threads may still end, and abandon, while the process takes its static objects down.
+    union UImmortal {
+        CNameTable table;
+        UImmortal() : table() {}
+        ~UImmortal() {}
+    };
+    static UImmortal s_immortal;
+    [[maybe_unused]] static const int s_iForkHandlers =
+        pthread_atfork([] { s_immortal.table.m_mutex.lock(); }, [] { s_immortal.table.m_mutex.unlock(); },
+                       [] {
+                           s_immortal.table.ForgetAfterFork();
+                           s_immortal.table.m_mutex.unlock();
+                       });
+    return s_immortal.table;
+}
+
+uint64_t CNameTable::CurrentOwner()
+{
+    if (t_owner.ui64Id == 0)
+        t_owner.ui64Id = ++s_ui64LastOwner;
+    return t_owner.ui64Id;
+}
+
+CNameTable::SEntry* CNameTable::Open(std::string_view strName)
+{
+    if (!LockFile(nullptr))
+        return nullptr;
+    const int64_t iByte = ByteOfName(strName);
+    const std::lock_guard lock(m_mutex);
+    SEntry& entry = m_entries.try_emplace(iByte, iByte).first->second;
+    ++entry.nObjects;
+    return &entry;
+}
+
+void CNameTable::Close(SEntry* pEntry)
+{
+    const std::lock_guard lock(m_mutex);
+    if (--pEntry->nObjects == 0)
+        m_entries.erase(pEntry->iByte);
+}
+
+ELockResult CNameTable::Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis)
+{
+    const uint64_t ui64Deadline = dwMillis == INFINITE ? NO_DEADLINE : TickCount() + dwMillis;
+    switch (Enter(entry, ui64Owner, ui64Deadline)) {
+    case EEntered::Again:
+        return ELockResult::Acquired;
+    case EEntered::TimedOut:
+        SetLastError({LIB_TIMED_OUT, SYS_TIMEOUT});
+        return ELockResult::TimedOut;
+    case EEntered::First:
+        break;
+    }
+    const ELockResult result = LockByte(entry, ui64Deadline);
+    if (result == ELockResult::TimedOut)
+        SetLastError({LIB_TIMED_OUT, SYS_TIMEOUT});
+    if (result == ELockResult::TimedOut || result == ELockResult::Failed)
+        Release(entry, ui64Owner);
+    return result;
+}
+
+bool CNameTable::IsOwner(const SEntry& entry, uint64_t ui64Owner)
+{
+    const std::lock_guard lock(m_mutex);
+    return ui64Owner != 0 && entry.ui64Owner == ui64Owner;
+}
+
+void CNameTable::Release(SEntry& entry, uint64_t ui64Owner)
+{
+    const std::lock_guard lock(m_mutex);
+    if (entry.ui64Owner == ui64Owner && --entry.nDepth == 0)
+        LetGo(entry);
+}
+
+void CNameTable::Abandon(uint64_t ui64Owner)
+{
+    const std::lock_guard lock(m_mutex);
+    for (auto& [iByte, entry] : m_entries) {
+        if (entry.ui64Owner != ui64Owner)
+            continue;
+        entry.bAbandoned = true;
+        LetGo(entry);
+    }
+}
+
+CNameTable::EEntered CNameTable::Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline)
+{
+    std::unique_lock lock(m_mutex);
+    if (entry.ui64Owner == ui64Owner) {
+        ++entry.nDepth;
+        return EEntered::Again;
+    }
+    if (entry.ui64Owner == 0) {
+        entry.ui64Owner = ui64Owner;
+        entry.nDepth = 1;
+        return EEntered::First;
+    }
+    SWaiter waiter{.ui64Owner = ui64Owner, .bItsTurn = false, .turn = {}};
+    const auto place = entry.waiting.insert(entry.waiting.end(), &waiter);
+    const auto itsTurn = [&waiter] { return waiter.bItsTurn; };
+    if (ui64Deadline == NO_DEADLINE) {
+        waiter.turn.wait(lock, itsTurn);
+    } else {
+        const uint64_t ui64Now = TickCount();
+        const std::chrono::milliseconds left(ui64Deadline > ui64Now ? ui64Deadline - ui64Now : 0);
+        if (!waiter.turn.wait_for(lock, left, itsTurn)) {
+            entry.waiting.erase(place);
+            return EEntered::TimedOut;
+        }
+    }
+    return EEntered::First;
+}
+
+/// Lets the other processes have the name, then the thread that has waited longest. Needs the table's mutex.
+void CNameTable::LetGo(SEntry& entry)
+{
+    // First, and before another thread may lock it: the kernel does not tell our threads apart.
+    if (entry.pLockedIn)
+        std::exchange(entry.pLockedIn, nullptr)->Unlock(entry.iByte);
+    if (entry.waiting.empty()) {
+        entry.ui64Owner = 0;
+        return;
+    }
+    SWaiter& next = *entry.waiting.front();
+    entry.waiting.pop_front();
+    entry.ui64Owner = next.ui64Owner;
+    entry.nDepth = 1;
+    next.bItsTurn = true;
+    next.turn.notify_one();
+}
+
+/// Takes the name from the other processes, looking again and again while one of them has it.
+ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
+{
+    std::shared_ptr<CNameLockFile> pFile = LockFile(nullptr);
+    for (uint64_t ui64Nap = 1; pFile;) {
+        const CNameLockFile::EResult result = pFile->TryLock(entry.iByte);
+        if (result == CNameLockFile::EResult::Locked) {
+            const std::lock_guard lock(m_mutex);
+            entry.pLockedIn = std::move(pFile);
+            return std::exchange(entry.bAbandoned, false) ? ELockResult::Abandoned : ELockResult::Acquired;
+        }
+        if (result == CNameLockFile::EResult::Failed)
+            return ELockResult::Failed;
+        if (result == CNameLockFile::EResult::Replaced) {
+            pFile = LockFile(pFile.get());
+            continue;
+        }
+        const uint64_t ui64Now = TickCount();
+        if (ui64Now >= ui64Deadline)
+            return ELockResult::TimedOut;
+        SleepMillis(static_cast<unsigned>(std::min(ui64Nap, ui64Deadline - ui64Now)));
+        ui64Nap = std::min(ui64Nap * 2, LONGEST_NAP);
+    }
+    return ELockResult::Failed;
+}
+
+/// The file that is in use now, opened when there is none or when it is the replaced one.
+std::shared_ptr<CNameLockFile> CNameTable::LockFile(const CNameLockFile* pReplaced)
+{
+    const std::lock_guard lock(m_mutex);
+    if (!m_pFile || m_pFile.get() == pReplaced)
+        m_pFile = CNameLockFile::Open({"/run/lock", "/tmp"});
+    return m_pFile;
+}
+
+/// In the child of a fork: everything that is held is held by the parent's threads. Closing the copies of the
+/// descriptors leaves the parent its locks.
+void CNameTable::ForgetAfterFork()
+{
+    m_pFile.reset();
+    for (auto& [iByte, entry] : m_entries) {
+        entry.ui64Owner = 0;
+        entry.nDepth = 0;
+        entry.bAbandoned = false;
+        entry.waiting.clear();
+        entry.pLockedIn.reset();
+    }
+}
+
+} // namespace Platform

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "Platform/CNamedMutex.h"
+#include "Platform/linux/thread/CNameLockFile.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+
+namespace Platform {
+
+/// The named mutexes that objects of this process stand for, and which thread of the process has each.
+///
+/// A thread first gets the name within the process, first come, first served, and then the name's byte of the lock
+/// file against the other processes. Names are told apart by a hash: two names that share one merely wait for each
+/// other. One table per process, never destroyed; any thread may use it.
+class CNameTable
+{
+public:
+    struct SEntry;
+
+    static CNameTable& Instance();
+    /// Stands for the calling thread, and is never used for another one. What it still owns at the thread's end is
+    /// let go as abandoned.
+    static uint64_t CurrentOwner();
+
+    SEntry* Open(std::string_view strName); ///< null: LastError. To be closed once.
+    void Close(SEntry* pEntry);
+    ELockResult Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis);
+    bool IsOwner(const SEntry& entry, uint64_t ui64Owner);
+    void Release(SEntry& entry, uint64_t ui64Owner);
+    void Abandon(uint64_t ui64Owner);
+
+private:
+    struct SWaiter;
+    enum class EEntered { First, Again, TimedOut };
+
+    EEntered Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline);
+    void LetGo(SEntry& entry);
+    ELockResult LockByte(SEntry& entry, uint64_t ui64Deadline);
+    std::shared_ptr<CNameLockFile> LockFile(const CNameLockFile* pReplaced);
+    void ForgetAfterFork();
+
+    std::mutex m_mutex;
+    std::unordered_map<int64_t, SEntry> m_entries;
+    std::shared_ptr<CNameLockFile> m_pFile;
+};
+
+struct CNameTable::SWaiter
+{
+    uint64_t ui64Owner;
+    bool bItsTurn = false;
+    std::condition_variable turn;
+};
+
+struct CNameTable::SEntry
+{
+    explicit SEntry(int64_t iItsByte) : iByte(iItsByte) {}
+
+    const int64_t iByte;
+    unsigned nObjects = 0;
+    uint64_t ui64Owner = 0; ///< 0: nobody
+    unsigned nDepth = 0;
+    bool bAbandoned = false; ///< its last owner ended without letting go
+    std::list<SWaiter*> waiting;
+    std::shared_ptr<CNameLockFile> pLockedIn;
+};
+
+} // namespace Platform

@@ -1,0 +1,61 @@
+#include "Platform/CNamedMutex.h"
+
+#include "Platform/Errors.h"
+#include "Platform/linux/thread/CNameTable.h"
+
+#include <utility>
+
+namespace Platform {
+
+struct CNamedMutex::SState
+{
+    CNameTable::SEntry* pEntry = nullptr;
+    // Both are touched only by the thread that owns the mutex.
+    uint64_t ui64Holder = 0;
+    unsigned nHeld = 0;
+};
+
+CNamedMutex::CNamedMutex(std::string_view strName) : m_pState(std::make_unique<SState>())
+{
+    m_pState->pEntry = CNameTable::Instance().Open(strName);
+}
+
+CNamedMutex::~CNamedMutex()
+{
+    if (!IsValid())
+        return;
+    for (; m_pState->nHeld > 0; --m_pState->nHeld)
+        CNameTable::Instance().Release(*m_pState->pEntry, m_pState->ui64Holder);
+    CNameTable::Instance().Close(m_pState->pEntry);
+}
+
+bool CNamedMutex::IsValid() const { return m_pState->pEntry != nullptr; }
+
+ELockResult CNamedMutex::Lock(unsigned dwMillis)
+{
+    if (!IsValid()) {
+        SetLastError({LIB_BAD_HANDLE, SYS_INVALID_HANDLE});
+        return ELockResult::Failed;
+    }
+    const uint64_t ui64Thread = CNameTable::CurrentOwner();
+    const ELockResult result = CNameTable::Instance().Acquire(*m_pState->pEntry, ui64Thread, dwMillis);
+    if (result != ELockResult::Acquired && result != ELockResult::Abandoned)
+        return result;
+    if (std::exchange(m_pState->ui64Holder, ui64Thread) != ui64Thread)
+        m_pState->nHeld = 0; // was held by a thread that ended without letting go
+    ++m_pState->nHeld;
+    return result;
+}
+
+void CNamedMutex::Unlock()
+{
+    const uint64_t ui64Thread = CNameTable::CurrentOwner();
+    if (!IsValid() || !CNameTable::Instance().IsOwner(*m_pState->pEntry, ui64Thread))
+        return;
+    if (m_pState->ui64Holder != ui64Thread || m_pState->nHeld == 0)
+        return; // the thread owns it through another object
+    --m_pState->nHeld;
+    CNameTable::Instance().Release(*m_pState->pEntry, ui64Thread);
+}
+
+} // namespace Platform

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "Platform/TlsContext.h"
+#include "Platform/linux/tls/TlsHandles.h"
+
+namespace Platform {
+
+struct STlsCredentialState
+{
+    ETlsEnd end = ETlsEnd::Client;
+    CSslContextPtr pContext;
+    std::string strSessionScope; ///< sessions may be resumed among credentials that have the same
+};
+
+} // namespace Platform

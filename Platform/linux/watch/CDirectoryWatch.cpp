@@ -1,0 +1,53 @@
+#include "Platform/CDirectoryWatch.h"
+
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/Result.h"
+#include "Platform/linux/watch/NotifyQueue.h"
+
+#include <utility>
+
+namespace Platform {
+
+namespace {
+
+constexpr uint32_t NAMES_AND_WRITES = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_CLOSE_WRITE;
+constexpr uint32_t DIRECTORY_WENT = IN_DELETE_SELF | IN_MOVE_SELF;
+
+} // namespace
+
+CDirectoryWatch::~CDirectoryWatch()
+{
+    if (IsOpen())
+        close(m_iDescriptor);
+}
+
+bool CDirectoryWatch::Open(const char* pszDirectory)
+{
+    CDescriptor queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!queue.IsValid() ||
+        inotify_add_watch(queue.Get(), pszDirectory, NAMES_AND_WRITES | DIRECTORY_WENT | IN_ONLYDIR) < 0)
+        return FailWithErrno();
+    if (IsOpen())
+        close(m_iDescriptor);
+    m_iDescriptor = queue.Release();
+    return true;
+}
+
+bool CDirectoryWatch::Close() { return Succeeded(close(std::exchange(m_iDescriptor, -1))); }
+
+CDirectoryWatch::EResult CDirectoryWatch::Consume()
+{
+    uint32_t dwSeen = 0;
+    const bool bRead = DrainNotifications(m_iDescriptor, [&dwSeen](const inotify_event& event, std::string_view) {
+        dwSeen |= event.mask; // of an overflow, too
+    });
+    if (!bRead) {
+        FailWithErrno();
+        return EResult::Failed;
+    }
+    if ((dwSeen & (DIRECTORY_WENT | IN_IGNORED | IN_UNMOUNT)) != 0)
+        return EResult::Broken;
+    return dwSeen != 0 ? EResult::Changed : EResult::Unchanged;
+}
+
+} // namespace Platform

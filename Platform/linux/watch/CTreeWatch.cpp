@@ -1,0 +1,393 @@
+#include "Platform/CTreeWatch.h"
+
+#include "Platform/CNativeThread.h"
+#include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/Result.h"
+#include "Platform/linux/watch/CWatchedTree.h"
+#include "Platform/linux/watch/NotifyQueue.h"
+
+#include <cstdint>
+#include <mutex>
+#include <utility>
+
+namespace Platform {
+
+namespace {
+
+using SDirectory = CWatchedTree::SDirectory;
+
+/// The kernel queues the two halves of a rename one right after the other, but not as one.
+constexpr unsigned LONGEST_RENAME = 20; ///< milliseconds
+constexpr size_t RECORD_BYTES = 16;     ///< that a record takes besides its name
+
+class CNotifyQueue : public IWaitable
+{
+public:
+    CDescriptor m_queue;
+    int WaitDescriptor() const override { return m_queue.Get(); }
+};
+
+/// The first half of a rename whose second half has not been seen. Its strings keep their memory.
+struct SOpenRename
+{
+    bool bOpen = false;
+    bool bDirectory = false;
+    uint32_t dwCookie = 0;
+    uint64_t ui64Since = 0; ///< tick count
+    int iParentWatch = -1;
+    std::string strLeaf;
+    std::string strName;
+};
+
+} // namespace
+
+/// Everything but the two events and the thread is used under the lock, by the pump thread and by Fetch, which empties
+/// the kernel's queue itself so that it never answers behind what has happened.
+struct CTreeWatch::SState
+{
+    ~SState();
+    bool Open(const char* pszRoot, size_t nTheBufferBytes, Filter theFilter);
+    bool Fetch(std::vector<STreeRecord>& fetched);
+
+    void Pump();
+    void Drain();
+    void Take(const inotify_event& event, std::string_view strLeaf);
+    void TakeOfDirectoryItself(SDirectory& directory, uint32_t dwMask);
+    void OnAppeared(SDirectory& parent, std::string_view strLeaf, bool bDirectory);
+    void OnMovedFrom(const SDirectory& parent, std::string_view strLeaf, uint32_t dwCookie, bool bDirectory);
+    void OnMovedTo(SDirectory& parent, std::string_view strLeaf, uint32_t dwCookie, bool bDirectory);
+    void FollowDirectory(SDirectory& newParent, std::string_view strNewLeaf);
+    void SettleRename();
+    void Forget(const SDirectory& parent, std::string_view strLeaf);
+
+    void AddDirectory(SDirectory& parent, std::string_view strLeaf, bool bReport);
+    void Scan(SDirectory& directory, bool bReport);
+    void Rebuild();
+
+    bool IsWanted(const std::string& strAName) const { return !filter || filter(strAName); }
+    bool IsToldAlready(ETreeAction action, const std::string& strAName);
+    void Keep(ETreeAction action, const std::string& strAName);
+    void KeepRename(const std::string& strOld, const std::string& strNew);
+    void Lose();
+
+    std::mutex mutex;
+    CNotifyQueue queue;
+    CWatchedTree tree;
+    Filter filter;
+    std::string strName; ///< of the event in hand, relative to the root
+    SOpenRename rename;
+    bool bScanningAll = false;
+    bool bOutOfStep = false; ///< the tree has to be built anew
+    bool bMissed = false;    ///< something below a directory that has moved could not be watched
+    bool bRootGone = false;
+    bool bStop = false;
+
+    std::vector<STreeRecord> records;
+    size_t nBufferBytes = 0;
+    size_t nUsedBytes = 0;
+    bool bLost = false;
+
+    CEventHandle ready;
+    CEventHandle wake; ///< of the pump thread
+    std::unique_ptr<CNativeThread> pThread;
+};
+
+CTreeWatch::SState::~SState()
+{
+    if (pThread == nullptr)
+        return;
+    {
+        const std::lock_guard lock(mutex);
+        bStop = true;
+    }
+    wake.Set();
+    pThread->Join();
+}
+
+bool CTreeWatch::SState::Open(const char* pszRoot, size_t nTheBufferBytes, Filter theFilter)
+{
+    filter = std::move(theFilter);
+    nBufferBytes = nTheBufferBytes;
+    if (!ready.IsValid() || !wake.IsValid())
+        return false;
+    queue.m_queue = CDescriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    if (!queue.m_queue.IsValid() || !tree.Open(queue.m_queue.Get(), pszRoot))
+        return FailWithErrno();
+    bScanningAll = true;
+    Scan(tree.Root(), false);
+    bScanningAll = false;
+    pThread = CNativeThread::Create([](void* pState) { static_cast<SState*>(pState)->Pump(); }, this);
+    return pThread != nullptr;
+}
+
+bool CTreeWatch::SState::Fetch(std::vector<STreeRecord>& fetched)
+{
+    const std::lock_guard lock(mutex);
+    Drain();
+    if (rename.bOpen)
+        wake.Set(); // the pump settles it, and may have slept through its coming
+    fetched.swap(records);
+    nUsedBytes = 0;
+    ready.Reset();
+    return !std::exchange(bLost, false);
+}
+
+void CTreeWatch::SState::Pump()
+{
+    unsigned dwPatience = INFINITE;
+    for (;;) {
+        const EWaitResult result = WaitAny({&queue, &wake}, dwPatience);
+        const std::lock_guard lock(mutex);
+        wake.Reset();
+        if (bStop)
+            return;
+        Drain();
+        if (result == EWaitResult::Failed)
+            return Lose();
+        if (rename.bOpen && TickCount() - rename.ui64Since >= LONGEST_RENAME) // steady traffic never times out
+            SettleRename();
+        dwPatience = rename.bOpen ? LONGEST_RENAME : INFINITE;
+    }
+}
+
+void CTreeWatch::SState::Drain()
+{
+    const bool bRead = DrainNotifications(
+        queue.m_queue.Get(), [this](const inotify_event& event, std::string_view strLeaf) { Take(event, strLeaf); });
+    if (!bRead)
+        Lose();
+    if (bOutOfStep)
+        Rebuild();
+}
+
+void CTreeWatch::SState::Take(const inotify_event& event, std::string_view strLeaf)
+{
+    if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        bOutOfStep = true;
+        return;
+    }
+    SDirectory* pParent = tree.Find(event.wd);
+    if (pParent == nullptr)
+        return;
+    if (strLeaf.empty())
+        return TakeOfDirectoryItself(*pParent, event.mask);
+    // What happens to the old name of a rename comes after the rename.
+    const bool bSecondHalf = (event.mask & IN_MOVED_TO) != 0 && event.cookie == rename.dwCookie;
+    if (rename.bOpen && !bSecondHalf && rename.iParentWatch == event.wd && rename.strLeaf == strLeaf)
+        SettleRename();
+
+    tree.RelativeName(*pParent, strLeaf, strName);
+    const bool bDirectory = (event.mask & IN_ISDIR) != 0;
+    if ((event.mask & IN_CREATE) != 0)
+        OnAppeared(*pParent, strLeaf, bDirectory);
+    else if ((event.mask & IN_MOVED_FROM) != 0)
+        OnMovedFrom(*pParent, strLeaf, event.cookie, bDirectory);
+    else if ((event.mask & IN_MOVED_TO) != 0)
+        OnMovedTo(*pParent, strLeaf, event.cookie, bDirectory);
+    else if ((event.mask & IN_CLOSE_WRITE) != 0)
+        Keep(ETreeAction::Modified, strName);
+    else if ((event.mask & IN_DELETE) != 0) {
+        Keep(ETreeAction::Removed, strName);
+        if (bDirectory)
+            Forget(*pParent, strLeaf);
+    }
+}
+
+void CTreeWatch::SState::TakeOfDirectoryItself(SDirectory& directory, uint32_t dwMask)
+{
+    if (&directory == &tree.Root()) {
+        if (!std::exchange(bRootGone, true))
+            Lose();
+        return;
+    }
+    if ((dwMask & IN_UNMOUNT) != 0)
+        Lose();
+    if ((dwMask & IN_IGNORED) != 0)
+        tree.Forget(directory);
+}
+
+void CTreeWatch::SState::OnAppeared(SDirectory& parent, std::string_view strLeaf, bool bDirectory)
+{
+    Keep(ETreeAction::Added, strName);
+    if (bDirectory)
+        AddDirectory(parent, strLeaf, true);
+}
+
+void CTreeWatch::SState::OnMovedFrom(const SDirectory& parent, std::string_view strLeaf, uint32_t dwCookie,
+                                     bool bDirectory)
+{
+    SettleRename();
+    rename.bOpen = true;
+    rename.bDirectory = bDirectory;
+    rename.dwCookie = dwCookie;
+    rename.ui64Since = TickCount();
+    rename.iParentWatch = parent.iWatch;
+    rename.strLeaf = strLeaf;
+    rename.strName = strName;
+}
+
+void CTreeWatch::SState::OnMovedTo(SDirectory& parent, std::string_view strLeaf, uint32_t dwCookie, bool bDirectory)
+{
+    if (!rename.bOpen || rename.dwCookie != dwCookie)
+        return OnAppeared(parent, strLeaf, bDirectory);
+    rename.bOpen = false;
+    KeepRename(rename.strName, strName);
+    if (bDirectory)
+        FollowDirectory(parent, strLeaf);
+}
+
+void CTreeWatch::SState::FollowDirectory(SDirectory& newParent, std::string_view strNewLeaf)
+{
+    const SDirectory* pOldParent = tree.Find(rename.iParentWatch);
+    SDirectory* pMoved = pOldParent != nullptr ? tree.Child(*pOldParent, rename.strLeaf) : nullptr;
+    if (pMoved == nullptr)
+        return AddDirectory(newParent, strNewLeaf, true);
+    tree.Move(*pMoved, newParent, strNewLeaf);
+    if (bMissed || !tree.IsInPlace(*pMoved))
+        bOutOfStep = true;
+}
+
+/// The second half does not come: the file has left the tree.
+void CTreeWatch::SState::SettleRename()
+{
+    if (!std::exchange(rename.bOpen, false))
+        return;
+    Keep(ETreeAction::Removed, rename.strName);
+    const SDirectory* pParent = tree.Find(rename.iParentWatch);
+    if (rename.bDirectory && pParent != nullptr)
+        Forget(*pParent, rename.strLeaf);
+}
+
+void CTreeWatch::SState::Forget(const SDirectory& parent, std::string_view strLeaf)
+{
+    if (SDirectory* pDirectory = tree.Child(parent, strLeaf); pDirectory != nullptr)
+        tree.Forget(*pDirectory);
+}
+
+void CTreeWatch::SState::AddDirectory(SDirectory& parent, std::string_view strLeaf, bool bReport)
+{
+    SDirectory* pDirectory = nullptr;
+    switch (tree.Add(parent, strLeaf, pDirectory)) {
+    case CWatchedTree::EAdded::New:
+        return Scan(*pDirectory, bReport);
+    case CWatchedTree::EAdded::Known:
+        return;
+    case CWatchedTree::EAdded::Elsewhere: // also a directory that is mounted in two places
+        bOutOfStep = bOutOfStep || !bScanningAll;
+        return;
+    case CWatchedTree::EAdded::Gone:
+        bMissed = bMissed || !tree.IsInPlace(parent);
+        return;
+    case CWatchedTree::EAdded::Failed:
+        return Lose();
+    }
+}
+
+/// Watched first and listed then: what comes in between is told twice rather than never.
+void CTreeWatch::SState::Scan(SDirectory& directory, bool bReport)
+{
+    CDirectoryListing listing;
+    if (!listing.Read(tree.FullPath(directory, ""))) {
+        if (LastError().iLibError != LIB_NO_ENTRY)
+            Lose();
+        return;
+    }
+    std::string strFound;
+    for (size_t nIndex = 0; nIndex < listing.Count(); ++nIndex) {
+        const SDirectoryEntry entry = listing.At(nIndex);
+        if (bReport) {
+            tree.RelativeName(directory, entry.pszName, strFound);
+            Keep(ETreeAction::Added, strFound);
+        }
+        if (entry.bDirectory)
+            AddDirectory(directory, entry.pszName, bReport);
+    }
+}
+
+/// After a gap it is not known what happened, only what to watch from now on.
+void CTreeWatch::SState::Rebuild()
+{
+    Lose();
+    bMissed = false;
+    rename.bOpen = false;
+    bScanningAll = true;
+    const std::vector<int> before = tree.Clear();
+    Scan(tree.Root(), false);
+    tree.StopWatching(before);
+    bScanningAll = false;
+    bOutOfStep = false;
+}
+
+/// By the last record, which then stands for both. A burst of new files takes half the space.
+bool CTreeWatch::SState::IsToldAlready(ETreeAction action, const std::string& strAName)
+{
+    if (records.empty() || action != ETreeAction::Modified || records.back().strName != strAName)
+        return false;
+    ETreeAction& last = records.back().action;
+    if (last == ETreeAction::Added)
+        last = ETreeAction::Modified;
+    return last == ETreeAction::Modified;
+}
+
+void CTreeWatch::SState::Keep(ETreeAction action, const std::string& strAName)
+{
+    if (!IsWanted(strAName) || IsToldAlready(action, strAName))
+        return;
+    const size_t nBytes = RECORD_BYTES + strAName.size();
+    if (nUsedBytes + nBytes > nBufferBytes)
+        return Lose();
+    nUsedBytes += nBytes;
+    records.push_back({action, strAName});
+    if (records.size() == 1)
+        ready.Set();
+}
+
+/// Both halves or none; they are wanted when either name is.
+void CTreeWatch::SState::KeepRename(const std::string& strOld, const std::string& strNew)
+{
+    if (!IsWanted(strOld) && !IsWanted(strNew))
+        return;
+    const size_t nBytes = 2 * RECORD_BYTES + strOld.size() + strNew.size();
+    if (nUsedBytes + nBytes > nBufferBytes)
+        return Lose();
+    nUsedBytes += nBytes;
+    records.push_back({ETreeAction::RenamedFrom, strOld});
+    records.push_back({ETreeAction::RenamedTo, strNew});
+    ready.Set();
+}
+
+void CTreeWatch::SState::Lose()
+{
+    if (!std::exchange(bLost, true))
+        ready.Set();
+}
+
+CTreeWatch::CTreeWatch() = default;
+
+CTreeWatch::~CTreeWatch() = default;
+
+bool CTreeWatch::Open(const char* pszRoot, size_t nBufferBytes, Filter filter)
+{
+    Close();
+    auto pState = std::make_unique<SState>();
+    if (!pState->Open(pszRoot, nBufferBytes, std::move(filter)))
+        return false;
+    m_pState = std::move(pState);
+    return true;
+}
+
+void CTreeWatch::Close() { m_pState.reset(); }
+
+bool CTreeWatch::IsOpen() const { return m_pState != nullptr; }
+
+bool CTreeWatch::Fetch(std::vector<STreeRecord>& records)
+{
+    records.clear();
+    return m_pState == nullptr || m_pState->Fetch(records);
+}
+
+int CTreeWatch::WaitDescriptor() const { return m_pState != nullptr ? m_pState->ready.WaitDescriptor() : -1; }
+
+} // namespace Platform
