@@ -27,7 +27,6 @@ public:
 
 private:
     std::string m_strTo;
-    std::string m_strIdentifiers;
     Bex::CList<Bex::CSimpleString> m_lines;
 };
 
