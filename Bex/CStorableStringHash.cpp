@@ -100,8 +100,11 @@ bool CStorableStringHash::Load(const CSimpleString& strFileName)
     if (!OnLoadBegin())
         return false;
     try {
-        for (CSimpleString strLine; reader.ReadLine(strLine);)
+        m_nLine = 0;
+        for (CSimpleString strLine; reader.ReadLine(strLine);) {
+            ++m_nLine;
             LoadLine(TrimmedView(strLine), reader);
+        }
     } catch (const CFileException& exception) {
         if (exception.LibError() != Platform::LIB_TOO_BIG)
             throw;

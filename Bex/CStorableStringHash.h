@@ -43,6 +43,7 @@ protected:
     virtual bool OnAfterLoad() { return true; }
     virtual bool OnLoadBegin() { return true; }
     virtual bool OnLoadEnd() { return true; }
+    uint32_t LineNumber() const { return m_nLine; } ///< of the line being loaded, from 1
 
 private:
     /// What a line holds; the parts are views of it.
@@ -62,6 +63,7 @@ private:
     CSimpleString m_strFileName;
     CList<CSimpleString> m_lines; ///< of the file, trimmed, as needed to write it back
     const uint64_t m_nMostBytes;
+    uint32_t m_nLine = 0;                 ///< guarded by the map's lock
     std::atomic<int64_t> m_iFileTime = 0; ///< nanoseconds since 1970
     std::atomic<bool> m_bLoaded = false;
     std::atomic<bool> m_bModified = false;

@@ -36,7 +36,7 @@ bool CUsers::CUserChangeMonitor::Counts(std::string_view relativeName)
 
 bool CUsers::InitUsers()
 {
-    const Bex::CSimpleString strRoot = ConfiguredDirectory("SpoolDir", "c:\\mail\\spool");
+    const Bex::CSimpleString strRoot = Config().GetPath(Keys::SPOOL_DIR);
     {
         const Bex::CScopedLock lock(LockObject());
         m_strSpoolRoot = strRoot;
@@ -74,7 +74,7 @@ bool CUsers::BuildUserList()
 
 bool CUsers::ReadAccounts(CAccounts& accounts) const
 {
-    const int iDefaultQuota = Config().GetInt("Quota", 0);
+    const int iDefaultQuota = Config().GetInt(Keys::QUOTA);
     try {
         Bex::CFileFind find;
         if (!find.Open(Bex::JoinPath(m_strSpoolDirectory, "*.*")))
@@ -100,8 +100,8 @@ std::unique_ptr<CUserEntry> CUsers::ReadAccount(const char* pszDirectoryName, in
     Bex::CConfigFile account;
     account.Load(Bex::JoinPath(Bex::JoinPath(m_strSpoolDirectory, pszDirectoryName), "config")); // none: the defaults
     auto pEntry = std::make_unique<CUserEntry>();
-    pEntry->iQuota = account.GetInt("Quota", iDefaultQuota);
-    pEntry->iMaxSize = account.GetInt("MaxSize", 0);
+    pEntry->iQuota = account.GetInt(AccountKeys::QUOTA.Name(), iDefaultQuota);
+    pEntry->iMaxSize = account.GetInt(AccountKeys::MAX_SIZE);
     pEntry->strDirectory = pszDirectoryName;
     return pEntry;
 }

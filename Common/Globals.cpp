@@ -69,8 +69,3 @@ Bex::CSimpleString ConfigDirectory()
     const char* const pszDirectory = std::getenv("MAILCONFIGDIR");
     return Bex::CSimpleString(Platform::NativePath(pszDirectory != nullptr ? pszDirectory : ""));
 }
-
-Bex::CSimpleString ConfiguredDirectory(const char* pszKey, const char* pszDefault)
-{
-    return Bex::CSimpleString(Platform::NativePath(Config().GetString(pszKey, pszDefault)));
-}

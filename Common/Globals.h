@@ -6,6 +6,9 @@
 #include "Common/CMailFilter.h"
 #include "Common/CSmartHosts.h"
 #include "Common/CUsers.h"
+#include "Common/ConfigKeys.h"
+
+inline constexpr char CONFIGURATION_FILE[] = "tobix.cfg"; ///< unless the command line names another
 
 /// The process-wide objects: made on first use, before any thread needs them, and alive until the process ends.
 /// The configuration is written only while no agent runs; each table has its own lock.
@@ -20,5 +23,3 @@ Bex::CStorableStringHash& Masquerading();
 
 /// The configuration directory: the environment variable MAILCONFIGDIR; empty when it is not set.
 Bex::CSimpleString ConfigDirectory();
-/// A directory from the configuration, in this system's form of paths.
-Bex::CSimpleString ConfiguredDirectory(const char* pszKey, const char* pszDefault);

@@ -114,7 +114,4 @@ uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
     return pChild->ExitCode(dwExitCode) ? dwExitCode : Platform::LastError().dwSysError;
 }
 
-bool ScriptsRunInParallel()
-{
-    return Config().GetInt("Scripts.Execution.Parallel", Config().GetInt("AsyncScripts", 1)) != 0;
-}
+bool ScriptsRunInParallel() { return Config().GetFlag(Keys::SCRIPTS_IN_PARALLEL); }

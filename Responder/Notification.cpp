@@ -37,13 +37,13 @@ void LoadReport(const Bex::CSimpleString& strPath, const CMail& returned, const 
     if (report.mail.FromAddress().IsEmpty()) {
         const std::string strDefault = "postmaster@" + strHost;
         report.mail.SetFrom(Bex::CSimpleString("\"Mail Delivery Subsystem\" <") +=
-                            Config().GetString("Postmaster", strDefault.c_str()) += ">");
+                            Config().GetString(Keys::POSTMASTER.Name(), strDefault.c_str()) += ">");
     }
 }
 
 void LoadConfiguration()
 {
-    const Bex::CSimpleString strPath = Bex::JoinPath(ConfigDirectory(), "tobix.cfg");
+    const Bex::CSimpleString strPath = Bex::JoinPath(ConfigDirectory(), CONFIGURATION_FILE);
     if (!Config().Load(strPath))
         throw std::runtime_error(std::string("cannot load the configuration \"") + strPath.Text() + "\"");
 }
@@ -134,7 +134,7 @@ void Notify(const SCommand& command, const CMail& returned)
     const std::string strSubject = HeaderText(report.mail.Subject());
     answer.AddField("Subject", strSubject.empty() ? "Returned mail: see transcript for details" : strSubject);
     SetParts(answer, report.strText, failure.StatusText(strHost), ReturnedPart(command, returned));
-    answer.QueueInto(ConfiguredDirectory("QueueDir", "c:\\mail\\queue"));
+    answer.QueueInto(Config().GetPath(Keys::QUEUE_DIR));
 }
 
 } // namespace

@@ -33,14 +33,13 @@ Bex::CSimpleString FromAddress(bool bSessionRefused)
 {
     Bex::CConfigFile config;
     try {
-        config.Load(Bex::JoinPath(ConfigDirectory(), "tobix.cfg"));
+        config.Load(Bex::JoinPath(ConfigDirectory(), CONFIGURATION_FILE));
     } catch (const Bex::CFileException&) {
         config.RemoveAll();
     }
-    if (bSessionRefused && config.Contains("Postmaster.From"))
-        return config.GetString("Postmaster.From");
-    if (config.Contains("Postmaster"))
-        return config.GetString("Postmaster");
+    const Bex::CTextKey& key = bSessionRefused ? Keys::POSTMASTER_FROM : Keys::POSTMASTER;
+    if (config.IsSet(key))
+        return config.GetString(key);
     return Bex::CSimpleString::Formatted("postmaster@%s", LocalHostIdentity::Obtain().strHostName.Text());
 }
 

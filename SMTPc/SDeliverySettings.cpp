@@ -7,8 +7,7 @@
 
 namespace {
 
-constexpr int DEFAULT_TIMEOUT = 90; // seconds
-constexpr int SHORTEST_TIMEOUT = 60;
+constexpr int SHORTEST_TIMEOUT = 60; // seconds
 constexpr int LONGEST_TIMEOUT = 1200;
 constexpr uint32_t TIMEOUTS_PER_SESSION = 20;
 
@@ -18,14 +17,14 @@ SDeliverySettings SDeliverySettings::FromConfiguration()
 {
     const Bex::CConfigFile& config = Config();
     SDeliverySettings settings;
-    settings.strHelloName = config.GetString("FQDN");
-    settings.strInterface = config.GetString("Interface");
-    settings.bUseTls = config.GetInt("UseTLS", 1) != 0;
-    settings.bLowerRecipientDomain = config.GetInt("Rcpt.To.DomainPart.ToLower", 0) != 0;
-    settings.dwProtocols = Bex::CSecureSocket::ParseCipherProtocols(config.GetString("CipherProtocols"));
-    const int iTimeout = std::clamp(config.GetInt("TimeOut", DEFAULT_TIMEOUT), SHORTEST_TIMEOUT, LONGEST_TIMEOUT);
+    settings.strHelloName = config.GetString(Keys::FQDN);
+    settings.strInterface = config.GetString(Keys::INTERFACE);
+    settings.bUseTls = config.GetFlag(Keys::USE_TLS);
+    settings.bLowerRecipientDomain = config.GetFlag(Keys::RCPT_TO_DOMAIN_TO_LOWER);
+    settings.dwProtocols = Bex::CSecureSocket::ParseCipherProtocols(config.GetString(Keys::CIPHER_PROTOCOLS));
+    const int iTimeout = std::clamp(config.GetInt(Keys::TIME_OUT), SHORTEST_TIMEOUT, LONGEST_TIMEOUT);
     settings.dwTimeout = static_cast<uint32_t>(iTimeout);
     settings.dwSessionLimit = TIMEOUTS_PER_SESSION * settings.dwTimeout;
-    settings.iDebugLevel = config.GetInt("DebugLogging", 0);
+    settings.iDebugLevel = config.GetInt(Keys::DEBUG_LOGGING);
     return settings;
 }

@@ -39,14 +39,13 @@ void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
 bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& strErrorDirectory)
 {
     const Bex::CSimpleString strReport = Bex::CSimpleString::Formatted("%s.err", strMailPath.Text());
-    if (Config().GetInt("Bounce.Disable", 0) != 0) {
+    if (Config().GetFlag(Keys::BOUNCE_DISABLE)) {
         const bool bMailRemoved = RemoveLogged(strMailPath);
         return RemoveLogged(strReport) && bMailRemoved;
     }
-    const Bex::CSimpleString strPostmaster =
-        Config().GetString("Postmaster.To", Config().GetString("Postmaster").Text());
-    const bool bAttach = Config().GetInt("Bounce.Attachment", Config().GetInt("BounceAttachment", 0)) != 0;
-    const char* pszBulk = Config().GetInt("Bounce.Bulk", 1) != 0 ? "-ib " : "";
+    const Bex::CSimpleString strPostmaster = Config().GetString(Keys::POSTMASTER_TO);
+    const bool bAttach = Config().GetFlag(Keys::BOUNCE_ATTACHMENT);
+    const char* pszBulk = Config().GetFlag(Keys::BOUNCE_BULK) ? "-ib " : "";
     const std::string strFiles =
         Platform::QuoteArgument(strMailPath) + " -t " + Platform::QuoteArgument(strReport); // quoted as they need it
     const auto ForSender = [&](const char* pszKeep) {

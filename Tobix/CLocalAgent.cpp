@@ -22,8 +22,7 @@ constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 
 Bex::CSimpleString InterceptListFile()
 {
-    const Bex::CSimpleString strName = Config().GetString("InterceptAddressesFile", "intercept_addresses");
-    return Bex::JoinPath(ConfigDirectory(), Platform::NativePath(strName));
+    return Bex::JoinPath(ConfigDirectory(), Config().GetPath(Keys::INTERCEPT_ADDRESSES_FILE));
 }
 
 } // namespace

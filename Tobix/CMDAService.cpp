@@ -23,7 +23,6 @@ namespace {
 
 constexpr char SHORT_NAME[] = "Tobix";
 constexpr char DISPLAY_NAME[] = "marlune Mail Delivery Agent";
-constexpr char DEFAULT_CONFIGURATION[] = "tobix.cfg";
 constexpr char LOCAL_AGENT[] = "local delivery agent";
 constexpr unsigned PAUSE_MILLIS = 1000;
 constexpr unsigned IDLE_MILLIS = 1000;
@@ -36,10 +35,7 @@ void LogState(const char* pszWhat)
                    pszWhat);
 }
 
-bool RunsHourlyCleanup()
-{
-    return Config().GetInt("HourlyCleanup", 0) != 0 && Config().GetInt("AutoTransport", 1) == 0;
-}
+bool RunsHourlyCleanup() { return Config().GetFlag(Keys::HOURLY_CLEANUP) && !Config().GetFlag(Keys::AUTO_TRANSPORT); }
 
 } // namespace
 
@@ -54,7 +50,7 @@ public:
             m_bDue = true;
         } else if (m_bDue) {
             m_bDue = false;
-            RunPostScript(ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"), "", ScriptsRunInParallel());
+            RunPostScript(Config().GetPath(Keys::OUTGOING_DIR), "", ScriptsRunInParallel());
         }
     }
 
@@ -80,7 +76,7 @@ bool CMDAService::OnStart()
         LogSetUp::ToLocalSyslog();
     LogState("launching");
     StartPending();
-    m_strFileName = ConfigurationFileName(Arguments(), DEFAULT_CONFIGURATION);
+    m_strFileName = ConfigurationFileName(Arguments(), CONFIGURATION_FILE);
     if (!EnterConfigurationDirectory())
         return false;
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
@@ -125,7 +121,7 @@ bool CMDAService::EnterConfigurationDirectory()
 
 bool CMDAService::StartConfiguredTransport()
 {
-    return Config().GetInt("AutoTransport", 1) == 0 || StartRemoteDelivery();
+    return !Config().GetFlag(Keys::AUTO_TRANSPORT) || StartRemoteDelivery();
 }
 
 bool CMDAService::StartLocalAgent()
@@ -178,7 +174,7 @@ void CMDAService::OnStop()
 
 void CMDAService::OnCustomControl(unsigned dwControl)
 {
-    if (dwControl != Platform::CONTROL_RESTART || Config().GetInt("AllowConfigRestart", 1) == 0)
+    if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
     m_restartAsked.Set();
     const std::lock_guard lock(m_workersAndTables);
@@ -240,12 +236,12 @@ void CMDAService::WatchTables(CFileChangeMonitor& monitor)
 std::vector<Bex::CSimpleString> CMDAService::WritableDirectories(const std::vector<std::string>& arguments)
 {
     Bex::CConfigFile& config = Config();
-    const Bex::CSimpleString strFileName = ConfigurationFileName(arguments, DEFAULT_CONFIGURATION);
+    const Bex::CSimpleString strFileName = ConfigurationFileName(arguments, CONFIGURATION_FILE);
     try {
         config.Load(Bex::JoinPath(ConfigurationDirectory(), Platform::NativePath(strFileName)));
     } catch (const Bex::CFileException&) { // the defaults apply
     }
     const SMailDirectories directories = SMailDirectories::FromConfiguration();
     return {directories.strQueue,    directories.strError,     directories.strFilter,
-            directories.strOutgoing, directories.strIntercept, ConfiguredDirectory("SpoolDir", "c:\\mail\\spool")};
+            directories.strOutgoing, directories.strIntercept, config.GetPath(Keys::SPOOL_DIR)};
 }

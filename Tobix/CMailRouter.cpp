@@ -20,10 +20,8 @@ constexpr int OUTGOING_NOT_WRITTEN = 385;
 
 SMailDirectories SMailDirectories::FromConfiguration()
 {
-    return {ConfiguredDirectory("QueueDir", "c:\\mail\\queue"), ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
-            ConfiguredDirectory("FilterDir", "c:\\mail\\filtered"),
-            ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"),
-            ConfiguredDirectory("InterceptDir", "c:\\mail\\intercepted")};
+    return {Config().GetPath(Keys::QUEUE_DIR), Config().GetPath(Keys::ERROR_DIR), Config().GetPath(Keys::FILTER_DIR),
+            Config().GetPath(Keys::OUTGOING_DIR), Config().GetPath(Keys::INTERCEPT_DIR)};
 }
 
 CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor)
@@ -47,7 +45,7 @@ bool CMailRouter::Route(const CMail& mail, CCopyGroup& group)
 CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& group)
 {
     Bex::CSimpleString strReason;
-    if (Config().GetInt("FilterContent", 1) == 0 || !Filters().ContentFilterMatch(mail, strReason))
+    if (!Config().GetFlag(Keys::FILTER_CONTENT) || !Filters().ContentFilterMatch(mail, strReason))
         return EFilterResult::Passed;
     Bex::CSimpleString strPath;
     if (!SaveUnderFreshName(
@@ -96,7 +94,7 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
         return false;
     }
     MailLog::SavedInOutgoing(copy);
-    if (Config().GetInt("AutoTransport", 1) == 0)
+    if (!Config().GetFlag(Keys::AUTO_TRANSPORT))
         RunPostScript(m_directories.strOutgoing, strPath, ScriptsRunInParallel());
     return true;
 }
@@ -119,9 +117,9 @@ bool CMailRouter::SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString
 
 void CMailRouter::AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const
 {
-    if (Config().GetInt("Header.Received.Create", 1) == 0)
+    if (!Config().GetFlag(Keys::HEADER_RECEIVED_CREATE))
         return;
-    const bool bNameRecipient = Config().GetInt("Header.Received.Recipient", 1) != 0;
+    const bool bNameRecipient = Config().GetFlag(Keys::HEADER_RECEIVED_RECIPIENT);
     copy.Received().Prepend(
         MakeReceivedValue(m_identity.strHostName, bNameRecipient ? strRecipient : Bex::CSimpleString(), now));
 }

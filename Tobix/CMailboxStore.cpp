@@ -59,10 +59,11 @@ bool CMailboxStore::LoadAccount(SAccount& account)
 
 bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group)
 {
-    const bool bEnvelope = account.config.GetInt("SaveEnvelope", 0) != 0 || account.config.GetInt("RunReply", 0) != 0;
+    const bool bEnvelope =
+        account.config.GetFlag(AccountKeys::SAVE_ENVELOPE) || account.config.GetFlag(AccountKeys::RUN_REPLY);
     const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
     group.Prepare(account.strDirectory);
-    account.dwNextUID = static_cast<uint32_t>(account.config.GetInt("NextUID", 1));
+    account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
     ESaveResult result = ESaveResult::Exists;
     while (result == ESaveResult::Exists) {
         account.strMailFile =
@@ -91,10 +92,10 @@ void CMailboxStore::RecordNextUID(SAccount& account)
 void CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName) const
 {
     const bool bParallel = ScriptsRunInParallel();
-    if (account.config.GetInt("RunAntiSpam", 0) != 0)
+    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM))
         RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
-    const Bex::CSimpleString strTemplate = account.config.GetString("RunReplyTemplate");
-    if (account.config.GetInt("RunReply", 0) != 0 && !strTemplate.IsEmpty()) {
+    const Bex::CSimpleString strTemplate = account.config.GetString(AccountKeys::RUN_REPLY_TEMPLATE);
+    if (account.config.GetFlag(AccountKeys::RUN_REPLY) && !strTemplate.IsEmpty()) {
         const Bex::CSimpleString strOutput =
             Bex::JoinPath(m_strQueueDirectory, Bex::CSimpleString::Formatted("r_%s", strRecipientFileName.Text()));
         RunResponder(account.strDirectory, account.strMailFile, strTemplate, strOutput, bParallel);

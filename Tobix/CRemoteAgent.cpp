@@ -20,11 +20,10 @@ constexpr int SECONDS_PER_MINUTE = 60;
 
 } // namespace
 
-CRemoteAgent::CRemoteAgent() : m_directory(ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"))
+CRemoteAgent::CRemoteAgent() : m_directory(Config().GetPath(Keys::OUTGOING_DIR))
 {
-    const int iRetry = Config().GetInt("AutoTransRetry", 60);
-    m_iRetryMin = int64_t{Config().GetInt("AutoTransRetryMin", iRetry)} * SECONDS_PER_MINUTE;
-    m_iRetryMax = int64_t{Config().GetInt("AutoTransRetryMax", iRetry)} * SECONDS_PER_MINUTE;
+    m_iRetryMin = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MIN)} * SECONDS_PER_MINUTE;
+    m_iRetryMax = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MAX)} * SECONDS_PER_MINUTE;
 }
 
 void CRemoteAgent::Body()

@@ -71,12 +71,11 @@ bool CRemoteDelivery::StartThreads()
 
 bool CRemoteDelivery::CreateThreads()
 {
-    m_threads.resize(static_cast<size_t>(std::max(1, Config().GetInt("AutoTransport.Threads", 2))));
+    m_threads.resize(static_cast<size_t>(std::max(1, Config().GetInt(Keys::AUTO_TRANSPORT_THREADS))));
     const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
     for (size_t n = 0; n < m_threads.size(); ++n) {
-        m_threads[n] = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(),
-                                                    ConfiguredDirectory("ErrorDir", "c:\\mail\\error"),
-                                                    ConfiguredDirectory("OutgoingDir", "c:\\mail\\outgoing"));
+        m_threads[n] = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
+                                                    Config().GetPath(Keys::OUTGOING_DIR));
         if (!m_threads[n]) {
             Bex::LogError(Bex::MainLog(), "could not instantiate %s", ThreadName(n).Text());
             return false;

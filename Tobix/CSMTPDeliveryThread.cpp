@@ -168,7 +168,7 @@ bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));
-    if (Config().GetInt("TrafficLogging", 1) != 0)
+    if (Config().GetFlag(Keys::TRAFFIC_LOGGING))
         LogTraffic(mail, state.iSize);
     return true;
 }
@@ -184,7 +184,7 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
 
 bool CSMTPDeliveryThread::FailedTemporarily(const SFileState& state)
 {
-    const int iMinutes = Config().GetInt("AutoTransTime", 120);
+    const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
     if (Platform::NowSeconds() - state.iCreated > iMinutes * SECONDS_PER_MINUTE) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, m_iResult);

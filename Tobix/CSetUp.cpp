@@ -3,6 +3,7 @@
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Common/CConfigCheck.h"
 #include "Common/Globals.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/LogSetUp.h"
@@ -28,17 +29,15 @@ bool IsDirectory(const Bex::CSimpleString& strPath)
     return Platform::KindOf(strPath.Text()) == Platform::EPathKind::Directory;
 }
 
-struct SDirectoryKey
+/// One that is misspelled has no effect, which is hard to see otherwise.
+void TellUnknownKeys(const Bex::CSimpleString& strPath)
 {
-    const char* pszKey;
-    const char* pszDefault;
-};
-constexpr SDirectoryKey REQUIRED_DIRECTORIES[] = {
-    {"QueueDir", "c:\\mail\\queue"},
-    {"SpoolDir", "c:\\mail\\spool"},
-    {"ErrorDir", "c:\\mail\\error"},
-    {"OutgoingDir", "c:\\mail\\outgoing"},
-};
+    CConfigCheck check(Keys::TABLE);
+    LoadTable(check, strPath);
+    for (const CConfigCheck::SUnknownKey& unknown : check.UnknownKeys())
+        Bex::LogWarning(Bex::MainLog(), "unknown key \"%s\" at %s:%u", unknown.strKey.Text(), strPath.Text(),
+                        unknown.nLine);
+}
 
 } // namespace
 
@@ -72,9 +71,12 @@ bool CSetUp::Run()
 bool CSetUp::LoadConfiguration() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading configuration file %s...", m_strFileName.Text());
-    const bool bLoaded = LoadTable(Config(), InDirectory(m_strFileName));
+    const Bex::CSimpleString strPath = InDirectory(Platform::NativePath(m_strFileName));
+    const bool bLoaded = LoadTable(Config(), strPath);
     if (!bLoaded)
         Bex::LogError(Bex::MainLog(), "could not load configuration");
+    else if (m_bConsole) // other programs keep keys of their own in the file, as a service's log need not tell
+        TellUnknownKeys(strPath);
     return bLoaded;
 }
 
@@ -90,16 +92,16 @@ bool CSetUp::CheckDirectories() const
 {
     Bex::LogInfo(Bex::MainLog(), "checking directories...");
     bool bAll = true;
-    for (const SDirectoryKey& key : REQUIRED_DIRECTORIES) {
-        const Bex::CSimpleString strPath = ConfiguredDirectory(key.pszKey, key.pszDefault);
+    for (const Bex::CPathKey& key : {Keys::QUEUE_DIR, Keys::SPOOL_DIR, Keys::ERROR_DIR, Keys::OUTGOING_DIR}) {
+        const Bex::CSimpleString strPath = Config().GetPath(key);
         if (IsDirectory(strPath))
             continue;
-        Bex::LogError(Bex::MainLog(), "invalid %s, \"%s\" is missing or no directory", key.pszKey, strPath.Text());
+        Bex::LogError(Bex::MainLog(), "invalid %s, \"%s\" is missing or no directory", key.Name(), strPath.Text());
         if (IsStart())
             return false;
         bAll = false;
     }
-    const Bex::CSimpleString strFilter = ConfiguredDirectory("FilterDir", "c:\\mail\\filtered");
+    const Bex::CSimpleString strFilter = Config().GetPath(Keys::FILTER_DIR);
     if (!IsDirectory(strFilter))
         Bex::LogWarning(Bex::MainLog(), "invalid FilterDir, \"%s\" is missing or no directory", strFilter.Text());
     return bAll;
@@ -150,7 +152,7 @@ bool CSetUp::LoadAliases() const
 bool CSetUp::LoadFilters() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading 'filters'-file...");
-    if (!LoadTable(Filters(), InDirectory(Config().GetString("FiltersFile", "filters"))))
+    if (!LoadTable(Filters(), InDirectory(Config().GetPath(Keys::FILTERS_FILE))))
         Bex::LogWarning(Bex::MainLog(), "could not load 'filters'-file");
     return true;
 }
@@ -165,11 +167,11 @@ bool CSetUp::LoadSmartHosts() const
 /// A restart leaves the table to the main loop, which keeps it current.
 bool CSetUp::LoadMasquerading() const
 {
-    const Bex::CSimpleString strFile = Config().GetString("MaskFile");
+    const Bex::CSimpleString strFile = Config().GetPath(Keys::MASK_FILE);
     if (!IsStart() || strFile.IsEmpty())
         return true;
     Bex::LogInfo(Bex::MainLog(), "loading masquerading-file...");
-    LoadTable(Masquerading(), Bex::CSimpleString(Platform::NativePath(strFile)));
+    LoadTable(Masquerading(), strFile);
     return true;
 }
 
@@ -182,7 +184,4 @@ void CSetUp::LogTableFailure(const char* pszTable) const
         Bex::LogWarning(Bex::MainLog(), "could not load '%s'-file", pszTable);
 }
 
-Bex::CSimpleString CSetUp::InDirectory(std::string_view name) const
-{
-    return Bex::JoinPath(m_strDirectory, Platform::NativePath(name));
-}
+Bex::CSimpleString CSetUp::InDirectory(std::string_view name) const { return Bex::JoinPath(m_strDirectory, name); }

@@ -7,8 +7,8 @@ namespace {
 
 void RewriteEnvelopeSender(CMail& copy)
 {
-    const Bex::CSimpleString strDomain = Config().GetString("SRS.Domain");
-    const Bex::CSimpleString strChallenge = Config().GetString("SRS.Challenge");
+    const Bex::CSimpleString strDomain = Config().GetString(Keys::SRS_DOMAIN);
+    const Bex::CSimpleString strChallenge = Config().GetString(Keys::SRS_CHALLENGE);
     if (!copy.EnvelopeSender().IsEmpty() && !strDomain.IsEmpty() && !strChallenge.IsEmpty())
         copy.SetEnvelopeSender(SRSRewrite(copy.EnvelopeSender(), strDomain, strChallenge));
 }
@@ -33,7 +33,7 @@ void ApplyForwardingRewrites(CMail& copy, const Bex::CSimpleString& strAddressed
 {
     copy.SetResentFor(strAddressedRecipient);
     RewriteEnvelopeSender(copy);
-    if (Config().GetInt("Header.Forward.DMARCWorkaround", 1) == 0)
+    if (!Config().GetFlag(Keys::DMARC_WORKAROUND))
         return;
     const Bex::CSimpleString& strAuthor = copy.FromAddress();
     if (strAuthor.Contains('@') && LookupPolicy(strAuthor.AfterFirst('@')) == "reject")

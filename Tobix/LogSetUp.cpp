@@ -12,8 +12,6 @@ namespace LogSetUp {
 
 namespace {
 
-constexpr int DEFAULT_PORT = 514;
-
 void SetMainLog(std::shared_ptr<Bex::CSysLog> pLog)
 {
     Platform::SetCrashLog(Platform::ECrashLog::Syslog, pLog->Host().Text(), pLog->Port(), pLog->Facility(), "Tobix");
@@ -44,12 +42,11 @@ void ToLocalSyslog()
 void ToConfiguredSyslog()
 {
     const Bex::CConfigFile& config = Config();
-    const Bex::CSimpleString strHost = config.GetString("LogHost", "127.0.0.1");
-    const int iPort = config.GetInt("LogPort", DEFAULT_PORT);
-    SetMainLog(MakeSysLog(config.GetString("LogFacility", "mail"), strHost, iPort));
-    Bex::TrafficLog().Replace(MakeSysLog(config.GetString("TrafficLogFacility", "local2"),
-                                         config.GetString("TrafficLogHost", strHost.Text()),
-                                         config.GetInt("TrafficLogPort", iPort)));
+    SetMainLog(MakeSysLog(config.GetString(Keys::LOG_FACILITY), config.GetString(Keys::LOG_HOST),
+                          config.GetInt(Keys::LOG_PORT)));
+    Bex::TrafficLog().Replace(MakeSysLog(config.GetString(Keys::TRAFFIC_LOG_FACILITY),
+                                         config.GetString(Keys::TRAFFIC_LOG_HOST),
+                                         config.GetInt(Keys::TRAFFIC_LOG_PORT)));
 }
 
 } // namespace LogSetUp

@@ -1,7 +1,15 @@
 #include "CAccountWorld.h"
+#include "Common/CConfigCheck.h"
 #include "Common/CMailFilter.h"
 
+#include <algorithm>
+#include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <utility>
+#include <vector>
 
 using Bex::CSimpleString;
 
@@ -72,12 +80,62 @@ INSTANTIATE_TEST_SUITE_P(Mails, MailFilterTest,
                                          FilterCase{"", "application/pdf", "pills", nullptr},
                                          FilterCase{"pill", "text/plain", "s", nullptr}));
 
-TEST(GlobalsTest, DirectoriesComeInNativeForm)
+/// A key's row in the manual.
+std::string RowOf(const Bex::SConfigKey& key)
+{
+    const bool bQuoted = key.kind == Bex::EKeyKind::Text || key.kind == Bex::EKeyKind::Path;
+    std::string strDefault = key.whenMissing.pszText;
+    if (key.whenMissing.bOtherKey)
+        strDefault = "as `" + strDefault + "` ";
+    else if (!strDefault.empty())
+        strDefault = bQuoted ? "`" + strDefault + "` " : strDefault + " ";
+    return std::string("| `") + key.pszName + "` | " + strDefault + "| " + key.pszMeaning + " |";
+}
+
+TEST(ConfigKeysTest, ManualPrintsTheTables)
+{
+    std::vector<std::string> expected;
+    std::ranges::transform(Keys::TABLE, std::back_inserter(expected), RowOf);
+    std::ranges::transform(AccountKeys::TABLE, std::back_inserter(expected), RowOf);
+    std::vector<std::string> printed;
+    std::ifstream manual(TOBIX_SOURCE_DIR "/docs/configuration.md");
+    for (std::string strLine; std::getline(manual, strLine);) {
+        if (strLine.starts_with("| `"))
+            printed.push_back(strLine);
+    }
+    EXPECT_THAT(printed, testing::ElementsAreArray(expected));
+}
+
+TEST(ConfigKeysTest, KeysOfTheFileAreReadWithTheirCaseAndTheirDefaults)
 {
     const CAccountWorld world({}, "");
-    Config().Set("QueueDir", "d:\\q\\in");
-    EXPECT_EQ(ConfiguredDirectory("QueueDir", "c:\\mail\\queue"), "/q/in");
-    EXPECT_EQ(ConfiguredDirectory("ErrorDir", "c:\\mail\\error"), "/mail/error");
+    Bex::CConfigFile& config = Config();
+    const std::string strPath =
+        world.Directory().Write("tobix.cfg", "QueueDir: d:\\q\\in # \n\n# UseTLS: 0\ntimeout: 100\n"
+                                             "UseTLS: yes\nUseTLS: 1\nLogHost:\nTimeout: 2\n");
+    ASSERT_TRUE(config.Load(CSimpleString(strPath)));
+    EXPECT_EQ(config.GetPath(Keys::QUEUE_DIR), "/q/in");
+    EXPECT_EQ(config.GetPath(Keys::ERROR_DIR), "/mail/error");
+    EXPECT_EQ(config.GetInt(Keys::TIME_OUT), 90);
+    EXPECT_FALSE(config.GetFlag(Keys::USE_TLS));
+    EXPECT_EQ(config.GetString(Keys::TRAFFIC_LOG_HOST), "") << "an empty value is no missing one";
+    EXPECT_EQ(config.GetInt(Keys::TRAFFIC_LOG_PORT), 514);
+    EXPECT_TRUE(config.GetFlag(Keys::SCRIPTS_IN_PARALLEL));
+    config.Set("AsyncScripts", "0");
+    EXPECT_FALSE(config.GetFlag(Keys::SCRIPTS_IN_PARALLEL));
+    config.Set("Scripts.Execution.Parallel", "1");
+    EXPECT_TRUE(config.GetFlag(Keys::SCRIPTS_IN_PARALLEL));
+
+    CConfigCheck check(Keys::TABLE);
+    ASSERT_TRUE(check.Load(CSimpleString(strPath)));
+    std::vector<std::pair<uint32_t, std::string>> unknown;
+    for (const CConfigCheck::SUnknownKey& key : check.UnknownKeys())
+        unknown.emplace_back(key.nLine, key.strKey.Text());
+    EXPECT_THAT(unknown, testing::ElementsAre(testing::Pair(4, "timeout"), testing::Pair(8, "Timeout")));
+}
+
+TEST(GlobalsTest, ConfigurationDirectoryIsTheEnvironments)
+{
     ASSERT_EQ(setenv("MAILCONFIGDIR", "/etc/tobix", 1), 0);
     EXPECT_EQ(ConfigDirectory(), "/etc/tobix");
     unsetenv("MAILCONFIGDIR");
