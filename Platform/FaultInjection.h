@@ -1,15 +1,75 @@
 #pragma once
 
-/// Lets tests make the platform layer fail where a disk or a kernel would. Costs one relaxed load when unused.
-/// Process-wide; set before the threads under test run.
+#include <cstddef>
+
+/// Lets tests make the calls of the platform layer fail where a disk or a kernel would, and watch those that succeed.
+/// Process-wide: faults and watcher are set before the threads under test run and outlive their calls. Costs one
+/// relaxed load a call when unused.
 namespace Platform {
 
-enum class EFault { Open, Read, Write, Flush, Rename, Remove, ListDirectory, CreateProcess, CreateThread, Count };
+enum class EFault {
+    Open,
+    Close, ///< closes all the same, as the kernel does
+    Read,
+    Write,
+    Truncate,
+    Flush, ///< of a file or a directory
+    FlushVolume,
+    Lock,  ///< of a file that is opened
+    Lease, ///< by which an open file learns of its writers
+    Stat,
+    Rename, ///< EINVAL: the file system cannot refuse to replace
+    Link,
+    Remove,
+    CreateDirectory,
+    ListDirectory,
+    ReadDirectory, ///< one call an entry and one at the end
+    WatchDirectory,
+    CreateProcess,
+    OpenProcess,
+    CreateThread
+};
 
-/// The nth call from now on (1 is the next) of that operation fails with the Linux errno, and nTimes - 1 after it.
-void InjectFault(EFault fault, unsigned nFromNow, int iErrno, unsigned nTimes = 1);
-void ClearFaults();
-/// Asked by the platform functions: true when this call shall fail; errno is then set.
-bool ShallFail(EFault fault);
+/// While it lives, the nth call from its construction (1 is the next) of that kind fails with the Linux errno, and
+/// nTimes - 1 calls after it. Several of one kind count on their own.
+class CInjectedFault
+{
+public:
+    CInjectedFault(EFault fault, unsigned nFromNow, int iErrno, unsigned nTimes = 1);
+    ~CInjectedFault();
+    CInjectedFault(const CInjectedFault&) = delete;
+    CInjectedFault& operator=(const CInjectedFault&) = delete;
+
+    bool Strikes(EFault fault); ///< asked once a call; errno is then set
+
+private:
+    EFault m_fault;
+    unsigned m_nSkip;
+    unsigned m_nTimes;
+    int m_iErrno;
+};
+
+/// One call that has succeeded.
+struct SCall
+{
+    EFault kind;
+    const char* pszPath = nullptr;
+    const char* pszTo = nullptr; ///< the new name of a rename or a link
+    int iDescriptor = -1;        ///< the open file; of Open the one that it gave
+    const void* pData = nullptr; ///< what was written
+    size_t nBytes = 0;
+};
+
+/// Is told of each call while it lives, on the calling thread, before the caller goes on; one call at a time.
+class CCallWatcher
+{
+public:
+    CCallWatcher();
+    virtual ~CCallWatcher();
+    CCallWatcher(const CCallWatcher&) = delete;
+    CCallWatcher& operator=(const CCallWatcher&) = delete;
+
+    virtual void OnCall(const SCall& call) = 0; ///< makes no calls of this layer
+};
 
 } // namespace Platform

@@ -28,7 +28,6 @@ constexpr uint32_t TEXT_BOTH = CFile::typeText | CFile::modeReadWrite | CFile::m
 class FilesTest : public testing::Test
 {
 protected:
-    void TearDown() override { Platform::ClearFaults(); }
     CSimpleString Path(const char* pszName) const { return CSimpleString((m_directory / pszName).c_str()); }
     /// "LibError/SysError" of the exception; the line, too, where it is a fixed one.
     static std::string ErrorOf(const std::function<void()>& failing, bool bWithPlace = false)
@@ -132,15 +131,18 @@ TEST_F(FilesTest, WhatCannotBeWrittenIsToldOnceAndAtTheLatestByClose)
     CTextFile file;
     file.Open(Path("x"), TEXT_WRITE);
     file.WriteString("lost");
-    Platform::InjectFault(Platform::EFault::Write, 1, ENOSPC);
+    const Platform::CInjectedFault full(Platform::EFault::Write, 1, ENOSPC), broken(Platform::EFault::Write, 3, EIO);
     EXPECT_EQ(ErrorOf([&] { file.Flush(); }), "28/112");
     file.WriteString("kept");
     file.Flush();
     file.WriteString("lost");
-    Platform::InjectFault(Platform::EFault::Write, 1, EIO);
     EXPECT_EQ(ErrorOf([&] { file.Close(); }), "5/29");
     EXPECT_FALSE(file.IsOpen());
     EXPECT_EQ(m_directory.Read("x"), "kept");
+    file.Open(Path("x"), TEXT_WRITE);
+    const Platform::CInjectedFault late(Platform::EFault::Close, 1, EIO);
+    EXPECT_EQ(ErrorOf([&] { file.Close(); }), "5/29");
+    EXPECT_FALSE(file.IsOpen());
 }
 
 TEST_F(FilesTest, LinesComeWithoutLineEnds)
@@ -225,7 +227,7 @@ TEST_F(FilesTest, FindsByPatternInOrder)
     EXPECT_EQ(found("mails/?.eml"), "A.EML b.eml ");
     CFileFind find;
     EXPECT_FALSE(find.Open(Path("missing/*")));
-    Platform::InjectFault(Platform::EFault::ListDirectory, 1, EACCES);
+    const Platform::CInjectedFault first(Platform::EFault::ListDirectory, 1, EACCES);
     EXPECT_EQ(ErrorOf([&] { find.Open(Path("mails/*")); }), "13/5");
 }
 

@@ -99,9 +99,8 @@ TEST(KeyValueFile, StandsWhateverIsInTheFile)
 
     const CSimpleString strPath(directory.Write("config", "a: 1\n"));
     ASSERT_TRUE(account.Load(strPath));
-    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
     EXPECT_THROW(account.Load(strPath), CFileException);
-    Platform::ClearFaults();
 }
 
 TEST(KeyValueFile, FailedSaveLeavesTheFileAlone)
@@ -117,15 +116,13 @@ TEST(KeyValueFile, FailedSaveLeavesTheFileAlone)
     EXPECT_EQ(directory.Read("precious"), "keep\n");
     std::filesystem::remove(directory / "config.tmp");
 
-    Platform::InjectFault(Platform::EFault::Write, 1, ENOSPC);
+    const Platform::CInjectedFault full(Platform::EFault::Write, 1, ENOSPC), broken(Platform::EFault::Rename, 1, EIO);
     EXPECT_THROW(account.Save(), CFileException);
     EXPECT_FALSE(std::filesystem::exists(directory / "config.tmp"));
-    Platform::InjectFault(Platform::EFault::Rename, 1, EIO);
     EXPECT_FALSE(account.Save());
-    Platform::ClearFaults();
     EXPECT_EQ(directory.Read("config"), "a: 1\n");
     EXPECT_TRUE(account.IsModified());
-    Platform::InjectFault(Platform::EFault::Rename, 1, EACCES); // passes: tried again
+    const Platform::CInjectedFault passing(Platform::EFault::Rename, 1, EACCES); // passes: tried again
     EXPECT_TRUE(account.Save());
     EXPECT_EQ(directory.Read("config"), "a: 2\n");
 }

@@ -139,9 +139,8 @@ TEST(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
     ASSERT_TRUE(std::make_unique<CWorker>(pWorld, true).release()->Start());
     EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
     pWorld->destroyed.Reset();
-    Platform::InjectFault(Platform::EFault::CreateThread, 1, EAGAIN);
+    const Platform::CInjectedFault fault(Platform::EFault::CreateThread, 1, EAGAIN);
     EXPECT_FALSE(std::make_unique<CWorker>(pWorld, true).release()->Start());
-    Platform::ClearFaults();
     EXPECT_TRUE(pWorld->destroyed.IsSet());
     EXPECT_THAT(recorder.Lines(), ElementsAre("3 _beginthreadex failed in Bex/CThread:118 with error 1450"));
 }

@@ -16,8 +16,6 @@ namespace {
 class MessageTest : public testing::Test
 {
 protected:
-    ~MessageTest() override { Platform::ClearFaults(); }
-
     bool Load(CMail& mail, std::string_view text, bool bHeadersOnly = false) const
     {
         return mail.Load(m_directory.Write("1.eml", std::string(text)).c_str(), bHeadersOnly);
@@ -85,7 +83,7 @@ TEST_F(MessageTest, RefusesWhatIsNoMailFile)
     EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
     EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_ACCESS); // still being written
     writer.close();
-    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
     EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
     EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_IO);
     EXPECT_TRUE(IsUnlocked("1") && IsUnlocked("2") && IsUnlocked("missing"));
@@ -136,7 +134,7 @@ TEST_F(MessageTest, AppearsOnlyWhenItIsComplete)
     const std::string strTarget = m_directory.Write("2.eml", "old");
     const Bex::CSimpleString strPath(strTarget.c_str());
     for (const auto fault : {Platform::EFault::Open, Platform::EFault::Write, Platform::EFault::Rename}) {
-        Platform::InjectFault(fault, 1, ENOSPC);
+        const Platform::CInjectedFault failing(fault, 1, ENOSPC);
         EXPECT_FALSE(mail.Save(strPath, EWriteMode::Plain));
         EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_NO_SPACE);
         EXPECT_EQ(m_directory.Read("2.eml"), "old");

@@ -43,9 +43,8 @@ TEST(UsersTest, BrokenAccountCostsOnlyItself)
 {
     const CAccountWorld world({"ann", "bob"}, "");
     world.Directory().Write("spool/ann/config", "Quota: 1\n");
-    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
     EXPECT_TRUE(Users().BuildUserList());
-    Platform::ClearFaults();
     EXPECT_FALSE(Users().IsUser("ann"));
     EXPECT_TRUE(Users().IsUser("bob"));
     EXPECT_FALSE(Users().LoadUsers(CSimpleString(world.Directory() / "none")));

@@ -4,10 +4,10 @@
 #include "Platform/ConsoleScreen.h"
 #include "Platform/Errors.h"
 #include "Platform/FaultInjection.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Host.h"
 
 #include <arpa/inet.h>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -46,19 +46,16 @@ TEST(ErrorsTest, LastErrorBelongsToTheThread)
     EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
 }
 
-TEST(FaultInjectionTest, FailsTheNthCallAndTheOnesAfter)
+TEST(FaultInjectionTest, FailsTheNthCallAndTheOnesAfterWhileItLives)
 {
-    InjectFault(EFault::Write, 2, ENOSPC, 2);
-    const std::array<bool, 4> expected{false, true, true, false};
-    for (const bool bExpected : expected) {
-        errno = 0;
-        EXPECT_EQ(ShallFail(EFault::Write), bExpected);
-        EXPECT_EQ(errno, bExpected ? ENOSPC : 0);
-        EXPECT_FALSE(ShallFail(EFault::Read));
+    const auto removing = [] { return RemoveFile("/no/such") ? LIB_NONE : LastError().iLibError; };
+    {
+        const CInjectedFault fault(EFault::Remove, 2, EIO, 2), other(EFault::Remove, 5, EROFS),
+            unasked(EFault::Stat, 1, EIO);
+        for (const int iExpected : {LIB_NO_ENTRY, LIB_IO, LIB_IO, LIB_NO_ENTRY})
+            EXPECT_EQ(removing(), iExpected);
     }
-    InjectFault(EFault::Write, 1, EIO);
-    ClearFaults();
-    EXPECT_FALSE(ShallFail(EFault::Write));
+    EXPECT_EQ(removing(), LIB_NO_ENTRY);
 }
 
 class CNothing : public IWaitable
@@ -108,10 +105,9 @@ TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
     EXPECT_NE(pThread->Id(), CurrentThreadId());
     EXPECT_EQ(CurrentThreadId(), static_cast<unsigned>(gettid()));
 
-    InjectFault(EFault::CreateThread, 1, EAGAIN);
+    const CInjectedFault fault(EFault::CreateThread, 1, EAGAIN);
     EXPECT_EQ(CNativeThread::Create([](void*) {}, nullptr), nullptr);
     EXPECT_EQ(LastError().dwSysError, SYS_NO_RESOURCES);
-    ClearFaults();
 }
 
 TEST(ClockTest, LocalTimeFollowsTheZone)

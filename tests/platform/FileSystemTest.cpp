@@ -17,14 +17,13 @@ namespace {
 class FileSystemTest : public testing::Test
 {
 protected:
-    void TearDown() override { ClearFaults(); }
     bool Move(const char* pszFrom, const char* pszTo)
     {
         return MoveFileReplacing((m_directory / pszFrom).c_str(), (m_directory / pszTo).c_str());
     }
     bool MoveAcross(const char* pszFrom, const char* pszTo)
     {
-        InjectFault(EFault::Rename, 1, EXDEV);
+        const CInjectedFault fault(EFault::Rename, 1, EXDEV);
         return Move(pszFrom, pszTo);
     }
     std::set<std::string> Names() const
@@ -61,20 +60,21 @@ TEST_F(FileSystemTest, AMoveAcrossThatFailsKeepsTheSourceAndTheOldTarget)
         unsigned nCall;
         int iErrno;
     };
-    const SFailing cases[] = {
-        {EFault::Read, 1, EIO}, {EFault::Write, 1, ENOSPC}, {EFault::Flush, 1, EIO}, {EFault::Open, 2, EMFILE}};
+    const SFailing cases[] = {{EFault::Read, 1, EIO},    {EFault::Write, 1, ENOSPC}, {EFault::Flush, 1, EIO},
+                              {EFault::Open, 2, EMFILE}, {EFault::Stat, 1, EIO},     {EFault::Rename, 2, EIO}};
     for (const SFailing& failing : cases) {
-        InjectFault(failing.fault, failing.nCall, failing.iErrno);
+        const CInjectedFault fault(failing.fault, failing.nCall, failing.iErrno);
         EXPECT_FALSE(MoveAcross("from", "to"));
         EXPECT_EQ(LastError().iLibError, ErrorFromErrno(failing.iErrno).iLibError);
         EXPECT_EQ(Names(), (Set{"from", "to"}));
         EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newold");
     }
-    InjectFault(EFault::Flush, 2, EIO); // of the directory: the new name may not last yet
-    EXPECT_FALSE(MoveAcross("from", "to"));
-    EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newnew");
-    InjectFault(EFault::Remove, 1, EACCES);
-    EXPECT_FALSE(MoveAcross("from", "to"));
+    for (const SFailing& late :
+         {SFailing{EFault::Flush, 2, EIO}, {EFault::Open, 3, EMFILE}, {EFault::Remove, 1, EACCES}}) {
+        const CInjectedFault fault(late.fault, late.nCall, late.iErrno); // the new name may not last yet
+        EXPECT_FALSE(MoveAcross("from", "to"));
+        EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newnew");
+    }
     EXPECT_TRUE(MoveAcross("from", "to"));
     EXPECT_EQ(Names(), Set{"to"});
 }
@@ -97,15 +97,27 @@ TEST_F(FileSystemTest, AMoveAcrossLeavesABusyFileAndMovesLinksAsLinks)
     EXPECT_EQ(Names(), (Set{"from", "moved", "pipe"}));
 }
 
+/// Also where the file system knows no such rename.
 TEST_F(FileSystemTest, RenameNoReplaceRefusesATakenName)
 {
-    const std::string strFrom = m_directory.Write("from", "new"), strTo = m_directory.Write("to", "old");
-    EXPECT_FALSE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
-    EXPECT_EQ(LastError().iLibError, LIB_EXISTS);
-    EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newold");
-    ASSERT_TRUE(RemoveFile(strTo.c_str()));
-    EXPECT_TRUE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
-    EXPECT_EQ(Names(), Set{"to"});
+    const std::string strTo = m_directory / "to";
+    for (const unsigned nTimes : {0u, 100u}) {
+        const CInjectedFault unknown(EFault::Rename, 1, EINVAL, nTimes);
+        const std::string strFrom = m_directory.Write("from", "new");
+        m_directory.Write("to", "old");
+        EXPECT_FALSE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+        EXPECT_EQ(LastError().iLibError, LIB_EXISTS);
+        EXPECT_EQ(m_directory.Read("from") + m_directory.Read("to"), "newold");
+        ASSERT_TRUE(RemoveFile(strTo.c_str()));
+        if (nTimes > 0) { // linked, but still under its old name: not renamed
+            const CInjectedFault fault(EFault::Remove, 1, EIO);
+            EXPECT_FALSE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+            EXPECT_EQ(LastError().iLibError, LIB_IO);
+            EXPECT_EQ(Names(), Set{"from"});
+        }
+        EXPECT_TRUE(RenameNoReplace(strFrom.c_str(), strTo.c_str()));
+        EXPECT_EQ(Names(), Set{"to"});
+    }
 }
 
 TEST_F(FileSystemTest, ListsSortedBytewiseAndNothingOnFailure)
@@ -123,9 +135,12 @@ TEST_F(FileSystemTest, ListsSortedBytewiseAndNothingOnFailure)
         strSeen += std::string(entry.pszName) + (entry.bDirectory ? "/ " : entry.bRegular ? " " : "| ");
     }
     EXPECT_EQ(strSeen, "10 9 B.eml a b.eml c/ d e| \xc3\xa4 ");
-    InjectFault(EFault::ListDirectory, 1, EIO);
-    EXPECT_FALSE(listing.Read(m_directory.Path().c_str()));
-    EXPECT_EQ(listing.Count(), 0u);
+    for (const auto& [fault, nCall] : {std::pair(EFault::ListDirectory, 1u), {EFault::ReadDirectory, 4u}}) {
+        const CInjectedFault failing(fault, nCall, EIO);
+        EXPECT_FALSE(listing.Read(m_directory.Path().c_str()));
+        EXPECT_EQ(LastError().iLibError, LIB_IO);
+        EXPECT_EQ(listing.Count(), 0u);
+    }
     EXPECT_EQ(KindOf((m_directory / "a/b").c_str()), EPathKind::Missing);
     EXPECT_EQ(KindOf((m_directory / std::string(300, 'x')).c_str()), EPathKind::Failed);
 }
@@ -156,18 +171,17 @@ TEST_F(FileSystemTest, AFlushGroupFlushesEachMarkedFileSystemOnce)
         ASSERT_TRUE(group.Add(path(n).c_str()));
     }
     EXPECT_EQ(OpenDescriptors(), nBefore + 1);
-    InjectFault(EFault::Flush, 1, EIO, 1000);
+    const CInjectedFault failing(EFault::FlushVolume, 2, EIO, 2);
+    const CInjectedFault interrupted(EFault::FlushVolume, 4, EINTR);
     EXPECT_TRUE(group.Flush()); // nothing was marked
-    InjectFault(EFault::Flush, 2, EIO);
     for (int n = 0; n < DIRECTORIES; ++n)
         group.MarkWritten(path(n).c_str());
     EXPECT_TRUE(group.Flush());
     group.MarkWritten(path(1).c_str());
-    EXPECT_FALSE(group.Flush());
-    EXPECT_EQ(LastError().iLibError, LIB_IO);
-    InjectFault(EFault::Flush, 1, EIO);
-    EXPECT_FALSE(group.Flush()); // still to be flushed
-    InjectFault(EFault::Flush, 1, EINTR);
+    for (int n = 0; n < 2; ++n) { // and stays to be flushed
+        EXPECT_FALSE(group.Flush());
+        EXPECT_EQ(LastError().iLibError, LIB_IO);
+    }
     EXPECT_TRUE(group.Flush());
 }
 
@@ -189,10 +203,9 @@ TEST_F(FileSystemTest, AFlushGroupTellsOfEveryFileSystemAndOfMarksItCouldNotKeep
     ASSERT_TRUE(group.Add(m_directory.Path().c_str()));
     group.MarkWritten(m_directory.Path().c_str());
     group.MarkWritten(pszOther); // added now
-    InjectFault(EFault::Flush, 1, EIO);
+    const CInjectedFault first(EFault::FlushVolume, 1, EIO), fourth(EFault::FlushVolume, 4, EIO);
     EXPECT_FALSE(group.Flush()); // though the second one succeeds
-    InjectFault(EFault::Flush, 2, EIO);
-    EXPECT_TRUE(group.Flush()); // only the first one is left
+    EXPECT_TRUE(group.Flush());  // only the first one is left
 }
 
 } // namespace

@@ -22,7 +22,6 @@ constexpr SOpenMode WRITE_EXCLUSIVE{
 class FileHandleTest : public testing::Test
 {
 protected:
-    void TearDown() override { ClearFaults(); }
     /// 0 when it opens, else the library error.
     static int OpenError(const std::string& strPath, const SOpenMode& mode)
     {
@@ -105,14 +104,13 @@ TEST_F(FileHandleTest, TellsOfDisksThatFailAndSurvivesInterruptions)
     ASSERT_TRUE(file.Open((m_directory / "file").c_str(), create));
     EXPECT_EQ(OpenError(m_directory / "file", create), LIB_EXISTS);
     EXPECT_EQ(std::filesystem::status(m_directory / "file").permissions(), std::filesystem::perms(0600));
-    InjectFault(EFault::Write, 2, ENOSPC);
+    const CInjectedFault full(EFault::Write, 2, ENOSPC), interrupted(EFault::Write, 3, EINTR, 3);
     EXPECT_EQ(file.Write("a", 1), 1);
     EXPECT_EQ(file.Write("b", 1), -1);
     EXPECT_EQ(LastError().iLibError, LIB_NO_SPACE);
-    InjectFault(EFault::Write, 1, EINTR, 3);
     EXPECT_EQ(file.Write("c", 1), 1);
     char c = 0;
-    InjectFault(EFault::Read, 1, EIO);
+    const CInjectedFault broken(EFault::Read, 1, EIO);
     EXPECT_EQ(file.Read(&c, 1), -1);
     EXPECT_EQ(LastError().iLibError, LIB_IO);
     EXPECT_EQ(m_directory.Read("file"), "ac");

@@ -136,15 +136,16 @@ TEST_F(ProcessTest, FailureToStartIsToldExactly)
         EXPECT_EQ(CChildProcess::Start(test.strProgram, test.strCommandLine, test.strDirectory.c_str()), nullptr);
         EXPECT_EQ(LastError().dwSysError, test.dwExpected) << test.strProgram << " " << test.strCommandLine;
     }
-    InjectFault(EFault::CreateProcess, 1, ENOMEM);
+    const CInjectedFault fault(EFault::CreateProcess, 1, ENOMEM);
     EXPECT_EQ(CChildProcess::Start(strGood, "", nullptr), nullptr);
     EXPECT_EQ(LastError().dwSysError, SYS_NO_MEMORY);
-    ClearFaults();
     EXPECT_EQ(Run(strGood, "", nullptr), 0u);
 }
 
+/// Also where the kernel gives no descriptor for it.
 TEST_F(ProcessTest, EndOfTheChildIsWaitedForAndItsKindTold)
 {
+    const CInjectedFault fault(EFault::OpenProcess, 2, EMFILE, 100);
     const auto pChild = CChildProcess::Start("", "sleep 60", nullptr);
     ASSERT_NE(pChild, nullptr);
     uint32_t dwExitCode = 0;
@@ -165,13 +166,16 @@ TEST_F(ProcessTest, EndOfTheChildIsWaitedForAndItsKindTold)
 
 TEST_F(ProcessTest, ForgottenChildrenLeaveNoZombies)
 {
+    const CInjectedFault fault(EFault::OpenProcess, 1, EMFILE, 3);
     std::vector<unsigned> ids;
     for (int i = 0; i < 10; ++i)
         ids.push_back(CChildProcess::Start("", "sleep 0.05", nullptr)->Id());
     const uint64_t ui64Started = TickCount();
     for (const unsigned dwId : ids) {
-        while (kill(static_cast<pid_t>(dwId), 0) == 0 && TickCount() - ui64Started < 10'000)
+        while (kill(static_cast<pid_t>(dwId), 0) == 0 && TickCount() - ui64Started < 10'000) {
             SleepMillis(5);
+            CChildProcess::Start("", "true", nullptr); // the next one sweeps those that could not be watched
+        }
         EXPECT_NE(kill(static_cast<pid_t>(dwId), 0), 0);
     }
 }

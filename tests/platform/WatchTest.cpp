@@ -2,6 +2,7 @@
 #include "Platform/CTreeWatch.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
+#include "Platform/FaultInjection.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cstdio>
@@ -52,6 +53,9 @@ TEST(DirectoryWatchTest, TellsOnceOfNamesAndFinishedWrites)
     EXPECT_TRUE(watch.Close());
     EXPECT_FALSE(watch.Open((dir / "away").c_str()));
     EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
+    const CInjectedFault fault(EFault::WatchDirectory, 1, ENOSPC); // the user has too many
+    EXPECT_FALSE(watch.Open(dir.Path().c_str()));
+    EXPECT_EQ(LastError().iLibError, LIB_NO_SPACE);
 }
 
 /// Enough events to fill the kernel's queue and what reads from it: one name after the other, so that they are not

@@ -64,7 +64,6 @@ protected:
     }
     void TearDown() override
     {
-        Platform::ClearFaults();
         Users().ChangeMonitor().Destroy();
         Bex::MainLog().Replace(nullptr);
     }
@@ -115,7 +114,7 @@ TEST_F(AgentTest, MovesMailToTheErrorDirectoryWhenItsCopiesCannotBeMadeDurable)
 {
     Drop("1.eml", "ann@example.org");
     Drop("2.eml", "eve@far.example");
-    Platform::InjectFault(Platform::EFault::Flush, 1, EIO);
+    const Platform::CInjectedFault fault(Platform::EFault::FlushVolume, 1, EIO);
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("error"), 2u);
     EXPECT_TRUE(m_pLines->Contains("flushing delivered mail failed"));
@@ -125,7 +124,7 @@ TEST_F(AgentTest, MovesMailToTheErrorDirectoryWhenItsCopiesCannotBeMadeDurable)
 TEST_F(AgentTest, DeliversOnceWhatItCannotDeleteAtFirst)
 {
     Drop("1.eml", "ann@example.org");
-    Platform::InjectFault(Platform::EFault::Remove, 1, EBUSY, 2);
+    const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 2);
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("spool/ann"), 1u);
     EXPECT_TRUE(m_pLines->Contains("caught at Tobix/LocalAgent:433"));
@@ -145,7 +144,7 @@ TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 TEST_F(AgentTest, StoresNothingHalfWhenWritingFails)
 {
     Drop("1.eml", "ann@example.org");
-    Platform::InjectFault(Platform::EFault::Rename, 1, ENOSPC);
+    const Platform::CInjectedFault fault(Platform::EFault::Rename, 1, ENOSPC);
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("spool/ann"), 0u);
     EXPECT_EQ(CountIn("error"), 1u);
@@ -156,7 +155,7 @@ TEST_F(AgentTest, StoresNothingHalfWhenWritingFails)
 TEST_F(AgentTest, CountsStoredMailAsDeliveredWhenItsNumberCannotBeRecorded)
 {
     Drop("1.eml", "ann@example.org");
-    Platform::InjectFault(Platform::EFault::Rename, 2, ENOSPC); // the first one names the mail
+    const Platform::CInjectedFault fault(Platform::EFault::Rename, 2, ENOSPC); // the first one names the mail
     RunAgentUntilQueueIsEmpty();
     Drop("2.eml", "ann@example.org");
     RunAgentUntilQueueIsEmpty();

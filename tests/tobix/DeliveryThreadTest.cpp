@@ -24,7 +24,6 @@ protected:
         EXPECT_TRUE(m_world.Logged(strUntil));
         EXPECT_TRUE(thread.Stop());
     }
-    void TearDown() override { Platform::ClearFaults(); }
 
     CSendWorld m_world;
     std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
@@ -33,11 +32,12 @@ protected:
 TEST_F(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
 {
     CScriptedServer server(CScriptedServer::Replies{});
-    Platform::InjectFault(Platform::EFault::Remove, 1, EBUSY, 10);
-    Deliver(server, "successfully delivered mail from");
+    {
+        const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
+        Deliver(server, "successfully delivered mail from");
+    }
     EXPECT_TRUE(m_world.HasMail());
     EXPECT_FALSE(m_pFiles->AddPending("x.eml"));
-    Platform::ClearFaults();
     m_pFiles->FinishDelivery("x.eml");
     Deliver(server, "successfully delivered mail from");
 }
@@ -62,7 +62,7 @@ TEST_F(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurt
 {
     CScriptedServer server(CScriptedServer::Replies{{"RCPT", "550 no\r\n"}});
     Config().Set("Bounce.Disable", "1");
-    Platform::InjectFault(Platform::EFault::Remove, 1, EBUSY, 10);
+    const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
     Deliver(server, "could not rename file \"");
     Config().Remove("Bounce.Disable");
     EXPECT_TRUE(m_world.HasMail());

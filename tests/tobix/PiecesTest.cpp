@@ -50,9 +50,8 @@ TEST(InterceptorTest, SurvivesAListThatCannotBeReadAgain)
     CInterceptor interceptor(strList.c_str(), directory.Path().c_str());
     EXPECT_TRUE(interceptor.IsListed("Ann@Example.org"));
     std::filesystem::last_write_time(strList, std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
-    Platform::InjectFault(Platform::EFault::Read, 1, EIO);
+    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
     EXPECT_NO_THROW(interceptor.ReloadIfChanged());
-    Platform::ClearFaults();
 }
 
 TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)

@@ -1,56 +1,82 @@
 #include "Platform/FaultInjection.h"
 
-#include <array>
-#include <atomic>
+#include "Platform/linux/base/GuardedCall.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <vector>
 
 namespace Platform {
 
+std::atomic<bool> g_bCallsHooked = false;
+
 namespace {
 
-struct SPlannedFault
-{
-    unsigned nSkip = 0;
-    unsigned nTimes = 0;
-    int iErrno = 0;
-};
-
-std::atomic<bool> s_bAnyPlanned = false;
 std::mutex s_mutex;
-std::array<SPlannedFault, static_cast<size_t>(EFault::Count)> s_faults;
+std::vector<CInjectedFault*> s_faults;
+CCallWatcher* s_pWatcher = nullptr;
+
+void UpdateHook() { g_bCallsHooked = !s_faults.empty() || s_pWatcher != nullptr; }
 
 } // namespace
 
-void InjectFault(EFault fault, unsigned nFromNow, int iErrno, unsigned nTimes)
+CInjectedFault::CInjectedFault(EFault fault, unsigned nFromNow, int iErrno, unsigned nTimes)
+    : m_fault(fault), m_nSkip(nFromNow - 1), m_nTimes(nTimes), m_iErrno(iErrno)
 {
     const std::lock_guard lock(s_mutex);
-    s_faults[static_cast<size_t>(fault)] = {nFromNow > 0 ? nFromNow - 1 : 0, nTimes, iErrno};
-    s_bAnyPlanned = true;
+    s_faults.push_back(this);
+    UpdateHook();
 }
 
-void ClearFaults()
+CInjectedFault::~CInjectedFault()
 {
     const std::lock_guard lock(s_mutex);
-    s_bAnyPlanned = false;
-    s_faults = {};
+    std::erase(s_faults, this);
+    UpdateHook();
+}
+
+bool CInjectedFault::Strikes(EFault fault)
+{
+    if (fault != m_fault || m_nTimes == 0)
+        return false;
+    if (m_nSkip > 0) {
+        --m_nSkip;
+        return false;
+    }
+    --m_nTimes;
+    errno = m_iErrno;
+    return true;
+}
+
+CCallWatcher::CCallWatcher()
+{
+    const std::lock_guard lock(s_mutex);
+    s_pWatcher = this;
+    UpdateHook();
+}
+
+CCallWatcher::~CCallWatcher()
+{
+    const std::lock_guard lock(s_mutex);
+    s_pWatcher = nullptr;
+    UpdateHook();
 }
 
 bool ShallFail(EFault fault)
 {
-    if (!s_bAnyPlanned.load(std::memory_order_relaxed))
-        return false;
     const std::lock_guard lock(s_mutex);
-    SPlannedFault& planned = s_faults[static_cast<size_t>(fault)];
-    if (planned.nTimes == 0)
-        return false;
-    if (planned.nSkip > 0) {
-        --planned.nSkip;
-        return false;
-    }
-    --planned.nTimes;
-    errno = planned.iErrno;
-    return true;
+    bool bFails = false;
+    for (CInjectedFault* pFault : s_faults)
+        bFails = pFault->Strikes(fault) || bFails;
+    return bFails;
+}
+
+void TellWatcher(const SCall& call)
+{
+    const std::lock_guard lock(s_mutex);
+    if (s_pWatcher != nullptr)
+        s_pWatcher->OnCall(call);
 }
 
 } // namespace Platform

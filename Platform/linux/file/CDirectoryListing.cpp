@@ -1,5 +1,5 @@
-#include "Platform/FaultInjection.h"
 #include "Platform/FileSystem.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <algorithm>
@@ -40,12 +40,12 @@ bool CDirectoryListing::Read(const char* pszDirectory)
 {
     m_names.clear();
     m_entries.clear();
-    const Directory pDirectory(ShallFail(EFault::ListDirectory) ? nullptr : opendir(pszDirectory));
+    const Directory pDirectory(GuardedCall({EFault::ListDirectory}, [&] { return opendir(pszDirectory); }));
     if (pDirectory == nullptr)
         return FailWithErrno();
     for (;;) {
         errno = 0;
-        const dirent* pEntry = readdir(pDirectory.get());
+        const dirent* pEntry = GuardedCall({EFault::ReadDirectory}, [&] { return readdir(pDirectory.get()); });
         if (pEntry == nullptr)
             break;
         if (IsDotEntry(pEntry->d_name))

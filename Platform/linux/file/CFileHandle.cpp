@@ -1,7 +1,7 @@
 #include "Platform/CFileHandle.h"
 
-#include "Platform/FaultInjection.h"
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <csignal>
@@ -52,7 +52,8 @@ bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
 {
     const bool bShared =
         mode.share == EShare::DenyNone || (mode.share == EShare::DenyWrite && mode.access == EAccess::Read);
-    return flock(iDescriptor, (bShared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0;
+    return GuardedCall({EFault::Lock}, [&] { return flock(iDescriptor, (bShared ? LOCK_SH : LOCK_EX) | LOCK_NB); }) ==
+           0;
 }
 
 /// The kernel grants a read lease only while nobody has the file open for writing. Where it cannot grant one at all,
@@ -62,7 +63,7 @@ bool IsOpenForWriting(int iDescriptor)
     // An opener that comes while we have the lease makes the kernel signal us: by one that is ignored by default.
     if (fcntl(iDescriptor, F_SETSIG, SIGURG) != 0)
         return false;
-    if (fcntl(iDescriptor, F_SETLEASE, F_RDLCK) != 0)
+    if (GuardedCall({EFault::Lease}, [&] { return fcntl(iDescriptor, F_SETLEASE, F_RDLCK); }) != 0)
         return errno == EAGAIN;
     fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
     return false;
@@ -93,7 +94,8 @@ enum class EAttempt { Opened, Removed, Failed };
 /// exclude nobody and a writer might cut off what has become somebody's finished file. Failed: errno.
 EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
 {
-    file = CDescriptor(ShallFail(EFault::Open) ? -1 : open(pszPath, OpenFlags(mode), mode.dwPermission));
+    file = CDescriptor(
+        GuardedCall({EFault::Open, pszPath}, [&] { return open(pszPath, OpenFlags(mode), mode.dwPermission); }));
     struct stat status
     {};
     if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
@@ -107,6 +109,12 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
         return EAttempt::Failed;
     }
     return IsNamed(pszPath, status, mode) ? EAttempt::Opened : EAttempt::Removed;
+}
+
+bool CutOff(int iDescriptor)
+{
+    return GuardedCall({.kind = EFault::Truncate, .iDescriptor = iDescriptor},
+                       [&] { return ftruncate(iDescriptor, 0); }) == 0;
 }
 
 } // namespace
@@ -137,7 +145,7 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
         attempt = TryOpen(pszPath, mode, file);
     if (attempt == EAttempt::Removed)
         errno = EAGAIN;
-    if (attempt != EAttempt::Opened || (mode.bTruncate && ftruncate(file.Get(), 0) != 0))
+    if (attempt != EAttempt::Opened || (mode.bTruncate && !CutOff(file.Get())))
         return FailWithErrno();
     *this = CFileHandle();
     m_iDescriptor = file.Release();
@@ -147,15 +155,15 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
 bool CFileHandle::Close()
 {
     // Gone even when this fails: Linux closes it before it tells of errors or of a signal.
-    return Succeeded(close(std::exchange(m_iDescriptor, -1)));
+    return Succeeded(GuardedClose(std::exchange(m_iDescriptor, -1)));
 }
 
 int64_t CFileHandle::Read(void* pBuffer, size_t nCount)
 {
     size_t nDone = 0;
     while (nDone < nCount) {
-        const ssize_t iRead =
-            ShallFail(EFault::Read) ? -1 : read(m_iDescriptor, static_cast<char*>(pBuffer) + nDone, nCount - nDone);
+        const ssize_t iRead = GuardedCall(
+            {EFault::Read}, [&] { return read(m_iDescriptor, static_cast<char*>(pBuffer) + nDone, nCount - nDone); });
         if (iRead < 0 && errno == EINTR)
             continue;
         if (iRead < 0) {
@@ -173,9 +181,9 @@ int64_t CFileHandle::Write(const void* pBuffer, size_t nCount)
 {
     size_t nDone = 0;
     while (nDone < nCount) {
-        const ssize_t iWritten = ShallFail(EFault::Write)
-                                     ? -1
-                                     : write(m_iDescriptor, static_cast<const char*>(pBuffer) + nDone, nCount - nDone);
+        const char* const pNext = static_cast<const char*>(pBuffer) + nDone;
+        const ssize_t iWritten = GuardedCall({.kind = EFault::Write, .iDescriptor = m_iDescriptor, .pData = pNext},
+                                             [&] { return write(m_iDescriptor, pNext, nCount - nDone); });
         if (iWritten < 0 && errno == EINTR)
             continue;
         if (iWritten < 0) {
@@ -200,7 +208,7 @@ int64_t CFileHandle::Size()
 {
     struct stat status
     {};
-    return Succeeded(fstat(m_iDescriptor, &status)) ? status.st_size : -1;
+    return Succeeded(GuardedCall({EFault::Stat}, [&] { return fstat(m_iDescriptor, &status); })) ? status.st_size : -1;
 }
 
 } // namespace Platform

@@ -1,7 +1,7 @@
 #include "Platform/CFlushGroup.h"
 
-#include "Platform/FaultInjection.h"
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <fcntl.h>
@@ -17,7 +17,8 @@ bool FlushVolume(int iDescriptor)
 {
     int iResult = -1;
     do
-        iResult = ShallFail(EFault::Flush) ? -1 : syncfs(iDescriptor);
+        iResult =
+            GuardedCall({.kind = EFault::FlushVolume, .iDescriptor = iDescriptor}, [&] { return syncfs(iDescriptor); });
     while (iResult != 0 && errno == EINTR);
     return Succeeded(iResult);
 }
@@ -45,10 +46,11 @@ bool CFlushGroup::Add(const char* pszDirectory)
     struct stat status
     {};
     size_t nVolume = 0;
-    if (!Succeeded(stat(pszDirectory, &status)))
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return stat(pszDirectory, &status); })))
         return false;
     if (!FindVolume(status.st_dev, nVolume)) {
-        CDescriptor directory(open(pszDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        CDescriptor directory(GuardedCall({EFault::Open, pszDirectory},
+                                          [&] { return open(pszDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
         if (!directory.IsValid() || fstat(directory.Get(), &status) != 0)
             return FailWithErrno();
         if (!FindVolume(status.st_dev, nVolume))

@@ -1,5 +1,6 @@
 #include "Platform/FileIdentity.h"
 
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <sys/stat.h>
@@ -10,7 +11,7 @@ bool IdentityOf(const char* pszPath, SFileIdentity& identity)
 {
     struct stat status
     {};
-    if (!Succeeded(lstat(pszPath, &status)))
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszPath, &status); })))
         return false;
     identity.nDevice = status.st_dev;
     identity.nNumber = status.st_ino;

@@ -1,7 +1,7 @@
 #include "Platform/CFileHandle.h"
-#include "Platform/FaultInjection.h"
 #include "Platform/FileSystem.h"
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <array>
@@ -24,14 +24,14 @@ bool Flush(int iDescriptor)
 {
     int iResult = -1;
     do
-        iResult = ShallFail(EFault::Flush) ? -1 : fsync(iDescriptor);
+        iResult = GuardedCall({.kind = EFault::Flush, .iDescriptor = iDescriptor}, [&] { return fsync(iDescriptor); });
     while (iResult != 0 && errno == EINTR);
     return Succeeded(iResult);
 }
 
 bool Rename(const char* pszFrom, const char* pszTo)
 {
-    return Succeeded(ShallFail(EFault::Rename) ? -1 : rename(pszFrom, pszTo));
+    return Succeeded(GuardedCall({EFault::Rename, pszFrom, pszTo}, [&] { return rename(pszFrom, pszTo); }));
 }
 
 std::string DirectoryOf(const std::string& strPath)
@@ -51,7 +51,9 @@ std::string TemporaryNameFor(const std::string& strPath)
 
 bool FlushDirectory(const std::string& strDirectory)
 {
-    const CDescriptor directory(open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const CDescriptor directory(GuardedCall({EFault::Open, strDirectory.c_str()}, [&] {
+        return open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }));
     return directory.IsValid() ? Flush(directory.Get()) : FailWithErrno();
 }
 
@@ -94,7 +96,7 @@ bool CopyFile(const char* pszFrom, const std::string& strTo, CFileHandle& target
     if (CopyContent(source, target) && CopyAttributes(source, target) && Flush(target.NativeHandle()))
         return true;
     const SError error = LastError();
-    unlink(strTo.c_str());
+    RemoveFile(strTo.c_str());
     SetLastError(error);
     return false;
 }
@@ -114,7 +116,7 @@ bool MoveAcross(const char* pszFrom, const char* pszTo)
 {
     struct stat status
     {};
-    if (!Succeeded(lstat(pszFrom, &status)))
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszFrom, &status); })))
         return false;
     if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
         errno = EXDEV;
@@ -127,7 +129,9 @@ bool MoveAcross(const char* pszFrom, const char* pszTo)
     if (!bCopied)
         return false;
     if (!Rename(strTemporary.c_str(), pszTo)) {
-        unlink(strTemporary.c_str());
+        const SError error = LastError();
+        RemoveFile(strTemporary.c_str());
+        SetLastError(error);
         return false;
     }
     return FlushDirectory(DirectoryOf(pszTo)) && RemoveFile(pszFrom);
@@ -136,11 +140,13 @@ bool MoveAcross(const char* pszFrom, const char* pszTo)
 /// For file systems that cannot rename without replacing: the link is refused where the name is taken.
 bool LinkAndRemove(const char* pszFrom, const char* pszTo)
 {
-    if (!Succeeded(link(pszFrom, pszTo)))
+    if (!Succeeded(GuardedCall({EFault::Link, pszFrom, pszTo}, [&] { return link(pszFrom, pszTo); })))
         return false;
-    if (Succeeded(unlink(pszFrom)))
+    if (RemoveFile(pszFrom))
         return true;
-    unlink(pszTo);
+    const SError error = LastError();
+    RemoveFile(pszTo);
+    SetLastError(error);
     return false;
 }
 
@@ -155,12 +161,11 @@ bool MoveFileReplacing(const char* pszFrom, const char* pszTo)
 
 bool RenameNoReplace(const char* pszFrom, const char* pszTo)
 {
-    if (!ShallFail(EFault::Rename)) {
-        if (renameat2(AT_FDCWD, pszFrom, AT_FDCWD, pszTo, RENAME_NOREPLACE) == 0)
-            return true;
-        if (errno == EINVAL || errno == ENOSYS)
-            return LinkAndRemove(pszFrom, pszTo);
-    }
+    if (GuardedCall({EFault::Rename, pszFrom, pszTo},
+                    [&] { return renameat2(AT_FDCWD, pszFrom, AT_FDCWD, pszTo, RENAME_NOREPLACE); }) == 0)
+        return true;
+    if (errno == EINVAL || errno == ENOSYS)
+        return LinkAndRemove(pszFrom, pszTo);
     return FailWithErrno();
 }
 

@@ -1,6 +1,6 @@
 #include "Platform/FileSystem.h"
 
-#include "Platform/FaultInjection.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
 #include <algorithm>
@@ -32,13 +32,18 @@ bool IsDriveLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 
 
 } // namespace
 
-bool RemoveFile(const char* pszPath) { return Succeeded(ShallFail(EFault::Remove) ? -1 : unlink(pszPath)); }
+bool RemoveFile(const char* pszPath)
+{
+    return Succeeded(GuardedCall({EFault::Remove, pszPath}, [&] { return unlink(pszPath); }));
+}
 
 bool GetFileTimes(const char* pszPath, SFileTimes& times)
 {
     struct statx status
     {};
-    if (!Succeeded(statx(AT_FDCWD, pszPath, 0, STATX_MTIME | STATX_ATIME | STATX_BTIME, &status)))
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] {
+            return statx(AT_FDCWD, pszPath, 0, STATX_MTIME | STATX_ATIME | STATX_BTIME, &status);
+        })))
         return false;
     times.iModified = Nanoseconds(status.stx_mtime);
     times.iAccessed = Nanoseconds(status.stx_atime);
@@ -50,7 +55,7 @@ EPathKind KindOf(const char* pszPath)
 {
     struct stat status
     {};
-    if (stat(pszPath, &status) != 0) {
+    if (GuardedCall({EFault::Stat}, [&] { return stat(pszPath, &status); }) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return EPathKind::Missing;
         FailWithErrno();
@@ -61,7 +66,10 @@ EPathKind KindOf(const char* pszPath)
     return S_ISREG(status.st_mode) ? EPathKind::File : EPathKind::Other;
 }
 
-bool CreateOneDirectory(const char* pszPath) { return Succeeded(mkdir(pszPath, S_IRWXU)); }
+bool CreateOneDirectory(const char* pszPath)
+{
+    return Succeeded(GuardedCall({EFault::CreateDirectory, pszPath}, [&] { return mkdir(pszPath, S_IRWXU); }));
+}
 
 bool SetWorkingDirectory(const char* pszPath) { return Succeeded(chdir(pszPath)); }
 
@@ -114,7 +122,7 @@ int64_t FileSize(const char* pszPath)
 {
     struct stat status
     {};
-    return Succeeded(lstat(pszPath, &status)) ? status.st_size : -1;
+    return Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszPath, &status); })) ? status.st_size : -1;
 }
 
 } // namespace Platform

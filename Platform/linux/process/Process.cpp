@@ -3,8 +3,8 @@
 #include "Platform/CEventHandle.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/process/CReaper.h"
 #include "Platform/linux/process/ProgramSearch.h"
 
@@ -68,7 +68,11 @@ public:
         for (std::string& strArgument : arguments)
             pointers.push_back(strArgument.data());
         pointers.push_back(nullptr);
-        return posix_spawn(&iProcess, pszPath, &m_actions, &m_attributes, pointers.data(), environ);
+        const auto spawn = [&] {
+            errno = posix_spawn(&iProcess, pszPath, &m_actions, &m_attributes, pointers.data(), environ);
+            return errno == 0 ? 0 : -1;
+        };
+        return GuardedCall({EFault::CreateProcess, pszPath}, spawn) == 0 ? 0 : errno;
     }
 
 private:
@@ -90,7 +94,11 @@ int SpawnProgram(pid_t& iProcess, const std::string& strPath, std::vector<std::s
 }
 
 /// By the call's number: the C library's header for it does not work in C++.
-CDescriptor OpenProcess(pid_t iProcess) { return CDescriptor(static_cast<int>(syscall(SYS_pidfd_open, iProcess, 0))); }
+CDescriptor OpenProcess(pid_t iProcess)
+{
+    return CDescriptor(GuardedCall({EFault::OpenProcess},
+                                   [iProcess] { return static_cast<int>(syscall(SYS_pidfd_open, iProcess, 0)); }));
+}
 
 bool IsDirectory(const char* pszPath)
 {
@@ -174,7 +182,7 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
         SetLastError({LIB_INVALID, SYS_INVALID_PARAMETER});
         return nullptr;
     }
-    const std::string strPath = ShallFail(EFault::CreateProcess) ? "" : FindProgram(strName);
+    const std::string strPath = FindProgram(strName);
     if (strPath.empty()) {
         SetLastError(CreationErrorFromErrno(errno));
         return nullptr;

@@ -1,7 +1,7 @@
 #include "Platform/CNativeThread.h"
 
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/crash/CAlternateStack.h"
 
 #include <atomic>
@@ -62,9 +62,12 @@ std::unique_ptr<CNativeThread> CNativeThread::Create(Procedure procedure, void* 
     auto pState = std::make_unique<SState>();
     const auto pStart = std::make_shared<SStart>(procedure, pArgument);
     pStart->pThreadsShare = pStart;
-    const int iErrno =
-        ShallFail(EFault::CreateThread) ? errno : pthread_create(&pState->thread, nullptr, RunThread, pStart.get());
-    if (iErrno != 0) {
+    const auto create = [&] {
+        errno = pthread_create(&pState->thread, nullptr, RunThread, pStart.get());
+        return errno == 0 ? 0 : -1;
+    };
+    if (GuardedCall({EFault::CreateThread}, create) != 0) {
+        const int iErrno = errno;
         pStart->pThreadsShare.reset();
         SetLastError(CreationErrorFromErrno(iErrno));
         return nullptr;

@@ -1,6 +1,7 @@
 #include "Platform/CDirectoryWatch.h"
 
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 #include "Platform/linux/watch/NotifyQueue.h"
 
@@ -24,8 +25,7 @@ CDirectoryWatch::~CDirectoryWatch()
 bool CDirectoryWatch::Open(const char* pszDirectory)
 {
     CDescriptor queue(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!queue.IsValid() ||
-        inotify_add_watch(queue.Get(), pszDirectory, NAMES_AND_WRITES | DIRECTORY_WENT | IN_ONLYDIR) < 0)
+    if (!queue.IsValid() || AddWatch(queue.Get(), pszDirectory, NAMES_AND_WRITES | DIRECTORY_WENT | IN_ONLYDIR) < 0)
         return FailWithErrno();
     if (IsOpen())
         close(m_iDescriptor);
@@ -33,7 +33,7 @@ bool CDirectoryWatch::Open(const char* pszDirectory)
     return true;
 }
 
-bool CDirectoryWatch::Close() { return Succeeded(close(std::exchange(m_iDescriptor, -1))); }
+bool CDirectoryWatch::Close() { return Succeeded(GuardedClose(std::exchange(m_iDescriptor, -1))); }
 
 CDirectoryWatch::EResult CDirectoryWatch::Consume()
 {

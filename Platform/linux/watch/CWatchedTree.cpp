@@ -1,5 +1,7 @@
 #include "Platform/linux/watch/CWatchedTree.h"
 
+#include "Platform/linux/watch/NotifyQueue.h"
+
 #include <cerrno>
 #include <sys/inotify.h>
 #include <utility>
@@ -28,7 +30,7 @@ bool CWatchedTree::Open(int iQueue, const char* pszRoot)
     m_strRoot = pszRoot;
     if (!m_strRoot.ends_with('/'))
         m_strRoot += '/';
-    m_root.iWatch = inotify_add_watch(m_iQueue, m_strRoot.c_str(), IN_DIRECTORY | OF_ROOT);
+    m_root.iWatch = AddWatch(m_iQueue, m_strRoot.c_str(), IN_DIRECTORY | OF_ROOT);
     if (m_root.iWatch < 0)
         return false;
     m_byWatch.emplace(m_root.iWatch, &m_root);
@@ -49,7 +51,7 @@ CWatchedTree::SDirectory* CWatchedTree::Child(const SDirectory& parent, std::str
 
 CWatchedTree::EAdded CWatchedTree::Add(SDirectory& parent, std::string_view strName, SDirectory*& pDirectory)
 {
-    const int iWatch = inotify_add_watch(m_iQueue, FullPath(parent, strName), IN_DIRECTORY | IN_DONT_FOLLOW);
+    const int iWatch = AddWatch(m_iQueue, FullPath(parent, strName), IN_DIRECTORY | IN_DONT_FOLLOW);
     if (iWatch < 0)
         return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? EAdded::Gone : EAdded::Failed;
     pDirectory = Child(parent, strName);
@@ -98,7 +100,7 @@ bool CWatchedTree::IsInPlace(const SDirectory& directory)
     if (directory.pParent == nullptr)
         return true;
     const char* pszPath = FullPath(*directory.pParent, *directory.pstrName);
-    const int iWatch = inotify_add_watch(m_iQueue, pszPath, IN_DIRECTORY | IN_DONT_FOLLOW);
+    const int iWatch = AddWatch(m_iQueue, pszPath, IN_DIRECTORY | IN_DONT_FOLLOW);
     return iWatch == directory.iWatch;
 }
 

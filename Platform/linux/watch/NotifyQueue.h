@@ -1,13 +1,22 @@
 #pragma once
 
+#include "Platform/linux/base/GuardedCall.h"
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 namespace Platform {
+
+/// The watch's number; -1 with errno.
+inline int AddWatch(int iQueue, const char* pszPath, uint32_t dwEvents)
+{
+    return GuardedCall({EFault::WatchDirectory, pszPath}, [&] { return inotify_add_watch(iQueue, pszPath, dwEvents); });
+}
 
 /// Hands each event that waits in a non-blocking notification queue to take(event, name), the name empty when the
 /// event is about the watched directory itself. False, with errno, when the queue cannot be read.
