@@ -37,6 +37,12 @@ const char* TextOf(int32_t iLibError, int32_t iSysError)
 
 } // namespace
 
+Platform::SError CFileException::Error() const
+{
+    return {m_iLibError == NO_ERROR_CODE ? Platform::LIB_NONE : m_iLibError,
+            m_iSysError == NO_ERROR_CODE ? Platform::SYS_NONE : static_cast<uint32_t>(m_iSysError)};
+}
+
 void CFileException::GetMessage(char* pBuffer, size_t nSize) const
 {
     Render(pBuffer, nSize, "%s in file \"%s\" at line %d; library error: %d, system error: %u, message: %s",

@@ -17,6 +17,7 @@ public:
     void GetMessage(char* pBuffer, size_t nSize) const override;
     int32_t LibError() const { return m_iLibError; }
     int32_t SysError() const { return m_iSysError; }
+    Platform::SError Error() const; ///< both; 0 for one that does not apply
 
 private:
     int32_t m_iLibError;

@@ -36,11 +36,19 @@ bool ReadBody(Bex::CFile& file, uint64_t nLength, std::string_view buffered, CMe
     return nRest == 0 || file.Read(body.Data() + nBuffered, nRest) == nRest;
 }
 
-bool OutOfMemory(int iLine)
+SLoadResult OutOfMemory() { return SLoadResult::Failure({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY}); }
+
+SLoadResult LogOutOfMemory(int iLine)
 {
     Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, iLine);
-    Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
-    return false;
+    return OutOfMemory();
+}
+
+Platform::SError LogTooBig(const Bex::CFile& file)
+{
+    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: more than %u header lines, %u MB of headers or 4 GB",
+                  file.Name().Text(), CMessage::MAX_HEADER_LINES, CMessage::MAX_HEADER_BYTES >> 20);
+    return {Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE};
 }
 
 /// Whether Read takes back what Write has written: the fields and the blank line.
@@ -108,7 +116,7 @@ void CMessage::SetFrom(const Bex::CSimpleString& strValue)
         m_strFromName = Between(value, '(', ')');
 }
 
-bool CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
+SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
 {
     try {
         int64_t iLength = file.Seek(0, Platform::ESeekFrom::End);
@@ -116,9 +124,9 @@ bool CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         CHeaderReader reader(file, MAX_HEADER_BYTES, MAX_HEADER_LINES);
         bool bHasHeader = false;
         if (!ReadHeaders(reader, bHasHeader))
-            return RefuseTooBig(file);
+            return SLoadResult::Failure(LogTooBig(file));
         if (bHeadersOnly)
-            return true;
+            return {};
         std::string_view buffered = reader.Buffered();
         uint64_t nBody = static_cast<uint64_t>(iLength) - std::min(reader.Offset(), static_cast<uint64_t>(iLength));
         if (!bHasHeader) {
@@ -127,26 +135,20 @@ bool CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
             nBody = static_cast<uint64_t>(iLength);
         }
         if (nBody > UINT32_MAX)
-            return RefuseTooBig(file);
+            return SLoadResult::Failure(LogTooBig(file));
         CBody body;
-        if (!ReadBody(file, nBody, buffered, body)) {
-            Platform::ClearLastError(); // somebody is at the file
-            return false;
-        }
+        if (!ReadBody(file, nBody, buffered, body)) // somebody is at the file
+            return SLoadResult::Incomplete();
         SetBody(std::move(body));
     } catch (const Bex::COutOfMemoryException&) {
-        return OutOfMemory(__LINE__);
+        return LogOutOfMemory(__LINE__);
     } catch (const std::bad_alloc&) { // the standard library's containers
-        return OutOfMemory(__LINE__);
+        return LogOutOfMemory(__LINE__);
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
-        SetLastError(exception);
-        return false;
+        return SLoadResult::Failure(exception.Error());
     }
-    if (NormalizeLineEndings())
-        return true;
-    Platform::SetLastError({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY});
-    return false;
+    return NormalizeLineEndings() ? SLoadResult() : OutOfMemory();
 }
 
 /// False when the header block is beyond the limits; bHasHeader tells whether any line had a colon.
@@ -159,20 +161,6 @@ bool CMessage::ReadHeaders(CHeaderReader& reader, bool& bHasHeader)
             bHasHeader = true;
     }
     return result == CHeaderReader::EResult::End;
-}
-
-bool CMessage::RefuseTooBig(const Bex::CFile& file)
-{
-    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: more than %u header lines, %u MB of headers or 4 GB",
-                  file.Name().Text(), MAX_HEADER_LINES, MAX_HEADER_BYTES >> 20);
-    Platform::SetLastError({Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE});
-    return false;
-}
-
-void CMessage::SetLastError(const Bex::CFileException& exception)
-{
-    uint32_t dwSysError = exception.SysError() == -1 ? 0 : static_cast<uint32_t>(exception.SysError());
-    Platform::SetLastError({exception.LibError(), dwSysError});
 }
 
 Bex::CSimpleString CMessage::GetHeaderText(EWriteMode mode) const
@@ -190,22 +178,21 @@ Bex::CSimpleString CMessage::GetHeaderText(EWriteMode mode) const
     return Bex::CSimpleString(std::string_view(strText));
 }
 
-bool CMessage::Write(Bex::CFile& file, EWriteMode mode) const
+SSaveResult CMessage::Write(Bex::CFile& file, EWriteMode mode) const
 {
     try {
         Bex::CSimpleString strHeader = GetHeaderText(mode);
         if (!IsReadable(strHeader))
-            return RefuseTooBig(file);
+            return {ESaveResult::Failed, LogTooBig(file)};
         file.Write(strHeader.Text(), strHeader.Length());
         std::string_view body = Body().View();
         if (body.ends_with(END_OF_DATA))
             body.remove_suffix(END_OF_DATA.size());
         if (!body.empty())
             file.Write(body.data(), static_cast<uint32_t>(body.size()));
-        return true;
+        return {};
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
-        SetLastError(exception);
-        return false;
+        return {ESaveResult::Failed, exception.Error()};
     }
 }

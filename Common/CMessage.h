@@ -3,12 +3,10 @@
 #include "Bex/CFile.h"
 #include "Bex/CTime.h"
 #include "Common/CMessagePart.h"
-#include "Platform/Errors.h"
+#include "Common/SLoadResult.h"
+#include "Common/SSaveResult.h"
 
 class CHeaderReader;
-namespace Bex {
-class CFileException;
-}
 
 /// Which lines stand at the top of a written mail.
 enum class EWriteMode {
@@ -16,8 +14,6 @@ enum class EWriteMode {
     Envelope = 1,  ///< X-Envelope-From and X-Envelope-To
     ReturnPath = 2 ///< Return-Path
 };
-
-enum class ESaveResult { Saved, Exists, Failed };
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.
 ///
@@ -30,24 +26,23 @@ public:
     CMessage(const CMessage& other); ///< the creation time is that of the copying
 
     int SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue) override;
-    virtual bool Read(Bex::CFile& file, bool bHeadersOnly);
+    virtual SLoadResult Read(Bex::CFile& file, bool bHeadersOnly);
     virtual void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const = 0;
-    virtual bool Write(Bex::CFile& file, EWriteMode mode) const;
+    virtual SSaveResult Write(Bex::CFile& file, EWriteMode mode) const;
     virtual void SetFromAddress(const Bex::CSimpleString& strAddress);
     virtual void SetFrom(const Bex::CSimpleString& strValue);
 
     /// Header block with CR LF line ends and the blank line.
     Bex::CSimpleString GetHeaderText(EWriteMode mode) const;
 
-    /// Reads a mail file under its lock, which is waited for up to 10 s. False: Platform::LastError tells why; a
-    /// library error of 0, 13 or 36 means that the file is busy or not complete yet. A header block beyond
-    /// MAX_HEADER_BYTES or MAX_HEADER_LINES is refused (LIB_TOO_BIG). CInvalidParameterException or
+    /// Reads a mail file under its lock, which is waited for up to 10 s; without it the file is busy. A header block
+    /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES is refused (LIB_TOO_BIG). CInvalidParameterException or
     /// CSystemException when the lock cannot be made.
-    bool Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
+    SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
     /// Writes a mail file under its lock. It gets its name only when it is complete; an existing file is replaced.
-    bool Save(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+    SSaveResult Save(const Bex::CSimpleString& strPath, EWriteMode mode) const;
     /// The same, but never replaces: Exists when the name is taken.
-    ESaveResult SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+    SSaveResult SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const;
 
     static constexpr uint32_t MAX_HEADER_BYTES = 16u << 20;
     static constexpr uint32_t MAX_HEADER_LINES = 100000;
@@ -66,11 +61,8 @@ public:
 
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
-    ESaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
-    ESaveResult WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
-                          Platform::SError& error) const;
-    static bool RefuseTooBig(const Bex::CFile& file);
-    static void SetLastError(const Bex::CFileException& exception);
+    SSaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
+    SSaveResult WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
 
     Bex::CTime m_created;
     Bex::CSimpleString m_strFromAddress; ///< as written

@@ -26,18 +26,14 @@ Bex::CSimpleString LockName(std::string_view path)
     return Bex::CSimpleString(nDot == 0 ? path : path.substr(0, nDot));
 }
 
-/// On a time-out the file counts as busy: the library error is LIB_DEADLOCK.
-bool LockMailFile(Bex::CMutex& mutex)
+/// Without the lock the file is busy: the library error is then LIB_DEADLOCK.
+bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error)
 {
     if (mutex.Lock(LOCK_WAIT_MILLIS))
         return true;
-    Platform::SError error = Platform::LastError();
+    error = {Platform::LIB_DEADLOCK, Platform::LastError().dwSysError};
     Bex::LogError(Bex::MainLog(), "CMutex::Lock failed in %s:%d, error=%d", SOURCE_FILE, __LINE__,
                   static_cast<int>(error.dwSysError));
-    mutex.Close();
-    if (error.iLibError == Platform::LIB_TIMED_OUT)
-        error.iLibError = Platform::LIB_DEADLOCK;
-    Platform::SetLastError(error);
     return false;
 }
 
@@ -78,84 +74,67 @@ private:
 
 } // namespace
 
-bool CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
+SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
-    Platform::ClearLastError();
     Bex::CMutex mutex(LockName(strPath));
-    if (!LockMailFile(mutex))
-        return false;
-    bool bLoaded = false;
     Platform::SError error;
+    if (!LockMailFile(mutex, error))
+        return SLoadResult::Failure(error);
     try {
         Bex::CFile file;
         file.Open(strPath,
                   Bex::CFile::modeRead | Bex::CFile::typeBinary | Bex::CFile::shareDenyWrite | Bex::CFile::onlyRegular);
-        if (file.Seek(0, Platform::ESeekFrom::End) >= SHORTEST_MAIL) {
-            bLoaded = Read(file, bHeadersOnly);
-            error = Platform::LastError();
-        }
+        if (file.Seek(0, Platform::ESeekFrom::End) < SHORTEST_MAIL)
+            return SLoadResult::Incomplete();
+        return Read(file, bHeadersOnly);
     } catch (const Bex::CFileException& exception) {
-        SetLastError(exception);
-        error = Platform::LastError();
+        return SLoadResult::Failure(exception.Error());
     }
-    mutex.Close();
-    if (!bLoaded)
-        Platform::SetLastError(error);
-    return bLoaded;
 }
 
-bool CMessage::Save(const Bex::CSimpleString& strPath, EWriteMode mode) const
+SSaveResult CMessage::Save(const Bex::CSimpleString& strPath, EWriteMode mode) const
 {
-    return SaveAs(strPath, mode, true) == ESaveResult::Saved;
+    return SaveAs(strPath, mode, true);
 }
 
-ESaveResult CMessage::SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const
+SSaveResult CMessage::SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const
 {
     return SaveAs(strPath, mode, false);
 }
 
-ESaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const
+SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const
 {
-    Platform::ClearLastError();
     Bex::CMutex mutex(LockName(strPath));
-    if (!LockMailFile(mutex))
-        return ESaveResult::Failed;
-    ESaveResult result = ESaveResult::Failed;
     Platform::SError error;
+    if (!LockMailFile(mutex, error))
+        return {ESaveResult::Failed, error};
     try {
         // A taken name is seen before all of the mail is written for nothing.
-        result =
-            !bReplace && Bex::CFile::Exists(strPath) ? ESaveResult::Exists : WriteFile(strPath, mode, bReplace, error);
+        if (!bReplace && Bex::CFile::Exists(strPath))
+            return {ESaveResult::Exists, {Platform::LIB_EXISTS, Platform::SYS_ALREADY_EXISTS}};
+        return WriteFile(strPath, mode, bReplace);
     } catch (const Bex::CFileException& exception) {
-        SetLastError(exception);
-        error = Platform::LastError();
+        return {ESaveResult::Failed, exception.Error()};
     }
-    mutex.Close();
-    if (result != ESaveResult::Saved)
-        Platform::SetLastError(error);
-    return result;
 }
 
 // The file is closed after it was renamed: its lock tells a cleaner of forgotten temporary files that it is in use.
-ESaveResult CMessage::WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
-                                Platform::SError& error) const
+SSaveResult CMessage::WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const
 {
     const Platform::CStartsNoChild alone;
     CTemporaryFile temporary(TemporaryPath(strPath));
     Bex::CFile file;
     temporary.Create(file);
-    if (!Write(file, mode)) {
-        error = Platform::LastError();
-        return ESaveResult::Failed;
-    }
+    if (const SSaveResult written = Write(file, mode); !written)
+        return written;
     if (bReplace) {
         temporary.Rename(strPath);
     } else if (!temporary.RenameNoReplace(strPath)) {
-        error = Platform::LastError();
-        return error.iLibError == Platform::LIB_EXISTS ? ESaveResult::Exists : ESaveResult::Failed;
+        const Platform::SError error = Platform::LastError();
+        return {error.iLibError == Platform::LIB_EXISTS ? ESaveResult::Exists : ESaveResult::Failed, error};
     }
     file.Close();
-    return ESaveResult::Saved;
+    return {};
 }
 
 Bex::CSimpleString CMessage::TemporaryPath(const Bex::CSimpleString& strPath)

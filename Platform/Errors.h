@@ -92,6 +92,12 @@ SError LastError();
 void SetLastError(SError error);
 inline void ClearLastError() { SetLastError({}); }
 
+/// Too few descriptors, processes, locks or too little memory: nobody is told when that passes.
+bool IsShortage(SError error);
+/// What failed may well succeed later: somebody else has it in use, a lock was not obtained, or a shortage. A missing
+/// permission is none of these.
+bool IsBusy(SError error);
+
 /// The pair for a Linux errno. For use below Platform/ and where the C++ library sets errno.
 SError ErrorFromErrno(int iErrno);
 /// The same for making threads and processes, where EAGAIN tells of a limit reached and not of a busy file.

@@ -37,9 +37,9 @@ bool ForbidsReply(std::string_view line)
 
 void LoadMail(CMail& mail, const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
-    if (!mail.Load(strPath, bHeadersOnly))
+    if (const SLoadResult loaded = mail.Load(strPath, bHeadersOnly); !loaded)
         throw std::runtime_error(std::string("cannot read \"") + strPath.Text() + "\" (error " +
-                                 std::to_string(Platform::LastError().iLibError) + ")");
+                                 std::to_string(loaded.error.iLibError) + ")");
 }
 
 bool IsBounceSender(std::string_view address)

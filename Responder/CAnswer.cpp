@@ -12,10 +12,9 @@ namespace {
 
 constexpr size_t LONGEST_NAME = 200;
 
-[[noreturn]] void ThrowPlatformFailure(const std::string& strAction, const Bex::CSimpleString& strPath)
+[[noreturn]] void ThrowFailure(const std::string& strAction, const Bex::CSimpleString& strPath, Platform::SError error)
 {
-    throw std::runtime_error(strAction + " \"" + strPath.Text() + "\" (error " +
-                             std::to_string(Platform::LastError().iLibError) + ")");
+    throw std::runtime_error(strAction + " \"" + strPath.Text() + "\" (error " + std::to_string(error.iLibError) + ")");
 }
 
 std::string DirectoryOf(const Bex::CSimpleString& strPath)
@@ -79,15 +78,15 @@ void CAnswer::Queue(const Bex::CSimpleString& strPath) const
     const std::string strDirectory = DirectoryOf(strPath);
     Platform::CFlushGroup group;
     if (!group.Add(strDirectory.c_str()))
-        ThrowPlatformFailure("cannot open the directory of", strPath);
-    const ESaveResult result = SaveNew(strPath, EWriteMode::Envelope);
-    if (result == ESaveResult::Exists)
+        ThrowFailure("cannot open the directory of", strPath, Platform::LastError());
+    const SSaveResult saved = SaveNew(strPath, EWriteMode::Envelope);
+    if (saved.result == ESaveResult::Exists)
         throw std::runtime_error(std::string("there is a mail \"") + strPath.Text() + "\" already");
-    if (result == ESaveResult::Failed)
-        ThrowPlatformFailure("cannot write", strPath);
+    if (!saved)
+        ThrowFailure("cannot write", strPath, saved.error);
     group.MarkWritten(strDirectory.c_str());
     if (!group.Flush())
-        ThrowPlatformFailure("cannot make durable", strPath);
+        ThrowFailure("cannot make durable", strPath, Platform::LastError());
 }
 
 void CAnswer::QueueInto(const Bex::CSimpleString& strDirectory) const

@@ -2,6 +2,7 @@
 
 #include "Bex/CThread.h"
 #include "Common/CSmartHost.h"
+#include "Common/SLoadResult.h"
 #include "Platform/FileIdentity.h"
 #include "SMTPc/CSMTPClient.h"
 #include "SMTPc/SDeliverySettings.h"
@@ -39,7 +40,7 @@ protected:
     void SendMail(); ///< of m_strMailPath; leaves m_iResult. What neither SMTP nor the network raises passes through
     /// The same with what LoadMail loaded of it; takes the body.
     void SendMail(CMail& mail);
-    bool LoadMail(CMail& mail); ///< from m_strMailPath; as CMessage::Load
+    SLoadResult LoadMail(CMail& mail); ///< from m_strMailPath; as CMessage::Load
 
     SDeliverySettings m_settings;
     int m_iResult = DELIVERED;

@@ -5,7 +5,6 @@
 #include "Common/CMail.h"
 #include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
-#include "Platform/Errors.h"
 #include "SMTPc/CSMTPSendThread.h"
 #include "SMTPc/ConsoleText.h"
 #include "SMTPc/TransferForm.h"
@@ -69,7 +68,7 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 
 } // namespace
 
-bool CSMTPSendThread::LoadMail(CMail& mail)
+SLoadResult CSMTPSendThread::LoadMail(CMail& mail)
 {
     m_identity = {};
     Platform::IdentityOf(m_strMailPath.Text(), m_identity); // a missing file fails to load
@@ -79,10 +78,9 @@ bool CSMTPSendThread::LoadMail(CMail& mail)
 bool CSMTPSendThread::LoadAndPrepare(SPreparedMail& prepared)
 {
     CMail mail;
-    if (!LoadMail(mail)) {
-        const auto strText =
-            Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d\n", m_strMailPath.Text(),
-                                          static_cast<int>(Platform::LastError().dwSysError));
+    if (const SLoadResult loaded = LoadMail(mail); !loaded) {
+        const auto strText = Bex::CSimpleString::Formatted(
+            "error: could not open file \"%s\": %d\n", m_strMailPath.Text(), static_cast<int>(loaded.error.dwSysError));
         WriteConsole(stderr, strText);
         Bex::LogError(Bex::MainLog(), "%s", Bex::CSimpleString(Bex::TrimmedView(strText)).Text());
         return false;

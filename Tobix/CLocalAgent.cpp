@@ -19,6 +19,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
+constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
 Bex::CSimpleString InterceptListFile()
 {
@@ -166,9 +167,11 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
 CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath)
 {
     Platform::SFileIdentity identity; // from before the load: what replaces the file later is not what was delivered
+    if (!Platform::IdentityOf(strPath.Text(), identity))
+        return NotLoaded(strPath, SLoadResult::Failure(Platform::LastError()));
     CMail mail;
-    if (!Platform::IdentityOf(strPath.Text(), identity) || !mail.Load(strPath, false))
-        return LogLoadFailure(strPath) ? EOutcome::Retry : EOutcome::Failed;
+    if (const SLoadResult loaded = mail.Load(strPath, false); !loaded)
+        return NotLoaded(strPath, loaded);
     if (mail.Recipients().IsEmpty()) {
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
         return EOutcome::Failed;
@@ -183,17 +186,21 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     return EOutcome::Delivered;
 }
 
-/// True when the file is only busy or not complete yet.
-bool CLocalAgent::LogLoadFailure(const Bex::CSimpleString& strPath) const
+/// A busy file is listed again when the directory has changed, as it does when its writer has finished; the end of a
+/// shortage changes nothing there.
+CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded)
 {
-    const int iLibError = Platform::LastError().iLibError;
-    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK || iLibError == Platform::LIB_ACCESS) {
-        Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
-        return true;
+    if (loaded.result == ELoadResult::Broken) {
+        Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, 168,
+                      loaded.error.iLibError, strPath.Text());
+        return EOutcome::Failed;
     }
-    Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, 168, iLibError,
-                  strPath.Text());
-    return false;
+    Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
+    if (Platform::IsShortage(loaded.error)) {
+        m_queue.AskAgain();
+        StopEvent().Wait(AFTER_SHORTAGE_MILLIS);
+    }
+    return EOutcome::Retry;
 }
 
 Bex::CSimpleString CLocalAgent::QueuePath(std::string_view name) const

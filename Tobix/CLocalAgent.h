@@ -40,7 +40,7 @@ private:
     void RemoveDelivered();
     bool ProcessQueueFile(const Bex::CSimpleString& strName);
     EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath);
-    bool LogLoadFailure(const Bex::CSimpleString& strPath) const;
+    EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
     void MoveToError(const Bex::CSimpleString& strName) const;
     Bex::CSimpleString QueuePath(std::string_view name) const;
 

@@ -48,9 +48,10 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
     if (!Config().GetFlag(Keys::FILTER_CONTENT) || !Filters().ContentFilterMatch(mail, strReason))
         return EFilterResult::Passed;
     Bex::CSimpleString strPath;
-    if (!SaveUnderFreshName(
-            mail, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath, group)) {
-        MailLog::NotSaved(mail, strPath, FILTERED_NOT_WRITTEN);
+    const SSaveResult saved = SaveUnderFreshName(
+        mail, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath, group);
+    if (!saved) {
+        MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN);
         return EFilterResult::Failed;
     }
     MailLog::Filtered(mail, strReason);
@@ -89,8 +90,9 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
                                       : std::exchange(name.strText, Bex::CSimpleString());
     };
     Bex::CSimpleString strPath;
-    if (!SaveUnderFreshName(copy, m_directories.strOutgoing, NextName, strPath, group)) {
-        MailLog::NotSaved(copy, strPath, OUTGOING_NOT_WRITTEN);
+    const SSaveResult saved = SaveUnderFreshName(copy, m_directories.strOutgoing, NextName, strPath, group);
+    if (!saved) {
+        MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN);
         return false;
     }
     MailLog::SavedInOutgoing(copy);
@@ -101,18 +103,18 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
 
 /// Never replaces a mail that has the name already: another name is made then.
 template <class TNextName>
-bool CMailRouter::SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
-                                     Bex::CSimpleString& strPath, CCopyGroup& group)
+SSaveResult CMailRouter::SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory,
+                                            TNextName NextName, Bex::CSimpleString& strPath, CCopyGroup& group)
 {
     group.Prepare(strDirectory);
-    ESaveResult result = ESaveResult::Exists;
-    while (result == ESaveResult::Exists) {
+    SSaveResult saved{ESaveResult::Exists};
+    while (saved.result == ESaveResult::Exists) {
         strPath = Bex::JoinPath(strDirectory, NextName());
-        result = mail.SaveNew(strPath, EWriteMode::Envelope);
+        saved = mail.SaveNew(strPath, EWriteMode::Envelope);
     }
-    if (result == ESaveResult::Saved)
+    if (saved)
         group.Written(strDirectory);
-    return result == ESaveResult::Saved;
+    return saved;
 }
 
 void CMailRouter::AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const

@@ -43,8 +43,8 @@ private:
     bool SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
                  SFirstName name, CCopyGroup& group);
     template <class TNextName>
-    bool SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
-                            Bex::CSimpleString& strPath, CCopyGroup& group);
+    SSaveResult SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
+                                   Bex::CSimpleString& strPath, CCopyGroup& group);
     void AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const;
 
     SMailDirectories m_directories;

@@ -64,14 +64,14 @@ bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGro
     const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
     group.Prepare(account.strDirectory);
     account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
-    ESaveResult result = ESaveResult::Exists;
-    while (result == ESaveResult::Exists) {
+    SSaveResult saved{ESaveResult::Exists};
+    while (saved.result == ESaveResult::Exists) {
         account.strMailFile =
             Bex::JoinPath(account.strDirectory, Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++));
-        result = copy.SaveNew(account.strMailFile, mode);
+        saved = copy.SaveNew(account.strMailFile, mode);
     }
-    if (result == ESaveResult::Failed) {
-        MailLog::NotSaved(copy, account.strMailFile, NOT_WRITTEN);
+    if (!saved) {
+        MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN);
         return false;
     }
     group.Written(account.strDirectory);

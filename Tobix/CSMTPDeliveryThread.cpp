@@ -102,13 +102,13 @@ void CSMTPDeliveryThread::ReleaseName()
 bool CSMTPDeliveryThread::DeliverFile()
 {
     CMail mail;
-    const ELoaded loaded = LoadForDelivery(mail);
+    const ELoadResult loaded = LoadForDelivery(mail);
     SFileState state;
     if (!ReadFileState(state))
         return false;
-    if (loaded == ELoaded::Whole)
+    if (loaded == ELoadResult::Loaded)
         SendMail(mail);
-    else if (loaded == ELoaded::Failed)
+    else if (loaded == ELoadResult::Broken)
         SendMail(); // which tells why it cannot
     if (m_iResult == DELIVERY_CONNECTION_FAILED && !ShallRun())
         m_iResult = DELIVERY_STOPPED; // it was the stop that broke the connection
@@ -116,21 +116,19 @@ bool CSMTPDeliveryThread::DeliverFile()
 }
 
 /// Of a busy file nothing is sent in this pass.
-CSMTPDeliveryThread::ELoaded CSMTPDeliveryThread::LoadForDelivery(CMail& mail)
+ELoadResult CSMTPDeliveryThread::LoadForDelivery(CMail& mail)
 {
     m_iResult = DELIVERED;
-    if (LoadMail(mail))
-        return ELoaded::Whole;
-    const int iLibError = Platform::LastError().iLibError;
-    if (iLibError == Platform::LIB_NONE || iLibError == Platform::LIB_DEADLOCK || iLibError == Platform::LIB_ACCESS) {
+    const SLoadResult loaded = LoadMail(mail);
+    if (loaded.result == ELoadResult::Busy) {
         Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
                         m_strMailPath.Text());
         m_iResult = DELIVERY_FILE_LOCKED;
-        return ELoaded::Busy;
+    } else if (loaded.result == ELoadResult::Broken) {
+        Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__,
+                      loaded.error.iLibError, m_strMailPath.Text());
     }
-    Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__, iLibError,
-                  m_strMailPath.Text());
-    return ELoaded::Failed;
+    return loaded.result;
 }
 
 bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const

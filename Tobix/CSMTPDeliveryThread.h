@@ -29,8 +29,7 @@ private:
     bool TakeFile();
     void DeliverGuarded();
     bool DeliverFile();
-    enum class ELoaded { Whole, Busy, Failed };
-    ELoaded LoadForDelivery(CMail& mail);
+    ELoadResult LoadForDelivery(CMail& mail);
     bool ReadFileState(SFileState& state) const;
     bool HandleResult(const CMail& mail, const SFileState& state);
     bool Delivered(const CMail& mail, const SFileState& state);

@@ -1,15 +1,13 @@
 #include "Tobix/MailLog.h"
 
 #include "Bex/Log.h"
-#include "Platform/Errors.h"
 
 namespace MailLog {
 
-void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, int iLine)
+void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine)
 {
-    const int iLibError = Platform::LastError().iLibError;
     Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\" msgid=<%s> from=<%s> to=<%s>\n",
-                  "Tobix/LocalAgent", iLine, iLibError, strPath.Text(), mail.MessageID().Text(),
+                  "Tobix/LocalAgent", iLine, error.iLibError, strPath.Text(), mail.MessageID().Text(),
                   mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
 }
 

@@ -6,8 +6,8 @@
 /// The log lines about one mail that several rooms of the local delivery write. Main log; any thread.
 namespace MailLog {
 
-/// "error in <file>:<line>, errno=.. file=.. msgid=.. from=.. to=..", with the error of the write that just failed.
-void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, int iLine);
+/// "error in <file>:<line>, errno=.. file=.. msgid=.. from=.. to=..", with the error of the write.
+void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine);
 void SavedInOutgoing(const CMail& mail);
 void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser);
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason);

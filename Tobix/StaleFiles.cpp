@@ -21,7 +21,7 @@ void RemoveUnlessInUse(const Bex::CSimpleString& strPath)
         Bex::CFile::Remove(strPath);
         Bex::LogInfo(Bex::MainLog(), "removed unfinished file \"%s\"", strPath.Text());
     } catch (const Bex::CFileException& exception) {
-        if (exception.LibError() != Platform::LIB_ACCESS && exception.LibError() != Platform::LIB_DEADLOCK)
+        if (!Platform::IsBusy(exception.Error()))
             Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     }
 }

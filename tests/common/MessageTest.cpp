@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <future>
 #include <gtest/gtest.h>
+#include <tuple>
 
 using namespace std::string_view_literals;
 
@@ -18,7 +19,7 @@ class MessageTest : public testing::Test
 protected:
     bool Load(CMail& mail, std::string_view text, bool bHeadersOnly = false) const
     {
-        return mail.Load(m_directory.Write("1.eml", std::string(text)).c_str(), bHeadersOnly);
+        return static_cast<bool>(mail.Load(m_directory.Write("1.eml", std::string(text)).c_str(), bHeadersOnly));
     }
     /// Whether somebody else could take the mail file's lock; other programs use mail files of that name, too.
     static bool IsUnlocked(const char* pszName)
@@ -68,24 +69,29 @@ TEST_F(MessageTest, ReadsHeaderBlockAndBody)
     EXPECT_EQ(CMail(big).Body().Data(), big.Body().Data()); // copies share it
 }
 
-TEST_F(MessageTest, RefusesWhatIsNoMailFile)
+TEST_F(MessageTest, TellsBusyFilesFromBrokenOnes)
 {
-    CMail mail;
-    EXPECT_FALSE(Load(mail, "a:"));
-    EXPECT_EQ(Platform::LastError().iLibError, 0); // not complete yet
-    EXPECT_TRUE(Load(mail, "a:b"));
-    EXPECT_FALSE(mail.Load((m_directory / "missing.eml").c_str(), false));
-    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_NO_ENTRY);
+    const auto load = [&](const char* pszName) {
+        const SLoadResult loaded = CMail().Load((m_directory / pszName).c_str(), false);
+        return std::pair(loaded.result, loaded.error.iLibError);
+    };
+    using enum ELoadResult;
+    m_directory.Write("1.eml", "a:");
+    EXPECT_EQ(load("1.eml"), std::pair(Busy, 0)); // not complete yet
+    m_directory.Write("1.eml", "a:b");
+    EXPECT_EQ(load("1.eml"), std::pair(Loaded, 0));
+    EXPECT_EQ(load("missing.eml"), std::pair(Broken, +Platform::LIB_NO_ENTRY));
     std::filesystem::create_symlink("1.eml", m_directory / "2.eml");
-    EXPECT_FALSE(mail.Load((m_directory / "2.eml").c_str(), false));
-    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_LOOP);
+    EXPECT_EQ(load("2.eml"), std::pair(Broken, +Platform::LIB_LOOP));
     std::ofstream writer(m_directory / "1.eml", std::ios::app);
-    EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
-    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_ACCESS); // still being written
+    EXPECT_EQ(load("1.eml"), std::pair(Busy, +Platform::LIB_ACCESS)); // still being written
     writer.close();
-    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
-    EXPECT_FALSE(mail.Load((m_directory / "1.eml").c_str(), false));
-    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_IO);
+    for (const auto& [fault, iErrno, result] : {std::tuple(Platform::EFault::Read, EIO, Broken),
+                                                {Platform::EFault::Open, EACCES, Broken},
+                                                {Platform::EFault::Open, EMFILE, Busy}}) {
+        const Platform::CInjectedFault failing(fault, 1, iErrno);
+        EXPECT_EQ(load("1.eml"), std::pair(result, Platform::ErrorFromErrno(iErrno).iLibError));
+    }
     EXPECT_TRUE(IsUnlocked("1") && IsUnlocked("2") && IsUnlocked("missing"));
 }
 
@@ -96,7 +102,6 @@ TEST_F(MessageTest, BoundsTheHeaderBlock)
         CMail mail;
         const bool bLoaded = Load(mail, strHeader + "\n0123456789");
         EXPECT_EQ(log.Lines().size(), bLoaded ? 0u : 1u);
-        EXPECT_TRUE(bLoaded || Platform::LastError().iLibError == Platform::LIB_TOO_BIG);
         return !bLoaded;
     };
     std::string strLines;
@@ -110,8 +115,8 @@ TEST_F(MessageTest, BoundsTheHeaderBlock)
 
     CMail grown; // by a line too much to be read again
     ASSERT_TRUE(Load(grown, strLines + "\n"));
-    EXPECT_FALSE(grown.Save((m_directory / "2.eml").c_str(), EWriteMode::ReturnPath));
-    EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_TOO_BIG);
+    const SSaveResult saved = grown.Save((m_directory / "2.eml").c_str(), EWriteMode::ReturnPath);
+    EXPECT_EQ(saved.error.iLibError, Platform::LIB_TOO_BIG);
     EXPECT_EQ(FileCount(), 1u);
 }
 
@@ -135,17 +140,17 @@ TEST_F(MessageTest, AppearsOnlyWhenItIsComplete)
     const Bex::CSimpleString strPath(strTarget.c_str());
     for (const auto fault : {Platform::EFault::Open, Platform::EFault::Write, Platform::EFault::Rename}) {
         const Platform::CInjectedFault failing(fault, 1, ENOSPC);
-        EXPECT_FALSE(mail.Save(strPath, EWriteMode::Plain));
-        EXPECT_EQ(Platform::LastError().iLibError, Platform::LIB_NO_SPACE);
+        const SSaveResult saved = mail.Save(strPath, EWriteMode::Plain);
+        EXPECT_TRUE(saved.result == ESaveResult::Failed && saved.error.iLibError == Platform::LIB_NO_SPACE);
         EXPECT_EQ(m_directory.Read("2.eml"), "old");
         EXPECT_EQ(FileCount(), 2u); // no temporary file stays
     }
-    EXPECT_EQ(mail.SaveNew(strPath, EWriteMode::Plain), ESaveResult::Exists);
+    EXPECT_EQ(mail.SaveNew(strPath, EWriteMode::Plain).result, ESaveResult::Exists);
     EXPECT_EQ(m_directory.Read("2.eml"), "old");
     m_directory.Write(".2.eml.tmp", "left behind by a crash, and longer than the mail");
     EXPECT_TRUE(mail.Save(strPath, EWriteMode::Plain));
     EXPECT_EQ(m_directory.Read("2.eml"), "Date: d\r\n\r\nnew");
-    EXPECT_EQ(mail.SaveNew((m_directory / "3.eml").c_str(), EWriteMode::Plain), ESaveResult::Saved);
+    EXPECT_TRUE(mail.SaveNew((m_directory / "3.eml").c_str(), EWriteMode::Plain));
     EXPECT_EQ(FileCount(), 3u);
     const std::string strLong = std::string(251, 'n') + ".eml";
     EXPECT_TRUE(mail.Save((m_directory / strLong).c_str(), EWriteMode::Plain));

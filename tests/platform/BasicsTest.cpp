@@ -13,6 +13,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <set>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -23,20 +24,19 @@ namespace {
 
 TEST(ErrorsTest, BusyIsToldFromEverythingThatWillNotPass)
 {
-    for (const int iErrno : {EAGAIN, EBUSY, ETXTBSY}) {
-        EXPECT_EQ(ErrorFromErrno(iErrno).iLibError, LIB_ACCESS) << iErrno;
-        EXPECT_EQ(ErrorFromErrno(iErrno).dwSysError, SYS_SHARING_VIOLATION) << iErrno;
-    }
-    EXPECT_EQ(ErrorFromErrno(EDEADLK).iLibError, LIB_DEADLOCK);
-    EXPECT_EQ(ErrorFromErrno(EACCES).dwSysError, SYS_ACCESS_DENIED);
+    const std::set<int> inUse{EAGAIN, EBUSY, ETXTBSY, EDEADLK}, isShort{EMFILE, ENFILE, ENOMEM, ENOLCK};
     for (int iErrno = 1; iErrno < 140; ++iErrno) {
         const SError error = ErrorFromErrno(iErrno);
-        const bool bMayLookBusy = iErrno == EAGAIN || iErrno == EBUSY || iErrno == ETXTBSY || iErrno == EDEADLK ||
-                                  iErrno == EACCES || iErrno == EPERM;
-        const bool bLooksBusy = error.iLibError == 0 || error.iLibError == 13 || error.iLibError == 36;
-        EXPECT_EQ(bLooksBusy, bMayLookBusy) << iErrno;
+        EXPECT_EQ(IsShortage(error), isShort.contains(iErrno)) << iErrno;
+        EXPECT_EQ(IsBusy(error), inUse.contains(iErrno) || isShort.contains(iErrno)) << iErrno;
+        EXPECT_EQ(error.dwSysError == SYS_SHARING_VIOLATION, inUse.contains(iErrno)) << iErrno;
+        const bool bDenied = iErrno == EACCES || iErrno == EPERM; // has the library's number in common with busy
+        EXPECT_EQ(error.iLibError == LIB_ACCESS, bDenied || (inUse.contains(iErrno) && iErrno != EDEADLK)) << iErrno;
         EXPECT_NE(error.dwSysError, SYS_NONE) << iErrno;
     }
+    EXPECT_EQ(ErrorFromErrno(EDEADLK).iLibError, LIB_DEADLOCK);
+    EXPECT_TRUE(IsShortage(CreationErrorFromErrno(EAGAIN)));
+    EXPECT_FALSE(IsBusy({}));
 }
 
 TEST(ErrorsTest, LastErrorBelongsToTheThread)

@@ -130,6 +130,16 @@ TEST_F(AgentTest, DeliversOnceWhatItCannotDeleteAtFirst)
     EXPECT_TRUE(m_pLines->Contains("caught at Tobix/LocalAgent:433"));
 }
 
+TEST_F(AgentTest, TriesAgainByItselfWhatAShortageKeptFromBeingRead)
+{
+    Drop("1.eml", "ann@example.org");
+    const Platform::CInjectedFault shortage(Platform::EFault::Open, 2,
+                                            EMFILE); // the first one is the list of interceptions
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(CountIn("spool/ann"), 1u);
+    EXPECT_TRUE(m_pLines->Contains("Looks like lock on file"));
+}
+
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));

@@ -14,8 +14,8 @@ struct SErrnoCase
     SError error;
 };
 
-/// What the calls on files, processes, threads and sockets can answer. 13 and 36 are told only of what may go away
-/// by itself, since callers try such a file again; 13 is shared by "busy" and "denied", as documented.
+/// What the calls on files, processes, threads and sockets can answer. 13 is shared by "busy" and "denied", as
+/// documented: the system's number tells the two apart.
 constexpr SErrnoCase ERRNO_CASES[] = {
     {EPERM, {LIB_ACCESS, SYS_ACCESS_DENIED}},
     {ENOENT, {LIB_NO_ENTRY, SYS_FILE_NOT_FOUND}},
@@ -73,6 +73,16 @@ thread_local SError t_lastError;
 SError LastError() { return t_lastError; }
 
 void SetLastError(SError error) { t_lastError = error; }
+
+bool IsShortage(SError error)
+{
+    return error.iLibError == LIB_NO_MEMORY || error.iLibError == LIB_TOO_MANY_OPEN || error.iLibError == LIB_NO_LOCKS;
+}
+
+bool IsBusy(SError error)
+{
+    return error.dwSysError == SYS_SHARING_VIOLATION || error.iLibError == LIB_DEADLOCK || IsShortage(error);
+}
 
 SError ErrorFromErrno(int iErrno)
 {

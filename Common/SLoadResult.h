@@ -1,0 +1,24 @@
+#pragma once
+
+#include "Platform/Errors.h"
+
+/// How the reading of a mail file ended.
+enum class ELoadResult {
+    Loaded,
+    Busy,  ///< in use, not complete yet, or something was short: later it may be whole
+    Broken ///< trying again is of no use
+};
+
+struct SLoadResult
+{
+    ELoadResult result = ELoadResult::Loaded;
+    Platform::SError error{}; ///< why not; none when it is loaded, or not complete yet
+
+    explicit operator bool() const { return result == ELoadResult::Loaded; }
+
+    static SLoadResult Failure(Platform::SError error)
+    {
+        return {Platform::IsBusy(error) ? ELoadResult::Busy : ELoadResult::Broken, error};
+    }
+    static SLoadResult Incomplete() { return {.result = ELoadResult::Busy}; }
+};
