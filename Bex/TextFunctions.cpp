@@ -38,10 +38,10 @@ void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleS
     }
 }
 
-CSimpleString Unquote(std::string_view text)
+std::string_view Unquote(std::string_view text)
 {
     bool bQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
-    return CSimpleString(bQuoted ? text.substr(1, text.size() - 2) : text);
+    return bQuoted ? text.substr(1, text.size() - 2) : text;
 }
 
 namespace {

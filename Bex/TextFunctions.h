@@ -22,7 +22,7 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix);
 void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleString>& list, bool bTrim);
 
 /// Without one pair of enclosing double quotes, when there is one.
-CSimpleString Unquote(std::string_view text);
+std::string_view Unquote(std::string_view text);
 
 /// "*" in the pattern matches any run of characters, "?" exactly one; a text that holds "*" or "?" never matches.
 /// Takes at most length times length steps, whatever the pattern.

@@ -2,6 +2,7 @@
 
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Common/HeaderFields.h"
 #include "Common/LineEndings.h"
 
 #include <algorithm>
@@ -12,24 +13,11 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Common/MessagePart";
 
-size_t FindNoCase(std::string_view text, std::string_view key)
+/// A parameter that is absent leaves what it had.
+void TakeParameter(const Bex::CSimpleString& strValue, std::string_view key, Bex::CSimpleString& strParameter)
 {
-    auto found = std::search(text.begin(), text.end(), key.begin(), key.end(),
-                             [](char a, char b) { return Bex::LowerAscii(a) == b; });
-    return found == text.end() ? std::string_view::npos : static_cast<size_t>(found - text.begin());
-}
-
-/// Finds the key (in lower case) anywhere in a field value and stores the text behind it, up to ";", without folds and
-/// quotes.
-void ExtractParameter(const Bex::CSimpleString& strValue, std::string_view key, Bex::CSimpleString& strParameter)
-{
-    size_t nFound = FindNoCase(strValue, key);
-    if (nFound == std::string_view::npos)
-        return;
-    std::string_view rest = strValue.View().substr(nFound + key.size());
-    Bex::CSimpleString strText(rest.substr(0, rest.find(';')));
-    strText.ReplaceAll("\r\n", "");
-    strParameter = Bex::Unquote(strText);
+    if (std::optional<std::string_view> text = HeaderFields::Parameter(strValue, key))
+        strParameter = HeaderFields::Unfolded(*text);
 }
 
 } // namespace
@@ -61,30 +49,26 @@ int CMessagePart::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strVa
 
 int CMessagePart::ParseHeaderLine(std::string_view line)
 {
-    line = line.substr(0, line.find('\0'));
-    size_t nColon = line.find(':');
-    if (nColon == std::string_view::npos)
-        return 0;
-    return SetHeader(Bex::CSimpleString(Bex::TrimmedView(line.substr(0, nColon))),
-                     Bex::CSimpleString(Bex::TrimmedView(line.substr(nColon + 1))));
+    std::optional<HeaderFields::SField> field = HeaderFields::Split(line);
+    return field ? SetHeader(Bex::CSimpleString(field->name), Bex::CSimpleString(field->value)) : 0;
 }
 
 void CMessagePart::SetContentType(const Bex::CSimpleString& strValue)
 {
     m_strContentType = strValue;
-    if (FindNoCase(m_strContentType, "multipart") != std::string_view::npos) {
-        ExtractParameter(m_strContentType, "boundary=", m_strBoundary);
+    if (HeaderFields::IsMultipart(m_strContentType)) {
+        TakeParameter(m_strContentType, "boundary=", m_strBoundary);
         return;
     }
-    ExtractParameter(m_strContentType, "name=", m_strName);
-    ExtractParameter(m_strContentType, "charset=", m_strCharset);
+    TakeParameter(m_strContentType, "name=", m_strName);
+    TakeParameter(m_strContentType, "charset=", m_strCharset);
 }
 
 void CMessagePart::SetContentDisposition(const Bex::CSimpleString& strValue)
 {
     m_strDisposition = strValue;
     if (Bex::StartsWithNoCase(m_strDisposition, "attachment"))
-        ExtractParameter(m_strDisposition, "filename=", m_strFileName);
+        TakeParameter(m_strDisposition, "filename=", m_strFileName);
 }
 
 bool CMessagePart::Parse(std::string_view bytes)
@@ -101,19 +85,7 @@ bool CMessagePart::Parse(std::string_view bytes)
 
 std::optional<std::string_view> CMessagePart::ParseHeaderBlock(std::string_view bytes)
 {
-    size_t nField = 0; // where the field that is being assembled begins
-    for (size_t nLine = 0;;) {
-        size_t nEnd = bytes.find("\r\n", nLine);
-        if (nEnd == std::string_view::npos || nEnd + 2 >= bytes.size())
-            return std::nullopt;
-        if (nEnd == nLine)
-            return bytes.substr(nEnd + 2);
-        nLine = nEnd + 2;
-        if (bytes[nLine] == '\t' || bytes[nLine] == ' ')
-            continue;
-        ParseHeaderLine(bytes.substr(nField, nEnd - nField));
-        nField = nLine;
-    }
+    return HeaderFields::ForEachLine(bytes, [this](std::string_view line) { ParseHeaderLine(line); });
 }
 
 bool CMessagePart::NormalizeLineEndings()

@@ -118,7 +118,7 @@ Bex::CSimpleString Base64Encode(const Bex::CSimpleString& strText)
     return Bex::CSimpleString(Base64Encode(text.data(), static_cast<uint32_t>(text.size())).View());
 }
 
-Bex::CSimpleString Base64Decode(std::string_view text)
+Bex::CArray<char> Base64Decode(std::string_view text)
 {
     text = UpToNul(text);
     Bex::CArray<char> decoded;
@@ -131,11 +131,12 @@ Bex::CSimpleString Base64Decode(std::string_view text)
         pEnd = DecodeGroup(group, pEnd);
     if (nRead > 0)
         std::fputs("Premature EOF while decoding Base64-String!\n", stderr);
-    size_t nDecoded = static_cast<size_t>(pEnd - decoded.Data());
-    return Bex::CSimpleString(UpToNul(decoded.View().substr(0, nDecoded)));
+    char* pNul = std::find(decoded.Data(), pEnd, '\0');
+    decoded.SetSize(static_cast<uint32_t>(pNul - decoded.Data()));
+    return decoded;
 }
 
-Bex::CSimpleString QuotedPrintableDecode(std::string_view text)
+Bex::CArray<char> QuotedPrintableDecode(std::string_view text)
 {
     text = UpToNul(text);
     Bex::CArray<char> decoded;
@@ -159,7 +160,8 @@ Bex::CSimpleString QuotedPrintableDecode(std::string_view text)
             *pOut++ = c;
         text.remove_prefix(3);
     }
-    return Bex::CSimpleString(decoded.View().substr(0, static_cast<size_t>(pOut - decoded.Data())));
+    decoded.SetSize(static_cast<uint32_t>(pOut - decoded.Data()));
+    return decoded;
 }
 
 Bex::CSimpleString XtextEncode(std::string_view text)

@@ -12,7 +12,7 @@
 Bex::CArray<char> Base64Encode(const void* pBytes, uint32_t nLength);
 Bex::CSimpleString Base64Encode(const Bex::CSimpleString& strText);
 /// Skips white space; the result ends at the first NUL that is decoded.
-Bex::CSimpleString Base64Decode(std::string_view text);
-Bex::CSimpleString QuotedPrintableDecode(std::string_view text);    ///< RFC 2045 6.7; a decoded NUL is dropped
+Bex::CArray<char> Base64Decode(std::string_view text);
+Bex::CArray<char> QuotedPrintableDecode(std::string_view text);     ///< RFC 2045 6.7; a decoded NUL is dropped
 Bex::CSimpleString XtextEncode(std::string_view text);              ///< RFC 3461 4
 Bex::CSimpleString HexText(const uint8_t* pBytes, uint32_t nCount); ///< lower case

@@ -41,7 +41,7 @@ bool CSMTPClient::AuthCram(const char* pszCommand, Digest digest, const Bex::CSi
     HideSecret(strPassword);
     SendCommand(pszCommand);
     ExpectChallenge();
-    const Bex::CSimpleString strChallenge = Base64Decode(m_strReplyText.View().substr(CODE_LENGTH));
+    const Bex::CSimpleString strChallenge(Base64Decode(m_strReplyText.View().substr(CODE_LENGTH)).View());
     SendAnswer(Bex::CSimpleString::Formatted("%s %s", strUser.Text(), digest(strChallenge, strPassword).Text()).View());
     return ExpectAccepted();
 }

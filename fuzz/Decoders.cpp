@@ -30,8 +30,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pBytes, size_t nSize)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(pBytes), nSize);
     const std::string_view text = bytes.substr(0, bytes.find('\0'));
-    Check(QuotedPrintableDecode(bytes).Length() <= text.size());
-    Check(Base64Decode(bytes).Length() <= text.size() / 4 * 3);
+    Check(QuotedPrintableDecode(bytes).Size() <= text.size());
+    Check(Base64Decode(bytes).Size() <= text.size() / 4 * 3);
     Check(XtextDecode(XtextEncode(bytes)) == text);
     const Bex::CArray<char> encoded = Base64Encode(pBytes, static_cast<uint32_t>(nSize));
     Check(encoded.Size() == (nSize + 2) / 3 * 4);

@@ -51,9 +51,11 @@ struct FilterCase
 {
     const char* subject;
     const char* contentType;
-    const char* body;
+    std::string body;
     const char* reason; ///< null: passes
 };
+
+const std::string LONG_TEXT(65530, 'x'); ///< what follows lies in two windows
 
 class MailFilterTest : public testing::TestWithParam<FilterCase>
 {};
@@ -78,7 +80,9 @@ INSTANTIATE_TEST_SUITE_P(Mails, MailFilterTest,
                                          FilterCase{"", "text/html", "<b>Pills</b>", "pills"},
                                          FilterCase{"", "Text/plain", "pills", nullptr},
                                          FilterCase{"", "application/pdf", "pills", nullptr},
-                                         FilterCase{"pill", "text/plain", "s", nullptr}));
+                                         FilterCase{"pill", "text/plain", "s", nullptr},
+                                         FilterCase{"", "text/plain", LONG_TEXT + "Cheap pills", "cheap pills"},
+                                         FilterCase{"", "text/plain", "PILLS" + LONG_TEXT + "a watch ", "watch "}));
 
 /// A key's row in the manual.
 std::string RowOf(const Bex::SConfigKey& key)
