@@ -39,26 +39,9 @@ bool IsOneOf(const Bex::CSimpleString& strName, std::initializer_list<std::strin
 CMail::CMail() : m_received(false), m_recipients(false) {}
 
 CMail::CMail(const CMail& other, const Bex::CSimpleString& strRecipient)
-    : CMessage(other), m_received(other.m_received), m_recipients(false)
+    : CMessage(other), m_received(other.m_received), m_recipients(false), m_addressing(other.m_addressing)
 {
-    CopyAddressing(other);
     SetRecipients(strRecipient);
-}
-
-void CMail::CopyAddressing(const CMail& other)
-{
-    m_strEnvelopeSender = other.m_strEnvelopeSender;
-    m_strTo = other.m_strTo;
-    m_strCc = other.m_strCc;
-    m_strBcc = other.m_strBcc;
-    m_strReturnPath = other.m_strReturnPath;
-    m_strReplyTo = other.m_strReplyTo;
-    m_strReturnReceiptTo = other.m_strReturnReceiptTo;
-    m_strDispositionNotificationTo = other.m_strDispositionNotificationTo;
-    m_strInReplyTo = other.m_strInReplyTo;
-    m_strPrecedence = other.m_strPrecedence;
-    m_strAuthenticatedAs = other.m_strAuthenticatedAs;
-    m_strResentFor = other.m_strResentFor;
 }
 
 int CMail::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
@@ -68,29 +51,29 @@ int CMail::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
     static constexpr struct
     {
         const char* pszName;
-        Bex::CSimpleString CMail::*pField;
+        Bex::CSimpleString SAddressing::*pField;
     } FIELDS[] = {
-        {"To", &CMail::m_strTo},
-        {"Cc", &CMail::m_strCc},
-        {"Bcc", &CMail::m_strBcc},
-        {"Reply-To", &CMail::m_strReplyTo},
-        {"In-Reply-To", &CMail::m_strInReplyTo},
-        {"Precedence", &CMail::m_strPrecedence},
-        {"X-Authenticated-As", &CMail::m_strAuthenticatedAs},
-        {"X-Resent-For", &CMail::m_strResentFor},
+        {"To", &SAddressing::strTo},
+        {"Cc", &SAddressing::strCc},
+        {"Bcc", &SAddressing::strBcc},
+        {"Reply-To", &SAddressing::strReplyTo},
+        {"In-Reply-To", &SAddressing::strInReplyTo},
+        {"Precedence", &SAddressing::strPrecedence},
+        {"X-Authenticated-As", &SAddressing::strAuthenticatedAs},
+        {"X-Resent-For", &SAddressing::strResentFor},
     };
     for (const auto& field : FIELDS) {
         if (strName.EqualsNoCase(field.pszName)) {
-            this->*field.pField = std::move(strValue);
+            m_addressing.*field.pField = std::move(strValue);
             return 1;
         }
     }
     if (strName.EqualsNoCase("Received")) {
         m_received.Append(std::move(strValue));
     } else if (strName.EqualsNoCase("Return-Receipt-To")) {
-        m_strReturnReceiptTo = NormalizeAddress(strValue);
+        m_addressing.strReturnReceiptTo = NormalizeAddress(strValue);
     } else if (strName.EqualsNoCase("Disposition-Notification-To")) {
-        m_strDispositionNotificationTo = NormalizeAddress(strValue);
+        m_addressing.strDispositionNotificationTo = NormalizeAddress(strValue);
     } else {
         return CMessage::SetHeader(std::move(strName), std::move(strValue));
     }
@@ -104,7 +87,7 @@ bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSim
     if (IsOneOf(strName, {"X-Envelope-From", "Envelope-From"})) {
         SetEnvelopeSender(NormalizeAddress(strValue));
     } else if (strName.EqualsNoCase("X-Sender")) {
-        if (m_strEnvelopeSender.IsEmpty())
+        if (m_addressing.strEnvelopeSender.IsEmpty())
             SetEnvelopeSender(NormalizeAddress(strValue));
     } else if (strName.EqualsNoCase("Return-Path")) {
         SetReturnPath(NormalizeAddress(strValue));
@@ -125,11 +108,11 @@ bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSim
 void CMail::BuildHeaderLines(Lines& lines, EWriteMode mode) const
 {
     if (mode == EWriteMode::Envelope && !m_recipients.IsEmpty()) {
-        AppendLine(lines, "X-Envelope-From: ", m_strEnvelopeSender);
+        AppendLine(lines, "X-Envelope-From: ", m_addressing.strEnvelopeSender);
         AppendLine(lines, "X-Envelope-To: ", FirstRecipient());
     }
     if (mode == EWriteMode::ReturnPath)
-        AppendLine(lines, "Return-Path: <", m_strReturnPath, ">");
+        AppendLine(lines, "Return-Path: <", m_addressing.strReturnPath, ">");
     {
         Bex::CScopedLock lock(m_received.LockObject());
         for (const Bex::CSimpleString& strValue : m_received)
@@ -141,13 +124,13 @@ void CMail::BuildHeaderLines(Lines& lines, EWriteMode mode) const
     else
         AppendField(lines, "From: <", FromAddress(), ">");
     AppendField(lines, "Organization: ", Organization());
-    AppendField(lines, "To: ", m_strTo);
-    AppendField(lines, "Cc: ", m_strCc);
-    AppendField(lines, "Bcc: ", m_strBcc);
+    AppendField(lines, "To: ", m_addressing.strTo);
+    AppendField(lines, "Cc: ", m_addressing.strCc);
+    AppendField(lines, "Bcc: ", m_addressing.strBcc);
     AppendField(lines, "Subject: ", Subject());
     AppendField(lines, "Date: ", Date());
-    AppendField(lines, "Return-Receipt-To: <", m_strReturnReceiptTo, ">");
-    AppendField(lines, "Disposition-Notification-To: <", m_strDispositionNotificationTo, ">");
+    AppendField(lines, "Return-Receipt-To: <", m_addressing.strReturnReceiptTo, ">");
+    AppendField(lines, "Disposition-Notification-To: <", m_addressing.strDispositionNotificationTo, ">");
     AppendField(lines, "MIME-Version: ", MimeVersion());
     AppendField(lines, "Content-Type: ", ContentType());
     AppendField(lines, "Content-Transfer-Encoding: ", TransferEncoding());
@@ -156,26 +139,26 @@ void CMail::BuildHeaderLines(Lines& lines, EWriteMode mode) const
     AppendField(lines, "Content-Description: ", Description());
     lines.AppendAll(ExtraHeaderLines());
     AppendField(lines, "References: ", References());
-    AppendField(lines, "In-Reply-To: ", m_strInReplyTo);
-    AppendField(lines, "Reply-To: ", m_strReplyTo);
-    AppendField(lines, "Precedence: ", m_strPrecedence);
-    AppendField(lines, "X-Authenticated-As: ", m_strAuthenticatedAs);
-    AppendField(lines, "X-Resent-For: ", m_strResentFor);
+    AppendField(lines, "In-Reply-To: ", m_addressing.strInReplyTo);
+    AppendField(lines, "Reply-To: ", m_addressing.strReplyTo);
+    AppendField(lines, "Precedence: ", m_addressing.strPrecedence);
+    AppendField(lines, "X-Authenticated-As: ", m_addressing.strAuthenticatedAs);
+    AppendField(lines, "X-Resent-For: ", m_addressing.strResentFor);
 }
 
 void CMail::SetEnvelopeSender(const Bex::CSimpleString& strAddress)
 {
-    m_strEnvelopeSender = strAddress;
-    m_strReturnPath = strAddress;
+    m_addressing.strEnvelopeSender = strAddress;
+    m_addressing.strReturnPath = strAddress;
     if (FromAddress().IsEmpty())
         SetFromAddress(strAddress);
 }
 
 void CMail::SetReturnPath(const Bex::CSimpleString& strAddress)
 {
-    m_strReturnPath = strAddress;
-    if (m_strEnvelopeSender.IsEmpty())
-        m_strEnvelopeSender = strAddress;
+    m_addressing.strReturnPath = strAddress;
+    if (m_addressing.strEnvelopeSender.IsEmpty())
+        m_addressing.strEnvelopeSender = strAddress;
     if (FromAddress().IsEmpty())
         SetFromAddress(strAddress);
 }
@@ -191,6 +174,6 @@ void CMail::SetRecipients(std::string_view text)
     Lines recipients(false); // the text may belong to one of the old ones
     Bex::Tokenize(text, ",;<>", recipients, false);
     m_recipients = std::move(recipients);
-    if (m_strTo.IsEmpty() && !m_recipients.IsEmpty())
-        m_strTo = Bex::CSimpleString::Formatted("<%s>", FirstRecipient().Text());
+    if (m_addressing.strTo.IsEmpty() && !m_recipients.IsEmpty())
+        m_addressing.strTo = Bex::CSimpleString::Formatted("<%s>", FirstRecipient().Text());
 }
