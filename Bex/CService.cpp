@@ -6,9 +6,11 @@
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace Bex {
 
@@ -29,8 +31,8 @@ bool IsStop(unsigned dwControl)
 
 } // namespace
 
-/// Waits, once the service runs, for controls. Its owner goes back to the main thread's work only after the thread
-/// has ended.
+/// Waits, once the start-up is over, for controls. Its owner goes back to the main thread's work only after the
+/// thread has ended.
 class CService::CDispatcher
 {
 public:
@@ -45,7 +47,12 @@ public:
     CDispatcher& operator=(const CDispatcher&) = delete;
 
     bool IsValid() const { return m_pThread != nullptr; } ///< false: LastError
-    void Open() { m_open.Set(); }                         ///< from now on controls are handled
+    /// Ends the start-up: when it returns, the service runs and controls are handled.
+    void Open()
+    {
+        m_open.Set();
+        m_opened.Wait(Platform::INFINITE);
+    }
 
 private:
     static void Procedure(void* pDispatcher) { static_cast<CDispatcher*>(pDispatcher)->Dispatch(); }
@@ -53,19 +60,22 @@ private:
     void Dispatch()
     {
         WaitForAny({&m_open.Waitable(), &m_end.Waitable()}, Platform::INFINITE);
-        if (m_open.IsSet())
-            Required().HandleDeferred();
+        if (!m_open.IsSet())
+            return;
+        Required().BeginRunning();
+        m_opened.Set();
         while (!m_end.IsSet() && !Required().m_stopped.IsSet()) { // nothing starts again after the stop
             CService& service = Required();
             unsigned dwControl = 0;
-            if (service.m_source.Take(dwControl))
-                service.Control(dwControl);
+            if (service.NextControl(dwControl))
+                service.HandleControl(dwControl);
             else
                 WaitForAny({&service.m_source, &m_end.Waitable()}, Platform::INFINITE);
         }
     }
 
     CEvent m_open;
+    CEvent m_opened;
     CEvent m_end;
     std::unique_ptr<Platform::CNativeThread> m_pThread; // last: it uses the events
 };
@@ -121,7 +131,6 @@ int CService::Main()
 int CService::RunInConsole()
 {
     m_bDebug = true;
-    m_bBusy = true;
     const bool bOpen = m_source.Open(Platform::ERunMode::Console);
     CDispatcher dispatcher;
     if (!bOpen || !dispatcher.IsValid()) {
@@ -149,7 +158,6 @@ void CService::ServiceMain(CDispatcher& dispatcher)
 {
     if (Report(Platform::EServiceState::StartPending)) {
         std::srand(static_cast<unsigned>(Platform::NowSeconds()));
-        m_bBusy = true;
         if (OnStart()) {
             const int iResult = RunUntilStopped(dispatcher);
             if (iResult != 0) {
@@ -159,16 +167,11 @@ void CService::ServiceMain(CDispatcher& dispatcher)
             }
         }
     }
-    m_bBusy = true;
     Report(Platform::EServiceState::Stopped, 0);
 }
 
 int CService::RunUntilStopped(CDispatcher& dispatcher)
 {
-    RefuseWaitingControls();
-    m_running.Set();
-    Report(Platform::EServiceState::Running, 0);
-    m_bBusy = false;
     dispatcher.Open();
     const int iResult = Run();
     m_stopped.Wait(Platform::INFINITE);
@@ -200,35 +203,28 @@ bool CService::ReportAgain(bool bReloading)
     return Report(state, 0);
 }
 
-void CService::Control(unsigned dwControl)
+void CService::BeginRunning()
 {
-    if (m_bBusy.exchange(true)) {
-        unsigned dwNone = 0;
-        if (IsStop(dwControl))
-            m_dwDeferred.compare_exchange_strong(dwNone, dwControl);
-    } else {
-        HandleControl(dwControl);
-        m_bBusy = false;
-    }
-    HandleDeferred();
+    RefuseWaitingControls();
+    m_running.Set();
+    Report(Platform::EServiceState::Running, 0);
 }
 
-/// A stop that is deferred while the busy one looks for it is seen by one of the two.
-void CService::HandleDeferred()
+bool CService::NextControl(unsigned& dwControl)
 {
-    while (m_dwDeferred != 0 && !m_bBusy.exchange(true)) {
-        if (const unsigned dwControl = m_dwDeferred.exchange(0); dwControl != 0)
-            HandleControl(dwControl);
-        m_bBusy = false;
-    }
+    dwControl = std::exchange(m_dwDeferred, 0);
+    return dwControl != 0 || m_source.Take(dwControl);
 }
 
-/// What came while a control was busy is looked at before its end is told: who waits for the end may send the next.
+/// What came meanwhile is looked at before the end of a start-up or control is told: who waits for the end may send the
+/// next one.
 void CService::RefuseWaitingControls()
 {
     unsigned dwControl = 0;
-    while (m_source.IsOpen() && m_source.Take(dwControl))
-        Control(dwControl); // busy: deferred or ignored
+    while (m_source.Take(dwControl)) {
+        if (m_dwDeferred == 0 && IsStop(dwControl))
+            m_dwDeferred = dwControl;
+    }
 }
 
 void CService::HandleControl(unsigned dwControl)

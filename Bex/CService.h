@@ -4,7 +4,6 @@
 #include "Bex/CProcess.h"
 #include "Platform/ServiceControl.h"
 
-#include <atomic>
 #include <mutex>
 #include <vector>
 
@@ -13,8 +12,9 @@ namespace Bex {
 /// A program that runs as a service or, for debugging, in the console, and installs and removes itself.
 ///
 /// Its one object is a static one, so that the entry point and the control dispatcher find it. OnStart and Run are
-/// called on the main thread, OnStop to OnCustomControl on the dispatcher's thread, one control at a time. The two
-/// threads meet in the events alone. What the hooks throw ends the process with a crash report.
+/// called on the main thread, OnStop to OnCustomControl on the dispatcher's thread, one control at a time. A control
+/// that comes while another one is handled or the start-up runs is ignored, except that a stop or shutdown is carried
+/// out afterwards. The two threads meet in the events alone. What the hooks throw ends the process with a crash report.
 class CService : public CProcess
 {
 public:
@@ -39,10 +39,6 @@ public:
 
     /// Reports to the service manager; does nothing, successfully, in console mode and for the state None.
     bool Report(Platform::EServiceState state, unsigned dwWaitHint = DEFAULT_WAIT_HINT);
-    /// Does what a control asks for. Ignored while another one is handled or the start-up runs, except that a stop or
-    /// shutdown is kept until then.
-    void Control(unsigned dwControl);
-
     static constexpr unsigned DEFAULT_WAIT_HINT = 1000; ///< milliseconds
 
 protected:
@@ -70,13 +66,14 @@ private:
     void Install(const char* pszShortName, const char* pszDisplayName, const char* pszParameters); ///< null: default
     void Uninstall(const char* pszShortName);                                                      ///< null: default
 
+    void BeginRunning();
+    bool NextControl(unsigned& dwControl); ///< false: there is none
     void HandleControl(unsigned dwControl);
     void HandleStop(bool bShutdown);
     void HandlePause();
     void HandleContinue();
     void HandleCustomControl(unsigned dwControl);
-    void HandleDeferred();
-    void RefuseWaitingControls(); ///< while busy
+    void RefuseWaitingControls();
     bool ReportAgain(bool bReloading = false);
 
     bool m_bDebug = false;
@@ -85,9 +82,8 @@ private:
     CEvent m_stopped;
     CEvent m_paused;
     CEvent m_stopAsked;
-    std::atomic<bool> m_bBusy = true;
-    std::atomic<unsigned> m_dwDeferred = 0; ///< the stop or shutdown that came while another control was busy
-    Platform::CControlSource m_source;
+    Platform::CControlSource m_source; ///< the dispatcher alone takes from it
+    unsigned m_dwDeferred = 0;         ///< the dispatcher's: the stop or shutdown that came during something else
     std::mutex m_statusMutex; ///< around the status and its reports
     Platform::SServiceStatus m_status;
     CSimpleString m_strShortName;

@@ -27,7 +27,7 @@ struct STreeRecord
 /// either name is wanted; a name that enters or leaves the tree is added or removed. A written file is modified when it
 /// is closed; a file that is added or modified and modified again right after is only modified.
 ///
-/// One thread owns it; any may wait on it. The filter runs under this object's lock, on the background thread or the
+/// One thread at a time opens, fetches and closes; any may wait on it, also while it is opened anew. The filter runs under this object's lock, on the background thread or the
 /// one that fetches: it must take no lock that is held while fetching.
 class CTreeWatch : public IWaitable
 {
@@ -50,6 +50,7 @@ public:
 
 private:
     struct SState;
+    CEventHandle m_ready; ///< outlives the states, so that whoever waits need not know of them
     std::unique_ptr<SState> m_pState;
 };
 

@@ -39,10 +39,7 @@ void CLocalAgent::Body()
     RemoveUnfinishedFiles();
     while (ShallRun()) {
         WaitWhileServiceIsPaused(StopEvent());
-        if (!ScanQueue()) {
-            Bex::LogError(Bex::MainLog(), "couldn't find QueueDir");
-            return;
-        }
+        ScanQueue();
         DeliverBatch();
         RemoveDelivered();
         if (m_batch.IsEmpty() && ShallRun())
@@ -63,11 +60,11 @@ void CLocalAgent::RemoveUnfinishedFiles() const
     RemoveStaleFiles(m_directories.strFilter);
 }
 
-bool CLocalAgent::ScanQueue()
+void CLocalAgent::ScanQueue()
 {
     m_batch.RemoveAll();
     if (!m_queue.MayHaveChanged())
-        return true;
+        return;
     try {
         ListQueue();
     } catch (const Bex::CFileException& exception) {
@@ -75,7 +72,6 @@ bool CLocalAgent::ScanQueue()
         m_queue.AskAgain(); // the notification is used up
         StopEvent().Wait(IDLE_MILLIS);
     }
-    return true;
 }
 
 /// A queue directory that is missing lists like an empty one: it may come back.

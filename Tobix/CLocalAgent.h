@@ -32,7 +32,7 @@ private:
 
     void WaitForWork() const;
     void RemoveUnfinishedFiles() const;
-    bool ScanQueue();
+    void ScanQueue();
     void ListQueue();
     void DeliverBatch();
     void DeliverFile(const Bex::CSimpleString& strName);

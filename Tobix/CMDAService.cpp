@@ -26,7 +26,6 @@ constexpr char DISPLAY_NAME[] = "marlune Mail Delivery Agent";
 constexpr char LOCAL_AGENT[] = "local delivery agent";
 constexpr unsigned PAUSE_MILLIS = 1000;
 constexpr unsigned IDLE_MILLIS = 1000;
-constexpr unsigned RESTART_POLL_MILLIS = 50;
 constexpr unsigned STOP_WAIT_HINT = 2000;
 
 void LogState(const char* pszWhat)
@@ -176,9 +175,7 @@ void CMDAService::OnCustomControl(unsigned dwControl)
 {
     if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
-    m_restartAsked.Set();
     const std::lock_guard lock(m_workersAndTables);
-    m_restartAsked.Reset();
     LogState("restarting");
     StopLocalAgent(Platform::EServiceState::None);
     StopRemoteDelivery(Platform::EServiceState::None);
@@ -198,8 +195,9 @@ int CMDAService::Run()
         if (RunsHourlyCleanup()) {
             cleanup.Pass();
             StopEvent().Wait(IDLE_MILLIS);
-        } else {
-            WatchTables(monitor);
+        } else if (!TakeUpChanges(monitor)) {
+            Bex::WaitForAny({&StopEvent().Waitable(), &monitor.Waitable(), &Users().ChangeMonitor().Waitable()},
+                            IDLE_MILLIS);
         }
     }
     return 0;
@@ -211,25 +209,18 @@ void CMDAService::WaitWhilePaused() const
         StopEvent().Wait(PAUSE_MILLIS);
 }
 
-/// Leaves everything alone while a restart loads the tables: what changed meanwhile still shows afterwards.
-void CMDAService::WatchTables(CFileChangeMonitor& monitor)
+/// False when nothing has changed. What changes while a restart loads the tables shows afterwards.
+bool CMDAService::TakeUpChanges(CFileChangeMonitor& monitor)
 {
-    std::unique_lock lock(m_workersAndTables, std::try_to_lock);
-    if (m_restartAsked.IsSet() || !lock.owns_lock()) {
-        if (lock.owns_lock())
-            lock.unlock();
-        StopEvent().Wait(RESTART_POLL_MILLIS);
-        return;
-    }
-    Bex::CFileTreeChangeMonitor& mailboxTree = Users().ChangeMonitor(); // a restart makes it anew
+    const std::lock_guard lock(m_workersAndTables);
+    if (!IsRunning())
+        return true;
     const bool bDirectoryChanged = monitor.HasChanged();
-    const bool bTreeChanged = !bDirectoryChanged && mailboxTree.HasChanged();
-    if (bDirectoryChanged || bTreeChanged)
-        ReloadChangedTables(bTreeChanged, m_pLocalAgent ? &m_pLocalAgent->Interceptor() : nullptr);
-    else
-        Bex::WaitForAny(
-            {&StopEvent().Waitable(), &m_restartAsked.Waitable(), &monitor.Waitable(), &mailboxTree.Waitable()},
-            IDLE_MILLIS);
+    const bool bTreeChanged = !bDirectoryChanged && Users().ChangeMonitor().HasChanged();
+    if (!bDirectoryChanged && !bTreeChanged)
+        return false;
+    ReloadChangedTables(bTreeChanged, m_pLocalAgent ? &m_pLocalAgent->Interceptor() : nullptr);
+    return true;
 }
 
 /// As the configuration that the service will run with names them at the time of the installation.

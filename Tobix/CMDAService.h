@@ -12,7 +12,7 @@
 /// The daemon: starts and stops the workers, and keeps the tables current in between.
 ///
 /// There is one object, made before main runs. Start-up and the main loop run on the main thread, stop and restart on
-/// the dispatcher's; the workers and the tables change under one mutex.
+/// the dispatcher's; the workers and the tables change under one mutex, which is free while the main loop waits.
 class CMDAService : public CCommonService
 {
 public:
@@ -41,13 +41,12 @@ private:
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
     void WaitWhilePaused() const;
-    void WatchTables(CFileChangeMonitor& monitor);
+    bool TakeUpChanges(CFileChangeMonitor& monitor);
 
     CLockFile m_pidFile;
     Bex::CSimpleString m_strDirectory; ///< of the configuration
     Bex::CSimpleString m_strFileName;  ///< of the configuration
     std::mutex m_workersAndTables;
-    Bex::CEvent m_restartAsked; ///< wakes the main loop, which may wait while it holds the mutex
     std::unique_ptr<CLocalAgent> m_pLocalAgent;
     CRemoteDelivery m_remoteDelivery;
 };

@@ -119,6 +119,20 @@ protected:
     CTreeWatch m_watch;
 };
 
+TEST_F(TreeWatchTest, CanBeWaitedOnWhileItIsOpenedAnew)
+{
+    const int iDescriptor = m_watch.WaitDescriptor();
+    for (const char* pszName : {"x", "y"}) {
+        Open();
+        EXPECT_EQ(m_watch.WaitDescriptor(), iDescriptor);
+        EXPECT_EQ(WaitAny({&m_watch}, 0), EWaitResult::TimedOut); // what the one before it knew is gone
+        MakeDirectory(pszName);
+        EXPECT_EQ(WaitAny({&m_watch}, DEADLINE), EWaitResult::Signalled);
+    }
+    EXPECT_FALSE(m_watch.Open((m_directory / "missing").c_str(), 1, nullptr));
+    EXPECT_EQ(WaitAny({&m_watch}, 0), EWaitResult::TimedOut);
+}
+
 TEST_F(TreeWatchTest, TellsWhatHappensToFilesInOrder)
 {
     m_directory.Write("outside", "");

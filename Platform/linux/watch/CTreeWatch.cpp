@@ -47,6 +47,7 @@ struct SOpenRename
 /// the kernel's queue itself so that it never answers behind what has happened.
 struct CTreeWatch::SState
 {
+    explicit SState(CEventHandle& theReady) : ready(theReady) {}
     ~SState();
     bool Open(const char* pszRoot, size_t nTheBufferBytes, Filter theFilter);
     bool Fetch(std::vector<STreeRecord>& fetched);
@@ -89,7 +90,7 @@ struct CTreeWatch::SState
     size_t nUsedBytes = 0;
     bool bLost = false;
 
-    CEventHandle ready;
+    CEventHandle& ready;
     CEventHandle wake; ///< of the pump thread
     std::unique_ptr<CNativeThread> pThread;
 };
@@ -366,19 +367,24 @@ void CTreeWatch::SState::Lose()
 
 CTreeWatch::CTreeWatch() = default;
 
-CTreeWatch::~CTreeWatch() = default;
+CTreeWatch::~CTreeWatch() { Close(); }
 
 bool CTreeWatch::Open(const char* pszRoot, size_t nBufferBytes, Filter filter)
 {
     Close();
-    auto pState = std::make_unique<SState>();
-    if (!pState->Open(pszRoot, nBufferBytes, std::move(filter)))
-        return false;
-    m_pState = std::move(pState);
-    return true;
+    m_pState = std::make_unique<SState>(m_ready);
+    if (m_pState->Open(pszRoot, nBufferBytes, std::move(filter)))
+        return true;
+    Close();
+    return false;
 }
 
-void CTreeWatch::Close() { m_pState.reset(); }
+void CTreeWatch::Close()
+{
+    m_pState.reset();
+    if (m_ready.IsValid())
+        m_ready.Reset();
+}
 
 bool CTreeWatch::IsOpen() const { return m_pState != nullptr; }
 
@@ -388,6 +394,6 @@ bool CTreeWatch::Fetch(std::vector<STreeRecord>& records)
     return m_pState == nullptr || m_pState->Fetch(records);
 }
 
-int CTreeWatch::WaitDescriptor() const { return m_pState != nullptr ? m_pState->ready.WaitDescriptor() : -1; }
+int CTreeWatch::WaitDescriptor() const { return m_ready.WaitDescriptor(); }
 
 } // namespace Platform
