@@ -10,7 +10,6 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 namespace {
 
@@ -78,15 +77,6 @@ TEST_P(ProgramTest, IsNotWaitedForByAThreadThatWasGivenUp)
     EXPECT_TRUE(pThread->Terminate());
     Bex::CThread::Destroy(std::move(pThread));
     EXPECT_TRUE(Becomes([] { return !Bex::CThread::AnyAbandoned(); }));
-}
-
-TEST(MailPrograms, AreLookedForByNameAndTheirAbsenceIsLogged)
-{
-    const CTemporaryDirectory directory;
-    const CLogRecorder log;
-    RunSpamTagger(directory.Path().c_str(), "1.eml", false);
-    EXPECT_THAT(log.Lines(), ElementsAre(MatchesRegex(
-                                 "3 CreateProcess in Common/MailHlpr:100 for \".*spamscan.exe\" failed, error = 2")));
 }
 
 TEST(RunCommand, GivesTheExitCodeOrTheSystemError)

@@ -32,6 +32,7 @@ class World:
     def __init__(self, users=("ann", "carl"), domains="example.org\n", aliases="", filters="", intercept="", **config):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="tobix-"))
         self.process = None
+        self.executable = os.environ["TOBIX"]
         self.starts = 0
         for name in ("etc", "queue", "spool", "error", "outgoing", "filtered", "intercepted"):
             (self.root / name).mkdir()
@@ -68,14 +69,14 @@ class World:
         reports.settimeout(DEADLINE)
         self.log_file = open(self.root / "log", "ab")
         self.process = subprocess.Popen(
-            [os.environ["TOBIX"]], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
+            [self.executable], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
             env={**os.environ, "NOTIFY_SOCKET": str(self.root / "notify"), **environment})
         return reports
 
     def start(self, wait=True, **environment):
         self.log_file = open(self.root / "log", "ab")
         self.process = subprocess.Popen(
-            [os.environ["TOBIX"], "-debug"], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
+            [self.executable, "-debug"], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
             env={**os.environ, "MAILCONFIGDIR": str(self.etc), **environment})
         if wait:
             self.starts += 1
