@@ -24,9 +24,7 @@ bool IsValidAddress(std::string_view address)
             state = IN_LABEL;
         else if (state == IN_WORD && c == '.')
             state = WORD_START;
-        else if (state == IN_LABEL && c == '.')
-            state = LABEL_START;
-        else if (state == IN_WORD && c == '@')
+        else if ((state == IN_LABEL && c == '.') || (state == IN_WORD && c == '@'))
             state = LABEL_START;
         else
             return false;

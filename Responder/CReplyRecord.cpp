@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int64_t INTERVAL = 24 * 60 * 60; // seconds
+constexpr int64_t INTERVAL = int64_t{24} * 60 * 60; // seconds
 constexpr unsigned LOCK_WAIT_MILLIS = 60000;
 constexpr uint32_t LONGEST_LINE = 1024;
 constexpr size_t LONGEST_ADDRESS = 320; // RFC 5321 4.5.3.1

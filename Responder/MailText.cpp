@@ -105,7 +105,7 @@ std::string OneLine(std::string_view value, size_t nMost)
 
 std::string HeaderText(std::string_view value, size_t nMost)
 {
-    const std::string strLine = OneLine(value, nMost);
+    std::string strLine = OneLine(value, nMost);
     if (!HasEightBit(strLine))
         return strLine;
     std::string strWords;
