@@ -3,18 +3,10 @@
 #include "Bex/CSimpleString.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <unistd.h>
-
-/// Ends the run, so that the fuzzer keeps the input.
-inline void Require(bool bHolds)
-{
-    if (!bHolds)
-        std::abort();
-}
 
 /// The one file of a fuzz target that reads files; in memory where the system has a place for that.
 class CFuzzFile

@@ -1,6 +1,7 @@
 // A key/value file, such as the settings that a mailbox owner writes: what was read must survive a save, and a second
 // save must change nothing but drop the empty lines that the first one put at the end for lines without a pair.
 #include "Bex/CConfigFile.h"
+#include "Check.h"
 #include "FuzzFile.h"
 
 #include <map>
@@ -32,15 +33,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
     static const CFuzzFile file;
     file.Write(pData, nSize);
     CConfigFile config;
-    Require(config.Load(file.Path()));
+    Check(config.Load(file.Path()));
     const auto pairs = Pairs(config);
     for (const auto& [strKey, strValue] : pairs)
         config.GetInt(strKey.c_str(), 1);
     config.GetLocalPartDelimiter();
-    Require(config.Save());
+    Check(config.Save());
     const std::string strSaved = WithoutEmptyTail(file.Read());
     CConfigFile again;
-    Require(again.Load(file.Path()) && Pairs(again) == pairs);
-    Require(again.Save() && file.Read() == strSaved);
+    Check(again.Load(file.Path()) && Pairs(again) == pairs);
+    Check(again.Save() && file.Read() == strSaved);
     return 0;
 }
