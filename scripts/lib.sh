@@ -28,3 +28,21 @@ build_preset() {
     cmake --preset "$1" >/dev/null
     cmake --build --preset "$1" -- --quiet
 }
+
+# timed NAME COMMAND...: runs it and tells how long that took. 77 means that it could not run: as a stage it has failed.
+# Not for use in a condition: there the command would go on after a failure.
+timed() {
+    local name="$1" start=$SECONDS result verdict
+    shift
+    set +e
+    (set -e; "$@")
+    result=$?
+    set -e
+    case $result in
+        0) verdict=passed ;;
+        77) verdict="did not run" ;;
+        *) verdict=failed ;;
+    esac
+    printf '== %s: %s after %d:%02d\n' "$name" "$verdict" $(((SECONDS - start) / 60)) $(((SECONDS - start) % 60))
+    return "$result"
+}
