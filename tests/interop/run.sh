@@ -12,7 +12,7 @@ PACKAGES=("postfix sasl2-bin libsasl2-modules libsasl2-modules-db nsd" exim4-dae
 
 skip() {
     echo "interop tests skipped: $1" >&2
-    exit 0
+    exit 77
 }
 
 # The packages with what they need and this machine lacks. Not at once: mail servers do not suffer each other.
