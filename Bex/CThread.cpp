@@ -29,19 +29,19 @@ CThread::CThread(bool bAutoDelete) : m_bAutoDelete(bAutoDelete) {}
 
 CThread::~CThread()
 {
-    const std::unique_ptr<Platform::CNativeThread> hThread = Release(); // once the ending thread is out of the object
-    if (hThread && m_finished.IsSet())
-        hThread->Join();
+    const std::lock_guard lock(m_lock); // once the ending thread is out of the object
+    if (m_state == EState::Ended)
+        m_hThread->Join();
 }
 
 bool CThread::Start()
 {
-    std::unique_lock lock(m_handover); // the thread must not let go of a handle that is not stored yet
-    if (m_hThread || m_bAbandoned) {
+    std::unique_lock lock(m_lock); // the thread does not end, nor tell its id, before its handle is stored
+    if (m_hThread) {
         LogError(MainLog(), "m_hThread != NULL in %s:%d", SOURCE_FILE, HANDLE_PRESENT_LINE);
         return false;
     }
-    if (m_dwThreadID != 0) {
+    if (m_state == EState::GivenUp) {
         LogError(MainLog(), "m_dwThreadID != 0 in %s:%d", SOURCE_FILE, ID_PRESENT_LINE);
         return false;
     }
@@ -50,14 +50,14 @@ bool CThread::Start()
     m_finished.Reset();
     m_hThread = Platform::CNativeThread::Create(&Procedure, this);
     if (m_hThread) {
-        m_dwThreadID = m_hThread->Id();
+        m_state = EState::Running;
         return true;
     }
     const Platform::SError error = Platform::LastError();
     lock.unlock();
+    const std::unique_ptr<CThread> pSelf(m_bAutoDelete ? this : nullptr);
     LogError(MainLog(), "_beginthreadex failed in %s:%d with error %d", SOURCE_FILE, CREATE_LINE,
              static_cast<int>(error.dwSysError));
-    DestroyIf(m_bAutoDelete);
     return false;
 }
 
@@ -67,7 +67,7 @@ bool CThread::Stop()
         m_stop.Set();
         m_running.Reset();
         OnStopRequest();
-        if (!m_finished.Wait(STOP_WAIT_MILLIS)) {
+        if (m_state != EState::Idle && !m_finished.Wait(STOP_WAIT_MILLIS)) {
             LogError(MainLog(), "Wait timed out in %s:%d", SOURCE_FILE, STOP_LINE);
             return false;
         }
@@ -77,61 +77,56 @@ bool CThread::Stop()
         LogError(MainLog(), "%s", text);
         return false;
     }
-    if (const auto hThread = Release())
-        hThread->Join(); // it has nothing left to do
-    DestroyIf(m_bAutoDelete);
+    LetGo();
     return true;
 }
 
 bool CThread::Terminate()
 {
-    std::unique_lock lock(m_handover);
-    if (!m_hThread)
+    std::unique_lock lock(m_lock);
+    const EState state = m_state;
+    if (state == EState::Idle || state == EState::GivenUp)
         return false;
     m_running.Reset();
-    if (m_finished.IsSet()) {
-        lock.unlock();
-        if (const auto hThread = Release())
-            hThread->Join();
-        DestroyIf(m_bAutoDelete);
-        return true;
-    }
-    Abandon();
-    m_bOrphaned = m_bAutoDelete;
-    lock.unlock(); // from here on the object may be gone
-    LogError(MainLog(), "TerminateThread failed in %s:%d with error %d", SOURCE_FILE, TERMINATE_LINE,
-             static_cast<int>(Platform::SYS_NOT_SUPPORTED));
+    if (state == EState::Running)
+        GiveUp(m_bAutoDelete);
+    lock.unlock();
+    if (state == EState::Ended)
+        LetGo();
+    else // the object may be gone by now
+        LogError(MainLog(), "TerminateThread failed in %s:%d with error %d", SOURCE_FILE, TERMINATE_LINE,
+                 static_cast<int>(Platform::SYS_NOT_SUPPORTED));
     return true;
+}
+
+unsigned CThread::Id() const
+{
+    const std::lock_guard lock(m_lock);
+    return m_hThread ? m_hThread->Id() : 0;
 }
 
 void CThread::Destroy(std::unique_ptr<CThread> pThread)
 {
     if (!pThread)
         return;
-    const std::unique_lock lock(pThread->m_handover);
-    if (pThread->m_hThread && !pThread->m_finished.IsSet()) {
+    const std::lock_guard lock(pThread->m_lock);
+    if (pThread->m_state == EState::Running) {
         pThread->m_stop.Set();
-        pThread->Abandon();
+        pThread->GiveUp(true);
     }
-    pThread->m_bOrphaned = pThread->m_bAbandoned;
-    if (pThread->m_bOrphaned)
+    if (pThread->m_state == EState::GivenUp) {
+        pThread->m_bOrphaned = true;
         static_cast<void>(pThread.release()); // the thread's from here on
+    }
 }
 
-bool CThread::IsCallerAbandoned() { return AnyAbandoned() && t_pCurrent != nullptr && t_pCurrent->IsAbandoned(); }
-
-bool CThread::IsAbandoned()
-{
-    const std::lock_guard lock(m_handover);
-    return m_bAbandoned;
-}
+bool CThread::IsCallerAbandoned() { return t_pCurrent != nullptr && t_pCurrent->m_state == EState::GivenUp; }
 
 bool CThread::AnyAbandoned() { return s_nAbandoned != 0; }
 
 void CThread::Procedure(void* pThread)
 {
     auto* const pSelf = static_cast<CThread*>(pThread);
-    pSelf->m_dwThreadID = Platform::CurrentThreadId(); // Body may ask before the creator has stored it
     std::srand(static_cast<unsigned>(Platform::NowSeconds()));
     pSelf->m_running.Set();
     t_pCurrent = pSelf;
@@ -144,40 +139,48 @@ void CThread::Procedure(void* pThread)
 /// The thread lets go of its object. Whoever waits for the finished event finds everything else done.
 void CThread::End()
 {
-    std::unique_lock lock(m_handover);
-    const bool bAbandoned = std::exchange(m_bAbandoned, false);
-    bool bDestroy = m_bOrphaned;
-    if (!bAbandoned) {
-        if (!m_stop.IsSet()) { // nobody is about to take the handle
-            m_hThread.reset();
-            m_dwThreadID = 0;
-            bDestroy = m_bAutoDelete;
-        }
-        m_finished.Set();
+    std::unique_ptr<CThread> pSelf;
+    std::unique_lock lock(m_lock);
+    const bool bGivenUp = m_state == EState::GivenUp;
+    if (bGivenUp || !m_stop.IsSet()) { // nobody is about to take the handle
+        m_hThread.reset();
+        m_state = EState::Idle;
+        if (bGivenUp ? m_bOrphaned : m_bAutoDelete)
+            pSelf.reset(this);
+    } else {
+        m_state = EState::Ended;
     }
+    m_finished.Set();
     lock.unlock();
-    DestroyIf(bDestroy);
-    if (bAbandoned)
+    pSelf.reset();
+    if (bGivenUp)
         --s_nAbandoned;
 }
 
-/// With the handover lock held: the thread runs on without a controller.
-void CThread::Abandon()
+/// The controller lets go of a thread that has ended.
+void CThread::LetGo()
 {
-    m_bAbandoned = true;
+    std::unique_ptr<CThread> pSelf;
+    std::unique_lock lock(m_lock);
+    if (m_state == EState::GivenUp)
+        return;
+    if (m_bAutoDelete)
+        pSelf.reset(this);
+    m_state = EState::Idle;
+    const std::unique_ptr<Platform::CNativeThread> hThread = std::move(m_hThread);
+    lock.unlock();
+    if (hThread)
+        hThread->Join(); // it has nothing left to do
+}
+
+/// With the lock held: the thread runs on without a controller.
+void CThread::GiveUp(bool bOrphaned)
+{
+    m_state = EState::GivenUp;
+    m_bOrphaned = bOrphaned;
     ++s_nAbandoned;
     m_hThread.reset();
-    m_dwThreadID = 0;
     m_finished.Set();
 }
-
-std::unique_ptr<Platform::CNativeThread> CThread::Release()
-{
-    const std::lock_guard lock(m_handover);
-    m_dwThreadID = 0;
-    return std::exchange(m_hThread, nullptr);
-}
-
-void CThread::DestroyIf(bool bDestroy) { const std::unique_ptr<CThread> pSelf(bDestroy ? this : nullptr); }
 
 } // namespace Bex

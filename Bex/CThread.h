@@ -28,16 +28,17 @@ protected:
 
 public:
     bool Start(); ///< failures are logged; an object whose thread has ended can be started again
-    bool Stop();  ///< asks, waits up to 1000 ms; true when the thread has ended
+    bool Stop();  ///< asks, waits up to 1000 ms; true when no thread runs, at once when none ever did
     /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
     /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
     bool HasFinished() const { return m_finished.IsSet(); }
-    unsigned Id() const { return m_dwThreadID; } ///< 0 while no thread runs
+    unsigned Id() const; ///< 0 while no thread runs
 
     /// Destroys a worker. One whose abandoned thread still runs is destroyed by that thread when it ends.
     static void Destroy(std::unique_ptr<CThread> pThread);
     /// Whether the calling thread was terminated: it shall come to its end and hold nothing that others wait for.
+    /// Costs next to nothing, so that every step may ask; false on a thread that is none of these.
     static bool IsCallerAbandoned();
     static bool AnyAbandoned(); ///< a terminated thread still runs: the process must end without clean-up
 
@@ -47,22 +48,26 @@ protected:
     const CEvent& RunningEvent() const { return m_running; }
 
 private:
+    enum class EState {
+        Idle,    ///< no thread, or one that has let go of the object
+        Running, ///< may be asked to stop
+        Ended,   ///< after a stop request: the controller lets go of the handle
+        GivenUp  ///< without a handle; the thread still uses the object
+    };
+
     static void Procedure(void* pThread);
     void End();
-    void Abandon();
-    bool IsAbandoned();
-    std::unique_ptr<Platform::CNativeThread> Release(); ///< takes handle and id off the object
-    void DestroyIf(bool bDestroy);
+    void LetGo();
+    void GiveUp(bool bOrphaned);
 
-    std::unique_ptr<Platform::CNativeThread> m_hThread;
-    std::atomic<unsigned> m_dwThreadID = 0;
     bool m_bAutoDelete;
     CEvent m_running;
     CEvent m_finished;
     CEvent m_stop;
-    std::mutex m_handover;     ///< between the ending thread and the controller
-    bool m_bAbandoned = false; ///< a detached thread still uses the object
-    bool m_bOrphaned = false;  ///< and destroys it when it ends
+    mutable std::mutex m_lock;                  ///< over all that follows; between the ending thread and the controller
+    std::atomic<EState> m_state = EState::Idle; ///< may be read without the lock
+    bool m_bOrphaned = false;                   ///< a thread that was given up destroys the object when it ends
+    std::unique_ptr<Platform::CNativeThread> m_hThread;
 };
 
 } // namespace Bex
