@@ -1,9 +1,37 @@
 #include "Tobix/CCopyGroup.h"
 
-void CCopyGroup::Written(const Bex::CSimpleString& strDirectory)
+#include "Bex/TextFunctions.h"
+
+/// The directory joins before the write, so that a write error from then on reaches the flush.
+template <class TSave>
+SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, TSave SaveCopy)
 {
-    m_flush.MarkWritten(strDirectory.Text());
-    ++m_nCopies;
+    m_flush.Add(strDirectory.Text());
+    const SSaveResult saved = SaveCopy();
+    if (saved) {
+        m_flush.MarkWritten(strDirectory.Text());
+        ++m_nCopies;
+    }
+    return saved;
+}
+
+SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
+                                const std::function<Bex::CSimpleString()>& NextName, Bex::CSimpleString& strPath)
+{
+    return Write(strDirectory, [&] {
+        SSaveResult saved{ESaveResult::Exists};
+        while (saved.result == ESaveResult::Exists) {
+            strPath = Bex::JoinPath(strDirectory, NextName());
+            saved = mail.SaveNew(strPath, mode);
+        }
+        return saved;
+    });
+}
+
+SSaveResult CCopyGroup::Save(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
+                             const Bex::CSimpleString& strName)
+{
+    return Write(strDirectory, [&] { return mail.Save(Bex::JoinPath(strDirectory, strName), mode); });
 }
 
 void CCopyGroup::AddDelivered(const Bex::CSimpleString& strName, const Platform::SFileIdentity& identity)

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
+#include "Common/CMail.h"
 #include "Platform/CFlushGroup.h"
 #include "Platform/FileIdentity.h"
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 /// Queue files that were delivered together with the copies made of them, up to the flush that makes the copies
@@ -27,15 +29,22 @@ public:
     bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + nCopies <= MOST_COPIES; }
     bool IsEmpty() const { return m_delivered.empty() && m_nCopies == 0; }
 
-    /// Before a copy is written there, so that a write error from then on reaches the flush.
-    void Prepare(const Bex::CSimpleString& strDirectory) { m_flush.Add(strDirectory.Text()); }
-    void Written(const Bex::CSimpleString& strDirectory);
+    /// Saves a copy as a new file of the directory, under the first of the names that nothing has yet. The path is
+    /// that of the last name tried.
+    SSaveResult SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
+                        const std::function<Bex::CSimpleString()>& NextName, Bex::CSimpleString& strPath);
+    /// The same under this very name; a file that has it is replaced.
+    SSaveResult Save(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
+                     const Bex::CSimpleString& strName);
     void AddDelivered(const Bex::CSimpleString& strName, const Platform::SFileIdentity& identity);
 
     /// Flushes the copies and empties the group; false (Platform::LastError) when they may be lost.
     bool Finish(std::vector<SDelivered>& delivered);
 
 private:
+    template <class TSave>
+    SSaveResult Write(const Bex::CSimpleString& strDirectory, TSave SaveCopy);
+
     Platform::CFlushGroup m_flush;
     std::vector<SDelivered> m_delivered;
     uint32_t m_nCopies = 0;

@@ -93,9 +93,5 @@ bool CInterceptor::Store(const CMail& mail, const Bex::CSimpleString& strAddress
     const Bex::CSimpleString strDirectory = DirectoryOf(strAddress);
     if (!Bex::CDirectory::Exists(strDirectory) && !Platform::CreateOneDirectory(strDirectory.Text()))
         return false;
-    group.Prepare(strDirectory);
-    if (!mail.Save(Bex::JoinPath(strDirectory, CopyName(mail, pszKind)), EWriteMode::Envelope))
-        return false;
-    group.Written(strDirectory);
-    return true;
+    return static_cast<bool>(group.Save(mail, EWriteMode::Envelope, strDirectory, CopyName(mail, pszKind)));
 }

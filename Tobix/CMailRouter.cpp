@@ -48,8 +48,8 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
     if (!Config().GetFlag(Keys::FILTER_CONTENT) || !Filters().ContentFilterMatch(mail, strReason))
         return EFilterResult::Passed;
     Bex::CSimpleString strPath;
-    const SSaveResult saved = SaveUnderFreshName(
-        mail, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath, group);
+    const SSaveResult saved = group.SaveNew(
+        mail, EWriteMode::Envelope, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath);
     if (!saved) {
         MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN);
         return EFilterResult::Failed;
@@ -90,7 +90,7 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
                                       : std::exchange(name.strText, Bex::CSimpleString());
     };
     Bex::CSimpleString strPath;
-    const SSaveResult saved = SaveUnderFreshName(copy, m_directories.strOutgoing, NextName, strPath, group);
+    const SSaveResult saved = group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NextName, strPath);
     if (!saved) {
         MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN);
         return false;
@@ -99,22 +99,6 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
     if (!Config().GetFlag(Keys::AUTO_TRANSPORT))
         RunPostScript(m_directories.strOutgoing, strPath, ScriptsRunInParallel());
     return true;
-}
-
-/// Never replaces a mail that has the name already: another name is made then.
-template <class TNextName>
-SSaveResult CMailRouter::SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory,
-                                            TNextName NextName, Bex::CSimpleString& strPath, CCopyGroup& group)
-{
-    group.Prepare(strDirectory);
-    SSaveResult saved{ESaveResult::Exists};
-    while (saved.result == ESaveResult::Exists) {
-        strPath = Bex::JoinPath(strDirectory, NextName());
-        saved = mail.SaveNew(strPath, EWriteMode::Envelope);
-    }
-    if (saved)
-        group.Written(strDirectory);
-    return saved;
 }
 
 void CMailRouter::AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const

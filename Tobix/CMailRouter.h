@@ -42,9 +42,6 @@ private:
     };
     bool SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
                  SFirstName name, CCopyGroup& group);
-    template <class TNextName>
-    SSaveResult SaveUnderFreshName(const CMail& mail, const Bex::CSimpleString& strDirectory, TNextName NextName,
-                                   Bex::CSimpleString& strPath, CCopyGroup& group);
     void AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const;
 
     SMailDirectories m_directories;

@@ -62,20 +62,12 @@ bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGro
     const bool bEnvelope =
         account.config.GetFlag(AccountKeys::SAVE_ENVELOPE) || account.config.GetFlag(AccountKeys::RUN_REPLY);
     const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
-    group.Prepare(account.strDirectory);
     account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
-    SSaveResult saved{ESaveResult::Exists};
-    while (saved.result == ESaveResult::Exists) {
-        account.strMailFile =
-            Bex::JoinPath(account.strDirectory, Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++));
-        saved = copy.SaveNew(account.strMailFile, mode);
-    }
-    if (!saved) {
+    const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
+    const SSaveResult saved = group.SaveNew(copy, mode, account.strDirectory, NextName, account.strMailFile);
+    if (!saved)
         MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN);
-        return false;
-    }
-    group.Written(account.strDirectory);
-    return true;
+    return static_cast<bool>(saved);
 }
 
 /// The mail is stored: when the number cannot be recorded, the next delivery moves past the names already taken.
