@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
-#include "Platform/TlsCertificate.h"
+#include "Platform/CTlsCertificateStore.h"
 
 namespace Bex {
 

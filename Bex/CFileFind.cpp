@@ -2,6 +2,7 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/TextFunctions.h"
+#include "Platform/FileSystem.h"
 
 #include <string_view>
 

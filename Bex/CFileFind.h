@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
-#include "Platform/FileSystem.h"
+#include "Platform/CDirectoryListing.h"
 
 namespace Bex {
 

@@ -1,7 +1,7 @@
 #include "Bex/CIPv4Address.h"
 
 #include "Bex/CSocketException.h"
-#include "Platform/CSocketHandle.h"
+#include "Platform/SocketAddress.h"
 
 #include <algorithm>
 
@@ -10,8 +10,6 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CIPv4Address";
-constexpr uint32_t ERROR_NO_ADDRESS = 10022;
-constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
 
 } // namespace
 
@@ -39,7 +37,7 @@ const CSimpleString& CIPv4Address::HostName() const
 void CIPv4Address::Set(const Platform::SSocketAddress& address)
 {
     if (address.iFamily != Platform::FAMILY_IPV4)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
     std::copy_n(address.bytes.begin(), m_address.size(), m_address.begin());
     m_bValid = true;
     m_strText = {};
@@ -51,7 +49,7 @@ void CIPv4Address::Set(const CSimpleString& strText)
 {
     Platform::SSocketAddress address;
     if (!Platform::ParseAddress(Platform::FAMILY_IPV4, strText.Text(), address))
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_ADDRESS);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_INVALID);
     Set(address);
 }
 

@@ -1,15 +1,13 @@
 #include "Bex/CIPv6Address.h"
 
 #include "Bex/CSocketException.h"
-#include "Platform/CSocketHandle.h"
+#include "Platform/SocketAddress.h"
 
 namespace Bex {
 
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CIPv6Address";
-constexpr uint32_t ERROR_NO_ADDRESS = 10022;
-constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
 
 constexpr std::array<uint8_t, 16> LOOPBACK = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
 
@@ -46,7 +44,7 @@ const CSimpleString& CIPv6Address::HostName() const
 void CIPv6Address::Set(const Platform::SSocketAddress& address)
 {
     if (address.iFamily != Platform::FAMILY_IPV6)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
     m_address = address.bytes;
     m_bValid = true;
     m_strText = {};
@@ -58,7 +56,7 @@ void CIPv6Address::Set(const CSimpleString& strText)
 {
     Platform::SSocketAddress address;
     if (!Platform::ParseAddress(Platform::FAMILY_IPV6, strText.Text(), address))
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_ADDRESS);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_INVALID);
     Set(address);
 }
 

@@ -6,6 +6,7 @@
 #include "Bex/CSocketException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Platform/HostLookup.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,7 +21,6 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CSecureSocket";
 
-constexpr uint32_t ERROR_HOST_NOT_FOUND = 11001;
 constexpr uint32_t MOST_RECEIVE_PASSES = 999;
 
 struct SProtocolName
@@ -107,7 +107,7 @@ void CSecureSocket::Connect(const SSocketAddress& address)
 {
     std::string strName;
     if (m_bSecure && !LookupName(address, strName))
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_HOST_NOT_FOUND);
+        ThrowSocketException(SOURCE_FILE, __LINE__, SOCKET_HOST_NOT_FOUND);
     CSecureSocket::Connect(address, std::string_view(strName));
 }
 

@@ -2,7 +2,7 @@
 
 #include "Bex/CCertificateStore.h"
 #include "Bex/CSocket.h"
-#include "Platform/TlsContext.h"
+#include "Platform/CTlsContext.h"
 
 #include <vector>
 

@@ -2,7 +2,8 @@
 
 #include "Bex/CEvent.h"
 #include "Bex/CProcess.h"
-#include "Platform/ServiceControl.h"
+#include "Platform/CControlSource.h"
+#include "Platform/ServiceStatus.h"
 
 #include <mutex>
 #include <vector>

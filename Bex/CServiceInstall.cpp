@@ -1,8 +1,9 @@
 #include "Bex/CService.h"
 
+#include "Platform/CServiceRegistry.h"
+#include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Host.h"
 #include "Platform/Process.h"
 
 #include <cstdio>

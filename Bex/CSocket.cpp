@@ -1,6 +1,7 @@
 #include "Bex/CSocket.h"
 
 #include "Bex/CSocketException.h"
+#include "Platform/HostLookup.h"
 
 #include <cstring>
 
@@ -11,12 +12,6 @@ namespace {
 constexpr char SOURCE_FILE[] = "Bex/CSocket";
 
 constexpr uint32_t LONGEST_TRANSFER = 0x7FFFFFFFu;
-constexpr uint32_t ERROR_BAD_LENGTH = 87;
-constexpr uint32_t ERROR_WOULD_BLOCK = 10035;
-constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
-constexpr uint32_t ERROR_ABORTED = 10053;
-constexpr uint32_t ERROR_REFUSED = 10061;
-constexpr uint32_t ERROR_HOST_NOT_FOUND = 11001;
 
 [[noreturn]] void ThrowLast(int iLine) { ThrowSocketException(SOURCE_FILE, iLine, Platform::LastSocketError()); }
 
@@ -24,7 +19,7 @@ constexpr uint32_t ERROR_HOST_NOT_FOUND = 11001;
 Platform::SSocketAddress AddressOf(int iFamily, const CSimpleString& strHost)
 {
     if (iFamily != Platform::FAMILY_IPV4 && iFamily != Platform::FAMILY_IPV6)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
     Platform::SSocketAddress address;
     if (Platform::ParseAddress(iFamily, strHost.Text(), address))
         return address;
@@ -33,7 +28,7 @@ Platform::SSocketAddress AddressOf(int iFamily, const CSimpleString& strHost)
     if (!bFound && iFamily == Platform::FAMILY_IPV6)
         ThrowLast(__LINE__);
     if (!bFound || addresses.empty())
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_HOST_NOT_FOUND);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_HOST_NOT_FOUND);
     return addresses.front();
 }
 
@@ -54,7 +49,7 @@ void CSocket::Accept(CSocket& accepted, Platform::SSocketAddress& peer)
         ThrowLast(__LINE__);
     if (m_bConditionalAccept && AcceptCondition(peer) != 0) {
         accepted.m_handle.Close();
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_REFUSED);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_REFUSED);
     }
     accepted.m_iFamily = m_iFamily;
 }
@@ -108,7 +103,7 @@ uint32_t CSocket::Receive(void* pBuffer, uint32_t nLength, int)
     if (nLength == 0)
         return 0;
     if (nLength > LONGEST_TRANSFER)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_BAD_LENGTH);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_BAD_ARGUMENT);
     while (m_handle.IsOpen()) {
         const Platform::ESocketWait wait = m_handle.WaitReadable(m_dwTimeout);
         if (wait == Platform::ESocketWait::Failed)
@@ -118,10 +113,10 @@ uint32_t CSocket::Receive(void* pBuffer, uint32_t nLength, int)
         const int64_t nReceived = m_handle.Receive(pBuffer, nLength);
         if (nReceived >= 0)
             return static_cast<uint32_t>(nReceived);
-        if (Platform::LastSocketError() != ERROR_WOULD_BLOCK) // else the data that woke us was dropped again
+        if (Platform::LastSocketError() != Platform::SOCKET_WOULD_BLOCK) // else the data that woke us was dropped again
             ThrowLast(__LINE__);
     }
-    ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+    ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
 }
 
 bool CSocket::Shutdown(int) noexcept { return m_handle.ShutdownSending(); }
@@ -130,16 +125,16 @@ uint32_t CSocket::Send(const char* pszText)
 {
     const size_t nLength = strlen(pszText);
     if (nLength > LONGEST_TRANSFER)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_BAD_LENGTH);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_BAD_ARGUMENT);
     return Send(pszText, static_cast<uint32_t>(nLength), 0);
 }
 
 uint32_t CSocket::Send(const void* pBuffer, uint32_t nLength, int)
 {
     if (nLength > LONGEST_TRANSFER)
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_BAD_LENGTH);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_BAD_ARGUMENT);
     if (!m_handle.IsOpen())
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
     if (m_handle.Send(pBuffer, nLength, m_dwTimeout) < 0)
         ThrowLast(__LINE__);
     return nLength;

@@ -9,7 +9,6 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CSocketEndPoint";
-constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
 
 } // namespace
 
@@ -20,7 +19,7 @@ CSocketEndPoint::CSocketEndPoint(const Platform::SSocketAddress& address) : m_wP
     else if (address.iFamily == Platform::FAMILY_IPV6)
         m_pAddress = std::make_unique<CIPv6Address>(address);
     else
-        ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+        ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
 }
 
 CSocketEndPoint::CSocketEndPoint(const CIPv4Address& address, uint16_t wPort)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Bex/CException.h"
+#include "Platform/SocketErrors.h"
 
 #include <cstdint>
 

@@ -4,8 +4,8 @@
 #include "Bex/CFileOutputStream.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Platform/CStartsNoChild.h"
 #include "Platform/Clock.h"
-#include "Platform/Process.h"
 
 #include <unordered_set>
 #include <vector>

@@ -2,7 +2,7 @@
 
 #include "Bex/CSimpleString.h"
 #include "Bex/ILogDestination.h"
-#include "Platform/Host.h"
+#include "Platform/CDatagramSocket.h"
 
 #include <cstdint>
 

@@ -1,9 +1,9 @@
 #include "Bex/CConsoleApplication.h"
 #include "Bex/CService.h"
 #include "Bex/CThread.h"
+#include "Platform/CControlSource.h"
 #include "Platform/CrashHandler.h"
 #include "Platform/Errors.h"
-#include "Platform/ServiceControl.h"
 
 #include <cstdio>
 #include <cstdlib>

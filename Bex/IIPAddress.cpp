@@ -1,6 +1,6 @@
 #include "Bex/IIPAddress.h"
 
-#include "Platform/CSocketHandle.h"
+#include "Platform/HostLookup.h"
 
 namespace Bex {
 

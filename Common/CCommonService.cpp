@@ -3,7 +3,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Version.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Host.h"
+#include "Platform/Process.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -6,8 +6,8 @@
 #include "Common/CMD5.h"
 #include "Common/CMessage.h"
 #include "Common/Encodings.h"
+#include "Platform/CStartsNoChild.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Process.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "Common/Connectivity.h"
 
-#include "Platform/CSocketHandle.h"
 #include "Platform/Clock.h"
+#include "Platform/Connectivity.h"
 
 #include <atomic>
 #include <cstdint>

@@ -2,16 +2,18 @@
 
 #include "Common/Version.h"
 #include "Platform/Host.h"
+#include "Platform/HostLookup.h"
 
 LocalHostIdentity LocalHostIdentity::Obtain()
 {
     std::string strName;
     if (!Platform::HostName(strName))
         return {"0.0.0.0", "unknown"};
-    Platform::SCanonicalHost host;
-    if (!Platform::ResolveCanonicalIPv4(strName.c_str(), host))
+    std::string strCanonical;
+    std::vector<Platform::SSocketAddress> addresses;
+    if (!Platform::LookupHost(Platform::FAMILY_IPV4, strName.c_str(), addresses, &strCanonical) || addresses.empty())
         return {"0.0.0.0", strName.c_str()};
-    return {host.strAddress.c_str(), host.strName.c_str()};
+    return {Platform::AddressText(addresses.front()).c_str(), strCanonical.c_str()};
 }
 
 Bex::CSimpleString MakeReceivedValue(const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient,

@@ -4,10 +4,11 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Platform/CChildProcess.h"
 #include "Platform/Clock.h"
+#include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Process.h"
 
 #include <limits>
 #include <memory>

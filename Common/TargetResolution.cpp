@@ -2,8 +2,8 @@
 
 #include "Bex/CResolver.h"
 #include "Common/Connectivity.h"
-#include "Platform/CSocketHandle.h"
 #include "Platform/Clock.h"
+#include "Platform/SocketAddress.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/CEventHandle.h"
+#include "Platform/IWaitable.h"
 
 namespace Platform {
 

@@ -1,21 +1,15 @@
 #pragma once
 
 #include "Platform/SocketAddress.h"
+#include "Platform/SocketErrors.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace Platform {
 
 class CDescriptor;
-
-/// The socket error of the calling thread's last socket operation that failed, as the system numbers them (10xxx for
-/// sockets, 11xxx for names; 87 for a bad argument). Linux errors are mapped here and nowhere else.
-uint32_t LastSocketError();
-uint32_t SocketErrorFromErrno(int iErrno);
 
 enum class ESocketWait { Ready, TimedOut, Failed };
 
@@ -39,7 +33,7 @@ public:
     bool Listen(int iBacklog);
     /// Waits for a connection without limit; null-like (not open) result: false.
     bool Accept(CSocketHandle& accepted, SSocketAddress& peer);
-    /// Bounded by the system's own connect time-out; an Interrupt ends it with 10004.
+    /// Bounded by the system's own connect time-out; an Interrupt ends it with SOCKET_CANCELED.
     bool Connect(const SSocketAddress& address);
     /// From that moment (TickCount) on every wait times out, ready or not, until the next one is set. Outlives Close.
     void SetDeadline(uint64_t ui64TickCount);
@@ -60,18 +54,5 @@ private:
     struct SState;
     std::unique_ptr<SState> m_pState; ///< none once moved from
 };
-
-/// Text and address. False when the text is no literal of that family.
-bool ParseAddress(int iFamily, const char* pszText, SSocketAddress& address);
-std::string AddressText(const SSocketAddress& address);
-/// The addresses of a name in one family, through the system's resolver. False: LastSocketError (11001 and others).
-bool LookupHost(int iFamily, const char* pszName, std::vector<SSocketAddress>& addresses);
-/// The name of an address; false when it has none.
-bool LookupName(const SSocketAddress& address, std::string& strName);
-
-/// Which address families of this machine reach beyond it: of adapters that are up and neither loopback nor tunnel.
-/// False when the adapters cannot be listed. The environment variable TOBIX_CONNECTIVITY ("4", "6", "46", or neither)
-/// tells it instead, for machines whose only network is the loopback.
-bool ProbeConnectivity(bool& bIPv4, bool& bIPv6);
 
 } // namespace Platform

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// Files and directories by name. Thread-safe; operations answer false and set LastError on failure.
 /// Paths are NUL-terminated byte strings with "/" as the separator.
@@ -35,31 +34,6 @@ bool IsNetworkPath(const char* pszPath);
 
 /// A Windows-form path in this system's form: drive dropped, backslashes to slashes. Others come back unchanged.
 std::string NativePath(std::string_view strPath);
-
-struct SDirectoryEntry
-{
-    const char* pszName;
-    bool bDirectory; ///< a real directory; false for a symbolic link to one
-    bool bRegular;   ///< a regular file or a symbolic link
-};
-
-/// The entries of one directory without "." and "..", sorted bytewise by name; held in one compact block.
-class CDirectoryListing
-{
-public:
-    bool Read(const char* pszDirectory); ///< false: LastError; the listing is then empty
-    size_t Count() const { return m_entries.size(); }
-    SDirectoryEntry At(size_t nIndex) const;
-
-private:
-    struct SEntry
-    {
-        uint32_t dwName; ///< offset into m_names
-        uint8_t byKind;
-    };
-    std::vector<char> m_names;
-    std::vector<SEntry> m_entries;
-};
 
 /// Size in bytes of the file or, for a symbolic link, of the link itself; -1 on failure.
 int64_t FileSize(const char* pszPath);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 namespace Platform {
 
@@ -21,4 +22,7 @@ struct SSocketAddress
     bool operator==(const SSocketAddress&) const = default;
 };
 
+/// Text and address; any thread. False when the text is no literal of that family: LastSocketError.
+bool ParseAddress(int iFamily, const char* pszText, SSocketAddress& address);
+std::string AddressText(const SSocketAddress& address);
 } // namespace Platform

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/TlsContext.h"
+#include "Platform/CTlsCredentials.h"
 
 /// The checks of a peer's certificate. Thread-safe.
 ///

@@ -7,7 +7,7 @@
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
 #include "Responder/CReplyRecord.h"
-#include "Responder/Disposal.h"
+#include "Responder/CUnsentMark.h"
 #include "Responder/STemplate.h"
 
 #include <stdexcept>

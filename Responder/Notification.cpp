@@ -6,7 +6,7 @@
 #include "Platform/FileSystem.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
-#include "Responder/Disposal.h"
+#include "Responder/CUnsentMark.h"
 #include "Responder/SFailure.h"
 
 #include <stdexcept>

@@ -14,9 +14,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPClient";
 constexpr int LEVEL_DEBUG = 7;
 constexpr uint32_t DEFAULT_TIMEOUT = 120; // seconds
-constexpr uint32_t ERROR_NO_SUCH_FAMILY = 10047;
-constexpr uint32_t ERROR_ABORTED = 10053;
-constexpr size_t CODE_LENGTH = 4; // with the character behind it
+constexpr size_t CODE_LENGTH = 4;         // with the character behind it
 constexpr std::string_view HIDDEN = "********";
 
 /// The lines of a text, each ended by LF.
@@ -113,13 +111,13 @@ void CSMTPClient::ReceiveReply()
     while (state == CReplyReader::EState::Incomplete) {
         const uint32_t nReceived = Receive(m_receiveBuffer, sizeof(m_receiveBuffer), 0);
         if (nReceived == 0)
-            Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+            Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
         state = m_reply.Take({m_receiveBuffer, nReceived});
         if (m_iDebugLevel > 1)
             LogDebug("S: ", ShownSoFar(m_reply.LastLine()));
     }
     if (state == CReplyReader::EState::TooLong)
-        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_ABORTED);
+        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
 }
 
 void CSMTPClient::RecordReply()
@@ -187,7 +185,7 @@ Bex::CSimpleString CSMTPClient::OwnName() const
 {
     const Bex::CSocketEndPoint endPoint = LocalEndPoint();
     if (endPoint.Address() == nullptr)
-        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, ERROR_NO_SUCH_FAMILY);
+        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
     const Bex::CSimpleString& strName = endPoint.Address()->HostName();
     if (IsOneWord(strName))
         return strName;

@@ -6,7 +6,7 @@
 #include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
-#include "Platform/Process.h"
+#include "Platform/CommandLine.h"
 
 #include <string>
 

@@ -7,7 +7,6 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Platform/FileIdentity.h"
-#include "Platform/FileSystem.h"
 #include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
 #include "Tobix/StaleFiles.h"

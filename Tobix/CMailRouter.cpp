@@ -18,12 +18,6 @@ constexpr int OUTGOING_NOT_WRITTEN = 385;
 
 } // namespace
 
-SMailDirectories SMailDirectories::FromConfiguration()
-{
-    return {Config().GetPath(Keys::QUEUE_DIR), Config().GetPath(Keys::ERROR_DIR), Config().GetPath(Keys::FILTER_DIR),
-            Config().GetPath(Keys::OUTGOING_DIR), Config().GetPath(Keys::INTERCEPT_DIR)};
-}
-
 CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor)
     : m_directories(directories), m_interceptor(interceptor), m_mailboxes(directories.strQueue),
       m_identity(LocalHostIdentity::Obtain())

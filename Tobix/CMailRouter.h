@@ -7,18 +7,7 @@
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailboxStore.h"
-
-/// Where the local agent's mail goes; read once, in this system's form of paths.
-struct SMailDirectories
-{
-    Bex::CSimpleString strQueue;
-    Bex::CSimpleString strError;
-    Bex::CSimpleString strFilter;
-    Bex::CSimpleString strOutgoing;
-    Bex::CSimpleString strIntercept;
-
-    static SMailDirectories FromConfiguration();
-};
+#include "Tobix/SMailDirectories.h"
 
 /// Filters one mail, makes a copy for each recipient and puts it into a mailbox or into the outgoing directory.
 /// Owned by the local agent and used on its thread.

@@ -1,4 +1,5 @@
-#include "Platform/ServiceControl.h"
+#include "Platform/CControlSource.h"
+#include "Platform/ServiceUnit.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

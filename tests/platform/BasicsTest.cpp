@@ -1,3 +1,4 @@
+#include "Platform/CDatagramSocket.h"
 #include "Platform/CEventHandle.h"
 #include "Platform/CNativeThread.h"
 #include "Platform/Clock.h"
@@ -5,7 +6,8 @@
 #include "Platform/Errors.h"
 #include "Platform/FaultInjection.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Host.h"
+#include "Platform/HostLookup.h"
+#include "Platform/SocketErrors.h"
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -181,11 +183,12 @@ TEST(HostTest, DatagramArrivesByAddressAndByName)
     close(iSocket);
     EXPECT_FALSE(SendDatagram("", 514, "x", 1));
 
-    SCanonicalHost host;
-    EXPECT_TRUE(ResolveCanonicalIPv4("localhost", host));
-    EXPECT_EQ(host.strAddress, "127.0.0.1");
-    EXPECT_FALSE(ResolveCanonicalIPv4("", host));
-    EXPECT_EQ(LastError().dwSysError, 11001u);
+    std::vector<SSocketAddress> addresses;
+    std::string strCanonical;
+    ASSERT_TRUE(LookupHost(FAMILY_IPV4, "localhost", addresses, &strCanonical));
+    EXPECT_EQ(AddressText(addresses.at(0)) + ' ' + strCanonical, "127.0.0.1 localhost");
+    EXPECT_FALSE(LookupHost(FAMILY_IPV4, "", addresses));
+    EXPECT_EQ(LastSocketError(), 11001u);
 }
 
 } // namespace

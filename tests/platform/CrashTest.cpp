@@ -1,4 +1,5 @@
-#include "Platform/Process.h"
+#include "Platform/CChildProcess.h"
+#include "Platform/CommandLine.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <arpa/inet.h>

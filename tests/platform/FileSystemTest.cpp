@@ -1,4 +1,5 @@
 #include "Platform/FileSystem.h"
+#include "Platform/CDirectoryListing.h"
 #include "Platform/CFileHandle.h"
 #include "Platform/CFlushGroup.h"
 #include "Platform/FaultInjection.h"

@@ -1,6 +1,7 @@
-#include "Platform/Process.h"
+#include "Platform/CChildProcess.h"
 #include "Platform/CEventHandle.h"
 #include "Platform/Clock.h"
+#include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
 #include "Platform/FaultInjection.h"
 #include "support/CTemporaryDirectory.h"

@@ -1,7 +1,7 @@
 #include "Platform/linux/crash/CStoppedThreads.h"
 
+#include "Platform/CDirectoryListing.h"
 #include "Platform/Clock.h"
-#include "Platform/FileSystem.h"
 
 #include <algorithm>
 #include <cstdlib>

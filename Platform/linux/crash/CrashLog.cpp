@@ -1,8 +1,8 @@
 #include "Platform/linux/crash/CrashLog.h"
 
+#include "Platform/CDatagramSocket.h"
 #include "Platform/Clock.h"
 #include "Platform/ConsoleScreen.h"
-#include "Platform/Host.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -137,7 +137,7 @@ std::shared_ptr<CDnsContext> CDnsContext::Current()
     static std::mutex s_mutex;
     static std::shared_ptr<CDnsContext> s_pCurrent;
     std::shared_ptr<CDnsContext> pFormer; // goes after the lock: it waits for the library's thread
-    const SResolverFile file = SResolverFile::Current();
+    const SResolverFile file = CurrentResolverFile();
     const std::lock_guard lock(s_mutex);
     if (!s_pCurrent || s_pCurrent->m_file != file) {
         pFormer = std::move(s_pCurrent);

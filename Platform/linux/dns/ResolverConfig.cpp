@@ -1,6 +1,6 @@
 #include "Platform/linux/dns/ResolverConfig.h"
 
-#include "Platform/Host.h"
+#include "Platform/Process.h"
 
 #include <fstream>
 #include <sstream>
@@ -38,7 +38,7 @@ void ReadLine(const std::string& strLine, SResolverConfig& config)
 
 } // namespace
 
-SResolverFile SResolverFile::Current()
+SResolverFile CurrentResolverFile()
 {
     bool bPresent = false;
     SResolverFile file;

@@ -22,9 +22,9 @@ struct SResolverFile
     long long iModified = 0; ///< nanoseconds since 1970-01-01 UTC
 
     bool operator==(const SResolverFile&) const = default;
-    static SResolverFile Current();
 };
 
+SResolverFile CurrentResolverFile();
 SResolverConfig ReadResolverConfig(const std::string& strPath);
 
 } // namespace Platform

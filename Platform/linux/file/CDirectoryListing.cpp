@@ -1,4 +1,4 @@
-#include "Platform/FileSystem.h"
+#include "Platform/CDirectoryListing.h"
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 

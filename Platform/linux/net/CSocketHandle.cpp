@@ -3,7 +3,7 @@
 #include "Platform/Clock.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/net/NativeAddress.h"
-#include "Platform/linux/net/SocketErrors.h"
+#include "Platform/linux/net/SocketFailure.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,8 @@
-#include "Platform/CSocketHandle.h"
-#include "Platform/Host.h"
+#include "Platform/Connectivity.h"
+
+#include "Platform/Process.h"
 #include "Platform/linux/net/NativeAddress.h"
-#include "Platform/linux/net/SocketErrors.h"
+#include "Platform/linux/net/SocketFailure.h"
 
 #include <cstring>
 #include <ifaddrs.h>

@@ -1,26 +1,13 @@
-#include "Platform/CSocketHandle.h"
-#include "Platform/linux/net/NativeAddress.h"
-#include "Platform/linux/net/SocketErrors.h"
+#include "Platform/SocketAddress.h"
 
-#include <algorithm>
+#include "Platform/linux/net/NativeAddress.h"
+#include "Platform/linux/net/SocketFailure.h"
+
 #include <arpa/inet.h>
 #include <cstring>
-#include <memory>
-#include <netdb.h>
 #include <netinet/in.h>
 
 namespace Platform {
-
-namespace {
-
-struct SFreeAddresses
-{
-    void operator()(addrinfo* pAddresses) const { freeaddrinfo(pAddresses); }
-};
-
-constexpr size_t LONGEST_HOST_NAME = 1024;
-
-} // namespace
 
 int NativeFamily(int iFamily)
 {
@@ -95,39 +82,6 @@ std::string AddressText(const SSocketAddress& address)
     if (inet_ntop(NativeFamily(address.iFamily), address.bytes.data(), szText, sizeof(szText)) == nullptr)
         return {};
     return szText;
-}
-
-bool LookupHost(int iFamily, const char* pszName, std::vector<SSocketAddress>& addresses)
-{
-    addrinfo hints{};
-    hints.ai_family = NativeFamily(iFamily);
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    if (hints.ai_family == AF_UNSPEC)
-        return FailSocket(SOCKET_NO_SUCH_FAMILY);
-    addrinfo* pFound = nullptr;
-    const int iResult = getaddrinfo(pszName, nullptr, &hints, &pFound);
-    const std::unique_ptr<addrinfo, SFreeAddresses> pOwned(pFound);
-    if (iResult != 0)
-        return FailLookup(iResult);
-    for (const addrinfo* pAddress = pFound; pAddress != nullptr; pAddress = pAddress->ai_next) {
-        if (pAddress->ai_family == hints.ai_family)
-            addresses.push_back(FromNative(pAddress->ai_addr));
-    }
-    return true;
-}
-
-bool LookupName(const SSocketAddress& address, std::string& strName)
-{
-    SNativeAddress native;
-    if (!ToNative(address, native))
-        return false;
-    char szName[LONGEST_HOST_NAME] = {};
-    const int iResult = getnameinfo(native.Get(), native.nLength, szName, sizeof(szName), nullptr, 0, NI_NAMEREQD);
-    if (iResult != 0)
-        return FailLookup(iResult);
-    strName = szName;
-    return true;
 }
 
 } // namespace Platform

@@ -1,6 +1,4 @@
-#include "Platform/linux/net/SocketErrors.h"
-
-#include "Platform/CSocketHandle.h"
+#include "Platform/linux/net/SocketFailure.h"
 
 #include <algorithm>
 #include <iterator>
@@ -16,62 +14,54 @@ struct SCodeCase
     uint32_t dwError;
 };
 
-constexpr uint32_t SOCKET_FAILED = 10050; // what the network did is not told any nearer
-
 constexpr SCodeCase ERRNO_CASES[] = {
     {ENOMEM, SOCKET_NO_MEMORY},
     {EINTR, SOCKET_CANCELED},
     {EBADF, SOCKET_NOT_A_SOCKET},
-    {EACCES, 10013},
-    {EPERM, 10013}, // a packet filter's refusal
-    {EFAULT, 10014},
-    {EINVAL, 10022},
-    {EMFILE, 10024},
-    {ENFILE, 10024},
-    {EAGAIN, 10035},
-    {EINPROGRESS, 10036},
-    {EALREADY, 10037},
+    {EACCES, SOCKET_NO_ACCESS},
+    {EPERM, SOCKET_NO_ACCESS}, // a packet filter's refusal
+    {EFAULT, SOCKET_BAD_ADDRESS},
+    {EINVAL, SOCKET_INVALID},
+    {EMFILE, SOCKET_TOO_MANY_OPEN},
+    {ENFILE, SOCKET_TOO_MANY_OPEN},
+    {EAGAIN, SOCKET_WOULD_BLOCK},
+    {EINPROGRESS, SOCKET_IN_PROGRESS},
+    {EALREADY, SOCKET_ALREADY_DONE},
     {ENOTSOCK, SOCKET_NOT_A_SOCKET},
-    {EDESTADDRREQ, 10039},
-    {EMSGSIZE, 10040},
-    {EPROTOTYPE, 10041},
-    {ENOPROTOOPT, 10042},
-    {EPROTONOSUPPORT, 10043},
-    {ESOCKTNOSUPPORT, 10044},
-    {EOPNOTSUPP, 10045},
-    {EPFNOSUPPORT, 10046},
+    {EDESTADDRREQ, SOCKET_NO_DESTINATION},
+    {EMSGSIZE, SOCKET_MESSAGE_TOO_LONG},
+    {EPROTOTYPE, SOCKET_WRONG_PROTOCOL},
+    {ENOPROTOOPT, SOCKET_NO_SUCH_OPTION},
+    {EPROTONOSUPPORT, SOCKET_NO_SUCH_PROTOCOL},
+    {ESOCKTNOSUPPORT, SOCKET_NO_SUCH_TYPE},
+    {EOPNOTSUPP, SOCKET_NOT_SUPPORTED},
+    {EPFNOSUPPORT, SOCKET_NO_SUCH_PROTOCOL_FAMILY},
     {EAFNOSUPPORT, SOCKET_NO_SUCH_FAMILY},
-    {EADDRINUSE, 10048},
-    {EADDRNOTAVAIL, 10049},
-    {ENETDOWN, 10050},
-    {ENONET, 10051},
-    {ENETUNREACH, 10051},
-    {ENETRESET, 10052},
+    {EADDRINUSE, SOCKET_ADDRESS_IN_USE},
+    {EADDRNOTAVAIL, SOCKET_NO_SUCH_ADDRESS},
+    {ENETDOWN, SOCKET_NETWORK_DOWN},
+    {ENONET, SOCKET_NETWORK_UNREACHABLE},
+    {ENETUNREACH, SOCKET_NETWORK_UNREACHABLE},
+    {ENETRESET, SOCKET_NETWORK_RESET},
     {ECONNABORTED, SOCKET_ABORTED},
-    {ECONNRESET, 10054},
-    {EPIPE, 10054}, // the peer's reset was told before
-    {ENOBUFS, 10055},
-    {EISCONN, 10056},
-    {ENOTCONN, 10057},
-    {ESHUTDOWN, 10058},
+    {ECONNRESET, SOCKET_RESET},
+    {EPIPE, SOCKET_RESET}, // the peer's reset was told before
+    {ENOBUFS, SOCKET_NO_BUFFERS},
+    {EISCONN, SOCKET_CONNECTED},
+    {ENOTCONN, SOCKET_NOT_CONNECTED},
+    {ESHUTDOWN, SOCKET_SHUT_DOWN},
     {ETIMEDOUT, SOCKET_TIMED_OUT},
-    {ECONNREFUSED, 10061},
-    {EHOSTDOWN, 10064},
-    {EHOSTUNREACH, 10065},
-    {EPROTO, 10065}, // an ICMP error that says no more
+    {ECONNREFUSED, SOCKET_REFUSED},
+    {EHOSTDOWN, SOCKET_HOST_DOWN},
+    {EHOSTUNREACH, SOCKET_HOST_UNREACHABLE},
+    {EPROTO, SOCKET_HOST_UNREACHABLE}, // an ICMP error that says no more
 };
 
 constexpr SCodeCase LOOKUP_CASES[] = {
-    {EAI_NONAME, SOCKET_HOST_NOT_FOUND},
-    {EAI_NODATA, SOCKET_HOST_NOT_FOUND},
-    {EAI_ADDRFAMILY, SOCKET_HOST_NOT_FOUND},
-    {EAI_AGAIN, 11002},
-    {EAI_FAIL, 11003},
-    {EAI_FAMILY, SOCKET_NO_SUCH_FAMILY},
-    {EAI_SOCKTYPE, 10044},
-    {EAI_SERVICE, 10109},
-    {EAI_MEMORY, SOCKET_NO_MEMORY},
-    {EAI_BADFLAGS, 10022},
+    {EAI_NONAME, SOCKET_HOST_NOT_FOUND}, {EAI_NODATA, SOCKET_HOST_NOT_FOUND},   {EAI_ADDRFAMILY, SOCKET_HOST_NOT_FOUND},
+    {EAI_AGAIN, SOCKET_TRY_AGAIN},       {EAI_FAIL, SOCKET_NO_RECOVERY},        {EAI_FAMILY, SOCKET_NO_SUCH_FAMILY},
+    {EAI_SOCKTYPE, SOCKET_NO_SUCH_TYPE}, {EAI_SERVICE, SOCKET_NO_SUCH_SERVICE}, {EAI_MEMORY, SOCKET_NO_MEMORY},
+    {EAI_BADFLAGS, SOCKET_INVALID},
 };
 
 template <size_t N>
@@ -92,7 +82,7 @@ void SetLastSocketError(uint32_t dwError) { t_dwLastSocketError = dwError; }
 
 uint32_t SocketErrorFromErrno(int iErrno)
 {
-    return iErrno == 0 ? static_cast<uint32_t>(SOCKET_OK) : Find(ERRNO_CASES, iErrno, SOCKET_FAILED);
+    return iErrno == 0 ? static_cast<uint32_t>(SOCKET_OK) : Find(ERRNO_CASES, iErrno, SOCKET_NETWORK_DOWN);
 }
 
 bool FailSocketWithErrno() { return FailSocket(SocketErrorFromErrno(errno)); }
@@ -101,7 +91,7 @@ bool FailLookup(int iResult)
 {
     if (iResult == EAI_SYSTEM)
         return FailSocketWithErrno();
-    return FailSocket(Find(LOOKUP_CASES, iResult, 11003));
+    return FailSocket(Find(LOOKUP_CASES, iResult, SOCKET_NO_RECOVERY));
 }
 
 } // namespace Platform

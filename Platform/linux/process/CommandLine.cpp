@@ -1,4 +1,4 @@
-#include "Platform/Process.h"
+#include "Platform/CommandLine.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/TlsCertificate.h"
+#include "Platform/CTlsCertificate.h"
 
 #include <memory>
 #include <openssl/bio.h>

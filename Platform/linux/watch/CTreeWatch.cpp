@@ -1,8 +1,8 @@
 #include "Platform/CTreeWatch.h"
 
+#include "Platform/CDirectoryListing.h"
 #include "Platform/CNativeThread.h"
 #include "Platform/Clock.h"
-#include "Platform/FileSystem.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/Result.h"
 #include "Platform/linux/watch/CWatchedTree.h"

@@ -1,7 +1,8 @@
+#include "Platform/CTlsCertificateStore.h"
+#include "Platform/CDirectoryListing.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Host.h"
-#include "Platform/TlsCertificate.h"
+#include "Platform/Process.h"
 #include "Platform/linux/tls/TlsHandles.h"
 
 #include <openssl/pem.h>

@@ -1,4 +1,4 @@
-#include "Platform/ServiceControl.h"
+#include "Platform/CControlSource.h"
 
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/Result.h"

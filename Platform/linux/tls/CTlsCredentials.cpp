@@ -1,4 +1,4 @@
-#include "Platform/linux/tls/TlsCredentials.h"
+#include "Platform/linux/tls/STlsCredentialState.h"
 
 #include "Platform/linux/tls/TlsErrors.h"
 #include "Platform/linux/tls/TlsSessionCache.h"

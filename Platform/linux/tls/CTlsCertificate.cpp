@@ -1,4 +1,4 @@
-#include "Platform/TlsCertificate.h"
+#include "Platform/CTlsCertificate.h"
 
 #include "Platform/Clock.h"
 #include "Platform/linux/tls/TlsHandles.h"

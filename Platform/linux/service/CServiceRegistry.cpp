@@ -1,9 +1,10 @@
-#include "Platform/ServiceControl.h"
+#include "Platform/CServiceRegistry.h"
 
+#include "Platform/CChildProcess.h"
 #include "Platform/CFileHandle.h"
+#include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Host.h"
 #include "Platform/Process.h"
 #include "Platform/linux/base/Result.h"
 #include "Platform/linux/service/ServiceUser.h"

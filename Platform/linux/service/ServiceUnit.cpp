@@ -1,6 +1,6 @@
-#include "Platform/ServiceControl.h"
+#include "Platform/ServiceUnit.h"
 
-#include "Platform/Process.h"
+#include "Platform/CommandLine.h"
 #include "Platform/linux/service/ServiceUser.h"
 
 #include <algorithm>

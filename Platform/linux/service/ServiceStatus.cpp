@@ -1,8 +1,9 @@
-#include "Platform/ServiceControl.h"
+#include "Platform/ServiceStatus.h"
 
 #include "Platform/Errors.h"
 
 #include <ctime>
+#include <string>
 #include <systemd/sd-daemon.h>
 
 namespace Platform {

@@ -1,4 +1,4 @@
-#include "Responder/Disposal.h"
+#include "Responder/CUnsentMark.h"
 
 #include "Bex/CFile.h"
 #include "Platform/FileSystem.h"

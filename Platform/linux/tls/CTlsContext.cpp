@@ -1,6 +1,6 @@
-#include "Platform/TlsContext.h"
+#include "Platform/CTlsContext.h"
 
-#include "Platform/linux/tls/TlsCredentials.h"
+#include "Platform/linux/tls/STlsCredentialState.h"
 #include "Platform/linux/tls/TlsErrors.h"
 #include "Platform/linux/tls/TlsSessionCache.h"
 #include "Platform/linux/tls/TlsTargetName.h"

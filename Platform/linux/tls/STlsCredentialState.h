@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/TlsContext.h"
+#include "Platform/CTlsCredentials.h"
 #include "Platform/linux/tls/TlsHandles.h"
 
 namespace Platform {

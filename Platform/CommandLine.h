@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform {
+
+/// Puts one argument into double quotes for a command line, escaping quotes and the backslashes before them.
+std::string QuoteArgument(std::string_view strArgument);
+/// The arguments of a command line: blanks separate, double quotes keep together, \" is a quote.
+std::vector<std::string> SplitCommandLine(std::string_view strCommandLine);
+
+} // namespace Platform
