@@ -2,6 +2,7 @@
 
 #include "Bex/Log.h"
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -21,6 +22,12 @@ public:
     {
         const std::lock_guard lock(m_pLines->m_mutex);
         return m_pLines->m_lines;
+    }
+    bool Contains(const std::string& strText) const
+    {
+        const std::vector<std::string> lines = Lines();
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](const std::string& strLine) { return strLine.find(strText) != std::string::npos; });
     }
     void SetListener(std::function<void(const std::string&)> listener) ///< hears every line on its writer's thread
     {

@@ -1,8 +1,9 @@
-#include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Platform/Clock.h"
 #include "Platform/FaultInjection.h"
 #include "Tobix/CLocalAgent.h"
+#include "support/CLogRecorder.h"
+#include "support/CPowerLossModel.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>
@@ -10,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <mutex>
+#include <map>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -19,34 +20,12 @@ namespace {
 
 constexpr uint64_t DEADLINE_MILLIS = 60000;
 
-/// Keeps the lines of the main log.
-class CLines : public Bex::ILogDestination
-{
-public:
-    void Write(int, const char* pszText, unsigned) override
-    {
-        const std::lock_guard lock(m_mutex);
-        m_strText.append(pszText).append("\n");
-    }
-    void Flush() override {}
-    bool Contains(const std::string& strText)
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_strText.find(strText) != std::string::npos;
-    }
-
-private:
-    std::mutex m_mutex;
-    std::string m_strText;
-};
-
 /// The agent on a mail tree of its own, with the one user "ann" at "example.org".
 class AgentTest : public testing::Test
 {
 protected:
     void SetUp() override
     {
-        Bex::MainLog().Replace(m_pLines);
         for (const char* pszName : {"etc", "queue", "spool/ann", "error", "outgoing", "filtered", "intercepted"})
             fs::create_directories(Path(pszName));
         m_directory.Write("etc/domains", "example.org\n");
@@ -62,17 +41,12 @@ protected:
         ASSERT_TRUE(LocalDomains().Load(Path("etc/domains").c_str()));
         ASSERT_TRUE(Aliases().Load(Path("etc/aliases").c_str()));
     }
-    void TearDown() override
-    {
-        Users().ChangeMonitor().Destroy();
-        Bex::MainLog().Replace(nullptr);
-    }
+    void TearDown() override { Users().ChangeMonitor().Destroy(); }
 
     std::string Path(const std::string& strName) const { return m_directory / strName; }
-    void Drop(const std::string& strName, const std::string& strTo) const
+    void Drop(const std::string& strName, const std::string& strTo, const std::string& strRest = "\r\nbody\r\n") const
     {
-        m_directory.Write("mail",
-                          "X-Envelope-To: " + strTo + "\r\nFrom: <bob@far.example>\r\nSubject: x\r\n\r\nbody\r\n");
+        m_directory.Write("mail", "X-Envelope-To: " + strTo + "\r\nFrom: <bob@far.example>\r\n" + strRest);
         fs::rename(Path("mail"), Path("queue/" + strName));
     }
     size_t CountIn(const std::string& strName) const
@@ -105,7 +79,7 @@ protected:
     }
 
     CTemporaryDirectory m_directory;
-    std::shared_ptr<CLines> m_pLines = std::make_shared<CLines>();
+    CLogRecorder m_log;
 };
 
 } // namespace
@@ -117,8 +91,8 @@ TEST_F(AgentTest, MovesMailToTheErrorDirectoryWhenItsCopiesCannotBeMadeDurable)
     const Platform::CInjectedFault fault(Platform::EFault::FlushVolume, 1, EIO);
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("error"), 2u);
-    EXPECT_TRUE(m_pLines->Contains("flushing delivered mail failed"));
-    EXPECT_TRUE(m_pLines->Contains("delivering mail '1.eml' failed, placing in error"));
+    EXPECT_TRUE(m_log.Contains("flushing delivered mail failed"));
+    EXPECT_TRUE(m_log.Contains("delivering mail '1.eml' failed, placing in error"));
 }
 
 TEST_F(AgentTest, DeliversOnceWhatItCannotDeleteAtFirst)
@@ -127,7 +101,7 @@ TEST_F(AgentTest, DeliversOnceWhatItCannotDeleteAtFirst)
     const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 2);
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("spool/ann"), 1u);
-    EXPECT_TRUE(m_pLines->Contains("caught at Tobix/LocalAgent:433"));
+    EXPECT_TRUE(m_log.Contains("caught at Tobix/LocalAgent:433"));
 }
 
 TEST_F(AgentTest, TriesAgainByItselfWhatAShortageKeptFromBeingRead)
@@ -137,14 +111,14 @@ TEST_F(AgentTest, TriesAgainByItselfWhatAShortageKeptFromBeingRead)
                                             EMFILE); // the first one is the list of interceptions
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("spool/ann"), 1u);
-    EXPECT_TRUE(m_pLines->Contains("Looks like lock on file"));
+    EXPECT_TRUE(m_log.Contains("Looks like lock on file"));
 }
 
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));
     Drop("1.eml", "nobody@example.org");
-    RunAgentUntil([this] { return m_pLines->Contains("caught at Tobix/LocalAgent:142"); });
+    RunAgentUntil([this] { return m_log.Contains("caught at Tobix/LocalAgent:142"); });
     EXPECT_EQ(CountIn("queue"), 1u);
     fs::create_directory(Path("error"));
     RunAgentUntilQueueIsEmpty();
@@ -159,7 +133,7 @@ TEST_F(AgentTest, StoresNothingHalfWhenWritingFails)
     EXPECT_EQ(CountIn("spool/ann"), 0u);
     EXPECT_EQ(CountIn("error"), 1u);
     EXPECT_FALSE(fs::exists(Path("spool/ann/.1.eml.tmp")));
-    EXPECT_TRUE(m_pLines->Contains("error in Tobix/LocalAgent:313, errno=28"));
+    EXPECT_TRUE(m_log.Contains("error in Tobix/LocalAgent:313, errno=28"));
 }
 
 TEST_F(AgentTest, CountsStoredMailAsDeliveredWhenItsNumberCannotBeRecorded)
@@ -193,5 +167,84 @@ TEST_F(AgentTest, NeverStoresMailOutsideTheSpoolDirectory)
     fs::current_path("/");
     EXPECT_EQ(CountIn("etc"), 0u);
     EXPECT_EQ(CountIn("error"), 1u);
-    EXPECT_TRUE(m_pLines->Contains("couldn't load account config: " + Path("spool/.ann/config")));
+    EXPECT_TRUE(m_log.Contains("couldn't load account config: " + Path("spool/.ann/config")));
+}
+
+/// One mail of the delivery below, and where its copies go.
+struct SMail
+{
+    std::string strTo;
+    std::map<std::string, size_t> copies; ///< by directory; none: the mail ends in the error directory
+    std::string strHeader, strBody;
+};
+
+/// The outgoing and the error directory lie on a disk of their own. From some of the cuts the agent starts again.
+TEST_F(AgentTest, LosesNoMailWhenThePowerGoesAtAnyStep)
+{
+    constexpr int WIDE = 40;
+    constexpr size_t NTH_STARTS_AGAIN = 2999;
+    const CTemporaryDirectory other(CTemporaryDirectory::IN_MEMORY);
+    const std::vector<fs::path> roots{m_directory.Path(), other.Path()};
+    const std::string strOutgoing = other / "outgoing", strError = other / "error", strAnn = Path("spool/ann");
+    for (const std::string& strDirectory : {strOutgoing, strError})
+        fs::create_directories(strDirectory);
+    Config().Set("OutgoingDir", strOutgoing.c_str());
+    Config().Set("ErrorDir", strError.c_str());
+    m_directory.Write("etc/intercept_addresses", "eve@far.example\n");
+    ASSERT_TRUE(Filters().Load(m_directory.Write("etc/filters", "spam\n").c_str()));
+    std::string strMany;
+    for (int n = 0; n < WIDE; ++n)
+        strMany += "someone" + std::to_string(n) + "@far.example,";
+    std::vector<SMail> mails{{"ann@example.org", {{strAnn, 1}}, "", ""},
+                             {"ann@example.org,nobody@example.org", {}, "", ""},
+                             {"eve@far.example,ann@example.org", {{strAnn, 1}, {strOutgoing, 1}}, "", ""},
+                             {strMany, {{strOutgoing, WIDE}}, "", ""},
+                             {strMany + "ann@example.org", {{strAnn, 1}, {strOutgoing, WIDE}}, "", ""},
+                             {"ann@example.org", {{Path("filtered"), 1}}, "Subject: spam\r\n", ""},
+                             {"nobody@example.org", {}, "", ""}};
+    for (size_t n = 0; n < mails.size(); ++n) {
+        mails[n].strBody = "mail " + std::to_string(n) + std::string(6000, 'x') + "\r\nend\r\n";
+        Drop(std::to_string(n) + ".eml", mails[n].strTo, mails[n].strHeader + "\r\n" + mails[n].strBody);
+    }
+
+    std::string strLost;
+    const auto check = [&](const CPowerLossModel::Tree& tree, const std::string& strCut) {
+        for (const SMail& mail : mails) {
+            std::map<std::string, size_t> whole;
+            for (const auto& [strPath, strContent] : tree)
+                if (strPath.ends_with(".eml") && strContent.ends_with(mail.strBody))
+                    ++whole[std::string(strPath.substr(0, strPath.rfind('/')))];
+            const bool bStored =
+                !mail.copies.empty() && std::all_of(mail.copies.begin(), mail.copies.end(),
+                                                    [&](auto& place) { return whole[place.first] >= place.second; });
+            if (strLost.empty() && !bStored && whole[Path("queue")] + whole[strError] == 0)
+                strLost = mail.strBody.substr(0, 6) + " " + strCut;
+        }
+    };
+    size_t nCuts = 0;
+    std::vector<std::map<std::string, std::string>> survived;
+    {
+        const CPowerLossModel model(roots, [&](const CPowerLossModel::Tree& tree, const std::string& strCut) {
+            check(tree, strCut);
+            if (++nCuts % NTH_STARTS_AGAIN == 0)
+                survived.emplace_back(tree.begin(), tree.end());
+        });
+        RunAgentUntilQueueIsEmpty();
+        EXPECT_GT(model.Steps(), 400u);
+    }
+    EXPECT_EQ(strLost, "");
+    EXPECT_GT(survived.size(), 4u);
+    for (const auto& files : survived) {
+        for (const fs::path& root : roots)
+            for (const auto& entry : fs::recursive_directory_iterator(root))
+                if (entry.is_regular_file())
+                    fs::remove(entry.path());
+        for (const auto& [strPath, strContent] : files) {
+            fs::create_directories(fs::path(strPath).parent_path());
+            std::ofstream(strPath, std::ios::binary) << strContent;
+        }
+        RunAgentUntilQueueIsEmpty();
+        CPowerLossModel(roots, check).Cut("started again");
+        EXPECT_EQ(strLost, "");
+    }
 }
