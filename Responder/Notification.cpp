@@ -3,6 +3,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
+#include "Common/ReportText.h"
 #include "Platform/FileSystem.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr int64_t SMALLEST_REPORT = 3;      // bytes; what is shorter is not a report
 constexpr int64_t MOST_RETURNED = 32 << 20; // bytes of a mail; of a larger one the header is returned
-constexpr char UNKNOWN_REASON[] = "\t----- The following addresses had permanent fatal errors -----\r\n";
 
 /// The error report, or what stands in for it.
 struct SReport
@@ -32,12 +32,12 @@ void LoadReport(const Bex::CSimpleString& strPath, const CMail& returned, const 
         LoadMail(report.mail, strPath, false);
         report.strText = report.mail.Body().View();
     } else {
-        report.strText = std::string(UNKNOWN_REASON) + returned.FirstRecipient().Text() + "\r\n";
+        report.strText = std::string(ReportText::PERMANENT_ERRORS) + "\r\n" + returned.FirstRecipient().Text() + "\r\n";
     }
     if (report.mail.FromAddress().IsEmpty()) {
         const std::string strDefault = "postmaster@" + strHost;
-        report.mail.SetFrom(Bex::CSimpleString("\"Mail Delivery Subsystem\" <") +=
-                            Config().GetString(Keys::POSTMASTER.Name(), strDefault.c_str()) += ">");
+        report.mail.SetFrom(Bex::CSimpleString::Formatted(
+            "\"%s\" <%s>", ReportText::AUTHOR, Config().GetString(Keys::POSTMASTER.Name(), strDefault.c_str()).Text()));
     }
 }
 
@@ -132,7 +132,7 @@ void Notify(const SCommand& command, const CMail& returned)
     answer.SetFrom(
         Bex::CSimpleString::Formatted("\"%s\" <%s>", report.mail.FromName().Text(), report.mail.FromAddress().Text()));
     const std::string strSubject = HeaderText(report.mail.Subject());
-    answer.AddField("Subject", strSubject.empty() ? "Returned mail: see transcript for details" : strSubject);
+    answer.AddField("Subject", strSubject.empty() ? ReportText::SUBJECT : strSubject);
     SetParts(answer, report.strText, failure.StatusText(strHost), ReturnedPart(command, returned));
     answer.QueueInto(Config().GetPath(Keys::QUEUE_DIR));
 }

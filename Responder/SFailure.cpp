@@ -1,15 +1,17 @@
 #include "Responder/SFailure.h"
 
+#include "Common/ReportText.h"
 #include "Responder/MailText.h"
 
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 namespace {
 
 constexpr char PERMANENT[] = "5.0.0";
 constexpr char TIME_EXPIRED[] = "4.4.7";
-constexpr char NULL_MX[] = "5.1.10"; // RFC 7505 4.1
+constexpr char NO_MAIL_DOMAIN[] = "5.1.10"; // RFC 7505 4.1
 constexpr size_t LONGEST_FIELD = 900;
 
 bool IsDigit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
@@ -31,24 +33,32 @@ std::string_view EnhancedCode(std::string_view text)
     return bComplete && (text.starts_with("4.") || text.starts_with("5.")) ? text.substr(0, nEnd) : std::string_view();
 }
 
+/// What stands between the two, if the line begins and ends with them.
+std::optional<std::string_view> Between(std::string_view line, std::string_view begin, std::string_view end)
+{
+    if (line.size() < begin.size() + end.size() || !line.starts_with(begin) || !line.ends_with(end))
+        return std::nullopt;
+    return line.substr(begin.size(), line.size() - begin.size() - end.size());
+}
+
 /// Reads a report line by line.
 class CReportReader
 {
 public:
     void Take(std::string_view line)
     {
-        if (line.starts_with("\t----- The following addresses had ")) {
-            m_bContinuous = line.find("continuous") != std::string_view::npos;
+        if (line == ReportText::PERMANENT_ERRORS || line == ReportText::CONTINUOUS_ERRORS) {
+            m_bContinuous = line == ReportText::CONTINUOUS_ERRORS;
             m_bRecipientNext = true;
         } else if (m_bRecipientNext) {
             m_failure.strRecipient = line;
             m_bRecipientNext = false;
-        } else if (line.starts_with("\t(reason: ") && line.ends_with(')')) {
-            m_strReason = line.substr(10, line.size() - 11);
-        } else if (line.starts_with("\t----- Transcript")) {
+        } else if (const auto reason = Between(line, ReportText::REASON, ReportText::REASON_END)) {
+            m_strReason = *reason;
+        } else if (line == ReportText::TRANSCRIPT) {
             m_bTranscript = true;
-        } else if (line.starts_with(".... while talking to ") && line.ends_with(':')) {
-            m_failure.strRemoteHost = line.substr(22, line.size() - 23);
+        } else if (const auto host = Between(line, ReportText::TALKING_TO, ReportText::TALKING_TO_END)) {
+            m_failure.strRemoteHost = *host;
         } else if (m_bTranscript) {
             TakeTranscript(line);
         }
@@ -64,8 +74,10 @@ public:
 private:
     void TakeTranscript(std::string_view line)
     {
-        if (line.starts_with("<<< ") && line.size() > 6 && (line[4] == '4' || line[4] == '5')) {
-            line.remove_prefix(4);
+        const bool bReply = line.starts_with(ReportText::REPLY);
+        if (bReply)
+            line.remove_prefix(std::string_view(ReportText::REPLY).size());
+        if (bReply && line.size() > 2 && (line[0] == '4' || line[0] == '5')) {
             if (!m_bInReply || m_strReply.substr(0, 3) != line.substr(0, 3))
                 m_strReply.clear();
             else
@@ -75,15 +87,15 @@ private:
             return;
         }
         m_bInReply = false;
-        if (!line.empty() && !line.starts_with("<<< ") && !line.starts_with(">>> "))
+        if (!line.empty() && !bReply && !line.starts_with(ReportText::COMMAND))
             m_strMessage = line;
     }
     std::string Status() const
     {
         if (m_strReply.size() > 4 && !EnhancedCode(std::string_view(m_strReply).substr(4)).empty())
             return std::string(EnhancedCode(std::string_view(m_strReply).substr(4)));
-        if (m_strMessage.ends_with("(NULL MX)"))
-            return NULL_MX;
+        if (m_strMessage.ends_with(ReportText::NULL_MX))
+            return NO_MAIL_DOMAIN;
         return m_bContinuous || m_strReply.starts_with('4') || !m_strReason.empty() ? TIME_EXPIRED : PERMANENT;
     }
 

@@ -4,6 +4,7 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Encodings.h"
+#include "Common/ReportText.h"
 #include "SMTPc/CSMTPException.h"
 #include "SMTPc/ConsoleText.h"
 
@@ -91,7 +92,7 @@ uint32_t CSMTPClient::SendShown(const Bex::CSimpleString& strText, std::string_v
     Tell(strShown);
     if (m_iDebugLevel >= 1)
         LogDebug("C: ", strShown);
-    m_transcript.Append(Bex::CSimpleString::Formatted(">>> %s", strShown.Text()));
+    m_transcript.Append(Bex::CSimpleString::Formatted("%s%s", ReportText::COMMAND, strShown.Text()));
     return CSecureSocket::Send(strText.Text(), strText.Length(), 0);
 }
 
@@ -127,7 +128,7 @@ void CSMTPClient::RecordReply()
     ForEachLine(m_reply.Text(), [&](std::string_view line) {
         const std::string strLine = Shown(line) + '\n';
         strShown += strLine;
-        strEntry += "<<< " + strLine;
+        strEntry += ReportText::REPLY + strLine;
     });
     m_transcript.Append(Bex::CSimpleString(std::string_view(strEntry)));
     Tell(Bex::CSimpleString(std::string_view(strShown)));

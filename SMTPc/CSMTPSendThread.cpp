@@ -1,12 +1,11 @@
 #include "SMTPc/CSMTPSendThread.h"
 
 #include "Bex/CFileException.h"
-#include "Bex/CSecurityException.h"
-#include "Bex/CSocketException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
+#include "Common/ReportText.h"
 #include "Common/TargetResolution.h"
 #include "Platform/Errors.h"
 #include "SMTPc/CSMTPException.h"
@@ -54,9 +53,9 @@ void ResolveDomain(const Bex::CSimpleString& strDomain, CTargetList& targets)
             SOURCE_FILE, __LINE__,
             Bex::CSimpleString::Formatted("MX resolution for domain '%s' failed, please retry later", pszDomain));
     case EResolution::NullMX:
-        throw CSMTPPermanentException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("domain '%s' is not used for mail communication (NULL MX)", pszDomain));
+        throw CSMTPPermanentException(SOURCE_FILE, __LINE__,
+                                      Bex::CSimpleString::Formatted("domain '%s' is not used for mail communication %s",
+                                                                    pszDomain, ReportText::NULL_MX));
     default:
         break;
     }
@@ -66,6 +65,17 @@ void ResolveDomain(const Bex::CSimpleString& strDomain, CTargetList& targets)
             Bex::CSimpleString::Formatted("MX resolution for domain '%s' failed, no valid MX returned", pszDomain));
 }
 
+/// The smart hosts for the mail, or its recipient's mail exchangers; raises the SMTP exceptions when it cannot go
+/// anywhere.
+void FindTargets(const SPreparedMail& mail, CTargetList& targets)
+{
+    CheckAddresses(mail);
+    const Bex::CSimpleString strDomain = mail.strRecipient.AfterFirst('@');
+    SmartHosts().FindSmartHosts(mail.strSender.AfterFirst('@'), strDomain, targets);
+    if (targets.IsEmpty())
+        ResolveDomain(strDomain, targets);
+}
+
 Bex::CSimpleString DisplayName(const CSmartHost& target)
 {
     if (!target.strHostName.IsEmpty() || target.endPoint.Address() == nullptr)
@@ -73,185 +83,126 @@ Bex::CSimpleString DisplayName(const CSmartHost& target)
     return target.endPoint.Address()->Text();
 }
 
-/// One line to the error log and to standard error.
-void TellFailure(const Bex::CSimpleString& strText)
+CSmartHost WithoutTls(const CSmartHost& target)
 {
-    Bex::LogError(Bex::MainLog(), "%s", strText.Text());
+    CSmartHost copy = target;
+    copy.mode = ETLSMode::None;
+    return copy;
+}
+
+void WriteErrorLine(const Bex::CSimpleString& strText)
+{
     WriteConsole(stderr, Bex::CSimpleString::Formatted("%s\n", strText.Text()));
-}
-
-void TellFailure(const SPreparedMail& mail, const char* pszKind, const Bex::CException& exception, const char* pszText)
-{
-    TellFailure(Bex::CSimpleString::Formatted("mail <%s> failed with %s error: %s (in File %s at Line %d)",
-                                              mail.strMessageID.Text(), pszKind, pszText, exception.SourceFile(),
-                                              exception.Line()));
-}
-
-void TellFailure(const SPreparedMail& mail, const char* pszKind, const CSMTPException& exception)
-{
-    Bex::CSimpleString strLast = exception.LastLine();
-    strLast.TrimRight();
-    TellFailure(Bex::CSimpleString::Formatted("mail <%s> failed with %s SMTP error: %s", mail.strMessageID.Text(),
-                                              pszKind, strLast.Text()));
-}
-
-void TellAfterDelivery(const char* pszKind, const char* pszText)
-{
-    const auto strText = Bex::CSimpleString::Formatted("%s error after successful delivery: %s", pszKind, pszText);
-    Bex::LogWarning(Bex::MainLog(), "%s", strText.Text());
-    WriteConsole(stderr, Bex::CSimpleString::Formatted("%s\n", strText.Text()));
-}
-
-/// After a refusal: whatever the server makes of it, the outcome of the mail is known.
-void QuitAnyway(CSMTPSession& session)
-{
-    try {
-        session.Quit();
-    } catch (const Bex::CSocketException&) { // the session's end closes the connection
-    } catch (const Bex::CSecurityException&) {
-    }
 }
 
 } // namespace
 
 CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings(settings) {}
 
-void CSMTPSendThread::SendMail()
+void CSMTPSendThread::SendMail() { m_iResult = static_cast<int>(Attempt().verdict); }
+
+SAttempt CSMTPSendThread::Attempt()
 {
-    SPreparedMail prepared;
-    if (LoadAndPrepare(prepared))
-        SendPrepared(prepared);
-    else
-        m_iResult = DELIVERY_NOT_PREPARED;
+    SLoadedMail loaded;
+    const SLoadResult result = LoadMail(loaded);
+    if (result)
+        return Attempt(loaded);
+    const auto strText = Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d", m_strMailPath.Text(),
+                                                       static_cast<int>(result.error.dwSysError));
+    WriteErrorLine(strText);
+    Bex::LogError(Bex::MainLog(), "%s", strText.Text());
+    return {.verdict = EVerdict::NotPrepared, .error = result.error};
 }
 
-void CSMTPSendThread::SendMail(CMail& mail)
+SAttempt CSMTPSendThread::Attempt(SLoadedMail& loaded)
 {
-    SPreparedMail prepared;
-    if (PrepareMessage(mail, prepared))
-        SendPrepared(prepared);
-    else
-        m_iResult = DELIVERY_NOT_PREPARED;
-}
-
-void CSMTPSendThread::SendPrepared(SPreparedMail& mail)
-{
-    m_bMailKept = false;
+    SPreparedMail mail;
+    if (!PrepareMessage(loaded, mail))
+        return {EVerdict::NotPrepared};
     if (m_settings.bLowerRecipientDomain)
         mail.strRecipient = WithLowerDomain(mail.strRecipient);
     CTargetList targets(false);
-    if (!FindTargets(mail, targets))
-        return;
+    const auto failure = FailureOf([&] { FindTargets(mail, targets); });
+    if (!failure)
+        return TryTargets(mail, targets);
+    Tell(*failure, mail, {});
+    return {failure->verdict};
+}
+
+/// A second try without TLS is put behind the last target.
+SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets)
+{
+    EVerdict verdict = EVerdict::Stopped;
     for (const CSmartHost& target : targets) { // which grows while it is walked
-        if (!ShallRun()) {
-            m_iResult = DELIVERY_STOPPED;
-            return;
-        }
-        if (!TryTarget(target, mail, targets))
-            return;
+        if (!ShallRun())
+            return {EVerdict::Stopped};
+        CSMTPSession session(m_client, m_settings, mail);
+        const auto failure = FailureOf([&] { session.Deliver(target); });
+        if (!failure)
+            return FinishDelivered(session, mail);
+        Tell(*failure, mail, DisplayName(target));
+        if (failure->IsRefusal())
+            FailureOf([&] { session.Quit(); }); // whatever the server makes of it, the outcome is known
+        else if (target.mode == ETLSMode::Opportunistic)
+            targets.Append(WithoutTls(target));
+        verdict = failure->verdict;
+        if (!failure->bTryNextTarget)
+            break;
     }
+    const bool bStopBrokeIt = verdict == EVerdict::ConnectionFailed && !ShallRun();
+    return {bStopBrokeIt ? EVerdict::Stopped : verdict};
 }
 
-/// False, with report and result, when the mail cannot go anywhere.
-bool CSMTPSendThread::FindTargets(const SPreparedMail& mail, CTargetList& targets)
+/// To the error report, the log and standard error.
+void CSMTPSendThread::Tell(const SDeliveryFailure& failure, const SPreparedMail& mail,
+                           const Bex::CSimpleString& strHost) const
 {
-    try {
-        CheckAddresses(mail);
-        const Bex::CSimpleString strDomain = mail.strRecipient.AfterFirst('@');
-        SmartHosts().FindSmartHosts(mail.strSender.AfterFirst('@'), strDomain, targets);
-        if (targets.IsEmpty())
-            ResolveDomain(strDomain, targets);
-        return true;
-    } catch (const CSMTPTemporaryException& exception) {
-        WriteErrorReport(exception, m_strMailPath, {}, mail.strRecipient);
-        TellFailure(mail, "temporary", exception);
-        m_iResult = DELIVERY_TEMPORARY;
-    } catch (const CSMTPPermanentException& exception) {
-        WriteErrorReport(exception, m_strMailPath, {}, mail.strRecipient);
-        TellFailure(mail, "permanent", exception);
-        m_iResult = DELIVERY_PERMANENT;
-    }
-    return false;
-}
-
-/// True when the next target is to be tried; a second try without TLS is put behind the last one.
-bool CSMTPSendThread::TryTarget(const CSmartHost& target, const SPreparedMail& mail, CTargetList& targets)
-{
-    m_iResult = DELIVERED;
-    const Bex::CSimpleString strHost = DisplayName(target);
-    CSMTPSession session(m_client, m_settings, mail);
-    try {
-        session.Deliver(target);
-        FinishDelivered(session, mail);
-        return false;
-    } catch (const Bex::CSocketException& exception) {
-        WriteErrorReport(exception, m_strMailPath, strHost, mail.strRecipient);
-        TellFailure(mail, "socket", exception, exception.Text());
-        m_iResult = DELIVERY_CONNECTION_FAILED;
-    } catch (const Bex::CSecurityException& exception) {
-        WriteErrorReport(exception, m_strMailPath, strHost, mail.strRecipient);
-        TellFailure(mail, "security", exception, exception.Text());
-        m_iResult = DELIVERY_CONNECTION_FAILED;
-    } catch (const CSMTPTemporaryException& exception) {
-        WriteErrorReport(exception, m_strMailPath, strHost, mail.strRecipient);
-        TellFailure(mail, "temporary", exception);
-        QuitAnyway(session);
-        m_iResult = DELIVERY_TEMPORARY;
-        return true;
-    } catch (const CSMTPPermanentException& exception) {
-        WriteErrorReport(exception, m_strMailPath, strHost, mail.strRecipient);
-        TellFailure(mail, "permanent", exception);
-        QuitAnyway(session);
-        m_iResult = DELIVERY_PERMANENT;
-        return false;
-    }
-    if (target.mode == ETLSMode::Opportunistic) {
-        CSmartHost withoutTls = target;
-        withoutTls.mode = ETLSMode::None;
-        targets.Append(std::move(withoutTls));
-    }
-    return true;
+    WriteErrorReport(failure, m_strMailPath, strHost, mail.strRecipient);
+    const Bex::CSimpleString strLine = failure.LogLine(mail.strMessageID);
+    Bex::LogError(Bex::MainLog(), "%s", strLine.Text());
+    WriteErrorLine(strLine);
 }
 
 /// The mail is the server's: nothing that fails from here on makes it undelivered.
-void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail)
+SAttempt CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
-    if (m_bRemoveAfterDelivery)
-        RemoveFiles();
-    try {
-        session.Quit();
-    } catch (const Bex::CSocketException& exception) {
-        TellAfterDelivery("socket", exception.Text());
-    } catch (const Bex::CSecurityException& exception) {
-        TellAfterDelivery("security", exception.Text());
+    const EMailFile file = m_bRemoveAfterDelivery ? RemoveFiles(mail.fileIdentity) : EMailFile::Stays;
+    if (const auto failure = FailureOf([&] { session.Quit(); })) {
+        const auto strText =
+            Bex::CSimpleString::Formatted("%s after successful delivery: %s", failure->Name(), failure->strText.Text());
+        Bex::LogWarning(Bex::MainLog(), "%s", strText.Text());
+        WriteErrorLine(strText);
     }
+    return {EVerdict::Delivered, file};
 }
 
-void CSMTPSendThread::RemoveFiles()
+EMailFile CSMTPSendThread::RemoveFiles(const Platform::SFileIdentity& identity) const
 {
     WriteConsole(stdout, Bex::CSimpleString::Formatted("--> Removing file \"%s\"...\n", m_strMailPath.Text()));
     Bex::LogInfo(Bex::MainLog(), "removing file \"%s\"", m_strMailPath.Text());
-    RemoveMail();
+    const EMailFile file = RemoveMail(identity);
     try {
         Bex::CFile::Remove(ErrorReportPath(m_strMailPath));
     } catch (const Bex::CFileException&) { // most mails never failed
     }
+    return file;
 }
 
-void CSMTPSendThread::RemoveMail()
+EMailFile CSMTPSendThread::RemoveMail(const Platform::SFileIdentity& identity) const
 {
-    Platform::SFileIdentity identity;
-    if (Platform::IdentityOf(m_strMailPath.Text(), identity) && identity != m_identity) {
+    Platform::SFileIdentity present;
+    if (Platform::IdentityOf(m_strMailPath.Text(), present) && present != identity) {
         Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
-        return;
+        return EMailFile::Gone;
     }
     try {
         Bex::CFile::Remove(m_strMailPath);
+        return EMailFile::Gone;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
                        Bex::CSimpleString::Formatted("could not remove file \"%s\"", m_strMailPath.Text()).Text());
-        m_bMailKept = exception.LibError() != Platform::LIB_NO_ENTRY;
+        return exception.LibError() == Platform::LIB_NO_ENTRY ? EMailFile::Gone : EMailFile::Stays;
     }
 }

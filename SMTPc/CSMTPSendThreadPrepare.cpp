@@ -1,8 +1,6 @@
 // How CSMTPSendThread makes a mail file ready for its sessions.
 
-#include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
-#include "Common/CMail.h"
 #include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
 #include "SMTPc/CSMTPSendThread.h"
@@ -68,28 +66,15 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 
 } // namespace
 
-SLoadResult CSMTPSendThread::LoadMail(CMail& mail)
+SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
 {
-    m_identity = {};
-    Platform::IdentityOf(m_strMailPath.Text(), m_identity); // a missing file fails to load
-    return mail.Load(m_strMailPath, false);
+    Platform::IdentityOf(m_strMailPath.Text(), loaded.identity); // a missing file fails to load
+    return loaded.mail.Load(m_strMailPath, false);
 }
 
-bool CSMTPSendThread::LoadAndPrepare(SPreparedMail& prepared)
+bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared)
 {
-    CMail mail;
-    if (const SLoadResult loaded = LoadMail(mail); !loaded) {
-        const auto strText = Bex::CSimpleString::Formatted(
-            "error: could not open file \"%s\": %d\n", m_strMailPath.Text(), static_cast<int>(loaded.error.dwSysError));
-        WriteConsole(stderr, strText);
-        Bex::LogError(Bex::MainLog(), "%s", Bex::CSimpleString(Bex::TrimmedView(strText)).Text());
-        return false;
-    }
-    return PrepareMessage(mail, prepared);
-}
-
-bool CSMTPSendThread::PrepareMessage(CMail& mail, SPreparedMail& prepared)
-{
+    CMail& mail = loaded.mail;
     prepared.strSender = SenderOf(mail);
     prepared.strRecipient = RecipientOf(mail);
     if (prepared.strRecipient.IsEmpty()) {
@@ -99,6 +84,7 @@ bool CSMTPSendThread::PrepareMessage(CMail& mail, SPreparedMail& prepared)
     Masquerade(mail, prepared.strSender);
     prepared.strIdentity = mail.AuthenticatedAs();
     prepared.strMessageID = mail.MessageID();
+    prepared.fileIdentity = loaded.identity;
     prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.Body().View());
     mail.SetBody({}); // the payload is enough of it in memory
     return true;

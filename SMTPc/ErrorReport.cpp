@@ -7,6 +7,7 @@
 #include "Common/CMail.h"
 #include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
+#include "Common/ReportText.h"
 #include "SMTPc/ConsoleText.h"
 
 #include <exception>
@@ -16,20 +17,10 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "SMTPc/ErrorReport";
-constexpr char PERMANENT_ERRORS[] = "\t----- The following addresses had permanent fatal errors -----\r\n";
-constexpr char CONTINUOUS_ERRORS[] = "\t----- The following addresses had continuous fatal errors -----\r\n";
-constexpr char TRANSCRIPT[] = "\t----- Transcript of session follows -----\r\n";
 constexpr size_t NONE = std::string_view::npos;
 
-struct SReportContext
-{
-    const Bex::CSimpleString& strMailPath;
-    const Bex::CSimpleString& strHostName;
-    const Bex::CSimpleString& strRecipient;
-};
-
 /// The keys are read afresh: a report is written rarely, and the running configuration may be older than the file.
-Bex::CSimpleString FromAddress(bool bSessionRefused)
+Bex::CSimpleString FromAddress(bool bRefusal)
 {
     Bex::CConfigFile config;
     try {
@@ -37,27 +28,27 @@ Bex::CSimpleString FromAddress(bool bSessionRefused)
     } catch (const Bex::CFileException&) {
         config.RemoveAll();
     }
-    const Bex::CTextKey& key = bSessionRefused ? Keys::POSTMASTER_FROM : Keys::POSTMASTER;
+    const Bex::CTextKey& key = bRefusal ? Keys::POSTMASTER_FROM : Keys::POSTMASTER;
     if (config.IsSet(key))
         return config.GetString(key);
     return Bex::CSimpleString::Formatted("postmaster@%s", LocalHostIdentity::Obtain().strHostName.Text());
 }
 
 /// The field that tells where the mail came from; a refused session quotes the first that names a host.
-std::optional<std::string> OriginField(const CMail& mail, bool bSessionRefused)
+std::optional<std::string> OriginField(const CMail& mail, bool bRefusal)
 {
     std::optional<std::string> field;
     for (const Bex::CSimpleString& strValue : mail.Received()) {
         field = strValue.View();
-        if (!bSessionRefused || field->find("from ") != NONE)
+        if (!bRefusal || field->find("from ") != NONE)
             break;
     }
     return field;
 }
 
-std::string Origin(const CMail& mail, bool bSessionRefused)
+std::string Origin(const CMail& mail, bool bRefusal)
 {
-    const std::optional<std::string> field = OriginField(mail, bSessionRefused);
+    const std::optional<std::string> field = OriginField(mail, bRefusal);
     if (!field)
         return {};
     const size_t nDate = field->rfind(';');
@@ -71,34 +62,32 @@ std::string Origin(const CMail& mail, bool bSessionRefused)
            std::string(mail.MessageID().View()) + ">\r\n\r\n";
 }
 
-std::string Head(const SReportContext& context, bool bSessionRefused)
+std::string Head(const Bex::CSimpleString& strMailPath, bool bRefusal)
 {
     CMail mail;
-    mail.Load(context.strMailPath, true); // without it there is no origin to tell
-    return "X-Envelope-From: <>\r\nFrom: \"Mail Delivery Subsystem\" <" +
-           std::string(FromAddress(bSessionRefused).View()) +
-           ">\r\nSubject: Returned mail: see transcript for details\r\nContent-Type: text/plain\r\n\r\n" +
-           Origin(mail, bSessionRefused);
+    mail.Load(strMailPath, true); // without it there is no origin to tell
+    return std::string("X-Envelope-From: <>\r\nFrom: \"") + ReportText::AUTHOR + "\" <" + FromAddress(bRefusal).Text() +
+           ">\r\nSubject: " + ReportText::SUBJECT + "\r\nContent-Type: text/plain\r\n\r\n" + Origin(mail, bRefusal);
 }
 
-std::string TalkingTo(const SReportContext& context)
+std::string Errors(const SDeliveryFailure& failure, const Bex::CSimpleString& strRecipient)
 {
-    if (context.strHostName.IsEmpty())
-        return {};
-    return ".... while talking to " + std::string(context.strHostName.View()) + ":\r\n\r\n";
+    const bool bForNow = failure.kind == SDeliveryFailure::EKind::Temporary;
+    std::string strErrors = std::string(bForNow ? ReportText::CONTINUOUS_ERRORS : ReportText::PERMANENT_ERRORS) +
+                            "\r\n" + strRecipient.Text() + "\r\n";
+    if (!failure.IsRefusal())
+        strErrors += std::string(ReportText::REASON) + failure.strText.Text() + ReportText::REASON_END + "\r\n";
+    return strErrors;
 }
 
-std::string BrokenSessionText(const SReportContext& context, const std::string& strReason)
+std::string Transcript(const SDeliveryFailure& failure, const Bex::CSimpleString& strHostName)
 {
-    return Head(context, false) + PERMANENT_ERRORS + std::string(context.strRecipient.View()) +
-           "\r\n\t(reason: " + strReason + ")\r\n\r\n" + TRANSCRIPT + TalkingTo(context) + strReason + "\r\n";
-}
-
-std::string RefusedSessionText(const SReportContext& context, const char* pszErrors, const CSMTPException& exception)
-{
-    std::string strText = Head(context, true) + pszErrors + std::string(context.strRecipient.View()) + "\r\n\r\n" +
-                          TRANSCRIPT + TalkingTo(context);
-    for (const Bex::CSimpleString& strLine : exception.Lines())
+    std::string strText = std::string(ReportText::TRANSCRIPT) + "\r\n";
+    if (!strHostName.IsEmpty())
+        strText += std::string(ReportText::TALKING_TO) + strHostName.Text() + ReportText::TALKING_TO_END + "\r\n\r\n";
+    if (!failure.IsRefusal())
+        return strText + failure.strText.Text() + "\r\n";
+    for (const Bex::CSimpleString& strLine : failure.lines)
         strText += strLine.View();
     return strText;
 }
@@ -125,11 +114,19 @@ void Write(const Bex::CSimpleString& strPath, const std::string& strText)
     }
 }
 
-template <class TCompose>
-void WriteReport(const SReportContext& context, TCompose compose)
+} // namespace
+
+Bex::CSimpleString ErrorReportPath(const Bex::CSimpleString& strMailPath)
+{
+    return Bex::CSimpleString::Formatted("%s.err", strMailPath.Text());
+}
+
+void WriteErrorReport(const SDeliveryFailure& failure, const Bex::CSimpleString& strMailPath,
+                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
 {
     try {
-        Write(ErrorReportPath(context.strMailPath), compose());
+        Write(ErrorReportPath(strMailPath), Head(strMailPath, failure.IsRefusal()) + Errors(failure, strRecipient) +
+                                                "\r\n" + Transcript(failure, strHostName));
     } catch (const Bex::CFileException& exception) {
         WriteConsole(stderr,
                      Bex::CSimpleString::Formatted("%s(SysError=%d, LibError=%d) at %s:%d caught at %s:%d\n",
@@ -142,39 +139,4 @@ void WriteReport(const SReportContext& context, TCompose compose)
     } catch (const std::exception& exception) {
         WriteConsole(stderr, std::string(exception.what()) + "\n");
     }
-}
-
-} // namespace
-
-Bex::CSimpleString ErrorReportPath(const Bex::CSimpleString& strMailPath)
-{
-    return Bex::CSimpleString::Formatted("%s.err", strMailPath.Text());
-}
-
-void WriteErrorReport(const Bex::CSocketException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
-{
-    const SReportContext context{strMailPath, strHostName, strRecipient};
-    WriteReport(context, [&] { return BrokenSessionText(context, exception.Text()); });
-}
-
-void WriteErrorReport(const Bex::CSecurityException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
-{
-    const SReportContext context{strMailPath, strHostName, strRecipient};
-    WriteReport(context, [&] { return BrokenSessionText(context, exception.Text()); });
-}
-
-void WriteErrorReport(const CSMTPTemporaryException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
-{
-    const SReportContext context{strMailPath, strHostName, strRecipient};
-    WriteReport(context, [&] { return RefusedSessionText(context, CONTINUOUS_ERRORS, exception); });
-}
-
-void WriteErrorReport(const CSMTPPermanentException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
-{
-    const SReportContext context{strMailPath, strHostName, strRecipient};
-    WriteReport(context, [&] { return RefusedSessionText(context, PERMANENT_ERRORS, exception); });
 }

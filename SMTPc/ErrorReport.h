@@ -1,19 +1,12 @@
 #pragma once
 
-#include "Bex/CSecurityException.h"
-#include "Bex/CSocketException.h"
-#include "SMTPc/CSMTPException.h"
+#include "Bex/CSimpleString.h"
+#include "SMTPc/SDeliveryFailure.h"
 
 /// The error report beside a mail file, "<mail file>.err": a notification that tells why the last session failed.
 /// Replaces an earlier one. Nothing is raised; a report that cannot be written is told on standard error, and the
 /// earlier one stays. The host name is empty for failures before any connection. Any thread.
-void WriteErrorReport(const Bex::CSocketException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient);
-void WriteErrorReport(const Bex::CSecurityException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient);
-void WriteErrorReport(const CSMTPTemporaryException& exception, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient);
-void WriteErrorReport(const CSMTPPermanentException& exception, const Bex::CSimpleString& strMailPath,
+void WriteErrorReport(const SDeliveryFailure& failure, const Bex::CSimpleString& strMailPath,
                       const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient);
 
 Bex::CSimpleString ErrorReportPath(const Bex::CSimpleString& strMailPath);

@@ -7,6 +7,7 @@
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
 #include "Platform/CommandLine.h"
+#include "SMTPc/ErrorReport.h"
 
 #include <string>
 
@@ -38,7 +39,7 @@ void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
 
 bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& strErrorDirectory)
 {
-    const Bex::CSimpleString strReport = Bex::CSimpleString::Formatted("%s.err", strMailPath.Text());
+    const Bex::CSimpleString strReport = ErrorReportPath(strMailPath);
     if (Config().GetFlag(Keys::BOUNCE_DISABLE)) {
         const bool bMailRemoved = RemoveLogged(strMailPath);
         return RemoveLogged(strReport) && bMailRemoved;

@@ -18,12 +18,10 @@ constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr int64_t SECONDS_PER_MINUTE = 60;
 constexpr int64_t NANOSECONDS = 1'000'000'000;
-// the last code of each class of results
-constexpr int LAST_TEMPORARY = 10;
-constexpr int LAST_PERMANENT = 20;
-constexpr int LAST_CONFIGURATION = 30;
 
 char LocalityLetter(const Bex::CSimpleString& strAddress) { return IsLocalAddress(strAddress) ? 'L' : 'R'; }
+
+int Number(const SAttempt& attempt) { return static_cast<int>(attempt.verdict); }
 
 } // namespace
 
@@ -38,7 +36,7 @@ void CSMTPDeliveryThread::Body()
 {
     if (m_pFiles == nullptr) {
         Bex::LogError(Bex::MainLog(), "RemoteAgent-pointer was NULL at %s:%d", SOURCE_FILE, __LINE__);
-        m_iResult = DELIVERED;
+        m_iResult = 0;
         return;
     }
     m_settings.dwTimeout = SDeliverySettings::FromConfiguration().dwTimeout;
@@ -99,36 +97,37 @@ void CSMTPDeliveryThread::ReleaseName()
         m_pFiles->AddPending(m_strFileName);
 }
 
+bool CSMTPDeliveryThread::IsOverdue(int64_t iAgeSeconds, int iMinutes)
+{
+    return iAgeSeconds > iMinutes * SECONDS_PER_MINUTE;
+}
+
 bool CSMTPDeliveryThread::DeliverFile()
 {
-    CMail mail;
-    const ELoadResult loaded = LoadForDelivery(mail);
+    SLoadedMail loaded;
+    const ELoadResult result = LoadForDelivery(loaded);
     SFileState state;
     if (!ReadFileState(state))
         return false;
-    if (loaded == ELoadResult::Loaded)
-        SendMail(mail);
-    else if (loaded == ELoadResult::Broken)
-        SendMail(); // which tells why it cannot
-    if (m_iResult == DELIVERY_CONNECTION_FAILED && !ShallRun())
-        m_iResult = DELIVERY_STOPPED; // it was the stop that broke the connection
-    return HandleResult(mail, state);
+    SAttempt attempt{EVerdict::FileBusy}; // of a busy file nothing is sent in this pass
+    if (result == ELoadResult::Loaded)
+        attempt = Attempt(loaded);
+    else if (result == ELoadResult::Broken)
+        attempt = Attempt(); // which tells why it cannot
+    return Settle(attempt, loaded.mail, state);
 }
 
-/// Of a busy file nothing is sent in this pass.
-ELoadResult CSMTPDeliveryThread::LoadForDelivery(CMail& mail)
+ELoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
 {
-    m_iResult = DELIVERED;
-    const SLoadResult loaded = LoadMail(mail);
-    if (loaded.result == ELoadResult::Busy) {
+    const SLoadResult load = LoadMail(loaded);
+    if (load.result == ELoadResult::Busy) {
         Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
                         m_strMailPath.Text());
-        m_iResult = DELIVERY_FILE_LOCKED;
-    } else if (loaded.result == ELoadResult::Broken) {
+    } else if (load.result == ELoadResult::Broken) {
         Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__,
-                      loaded.error.iLibError, m_strMailPath.Text());
+                      load.error.iLibError, m_strMailPath.Text());
     }
-    return loaded.result;
+    return load.result;
 }
 
 bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
@@ -148,20 +147,28 @@ bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
     return true;
 }
 
-bool CSMTPDeliveryThread::HandleResult(const CMail& mail, const SFileState& state)
+bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, const CMail& mail, const SFileState& state)
 {
-    if (m_iResult == DELIVERED)
-        return Delivered(mail, state);
-    if (m_iResult <= LAST_TEMPORARY)
-        return FailedTemporarily(state);
-    if (m_iResult <= LAST_PERMANENT)
-        return FailedPermanently();
-    return m_iResult <= LAST_CONFIGURATION ? Misconfigured() : Aborted();
+    switch (attempt.verdict) {
+    case EVerdict::Delivered:
+        return Delivered(attempt, mail, state);
+    case EVerdict::FileBusy:
+    case EVerdict::ConnectionFailed:
+    case EVerdict::Temporary:
+        return FailedTemporarily(attempt, state);
+    case EVerdict::Permanent:
+        return FailedPermanently(attempt);
+    case EVerdict::NotPrepared:
+        return Misconfigured(attempt);
+    case EVerdict::Stopped:
+        return Aborted();
+    }
+    return false; // there is no other
 }
 
-bool CSMTPDeliveryThread::Delivered(const CMail& mail, const SFileState& state)
+bool CSMTPDeliveryThread::Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state)
 {
-    if (!m_bMailKept) // it must not be sent again
+    if (attempt.file == EMailFile::Gone) // else it must not be sent again
         ReleaseName();
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
@@ -180,34 +187,34 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
                  LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
 }
 
-bool CSMTPDeliveryThread::FailedTemporarily(const SFileState& state)
+bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
-    if (Platform::NowSeconds() - state.iCreated > iMinutes * SECONDS_PER_MINUTE) {
+    if (IsOverdue(Platform::NowSeconds() - state.iCreated, iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
-                      m_strMailPath.Text(), iMinutes, m_iResult);
+                      m_strMailPath.Text(), iMinutes, Number(attempt));
         return Bounce(m_strMailPath, m_strErrorDirectory);
     }
     m_pFiles->RetryLater(m_strFileName);
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
-                  m_strMailPath.Text(), m_iResult);
+                  m_strMailPath.Text(), Number(attempt));
     return true;
 }
 
-bool CSMTPDeliveryThread::FailedPermanently()
+bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt) const
 {
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" permanently failed with error %d. I am giving up!",
-                  m_strMailPath.Text(), m_iResult);
+                  m_strMailPath.Text(), Number(attempt));
     return Bounce(m_strMailPath, m_strErrorDirectory);
 }
 
-bool CSMTPDeliveryThread::Misconfigured() const
+bool CSMTPDeliveryThread::Misconfigured(const SAttempt& attempt) const
 {
-    const Platform::SError error = Platform::LastError();
     Bex::LogError(Bex::MainLog(),
                   "Delivering \"%s\" failed with error %d, errno %d, winerr %d. Maybe malconfigured? Don't know what "
                   "to do!",
-                  m_strMailPath.Text(), m_iResult, error.iLibError, static_cast<int>(error.dwSysError));
+                  m_strMailPath.Text(), Number(attempt), attempt.error.iLibError,
+                  static_cast<int>(attempt.error.dwSysError));
     return false;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Common/CMail.h"
 #include "SMTPc/CSMTPSendThread.h"
 #include "Tobix/COutgoingFiles.h"
 
@@ -17,6 +16,9 @@ public:
                         const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory);
     ~CSMTPDeliveryThread() override = default;
 
+    /// Whether a mail has waited for longer than AutoTransTime, in minutes, allows.
+    static bool IsOverdue(int64_t iAgeSeconds, int iMinutes);
+
 protected:
     void Body() override;
 
@@ -28,14 +30,14 @@ private:
     };
     bool TakeFile();
     void DeliverGuarded();
-    bool DeliverFile();
-    ELoadResult LoadForDelivery(CMail& mail);
+    bool DeliverFile(); ///< false: the file is to go to the error directory
+    ELoadResult LoadForDelivery(SLoadedMail& loaded) const;
     bool ReadFileState(SFileState& state) const;
-    bool HandleResult(const CMail& mail, const SFileState& state);
-    bool Delivered(const CMail& mail, const SFileState& state);
-    bool FailedTemporarily(const SFileState& state);
-    bool FailedPermanently();
-    bool Misconfigured() const;
+    bool Settle(const SAttempt& attempt, const CMail& mail, const SFileState& state);
+    bool Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state);
+    bool FailedTemporarily(const SAttempt& attempt, const SFileState& state);
+    bool FailedPermanently(const SAttempt& attempt) const;
+    bool Misconfigured(const SAttempt& attempt) const;
     bool Aborted() const;
     void MoveToError();
     void ReleaseName();

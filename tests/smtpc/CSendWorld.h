@@ -12,6 +12,8 @@
 
 inline bool Holds(std::string_view text, std::string_view part) { return text.find(part) != text.npos; }
 
+inline void PrintTo(EVerdict verdict, std::ostream* pStream) { *pStream << static_cast<int>(verdict); }
+
 /// One attempt of one mail, on a thread of its own.
 class CAttempt : public CSMTPSendThread
 {
@@ -22,10 +24,10 @@ public:
         EXPECT_TRUE(Start());
     }
     ~CAttempt() override { Stop(); }
-    int Result()
+    EVerdict Verdict()
     {
         m_done.get_future().wait();
-        return m_iResult;
+        return static_cast<EVerdict>(m_iResult);
     }
 
 private:
@@ -73,7 +75,7 @@ public:
             strEntries.replace(n, 1, strPort);
         SmartHosts().Set("*", Bex::CSimpleString(std::string_view(strEntries)));
     }
-    int Send() { return CAttempt(settings, Path()).Result(); }
+    EVerdict Send() { return CAttempt(settings, Path()).Verdict(); }
 
     std::string Path() const { return m_directory / "x.eml"; }
     std::string Report() const { return m_directory.Read("x.eml.err"); }

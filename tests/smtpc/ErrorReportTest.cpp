@@ -1,5 +1,7 @@
 #include "SMTPc/ErrorReport.h"
-#include "Bex/CConfigFile.h"
+#include "Bex/CSecurityException.h"
+#include "Bex/CSocketException.h"
+#include "SMTPc/CSMTPException.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +28,8 @@ protected:
     template <class TException>
     std::string Report(const TException& exception, const char* pszHost = "mx.far.example")
     {
-        WriteErrorReport(exception, Bex::CSimpleString(m_directory / "x.eml"), pszHost, "bob@far.example");
+        WriteErrorReport(*FailureOf([&] { throw exception; }), Bex::CSimpleString(m_directory / "x.eml"), pszHost,
+                         "bob@far.example");
         return m_directory.Read("x.eml.err");
     }
 

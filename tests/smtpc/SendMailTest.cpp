@@ -1,5 +1,6 @@
 #include "CSendWorld.h"
 #include "support/CTestAuthority.h"
+#include "support/RowName.h"
 
 #include <gmock/gmock.h>
 
@@ -14,6 +15,7 @@ const std::string OFFERS = "250-mx\r\n250-SIZE\r\n250 ";
 
 struct OutcomeCase
 {
+    const char* pszName;
     std::string strStage;
     std::string strReply;
     int iResult;
@@ -32,42 +34,50 @@ TEST_P(OutcomeTest, FollowsTheReply)
     CScriptedServer server(replies);
     server.SetPiece(GetParam().nPiece);
     world.Route(server, "ann:secret@127.0.0.1:%t");
-    const int iResult = world.Send();
-    EXPECT_EQ(iResult, GetParam().iResult);
-    EXPECT_EQ(world.HasMail(), iResult != DELIVERED);
+    const EVerdict verdict = world.Send();
+    EXPECT_EQ(static_cast<int>(verdict), GetParam().iResult);
+    EXPECT_EQ(world.HasMail(), verdict != EVerdict::Delivered);
     EXPECT_TRUE(Holds(world.Report(), GetParam().strReported)) << world.Report();
-    EXPECT_EQ(world.Report().empty(), iResult == DELIVERED);
-    EXPECT_EQ(testing::Value(server.Commands(), testing::Contains("QUIT")), iResult != DELIVERY_CONNECTION_FAILED);
+    EXPECT_EQ(world.Report().empty(), verdict == EVerdict::Delivered);
+    EXPECT_EQ(testing::Value(server.Commands(), testing::Contains("QUIT")), verdict != EVerdict::ConnectionFailed);
 }
 const Replies TLS{{"EHLO", OFFERS + "STARTTLS\r\n"}};
+const Replies OLD{{"EHLO", "502 no\r\n"}};
 INSTANTIATE_TEST_SUITE_P(
     Refusals, OutcomeTest,
-    testing::Values(OutcomeCase{"greeting", "421 busy\r\n", 9, "continuous fatal errors -----\r\nBob@far.example"},
-                    OutcomeCase{"greeting", "554 never\r\n", 19, "<<< 554 never\n"},
-                    OutcomeCase{"greeting", "250 what\r\n", 9},
-                    OutcomeCase{"HELO", "554 no\r\n", 9, ">>> HELO me.example\r\n", {{"EHLO", "502 no\r\n"}}},
-                    OutcomeCase{"STARTTLS", "454 no\r\n", 9, "<<< 454 no\n", TLS},
-                    OutcomeCase{"STARTTLS", "501 no\r\n", 19, "", TLS},
-                    OutcomeCase{"MAIL", "451 no\r\n", 9, "127.0.0.1:\r\n\r\n>>> MAIL From:<Ann@here.example> SIZE="},
-                    OutcomeCase{"MAIL", "251 odd\r\n", 19},
-                    OutcomeCase{"RCPT", "450-a\r\n450 b\r\n", 9, "<<< 450-a\n<<< 450 b\n"},
-                    OutcomeCase{"RCPT", "550 no\r\n", 19, ">>> RCPT To:<Bob@far.example>\r\n<<< 550 no\n"},
-                    OutcomeCase{"RCPT", "251 forwards\r\n", 0}, OutcomeCase{"DATA", "451 no\r\n", 9},
-                    OutcomeCase{"DATA", "250 no\r\n", 19}, OutcomeCase{"payload", "452 full\r\n", 9},
-                    OutcomeCase{"payload", "554 spam\r\n", 19}, OutcomeCase{"QUIT", "554 no\r\n", 0},
-                    OutcomeCase{"QUIT", "drop", 0}, OutcomeCase{"RCPT", "550 no\r\n", 19, "", {{"QUIT", "drop"}}}));
+    testing::Values(
+        OutcomeCase{"Busy", "greeting", "421 busy\r\n", 9, "continuous fatal errors -----\r\nBob@far.example"},
+        OutcomeCase{"NoService", "greeting", "554 never\r\n", 19, "<<< 554 never\n"},
+        OutcomeCase{"OddGreeting", "greeting", "250 what\r\n", 9},
+        OutcomeCase{"NoHello", "HELO", "554 no\r\n", 9, ">>> HELO me.example\r\n", OLD},
+        OutcomeCase{"NoTlsNow", "STARTTLS", "454 no\r\n", 9, "<<< 454 no\n", TLS},
+        OutcomeCase{"NoTls", "STARTTLS", "501 no\r\n", 19, "", TLS},
+        OutcomeCase{"NoMailNow", "MAIL", "451 no\r\n", 9, "127.0.0.1:\r\n\r\n>>> MAIL From:<Ann@here.example> SIZE="},
+        OutcomeCase{"OddMail", "MAIL", "251 odd\r\n", 19},
+        OutcomeCase{"Greylisted", "RCPT", "450-a\r\n450 b\r\n", 9, "<<< 450-a\n<<< 450 b\n"},
+        OutcomeCase{"NoSuchUser", "RCPT", "550 no\r\n", 19, ">>> RCPT To:<Bob@far.example>\r\n<<< 550 no\n"},
+        OutcomeCase{"Forwarded", "RCPT", "251 forwards\r\n", 0}, OutcomeCase{"NoDataNow", "DATA", "451 no\r\n", 9},
+        OutcomeCase{"OddData", "DATA", "250 no\r\n", 19}, OutcomeCase{"Full", "payload", "452 full\r\n", 9},
+        OutcomeCase{"Spam", "payload", "554 spam\r\n", 19}, OutcomeCase{"NoQuit", "QUIT", "554 no\r\n", 0},
+        OutcomeCase{"GoneAtQuit", "QUIT", "drop", 0},
+        OutcomeCase{"RefusedAndGone", "RCPT", "550 no\r\n", 19, "", {{"QUIT", "drop"}}}),
+    ROW_NAME);
 INSTANTIATE_TEST_SUITE_P(
     BrokenSessions, OutcomeTest,
-    testing::Values(OutcomeCase{"greeting", "drop", 8, "\t(reason: the connection was aborted"},
-                    OutcomeCase{"EHLO", "drop", 8}, OutcomeCase{"HELO", "drop", 8, "", {{"EHLO", "502 no\r\n"}}},
-                    OutcomeCase{"STARTTLS", "last220 go\r\n", 8, "", TLS}, // this target is never tried without TLS
-                    OutcomeCase{"MAIL", "drop", 8}, OutcomeCase{"RCPT", "drop", 8}, OutcomeCase{"DATA", "drop", 8},
-                    OutcomeCase{"payload", "drop", 8}, OutcomeCase{"EHLO", "endless250-x\r\n", 8},
-                    OutcomeCase{"EHLO", "endlessx", 8}, OutcomeCase{"greeting", "endless\xff\r", 8},
-                    OutcomeCase{"RCPT", "last250", 8}));
+    testing::Values(OutcomeCase{"AtGreeting", "greeting", "drop", 8, "\t(reason: the connection was aborted"},
+                    OutcomeCase{"AtEhlo", "EHLO", "drop", 8}, OutcomeCase{"AtHelo", "HELO", "drop", 8, "", OLD},
+                    OutcomeCase{"AtTls", "STARTTLS", "last220 go\r\n", 8, "", TLS}, // never tried without TLS
+                    OutcomeCase{"AtMail", "MAIL", "drop", 8}, OutcomeCase{"AtRcpt", "RCPT", "drop", 8},
+                    OutcomeCase{"AtData", "DATA", "drop", 8}, OutcomeCase{"AtPayload", "payload", "drop", 8},
+                    OutcomeCase{"EndlessReply", "EHLO", "endless250-x\r\n", 8},
+                    OutcomeCase{"EndlessLine", "EHLO", "endlessx", 8},
+                    OutcomeCase{"EndlessGreeting", "greeting", "endless\xff\r", 8},
+                    OutcomeCase{"InAReply", "RCPT", "last250", 8}),
+    ROW_NAME);
 INSTANTIATE_TEST_SUITE_P(InPieces, OutcomeTest,
-                         testing::Values(OutcomeCase{"QUIT", "221 a\r\n", 0, "", {}, 1},
-                                         OutcomeCase{"QUIT", "221 a\r\n", 0, "", {}, 3}));
+                         testing::Values(OutcomeCase{"OfOneByte", "QUIT", "221 a\r\n", 0, "", {}, 1},
+                                         OutcomeCase{"OfThreeBytes", "QUIT", "221 a\r\n", 0, "", {}, 3}),
+                         ROW_NAME);
 
 TEST(SendMailTest, DeliversAndRemovesTheFiles)
 {
@@ -80,7 +90,7 @@ TEST(SendMailTest, DeliversAndRemovesTheFiles)
     world.settings.bLowerRecipientDomain = true;
     CScriptedServer server(Replies{{"EHLO", OFFERS + "AUTH PLAIN\r\n"}});
     world.Route(server);
-    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(world.Send(), EVerdict::Delivered);
     const std::string strPayload = "Message-ID: <1@here>\r\nFrom: <Ann@here.example>\r\nTo: <Bob@far.example>\r\n"
                                    "Date: today\r\nX-Authenticated-As: a b=c\r\n\r\n" +
                                    strText + "\r\n.\r\n";
@@ -100,7 +110,7 @@ TEST(SendMailTest, FallsBackToHelloWithoutExtensions)
     CSendWorld world;
     CScriptedServer server(Replies{{"EHLO", "502 STARTTLS AUTH SIZE\r\n"}});
     world.Route(server, "ann:secret@127.0.0.1:%t");
-    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(world.Send(), EVerdict::Delivered);
     EXPECT_EQ(server.Commands(), (Commands{"EHLO me.example", "HELO me.example", "MAIL From:<Ann@here.example>",
                                            "RCPT To:<Bob@far.example>", "DATA", "QUIT"}));
 }
@@ -111,7 +121,7 @@ TEST(SendMailTest, TriesTheTargetsInOrderUntilOneDecides)
     CScriptedServer server(Replies{{"greeting", "drop"}}, Replies{{"MAIL", "450 no\r\n"}},
                            Replies{{"RCPT", "550 no\r\n"}});
     world.Route(server, "127.0.0.1:1i,127.0.0.1:%i,127.0.0.1:%i,127.0.0.1:%i,127.0.0.1:%i");
-    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_EQ(world.Send(), EVerdict::Permanent);
     EXPECT_EQ(server.Commands(),
               (Commands{"EHLO me.example", "MAIL From:<Ann@here.example> SIZE=97", "QUIT", "EHLO me.example",
                         "MAIL From:<Ann@here.example> SIZE=97", "RCPT To:<Bob@far.example>", "QUIT"}));
@@ -126,7 +136,7 @@ TEST(SendMailTest, TriesAgainWithoutTlsWhenTlsBreaks)
                          {"STARTTLS", "last220 go\r\n250-mx\r\n250 AUTH PLAIN\r\n"}}; // as if told under TLS
     CScriptedServer server(broken, Replies{});
     world.Route(server);
-    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(world.Send(), EVerdict::Delivered);
     EXPECT_EQ(server.Commands(),
               (Commands{"EHLO me.example", "STARTTLS", "EHLO me.example", "MAIL From:<Ann@here.example> SIZE=97",
                         "RCPT To:<Bob@far.example>", "DATA", "QUIT"}));
@@ -140,7 +150,7 @@ TEST(SendMailTest, LearnsAnewUnderTls)
     // The host offers what it has in clear only, and somebody between adds to its reply.
     CScriptedServer server(Replies{{"EHLO", OFFERS + "STARTTLS\r\n"}, {"STARTTLS", "220 go\r\n250 AUTH PLAIN\r\n"}});
     world.Route(server, "ann:secret@127.0.0.1:%t");
-    EXPECT_EQ(world.Send(), DELIVERED) << world.Report();
+    EXPECT_EQ(world.Send(), EVerdict::Delivered) << world.Report();
     EXPECT_THAT(server.Commands(),
                 testing::ElementsAre("EHLO me.example", "STARTTLS", "EHLO me.example", testing::StartsWith("MAIL"),
                                      testing::StartsWith("RCPT"), "DATA", "QUIT"));
@@ -153,15 +163,15 @@ TEST(SendMailTest, RefusesWhatCannotBeSent)
     CScriptedServer server(Replies{});
     world.Route(server);
     world.WriteMail("X-Envelope-From: ann@here..example\r\nX-Envelope-To: bob@far.example\r\n");
-    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_EQ(world.Send(), EVerdict::Permanent);
     EXPECT_TRUE(Holds(world.Report(), "follows -----\r\nsender address <ann@here..example> has bad format"));
     world.WriteMail("X-Envelope-From: <>\r\nX-Envelope-To: \r\nTo: Bob <b ob@far.example>, c\r\n");
-    EXPECT_EQ(world.Send(), DELIVERY_PERMANENT);
+    EXPECT_EQ(world.Send(), EVerdict::Permanent);
     EXPECT_TRUE(world.Logged("permanent SMTP error: recipient address <b ob@far.example> has bad format"));
     world.WriteMail("X-Envelope-From: ann@here.example\r\n");
-    EXPECT_EQ(world.Send(), DELIVERY_NOT_PREPARED);
+    EXPECT_EQ(world.Send(), EVerdict::NotPrepared);
     std::filesystem::remove(world.Path());
-    EXPECT_EQ(world.Send(), DELIVERY_NOT_PREPARED);
+    EXPECT_EQ(world.Send(), EVerdict::NotPrepared);
     EXPECT_TRUE(world.Logged("3 error: could not open file \"" + world.Path() + "\": 2"));
     EXPECT_EQ(server.Commands(), Commands{});
 }
@@ -174,7 +184,7 @@ TEST(SendMailTest, SendsToTheFirstAddressWithoutAnEnvelope)
     for (const char* pszTo :
          {"bob@far.example, Eve <eve@far.example>", "\"B, \\\" Ob\" <bob@far.example>, Eve <e@x>"}) {
         world.WriteMail("X-Envelope-From: ann@here.example\r\nTo: " + std::string(pszTo) + "\r\n");
-        EXPECT_EQ(world.Send(), DELIVERED) << pszTo;
+        EXPECT_EQ(world.Send(), EVerdict::Delivered) << pszTo;
     }
     const Commands commands = server.Commands();
     EXPECT_EQ(std::count(commands.begin(), commands.end(), "RCPT To:<bob@far.example>"), 2);
@@ -188,7 +198,7 @@ TEST(SendMailTest, SendsUnderTheMask)
                     "sender: Ann@here.example\r\n");
     CScriptedServer server(Replies{});
     world.Route(server);
-    EXPECT_EQ(world.Send(), DELIVERED);
+    EXPECT_EQ(world.Send(), EVerdict::Delivered);
     EXPECT_THAT(server.Commands(), testing::Contains(testing::HasSubstr("MAIL From:<office@here.example>")));
     EXPECT_TRUE(Holds(server.Payload(), "From: \"Ann\" <office@here.example>\r\n")) << server.Payload();
     EXPECT_TRUE(Holds(server.Payload(), "\r\nSender: <office@here.example>\r\n"));
@@ -202,7 +212,7 @@ TEST(SendMailTest, StopsInTheMiddleOfASession)
     CAttempt attempt(world.settings, world.Path());
     server.WaitFor("RCPT");
     EXPECT_TRUE(attempt.Stop()); // within a second
-    EXPECT_EQ(attempt.Result(), DELIVERY_STOPPED);
+    EXPECT_EQ(attempt.Verdict(), EVerdict::Stopped);
     EXPECT_TRUE(world.HasMail());
 }
 
@@ -212,12 +222,13 @@ TEST(SendMailTest, LeavesASessionThatTakesTooLong)
     world.settings.dwSessionLimit = 1;
     CScriptedServer server(Replies{{"EHLO", "hang"}});
     world.Route(server, "127.0.0.1:%i");
-    EXPECT_EQ(world.Send(), DELIVERY_CONNECTION_FAILED);
+    EXPECT_EQ(world.Send(), EVerdict::ConnectionFailed);
     EXPECT_TRUE(Holds(world.Report(), "aborted due to timeout"));
 }
 
 struct AuthCase
 {
+    const char* pszName;
     std::string strOffered;
     Replies replies;
     int iResult;
@@ -236,7 +247,7 @@ TEST_P(AuthTest, ShowsThePasswordToTheServerOnly)
     world.Route(server, "tim:tanstaaftanstaaf@127.0.0.1:%i");
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    EXPECT_EQ(world.Send(), GetParam().iResult);
+    EXPECT_EQ(static_cast<int>(world.Send()), GetParam().iResult);
     const std::string strEchoed = testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
     Commands expected{"EHLO me.example"};
     expected.insert(expected.end(), GetParam().commands.begin(), GetParam().commands.end());
@@ -258,19 +269,36 @@ const std::string PLAIN = "AUTH PLAIN AHRpbQB0YW5zdGFhZnRhbnN0YWFm";
 INSTANTIATE_TEST_SUITE_P(
     Exchanges, AuthTest,
     testing::Values(
-        AuthCase{"LOGIN PLAIN CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-MD5", MD5_ANSWER}},
-        AuthCase{"PLAIN CRAM-SHA1 CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-SHA1", SHA1_ANSWER}},
-        AuthCase{"CRAM-MD5",
+        AuthCase{"CramMd5First", "LOGIN PLAIN CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-MD5", MD5_ANSWER}},
+        AuthCase{
+            "CramSha1First", "PLAIN CRAM-SHA1 CRAM-MD5", {{"AUTH", CHALLENGE}}, 0, {"AUTH CRAM-SHA1", SHA1_ANSWER}},
+        AuthCase{"CramRefused",
+                 "CRAM-MD5",
                  {{"AUTH", "330 " + CHALLENGE.substr(4)}, {"answer1", "535 " + MD5_ANSWER + "\r\n"}},
                  19,
                  {"AUTH CRAM-MD5", MD5_ANSWER, "QUIT"}},
-        AuthCase{"PLAIN", {{"AUTH", "235 tanstaaftanstaaf is fine\r\n"}}, 0, {PLAIN}},
-        AuthCase{"LOGIN",
+        AuthCase{"PlainOnly", "PLAIN", {{"AUTH", "235 tanstaaftanstaaf is fine\r\n"}}, 0, {PLAIN}},
+        AuthCase{"LoginOnly",
+                 "LOGIN",
                  {{"answer1", "334 UGFzc3dvcmQ6\r\n"}, {"answer2", "235 ok\r\n"}},
                  0,
                  {"AUTH LOGIN", "dGlt", "dGFuc3RhYWZ0YW5zdGFhZg=="}},
-        AuthCase{"LOGIN PLAIN CRAM-MD5", {{"AUTH", "454 no\r\n"}}, 9, {"AUTH CRAM-MD5", PLAIN, "QUIT"}},
-        AuthCase{"LOGIN PLAIN", {{"AUTH", "454 no\r\n"}}, 9, {PLAIN, "AUTH LOGIN", "QUIT"}},
-        AuthCase{"PLAIN", {{"AUTH", "454 no\r\n"}}, 0, {PLAIN, "MAIL From:<Ann@here.example> SIZE=97"}},
-        AuthCase{"PLAIN", {{"AUTH", "535-AHRpbQB0YW5zdGFhZnRhbnN0YWFm\r\n535 is no good\r\n"}}, 19, {PLAIN, "QUIT"}},
-        AuthCase{"PLAIN", {{"AUTH", "535-so\r\ntanstaaftanstaaf\r\n535 is no good\r\n"}}, 19, {PLAIN, "QUIT"}}));
+        AuthCase{
+            "CramThenPlain", "LOGIN PLAIN CRAM-MD5", {{"AUTH", "454 no\r\n"}}, 9, {"AUTH CRAM-MD5", PLAIN, "QUIT"}},
+        AuthCase{"PlainThenLogin", "LOGIN PLAIN", {{"AUTH", "454 no\r\n"}}, 9, {PLAIN, "AUTH LOGIN", "QUIT"}},
+        AuthCase{"WithoutWhenPlainFails",
+                 "PLAIN",
+                 {{"AUTH", "454 no\r\n"}},
+                 0,
+                 {PLAIN, "MAIL From:<Ann@here.example> SIZE=97"}},
+        AuthCase{"PlainRefused",
+                 "PLAIN",
+                 {{"AUTH", "535-AHRpbQB0YW5zdGFhZnRhbnN0YWFm\r\n535 is no good\r\n"}},
+                 19,
+                 {PLAIN, "QUIT"}},
+        AuthCase{"SecretWithoutACode",
+                 "PLAIN",
+                 {{"AUTH", "535-so\r\ntanstaaftanstaaf\r\n535 is no good\r\n"}},
+                 19,
+                 {PLAIN, "QUIT"}}),
+    ROW_NAME);

@@ -1,70 +1,135 @@
+#include "Bex/CFile.h"
 #include "Platform/Clock.h"
 #include "Platform/FaultInjection.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
+#include "support/RowName.h"
 
 #include <cerrno>
 
+using Replies = CScriptedServer::Replies;
+
+namespace {
+
+const std::string ENVELOPE = "X-Envelope-From: ann@here.example\r\nX-Envelope-To: bob@far.example\r\n";
+
 /// A worker on the one mail of a small world.
-class DeliveryThreadTest : public testing::Test
+class CDeliveryWorld : public CSendWorld
 {
-protected:
+public:
+    CDeliveryWorld() { std::filesystem::create_directory(ErrorDirectory()); }
+    ~CDeliveryWorld() { Config().RemoveAll(); }
     /// Until the log holds the text.
     void Deliver(const CScriptedServer& server, const std::string& strUntil)
     {
-        m_world.Route(server);
-        const std::filesystem::path path = m_world.Path();
-        m_pFiles->AddPending(path.filename().string());
-        CSMTPDeliveryThread thread(m_world.settings, m_pFiles, "/nowhere",
-                                   Bex::CSimpleString(std::string_view(path.parent_path().native())));
+        Route(server);
+        m_pFiles->AddPending("x.eml");
+        CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str());
         ASSERT_TRUE(thread.Start());
         const uint64_t nEnd = Platform::TickCount() + 20000;
-        while (!m_world.Logged(strUntil) && Platform::TickCount() < nEnd)
+        while (!Logged(strUntil) && Platform::TickCount() < nEnd)
             Platform::SleepMillis(2);
-        EXPECT_TRUE(m_world.Logged(strUntil));
+        EXPECT_TRUE(Logged(strUntil)) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
+    bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
+    void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
+    std::filesystem::path Directory() const { return std::filesystem::path(Path()).parent_path(); }
+    std::filesystem::path ErrorDirectory() const { return Directory() / "error"; }
 
-    CSendWorld m_world;
+private:
     std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
 };
 
-TEST_F(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
+} // namespace
+
+enum class EFate { Waits, Gone, InError };
+struct FateCase
 {
-    CScriptedServer server(CScriptedServer::Replies{});
-    {
-        const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
-        Deliver(server, "successfully delivered mail from");
-    }
-    EXPECT_TRUE(m_world.HasMail());
-    EXPECT_FALSE(m_pFiles->AddPending("x.eml"));
-    m_pFiles->FinishDelivery("x.eml");
-    Deliver(server, "successfully delivered mail from");
+    const char* pszName;
+    std::string strHeader;
+    std::string strReply; ///< to RCPT
+    const char* pszAutoTransTime;
+    std::string strLogged;
+    EFate fate;
+};
+class FateTest : public testing::TestWithParam<FateCase>
+{};
+TEST_P(FateTest, FollowsTheVerdict)
+{
+    CDeliveryWorld world;
+    world.WriteMail(GetParam().strHeader);
+    std::ofstream(world.Path() + ".err") << "of the last attempt";
+    CScriptedServer server(Replies{{"RCPT", GetParam().strReply}});
+    Config().Set("AutoTransTime", GetParam().pszAutoTransTime);
+    Config().Set("Bounce.Disable", "1");
+    world.Deliver(server, GetParam().strLogged);
+    EXPECT_EQ(world.HasMail(), GetParam().fate == EFate::Waits);
+    EXPECT_EQ(world.Report().empty(), GetParam().fate == EFate::Gone);
+    EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), GetParam().fate == EFate::InError);
+    EXPECT_EQ(world.NameIsFree(), GetParam().fate == EFate::InError);
+    EXPECT_FALSE(world.Logged("SystemCall"));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Verdicts, FateTest,
+    testing::Values(
+        FateCase{"Deferred", ENVELOPE, "450 no\r\n", "120", "temporarily failed with error 9. I will retry later!",
+                 EFate::Waits},
+        FateCase{"Disconnected", ENVELOPE, "drop", "120", "temporarily failed with error 8. I will", EFate::Waits},
+        FateCase{"Overdue", ENVELOPE, "450 no\r\n", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone},
+        FateCase{"Refused", ENVELOPE, "550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
+        FateCase{"WithoutRecipient", "", "", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?",
+                 EFate::InError},
+        FateCase{"Unreadable", std::string(17 << 20, 'x') + "\r\n", "", "120",
+                 "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError}),
+    ROW_NAME);
+
+TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
+{
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(120 * 60, 120));
+    EXPECT_TRUE(CSMTPDeliveryThread::IsOverdue(120 * 60 + 1, 120));
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(-1, 0));
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(INT32_MAX, INT32_MAX));
 }
 
-TEST_F(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
+TEST(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
 {
-    using Replies = CScriptedServer::Replies;
+    CDeliveryWorld world;
+    CScriptedServer server(Replies{});
+    {
+        const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
+        world.Deliver(server, "successfully delivered mail from");
+    }
+    EXPECT_TRUE(world.HasMail());
+    EXPECT_FALSE(world.NameIsFree());
+    world.FreeName();
+    world.Deliver(server, "successfully delivered mail from");
+}
+
+TEST(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
+{
+    CDeliveryWorld world;
     CScriptedServer server(Replies{}, Replies{{"QUIT", "drop"}});
     std::vector<std::string> moments{"connection to 127.0.0.1 established", "socket error after successful delivery"};
-    m_world.Log().SetListener([&](const std::string& strLine) { // before and after the removal
+    world.Log().SetListener([&](const std::string& strLine) { // before and after the removal
         if (moments.empty() || !Holds(strLine, moments.front()))
             return;
         moments.erase(moments.begin());
-        m_world.WriteMail("X-Envelope-To: new" + std::to_string(moments.size()) + "@far.example\r\n");
+        world.WriteMail("X-Envelope-To: new" + std::to_string(moments.size()) + "@far.example\r\n");
     });
-    Deliver(server, "successfully delivered mail from <> to <new0@far.example>");
-    EXPECT_TRUE(m_world.Logged("successfully delivered mail from <> to <new1@far.example>"));
-    EXPECT_FALSE(m_world.HasMail());
+    world.Deliver(server, "successfully delivered mail from <> to <new0@far.example>");
+    EXPECT_TRUE(world.Logged("successfully delivered mail from <> to <new1@far.example>"));
+    EXPECT_FALSE(world.HasMail());
 }
 
-TEST_F(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)
+TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)
 {
-    CScriptedServer server(CScriptedServer::Replies{{"RCPT", "550 no\r\n"}});
+    CDeliveryWorld world;
+    CScriptedServer server(Replies{{"RCPT", "550 no\r\n"}});
     Config().Set("Bounce.Disable", "1");
     const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
-    Deliver(server, "could not rename file \"");
-    Config().Remove("Bounce.Disable");
-    EXPECT_TRUE(m_world.HasMail());
-    EXPECT_FALSE(m_pFiles->AddPending("x.eml"));
+    std::filesystem::remove(world.ErrorDirectory());
+    world.Deliver(server, "could not rename file \"");
+    EXPECT_TRUE(world.HasMail());
+    EXPECT_FALSE(world.NameIsFree());
 }

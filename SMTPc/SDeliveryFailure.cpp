@@ -1,0 +1,74 @@
+#include "SMTPc/SDeliveryFailure.h"
+
+#include "Bex/CSecurityException.h"
+#include "Bex/CSocketException.h"
+#include "SMTPc/CSMTPException.h"
+
+namespace {
+
+using EKind = SDeliveryFailure::EKind;
+
+template <class TException>
+SDeliveryFailure Broken(EKind kind, const TException& exception)
+{
+    return {.kind = kind,
+            .strText = exception.Text(),
+            .verdict = EVerdict::ConnectionFailed,
+            .bTryNextTarget = true,
+            .pszSourceFile = exception.SourceFile(),
+            .iLine = exception.Line()};
+}
+
+SDeliveryFailure Refused(EKind kind, const CSMTPException& exception)
+{
+    const bool bForNow = kind == EKind::Temporary;
+    SDeliveryFailure failure{.kind = kind,
+                             .strText = exception.LastLine(),
+                             .lines = exception.Lines(),
+                             .verdict = bForNow ? EVerdict::Temporary : EVerdict::Permanent,
+                             .bTryNextTarget = bForNow,
+                             .pszSourceFile = exception.SourceFile(),
+                             .iLine = exception.Line()};
+    failure.strText.TrimRight();
+    return failure;
+}
+
+} // namespace
+
+SDeliveryFailure SDeliveryFailure::OfCaught()
+{
+    try {
+        throw;
+    } catch (const Bex::CSocketException& exception) {
+        return Broken(EKind::Socket, exception);
+    } catch (const Bex::CSecurityException& exception) {
+        return Broken(EKind::Security, exception);
+    } catch (const CSMTPTemporaryException& exception) {
+        return Refused(EKind::Temporary, exception);
+    } catch (const CSMTPPermanentException& exception) {
+        return Refused(EKind::Permanent, exception);
+    }
+}
+
+const char* SDeliveryFailure::Name() const
+{
+    switch (kind) {
+    case EKind::Socket:
+        return "socket error";
+    case EKind::Security:
+        return "security error";
+    case EKind::Temporary:
+        return "temporary SMTP error";
+    default:
+        return "permanent SMTP error";
+    }
+}
+
+Bex::CSimpleString SDeliveryFailure::LogLine(const Bex::CSimpleString& strMessageID) const
+{
+    auto strLine =
+        Bex::CSimpleString::Formatted("mail <%s> failed with %s: %s", strMessageID.Text(), Name(), strText.Text());
+    if (!IsRefusal())
+        strLine += Bex::CSimpleString::Formatted(" (in File %s at Line %d)", pszSourceFile, iLine);
+    return strLine;
+}

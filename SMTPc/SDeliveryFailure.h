@@ -1,0 +1,41 @@
+#pragma once
+
+#include "Bex/CList.h"
+#include "Bex/CSimpleString.h"
+#include "SMTPc/SAttempt.h"
+
+#include <optional>
+
+/// Why a target did not take a mail, or why a mail has no target: log line, report and verdict are made of this.
+/// A value.
+struct SDeliveryFailure
+{
+    enum class EKind { Socket, Security, Temporary, Permanent };
+
+    EKind kind;
+    Bex::CSimpleString strText;                  ///< the error's, or the last line of the session
+    Bex::CList<Bex::CSimpleString> lines{false}; ///< of a refusal: the session's transcript, or the one line there is
+    EVerdict verdict;
+    bool bTryNextTarget;
+    const char* pszSourceFile; ///< where it was raised
+    int iLine;
+
+    /// Of the exception that is being handled; one that means none of the kinds is raised again.
+    static SDeliveryFailure OfCaught();
+    /// The server said no, rather than that the connection broke: it can still be parted from politely.
+    bool IsRefusal() const { return kind == EKind::Temporary || kind == EKind::Permanent; }
+    const char* Name() const; ///< of the kind, as "socket error"
+    Bex::CSimpleString LogLine(const Bex::CSimpleString& strMessageID) const;
+};
+
+/// What kept the step from its end; nothing when it got there.
+template <class TStep>
+std::optional<SDeliveryFailure> FailureOf(TStep step)
+{
+    try {
+        step();
+        return std::nullopt;
+    } catch (...) {
+        return SDeliveryFailure::OfCaught();
+    }
+}
