@@ -37,17 +37,10 @@ void CheckAddresses(const SPreparedMail& mail)
             Bex::CSimpleString::Formatted("recipient address <%s> has bad format", mail.strRecipient.Text()));
 }
 
-bool IsBackupDomain(const Bex::CSimpleString& strDomain)
-{
-    CDomains& domains = BackupDomains();
-    Bex::CScopedLock lock(domains.LockObject());
-    return domains.FindDomain(strDomain) != nullptr;
-}
-
 void ResolveDomain(const Bex::CSimpleString& strDomain, CTargetList& targets)
 {
     const char* const pszDomain = strDomain.Text();
-    switch (ResolveTargets(targets, strDomain, IsBackupDomain(strDomain))) {
+    switch (ResolveTargets(targets, strDomain, BackupDomains().ContainsExact(strDomain))) {
     case EResolution::RetryLater:
         throw CSMTPTemporaryException(
             SOURCE_FILE, __LINE__,

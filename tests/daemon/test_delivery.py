@@ -71,7 +71,7 @@ class Delivery(unittest.TestCase):
             self.assertIn(f'CreateProcess in Common/MailHlpr:100 for "{world.etc}/spamscan.exe" failed, error = 2', world.log())
 
     def test_tables_are_taken_up_while_the_daemon_runs_after_quick_restarts_too(self):
-        with World() as world:
+        with World(queuedir="misspelled") as world:
             world.start()
             spent = []
             for count in (1, 2, 3):
@@ -91,6 +91,7 @@ class Delivery(unittest.TestCase):
             world.deliver("2.eml", mail("ann@example.net"))
             self.assertEqual((len(world.mailbox("dora")), len(world.mailbox("ann"))), (1, 1))
             self.assertEqual(world.stop(), 0)
+            self.assertEqual(world.log().count(f'unknown key "queuedir" at {world.etc}/tobix.cfg:8\n'), 4)
             self.assertEqual(world.log().count("local delivery agent (id"), 16)  # started and stopped, each told twice
 
     def test_pause_and_continue(self):
@@ -162,10 +163,13 @@ class Programs(unittest.TestCase):
 
     def test_the_hourly_script_gets_no_file_and_the_filters_the_filtered_one(self):
         for parallel in (0, 1):
-            with self.subTest(parallel), self.world(HourlyCleanup=1, **{"Scripts.Execution.Parallel": parallel}) as world:
+            with self.subTest(parallel), self.world(HourlyCleanup=1, AllowConfigRestart=0,
+                                                            **{"Scripts.Execution.Parallel": parallel}) as world:
                 world.add_user("ann")
                 world.start()
                 world.wait_for_log('postprocessing-script for "" started')
+                (world.etc / "domains").write_text("example.net\n")  # nobody looks for changes now
+                world.process.send_signal(signal.SIGHUP)
                 (world.root / "hold").unlink()
                 world.deliver("1.eml", mail(subject="cheap"))
                 wait_for("the scripts", lambda: len(self.lines()) == 4)
@@ -174,6 +178,7 @@ class Programs(unittest.TestCase):
                                                      f"newmail.cmd in {world.filtered}: [{path}] 1"] + 2 * ["newmail.cmd ended"])
                 self.assertEqual(world.stop(), 0)
                 self.assertEqual(world.log().count('postprocessing-script for "" finished'), 1 - parallel)
+                self.assertEqual((world.log().count("preresolving"), world.log().count("restarting")), (1, 0))
 
 
 if __name__ == "__main__":

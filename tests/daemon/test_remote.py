@@ -53,12 +53,13 @@ class Remote(unittest.TestCase):
         self.assertIn("permanently failed with error 19. I am giving up!", world.log())
 
     def test_deferred_mail_is_tried_again(self):
-        world = self.world()
+        world = self.world(TrafficLogging=0)
         world.deliver("1.eml", mail("later@far.example"))
         wait_for("the mail", lambda: self.sink.recipients() == ["later@far.example"])
         wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
         self.assertEqual(world.stop(), 0)
         self.assertIn("temporarily failed with error 9. I will retry later!", world.log())
+        self.assertNotIn("Traffic: ", world.log())
 
     def test_a_stop_ends_a_session_with_a_silent_server(self):
         world = self.world()

@@ -1,10 +1,11 @@
 """What the service manager and the installing administrator see of the daemon."""
 import os
 import signal
+import socket
 import subprocess
 import unittest
 
-from world import World
+from world import DEADLINE, World
 
 
 def reports_up_to(text, reports):
@@ -16,7 +17,10 @@ def reports_up_to(text, reports):
 
 class Service(unittest.TestCase):
     def test_a_restart_leaves_the_service_running(self):
-        with World() as world:
+        receiver = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        receiver.bind(("127.0.0.1", 0))
+        receiver.settimeout(DEADLINE)
+        with receiver, World(LogPort=receiver.getsockname()[1], other="another program's key") as world:
             directory = "c:" + str(world.etc).replace("/", "\\")  # as on the system the settings were brought from
             with world.start_service(MAILCONFIGDIR=directory) as reports:
                 start = reports_up_to("READY=1\nSTATUS=Running", reports)
@@ -24,6 +28,11 @@ class Service(unittest.TestCase):
                 world.process.send_signal(signal.SIGHUP)
                 self.assertEqual(reports_up_to("READY=1\nSTATUS=Running", reports)[:-1],
                                  ["RELOADING=1"])
+                log = []
+                while not log or not log[-1].endswith(b"restarted and fully operational"):
+                    log.append(receiver.recv(1024))
+                self.assertTrue(log[0].startswith(b"<22> ["), log[0])  # facility mail, info
+                self.assertFalse([line for line in log if b"unknown key" in line])
                 self.assertEqual(world.stop(), 0)
 
     def test_a_second_installation_may_write_where_its_own_configuration_says(self):

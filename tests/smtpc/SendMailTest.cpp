@@ -1,4 +1,5 @@
 #include "CSendWorld.h"
+#include "support/CDnsServer.h"
 #include "support/CTestAuthority.h"
 #include "support/RowName.h"
 
@@ -202,6 +203,23 @@ TEST(SendMailTest, SendsUnderTheMask)
     EXPECT_THAT(server.Commands(), testing::Contains(testing::HasSubstr("MAIL From:<office@here.example>")));
     EXPECT_TRUE(Holds(server.Payload(), "From: \"Ann\" <office@here.example>\r\n")) << server.Payload();
     EXPECT_TRUE(Holds(server.Payload(), "\r\nSender: <office@here.example>\r\n"));
+}
+
+TEST(SendMailTest, SendsToTheFirstExchangeOnlyOfABackupDomain)
+{
+    CSendWorld world;
+    CDnsServer dns;
+    BackupDomains().Append("listed.test");
+    BackupDomains().Append("Other.test");
+    for (const std::string strDomain : {"listed.test", "other.test"}) {
+        dns.Tell(strDomain, CDnsServer::MX,
+                 {CDnsServer::Exchange(20, "b." + strDomain), CDnsServer::Exchange(10, "a." + strDomain)});
+        world.WriteMail("X-Envelope-To: bob@" + strDomain + "\r\n");
+        world.Send();
+        EXPECT_EQ(dns.Asked("a." + strDomain, CDnsServer::A), 1);
+        EXPECT_EQ(dns.Asked("b." + strDomain, CDnsServer::A), strDomain == "listed.test" ? 0 : 1) << strDomain;
+    }
+    BackupDomains().RemoveAll();
 }
 
 TEST(SendMailTest, StopsInTheMiddleOfASession)

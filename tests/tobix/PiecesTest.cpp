@@ -1,15 +1,21 @@
+#include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
 #include "Platform/FaultInjection.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
+#include "Tobix/TableReload.h"
+#include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <string>
 
 TEST(IsValidAddressTest, TakesDotAtomsAndAddressLiteralsOnly)
@@ -43,15 +49,40 @@ TEST(SafeFileNamePartTest, NeverLeavesTheDirectoryAndFitsIntoAName)
     EXPECT_FALSE(strLong == SafeFileNamePart(std::string(5001, 'a')));
 }
 
-TEST(InterceptorTest, SurvivesAListThatCannotBeReadAgain)
+TEST(TableReloadTest, TakesUpEachTableThatWasWrittenLaterAndSurvivesThoseThatCannotBeRead)
 {
-    CTemporaryDirectory directory;
-    const std::string strList = directory.Write("addresses", "ann@example.org\n");
-    CInterceptor interceptor(strList.c_str(), directory.Path().c_str());
-    EXPECT_TRUE(interceptor.IsListed("Ann@Example.org"));
-    std::filesystem::last_write_time(strList, std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
-    const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
-    EXPECT_NO_THROW(interceptor.ReloadIfChanged());
+    const CTemporaryDirectory directory;
+    const CLogRecorder log;
+    for (const char* pszName : {"filters", "backup", "hosts", "masks", "listed"})
+        directory.Write(pszName, "old: 1\n");
+    Filters().Load((directory / "filters").c_str());
+    BackupDomains().Load((directory / "backup").c_str());
+    SmartHosts().Load((directory / "hosts").c_str());
+    Masquerading().Load((directory / "masks").c_str());
+    CInterceptor interceptor((directory / "listed").c_str(), directory.Path().c_str());
+    const std::map<std::string, std::function<bool(const char*)>> holds{
+        {"filters", [](const char* pszKey) { return Filters().ContainsExact(pszKey); }},
+        {"backup", [](const char* pszKey) { return BackupDomains().ContainsExact(pszKey); }},
+        {"hosts", [](const char* pszKey) { return SmartHosts().Contains(std::string_view(pszKey, 3)); }},
+        {"masks", [](const char* pszKey) { return Masquerading().Contains(std::string_view(pszKey, 3)); }},
+        {"listed", [&](const char* pszKey) { return interceptor.IsListed(pszKey); }}};
+    auto time = std::filesystem::file_time_type::clock::now();
+    for (const auto& [strName, Holds] : holds) {
+        const std::string strPath = directory.Write(strName, "new: 1\n");
+        std::filesystem::last_write_time(strPath, time += std::chrono::hours(1));
+        ReloadChangedTables(false, &interceptor);
+        EXPECT_TRUE(Holds("new: 1")) << strName;
+        EXPECT_FALSE(Holds("old: 1")) << strName;
+        std::filesystem::last_write_time(strPath, time += std::chrono::hours(1));
+        const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
+        EXPECT_NO_THROW(ReloadChangedTables(false, &interceptor)) << strName;
+    }
+    const std::vector<std::string> lines = log.Lines();
+    EXPECT_EQ(std::ranges::count(lines, "3 could not reload 'filters'-file"), 1);
+    Filters().RemoveAll();
+    BackupDomains().RemoveAll();
+    SmartHosts().RemoveAll();
+    Masquerading().RemoveAll();
 }
 
 TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
