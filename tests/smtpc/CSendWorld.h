@@ -80,11 +80,7 @@ public:
     std::string Path() const { return m_directory / "x.eml"; }
     std::string Report() const { return m_directory.Read("x.eml.err"); }
     bool HasMail() const { return std::filesystem::exists(Path()); }
-    bool Logged(const std::string& strPart) const
-    {
-        const std::vector<std::string> lines = m_log.Lines();
-        return std::any_of(lines.begin(), lines.end(), [&](const auto& strLine) { return Holds(strLine, strPart); });
-    }
+    bool Logged(const std::string& strPart) const { return m_log.Contains(strPart); }
 
     CLogRecorder& Log() { return m_log; }
 
