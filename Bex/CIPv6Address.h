@@ -1,39 +1,24 @@
 #pragma once
 
-#include "Bex/IIPAddress.h"
-
-#include <array>
+#include "Bex/CIPAddress.h"
 
 namespace Bex {
 
 /// An IPv6 address. A value, used by one thread at a time.
-class CIPv6Address : public IIPAddress
+class CIPv6Address : public CIPAddress
 {
 public:
-    CIPv6Address() = default;
-    explicit CIPv6Address(const CSimpleString& strText) { CIPv6Address::Set(strText); }
-    explicit CIPv6Address(const Platform::SSocketAddress& address) { CIPv6Address::Set(address); }
+    CIPv6Address() : CIPAddress(Platform::FAMILY_IPV6) {}
+    explicit CIPv6Address(const CSimpleString& strText) : CIPv6Address() { CIPAddress::Set(strText); }
+    explicit CIPv6Address(const Platform::SSocketAddress& address) : CIPv6Address() { CIPAddress::Set(address); }
 
-    int Family() const override { return Platform::FAMILY_IPV6; }
-    const CSimpleString& Text() const override;
-    const CSimpleString& ReverseName() const override;
-    const CSimpleString& HostName() const override;
-    using IIPAddress::Set;
-    void Set(const Platform::SSocketAddress& address) override;
-    void Set(const CSimpleString& strText) override;
-    bool IsValid() const override { return m_bValid; }
     bool IsLoopback() const override;
-    bool IsPrivate() const override;
-    bool IsLinkLocal() const override;
-    Platform::SSocketAddress Raw() const override;
-    std::unique_ptr<IIPAddress> Clone() const override;
+    bool IsPrivate() const override { return false; }
+    bool IsLinkLocal() const override { return false; }
+    std::unique_ptr<IIPAddress> Clone() const override { return std::make_unique<CIPv6Address>(*this); }
 
 private:
-    std::array<uint8_t, 16> m_address{}; ///< network order
-    bool m_bValid = false;
-    mutable CSimpleString m_strText;
-    mutable CSimpleString m_strReverseName;
-    mutable CSimpleString m_strHostName;
+    CSimpleString MakeReverseName() const override;
 };
 
 } // namespace Bex

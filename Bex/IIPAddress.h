@@ -26,9 +26,6 @@ public:
 
     virtual Platform::SSocketAddress Raw() const = 0; ///< with port 0
     virtual std::unique_ptr<IIPAddress> Clone() const = 0;
-
-protected:
-    CSimpleString LookUpHostName() const; ///< what HostName caches
 };
 
 } // namespace Bex

@@ -1,5 +1,6 @@
 #include "Bex/Log.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
 
 #include <algorithm>
@@ -63,17 +64,16 @@ std::shared_ptr<ILogDestination> CLogPointer::Get() const
     return m_pDestination;
 }
 
-// Both stay for the whole process: threads may log while static objects are being destroyed.
 CLogPointer& MainLog()
 {
-    static CLogPointer& log = *std::make_unique<CLogPointer>().release();
-    return log;
+    static Platform::CImmortal<CLogPointer> log;
+    return *log;
 }
 
 CLogPointer& TrafficLog()
 {
-    static CLogPointer& log = *std::make_unique<CLogPointer>().release();
-    return log;
+    static Platform::CImmortal<CLogPointer> log;
+    return *log;
 }
 
 void LogError(CLogPointer& log, const char* pszFormat, ...)

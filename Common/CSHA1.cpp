@@ -1,8 +1,6 @@
 #include "Common/CSHA1.h"
 
-#include <algorithm>
 #include <bit>
-#include <cstring>
 
 namespace {
 
@@ -31,47 +29,7 @@ uint32_t Mix(unsigned t, uint32_t b, uint32_t c, uint32_t d)
 void CSHA1::Initialise()
 {
     m_state = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
-    m_nLength = 0;
-}
-
-void CSHA1::Update(const void* pBytes, size_t nLength)
-{
-    const uint8_t* pNext = static_cast<const uint8_t*>(pBytes);
-    size_t nFilled = m_nLength % m_block.size();
-    m_nLength += nLength;
-    while (nLength > 0) {
-        if (nFilled == 0 && nLength >= m_block.size()) {
-            Transform(pNext);
-            pNext += m_block.size();
-            nLength -= m_block.size();
-            continue;
-        }
-        size_t nTaken = std::min(nLength, m_block.size() - nFilled);
-        std::memcpy(m_block.data() + nFilled, pNext, nTaken);
-        pNext += nTaken;
-        nLength -= nTaken;
-        nFilled += nTaken;
-        if (nFilled == m_block.size()) {
-            Transform(m_block.data());
-            nFilled = 0;
-        }
-    }
-}
-
-// FIPS 180-1 4: a one bit, zeros up to 8 bytes before the end of a block, the length in bits.
-CSHA1::Digest CSHA1::Finalise()
-{
-    std::array<uint8_t, 8> length;
-    for (size_t i = 0; i < length.size(); ++i)
-        length[i] = static_cast<uint8_t>((m_nLength * 8) >> (56 - 8 * i));
-    static constexpr uint8_t PADDING[64] = {0x80};
-    size_t nFilled = m_nLength % m_block.size();
-    Update(PADDING, nFilled < 56 ? 56 - nFilled : 120 - nFilled);
-    Update(length.data(), length.size());
-    Digest digest;
-    for (size_t i = 0; i < digest.size(); ++i)
-        digest[i] = static_cast<uint8_t>(m_state[i / 4] >> (24 - 8 * (i % 4)));
-    return digest;
+    Restart();
 }
 
 void CSHA1::Transform(const uint8_t* pBlock)

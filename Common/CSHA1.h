@@ -1,11 +1,9 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
+#include "Common/CBlockDigest.h"
 
 /// The SHA-1 digest (FIPS 180-1), fed piece by piece. A value; used by one thread.
-class CSHA1
+class CSHA1 final : public CBlockDigest
 {
 public:
     static constexpr size_t DIGEST_LENGTH = 20;
@@ -13,13 +11,10 @@ public:
 
     CSHA1() { Initialise(); }
     void Initialise();
-    void Update(const void* pBytes, size_t nLength);
-    Digest Finalise(); ///< afterwards Initialise before the next use
+    Digest Finalise() { return Finish(m_state, std::endian::big); } ///< afterwards Initialise before the next use
 
 private:
-    void Transform(const uint8_t* pBlock);
+    void Transform(const uint8_t* pBlock) override;
 
     std::array<uint32_t, 5> m_state;
-    uint64_t m_nLength; ///< bytes so far
-    std::array<uint8_t, 64> m_block;
 };

@@ -1,67 +1,56 @@
 #include "Common/Globals.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/FileSystem.h"
 
 #include <cstdlib>
-#include <memory>
-
-namespace {
-
-/// For an object that stays until the process ends: threads may use it while static objects are being destroyed.
-template <class T>
-T& MakeForGood()
-{
-    return *std::make_unique<T>().release();
-}
-
-} // namespace
 
 Bex::CConfigFile& Config()
 {
-    static auto& config = MakeForGood<Bex::CConfigFile>();
-    return config;
+    static Platform::CImmortal<Bex::CConfigFile> config;
+    return *config;
 }
 
 CDomains& LocalDomains()
 {
-    static auto& domains = MakeForGood<CDomains>();
-    return domains;
+    static Platform::CImmortal<CDomains> domains;
+    return *domains;
 }
 
 CDomains& BackupDomains()
 {
-    static auto& domains = MakeForGood<CDomains>();
-    return domains;
+    static Platform::CImmortal<CDomains> domains;
+    return *domains;
 }
 
 CAliases& Aliases()
 {
-    static auto& aliases = MakeForGood<CAliases>();
-    return aliases;
+    static Platform::CImmortal<CAliases> aliases;
+    return *aliases;
 }
 
 CUsers& Users()
 {
-    static auto& users = MakeForGood<CUsers>();
-    return users;
+    static Platform::CImmortal<CUsers> users;
+    return *users;
 }
 
 CMailFilter& Filters()
 {
-    static auto& filters = MakeForGood<CMailFilter>();
-    return filters;
+    static Platform::CImmortal<CMailFilter> filters;
+    return *filters;
 }
 
 CSmartHosts& SmartHosts()
 {
-    static auto& smartHosts = MakeForGood<CSmartHosts>();
-    return smartHosts;
+    static Platform::CImmortal<CSmartHosts> smartHosts;
+    return *smartHosts;
 }
 
 Bex::CStorableStringHash& Masquerading()
 {
-    static auto& masquerading = MakeForGood<Bex::CStorableStringHash>();
-    return masquerading;
+    static Platform::CImmortal<Bex::CStorableStringHash> masquerading;
+    return *masquerading;
 }
 
 Bex::CSimpleString ConfigDirectory()

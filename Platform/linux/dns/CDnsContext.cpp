@@ -1,11 +1,11 @@
 #include "Platform/linux/dns/CDnsContext.h"
 
 #include "Platform/Clock.h"
+#include "Platform/linux/base/CSignalsBlocked.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unbound.h>
@@ -62,24 +62,6 @@ uint32_t StatusOf(const ub_result& result)
     return result.rcode == 0 ? static_cast<uint32_t>(DNS_NO_RECORDS)
                              : RESPONSE_CODES + static_cast<uint32_t>(result.rcode);
 }
-
-/// Threads that the library starts inherit a mask in which no signal of ours is delivered to them.
-class CSignalsBlocked
-{
-public:
-    CSignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~CSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    CSignalsBlocked(const CSignalsBlocked&) = delete;
-    CSignalsBlocked& operator=(const CSignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before;
-};
 
 } // namespace
 
@@ -162,7 +144,7 @@ uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, uint64_t 
     };
     int iQuestion = 0;
     const int iError = [&] {
-        const CSignalsBlocked blocked;
+        const CSignalsBlocked blocked; // for the threads that the library starts
         return ub_resolve_async(m_pContext, strName.c_str(), static_cast<int>(type), CLASS_INTERNET, pArgument.get(),
                                 onAnswer, &iQuestion);
     }();

@@ -1,47 +1,20 @@
 #include "Platform/linux/process/CReaper.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/CNativeThread.h"
+#include "Platform/linux/base/CSignalsBlocked.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <sys/epoll.h>
 #include <sys/wait.h>
 
 namespace Platform {
 
-namespace {
-
-/// The reaper's thread takes no signals: they belong to whoever the program lets wait for them.
-class CSignalBlock
-{
-public:
-    CSignalBlock()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~CSignalBlock() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    CSignalBlock(const CSignalBlock&) = delete;
-    CSignalBlock& operator=(const CSignalBlock&) = delete;
-
-private:
-    sigset_t m_before;
-};
-
-} // namespace
-
 CReaper& CReaper::Instance()
 {
-    // Its thread goes on while the process takes its static objects down.
-    union UImmortal {
-        CReaper reaper;
-        UImmortal() : reaper() {}
-        ~UImmortal() {}
-    };
-    static UImmortal s_immortal;
-    return s_immortal.reaper;
+    static CImmortal<CReaper> s_reaper; // its thread goes on to the end
+    return *s_reaper;
 }
 
 void CReaper::Adopt(pid_t iProcess, CDescriptor process)
@@ -61,7 +34,7 @@ bool CReaper::StartWatching()
     CDescriptor poll(epoll_create1(EPOLL_CLOEXEC));
     if (!poll.IsValid())
         return false;
-    const CSignalBlock block;
+    const CSignalsBlocked blocked; // they belong to whoever the program lets wait for them
     m_poll = std::move(poll);
     if (CNativeThread::Create(Run, this))
         return true;

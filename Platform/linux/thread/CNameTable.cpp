@@ -1,6 +1,7 @@
 #include "Platform/linux/thread/CNameTable.h"
 
 #include "Platform/CEventHandle.h"
+#include "Platform/CImmortal.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
@@ -44,19 +45,14 @@ thread_local SThreadsOwner t_owner;
 CNameTable& CNameTable::Instance()
 {
     // Threads may still end, and abandon, while the process takes its static objects down.
-    union UImmortal {
-        CNameTable table;
-        UImmortal() : table() {}
-        ~UImmortal() {}
-    };
-    static UImmortal s_immortal;
+    static CImmortal<CNameTable> s_table;
     [[maybe_unused]] static const int s_iForkHandlers =
-        pthread_atfork([] { s_immortal.table.m_mutex.lock(); }, [] { s_immortal.table.m_mutex.unlock(); },
+        pthread_atfork([] { s_table->m_mutex.lock(); }, [] { s_table->m_mutex.unlock(); },
                        [] {
-                           s_immortal.table.ForgetAfterFork();
-                           s_immortal.table.m_mutex.unlock();
+                           s_table->ForgetAfterFork();
+                           s_table->m_mutex.unlock();
                        });
-    return s_immortal.table;
+    return *s_table;
 }
 
 uint64_t CNameTable::CurrentOwner()

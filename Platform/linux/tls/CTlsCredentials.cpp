@@ -1,5 +1,6 @@
 #include "Platform/linux/tls/STlsCredentialState.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/linux/tls/TlsErrors.h"
 #include "Platform/linux/tls/TlsSessionCache.h"
 
@@ -106,9 +107,8 @@ class CClientContexts
 public:
     static CClientContexts& Instance()
     {
-        OPENSSL_init_ssl(0, nullptr); // so that OpenSSL outlives the contexts
-        static CClientContexts contexts;
-        return contexts;
+        static CImmortal<CClientContexts> contexts; // OpenSSL takes itself down before static objects
+        return *contexts;
     }
     std::shared_ptr<STlsCredentialState> Find(uint32_t dwProtocols)
     {

@@ -1,5 +1,6 @@
 #include "Platform/linux/tls/TlsSessionCache.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/Clock.h"
 
 #include <map>
@@ -25,9 +26,8 @@ class CSessionCache
 public:
     static CSessionCache& Instance()
     {
-        OPENSSL_init_ssl(0, nullptr); // so that OpenSSL outlives the sessions
-        static CSessionCache cache;
-        return cache;
+        static CImmortal<CSessionCache> cache; // OpenSSL takes itself down before static objects
+        return *cache;
     }
 
     void Keep(const std::string& strKey, CSslSessionPtr pSession)
