@@ -82,37 +82,54 @@ protected:
     CLogRecorder m_log;
 };
 
+struct SFaultCase
+{
+    const char* pszName;
+    Platform::EFault fault;
+    unsigned nCall;
+    int iErrno;
+    size_t nFailed; ///< of two mails, moved to the error directory
+    const char* pszLog;
+    size_t nStored = 2 - nFailed;
+};
+
+class AgentFaultTest : public AgentTest, public testing::WithParamInterface<SFaultCase>
+{};
+
+using Platform::EFault;
+
 } // namespace
 
-TEST_F(AgentTest, MovesMailToTheErrorDirectoryWhenItsCopiesCannotBeMadeDurable)
+TEST_P(AgentFaultTest, StoresEachMailWholeOrMovesIt)
 {
     Drop("1.eml", "ann@example.org");
-    Drop("2.eml", "eve@far.example");
-    const Platform::CInjectedFault fault(Platform::EFault::FlushVolume, 1, EIO);
+    Drop("2.eml", "ann@example.org");
+    const Platform::CInjectedFault fault(GetParam().fault, GetParam().nCall, GetParam().iErrno);
     RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("error"), 2u);
-    EXPECT_TRUE(m_log.Contains("flushing delivered mail failed"));
-    EXPECT_TRUE(m_log.Contains("delivering mail '1.eml' failed, placing in error"));
+    EXPECT_EQ(CountIn("spool/ann"), GetParam().nStored);
+    EXPECT_EQ(CountIn("error"), GetParam().nFailed);
+    EXPECT_TRUE(m_log.Contains(GetParam().pszLog));
+    for (const char* pszFile : {"spool/ann/1.eml", "spool/ann/2.eml", "error/1.eml", "error/2.eml"})
+        EXPECT_TRUE(!fs::exists(Path(pszFile)) || m_directory.Read(pszFile).ends_with("body\r\n")) << pszFile;
+    for (const char* pszFile : {"spool/ann/.1.eml.tmp", "spool/ann/.2.eml.tmp"})
+        EXPECT_FALSE(fs::exists(Path(pszFile)));
 }
 
-TEST_F(AgentTest, DeliversOnceWhatItCannotDeleteAtFirst)
-{
-    Drop("1.eml", "ann@example.org");
-    const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 2);
-    RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), 1u);
-    EXPECT_TRUE(m_log.Contains("caught at Tobix/LocalAgent:433"));
-}
-
-TEST_F(AgentTest, TriesAgainByItselfWhatAShortageKeptFromBeingRead)
-{
-    Drop("1.eml", "ann@example.org");
-    const Platform::CInjectedFault shortage(Platform::EFault::Open, 2,
-                                            EMFILE); // the first one is the list of interceptions
-    RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), 1u);
-    EXPECT_TRUE(m_log.Contains("Looks like lock on file"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    , AgentFaultTest,
+    testing::Values(SFaultCase{"FlushOfTheCopies", EFault::FlushVolume, 1, EIO, 2, "flushing delivered mail failed", 2},
+                    SFaultCase{"DeletionOfTheQueueFile", EFault::Remove, 1, EBUSY, 0, "caught at Tobix/LocalAgent:433"},
+                    SFaultCase{"NoDescriptorForTheQueueFile", EFault::Open, 2, EMFILE, 0, "Looks like lock on file"},
+                    SFaultCase{"QueueFileLocked", EFault::Lock, 1, EAGAIN, 0, "Looks like lock on file"},
+                    SFaultCase{"QueueFileBeingWritten", EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"},
+                    SFaultCase{"QueueFileUnreadable", EFault::Read, 1, EIO, 1, "errno=5"},
+                    SFaultCase{"HalfOfAListing", EFault::ReadDirectory, 8, EIO, 0, "caught at Tobix/LocalAgent"},
+                    SFaultCase{"DiskFull", EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
+                    SFaultCase{"NoRoomForTheName", EFault::Rename, 1, ENOSPC, 1,
+                               "error in Tobix/LocalAgent:313, errno=28"},
+                    SFaultCase{"RenameThatCannotRefuse", EFault::Rename, 1, EINVAL, 0, "saved in <ann>"},
+                    SFaultCase{"NumberNotRecorded", EFault::Rename, 2, ENOSPC, 0, "saved in <ann>"}),
+    [](const auto& row) { return row.param.pszName; });
 
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
@@ -123,28 +140,6 @@ TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
     fs::create_directory(Path("error"));
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("error"), 1u);
-}
-
-TEST_F(AgentTest, StoresNothingHalfWhenWritingFails)
-{
-    Drop("1.eml", "ann@example.org");
-    const Platform::CInjectedFault fault(Platform::EFault::Rename, 1, ENOSPC);
-    RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), 0u);
-    EXPECT_EQ(CountIn("error"), 1u);
-    EXPECT_FALSE(fs::exists(Path("spool/ann/.1.eml.tmp")));
-    EXPECT_TRUE(m_log.Contains("error in Tobix/LocalAgent:313, errno=28"));
-}
-
-TEST_F(AgentTest, CountsStoredMailAsDeliveredWhenItsNumberCannotBeRecorded)
-{
-    Drop("1.eml", "ann@example.org");
-    const Platform::CInjectedFault fault(Platform::EFault::Rename, 2, ENOSPC); // the first one names the mail
-    RunAgentUntilQueueIsEmpty();
-    Drop("2.eml", "ann@example.org");
-    RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), 2u);
-    EXPECT_EQ(CountIn("error"), 0u);
 }
 
 TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
