@@ -3,7 +3,6 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 
-#include <algorithm>
 #include <string>
 
 namespace {
@@ -22,32 +21,10 @@ CAliasIndex::CAliasIndex(const CTable& table)
     for (CTable::CIterator node(table); node; ++node) {
         const Id entry = Count();
         m_entries.push_back({&*node});
-        AddKey(entry);
+        m_byKey.emplace(node->key, entry);
         if (HasWildcard(node->key))
-            AddPattern(entry);
+            m_patterns.Add(node->key, entry);
     }
-    for (auto& [affixes, patterns] : m_patterns)
-        std::sort(patterns.begin(), patterns.end(), [this](Id a, Id b) { return WinsOver(a, b); });
-}
-
-void CAliasIndex::AddKey(Id entry)
-{
-    const auto [place, bNew] = m_byKey.try_emplace(Entry(entry).key.View(), entry);
-    if (bNew)
-        return;
-    Id last = place->second;
-    while (NextTwin(last) != NONE)
-        last = NextTwin(last);
-    m_entries[last].nextTwin = entry;
-}
-
-void CAliasIndex::AddPattern(Id entry)
-{
-    const std::string_view pattern = Entry(entry).key;
-    const size_t nPrefix = pattern.find_first_of(WILDCARDS);
-    const std::string_view suffix = pattern.substr(pattern.find_last_of(WILDCARDS) + 1);
-    m_patterns[{pattern.substr(0, nPrefix), suffix}].push_back(entry);
-    m_lengths.emplace(nPrefix, suffix.size());
 }
 
 bool CAliasIndex::WinsOver(Id a, Id b) const
@@ -57,30 +34,15 @@ bool CAliasIndex::WinsOver(Id a, Id b) const
     return nLengthA != nLengthB ? nLengthA > nLengthB : a < b;
 }
 
-CAliasIndex::Id CAliasIndex::FirstTwin(std::string_view text) const
-{
-    const auto found = m_byKey.find(text);
-    return found != m_byKey.end() ? found->second : NONE;
-}
-
 CAliasIndex::Id CAliasIndex::FindExact(std::string_view address) const
 {
-    Id entry = FirstTwin(address);
-    while (entry != NONE && (IsHidden(entry) || Entry(entry).key != address))
-        entry = NextTwin(entry);
-    return entry;
+    const auto found = m_byKey.find(address);
+    return found != m_byKey.end() && !IsHidden(found->second) ? found->second : NONE;
 }
 
-CAliasIndex::Id CAliasIndex::FirstMatch(const CPatterns& patterns, std::string_view address, Id best) const
+CAliasIndex::Id CAliasIndex::FindSpelled(std::string_view address) const
 {
-    for (const Id entry : patterns) {
-        if (best != NONE && WinsOver(best, entry))
-            break;
-        const std::string_view pattern = Entry(entry).key;
-        if (!IsHidden(entry) && Bex::WildcardMatch(address, pattern))
-            return entry;
-    }
-    return best;
+    return FindExact(Bex::CSimpleString(address).Lowered());
 }
 
 CAliasIndex::Id CAliasIndex::Find(std::string_view address) const
@@ -88,15 +50,10 @@ CAliasIndex::Id CAliasIndex::Find(std::string_view address) const
     const Id exact = FindExact(address);
     if (exact != NONE || address.empty() || HasWildcard(address))
         return exact;
-    Id best = FirstTwin(address); // a key without wildcards matches whatever the case
-    while (best != NONE && IsHidden(best))
-        best = NextTwin(best);
-    for (const auto& [nPrefix, nSuffix] : m_lengths) {
-        if (nPrefix + nSuffix > address.size())
-            continue;
-        const auto found = m_patterns.find({address.substr(0, nPrefix), address.substr(address.size() - nSuffix)});
-        if (found != m_patterns.end())
-            best = FirstMatch(found->second, address, best);
+    Id best = FindSpelled(address); // a key without wildcards matches whatever the case
+    for (const Id entry : m_patterns.Matching(address)) {
+        if (!IsHidden(entry) && (best == NONE || WinsOver(entry, best)))
+            best = entry;
     }
     return best;
 }

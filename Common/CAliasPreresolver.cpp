@@ -8,149 +8,109 @@
 void CAliasPreresolver::Run()
 {
     for (Id entry = 0; entry < m_index.Count(); ++entry)
-        MarkShadowed(entry);
+        MarkSpelled(entry);
     for (Id entry = 0; entry < m_index.Count(); ++entry)
-        Rewrite(entry);
+        Settle(entry);
 }
 
-CAliasPreresolver::SOutcome CAliasPreresolver::EndOf(std::string_view value)
-{
-    SOutcome outcome;
-    if (value.find('@') == std::string_view::npos)
-        outcome.kind = Users().IsUser(value) ? EKind::Leads : EKind::Dead;
-    else if (!IsLocalAddress(value))
-        outcome.kind = EKind::Leads;
-    if (outcome.kind == EKind::Leads)
-        outcome.strEnd = value;
-    return outcome;
-}
-
-/// Kept until its target goes: removing others cannot change which entry wins.
-const CAliasIndex::STarget& CAliasPreresolver::Next(Id entry)
-{
-    SEntry& state = m_entries[entry];
-    const bool bGone = state.next.entry != CAliasIndex::NONE && m_index.IsHidden(state.next.entry);
-    if (!state.bNextKnown || bGone)
-        state.next = m_index.Resolve(m_index.Entry(entry).value);
-    state.bNextKnown = true;
-    return state.next;
-}
-
-/// A step to an address that spells an entry's key removes that entry. Nearly always the address leads to the entry,
-/// too, which shows as a circle; the others need to be told apart.
-void CAliasPreresolver::MarkShadowed(Id entry)
+void CAliasPreresolver::MarkSpelled(Id entry)
 {
     const std::string_view value = m_index.Entry(entry).value;
-    if (EndOf(value).kind != EKind::Unknown)
-        return;
-    for (Id twin = m_index.FirstTwin(value); twin != CAliasIndex::NONE; twin = m_index.NextTwin(twin)) {
-        if (twin != Next(entry).entry)
-            m_entries[twin].bShadowed = true;
-    }
+    const CAliasIndex::STarget& next = Next(entry);
+    const Id spelled = m_index.FindSpelled(value);
+    if (spelled != CAliasIndex::NONE && spelled != next.entry && next.strUser != value)
+        m_entries[spelled].bSpelled = true;
 }
 
-void CAliasPreresolver::Rewrite(Id entry)
+void CAliasPreresolver::Settle(Id entry)
 {
-    SOutcome outcome = EndOf(m_index.Entry(entry).value);
-    if (outcome.kind == EKind::Dead)
+    const SEnd end = Follow(entry);
+    if (end.IsNowhere() || (MayMeetItsOwnKey(entry, end) && MeetsItsOwnKey(entry))) {
         m_index.Hide(entry);
-    if (outcome.kind != EKind::Unknown)
-        return;
-    const bool bShadowed = m_entries[entry].bShadowed;
-    outcome = bShadowed ? WalkShadowed(entry) : Walk(entry);
-    const bool bOwnName = outcome.kind == EKind::Leads && SpellsKey(outcome.strEnd, entry);
-    if (outcome.kind == EKind::Leads && !bOwnName) {
-        m_index.Entry(entry).value = outcome.strEnd;
-        return;
+    } else {
+        m_index.Entry(entry).value = end.strTarget;
+        m_entries[entry].next = CAliasIndex::STarget{CAliasIndex::NONE, end.strTarget};
     }
-    m_index.Hide(entry);
-    if (bShadowed || bOwnName)
-        ++m_nEpoch;
 }
 
-CAliasPreresolver::SOutcome CAliasPreresolver::Walk(Id start)
+CAliasPreresolver::SEnd CAliasPreresolver::Follow(Id start)
 {
     ++m_nWalk;
     std::vector<Id> path;
-    SOutcome outcome;
-    for (Id entry = start; outcome.kind == EKind::Unknown;) {
+    std::optional<SEnd> end;
+    for (Id entry = start; !end;) {
         SEntry& state = m_entries[entry];
         if (state.nWalk == m_nWalk) {
-            outcome = Circle(path, entry);
-        } else if (IsValid(state.known, start)) {
-            outcome = state.known;
-            outcome.dependsOn = std::min(outcome.dependsOn, entry);
-        } else {
-            state.nWalk = m_nWalk;
-            path.push_back(entry);
-            outcome = Step(entry, entry);
+            end = Circle(path, entry);
+            break;
         }
+        state.nWalk = m_nWalk;
+        path.push_back(entry);
+        const Id next = Next(entry).entry;
+        if (state.known && state.known->holdsUntil >= start)
+            end = state.known;
+        else if (next == CAliasIndex::NONE)
+            end = SEnd{state.next->strUser};
+        else if (m_index.Entry(next).value.EqualsNoCase(m_index.Entry(entry).value))
+            end = SEnd{{}, next};
+        else
+            entry = next;
     }
-    Remember(path, outcome);
-    return outcome;
+    Remember(path, *end);
+    return *end;
 }
 
-/// Where the entry's value ends up, or the entry that it leads on to.
-CAliasPreresolver::SOutcome CAliasPreresolver::Step(Id entry, Id& next)
+CAliasPreresolver::SEnd CAliasPreresolver::Circle(const std::vector<Id>& path, Id entry)
 {
-    const std::string_view value = m_index.Entry(entry).value;
-    SOutcome outcome = EndOf(value);
-    if (outcome.kind != EKind::Unknown)
-        return outcome;
-    const CAliasIndex::STarget& target = Next(entry);
-    if (target.entry == CAliasIndex::NONE)
-        return EndOf(target.strUser);
-    next = target.entry;
-    if (m_index.Entry(next).value.EqualsNoCase(value)) {
-        outcome.kind = EKind::Dead;
-        outcome.dependsOn = next;
-    }
-    return outcome;
+    return {{}, *std::min_element(std::find(path.begin(), path.end(), entry), path.end())};
 }
 
-CAliasPreresolver::SOutcome CAliasPreresolver::Circle(const std::vector<Id>& path, Id entry)
+/// Nothing is kept for entries that come to an entry which may be removed although it leads somewhere.
+void CAliasPreresolver::Remember(const std::vector<Id>& path, SEnd end)
 {
-    SOutcome outcome;
-    outcome.kind = EKind::Dead;
-    outcome.dependsOn = *std::min_element(std::find(path.begin(), path.end(), entry), path.end());
-    return outcome;
-}
-
-void CAliasPreresolver::Remember(const std::vector<Id>& path, SOutcome outcome)
-{
-    outcome.nEpoch = m_nEpoch;
-    for (auto entry = path.rbegin(); entry != path.rend(); ++entry) {
-        m_entries[*entry].known = outcome;
-        outcome.dependsOn = std::min(outcome.dependsOn, *entry);
+    for (auto entry = path.rbegin(); entry != path.rend() && !MayMeetItsOwnKey(*entry, end); ++entry) {
+        m_entries[*entry].known = end;
+        if (end.IsNowhere())
+            end.holdsUntil = std::min(end.holdsUntil, *entry);
     }
 }
 
-bool CAliasPreresolver::IsValid(const SOutcome& outcome, Id current) const
+/// Kept until the entry that it leads to goes: removing others cannot change which one wins.
+const CAliasIndex::STarget& CAliasPreresolver::Next(Id entry)
 {
-    if (outcome.kind == EKind::Leads)
-        return outcome.nEpoch == m_nEpoch;
-    return outcome.kind == EKind::Dead && outcome.dependsOn >= current;
+    std::optional<CAliasIndex::STarget>& next = m_entries[entry].next;
+    if (!next || (next->entry != CAliasIndex::NONE && m_index.IsHidden(next->entry)))
+        next = TargetOf(m_index.Entry(entry).value);
+    return *next;
 }
 
-/// The same, step by step and without what is known from other walks.
-CAliasPreresolver::SOutcome CAliasPreresolver::WalkShadowed(Id entry)
+CAliasIndex::STarget CAliasPreresolver::TargetOf(std::string_view value) const
 {
-    ++m_nWalk;
-    SOutcome dead;
-    dead.kind = EKind::Dead;
-    for (Id current = entry; m_entries[current].nWalk != m_nWalk;) {
-        m_entries[current].nWalk = m_nWalk;
-        const bool bOwnName = current != entry && SpellsKey(m_index.Entry(current).value, entry);
-        SOutcome outcome = Step(current, current);
-        if (bOwnName)
-            return dead;
-        if (outcome.kind != EKind::Unknown)
-            return outcome;
+    const bool bAddress = value.find('@') != std::string_view::npos;
+    if (bAddress && IsLocalAddress(value))
+        return m_index.Resolve(value);
+    return {CAliasIndex::NONE, bAddress || Users().IsUser(value) ? Bex::CSimpleString(value) : Bex::CSimpleString()};
+}
+
+/// Nearly always a target that spells an entry's key leads to the entry, too, which shows as a circle. These are the
+/// others; an entry whose value is its end stays in any case.
+bool CAliasPreresolver::MayMeetItsOwnKey(Id entry, const SEnd& end) const
+{
+    const CAliasIndex::SNode& node = m_index.Entry(entry);
+    return !end.IsNowhere() && node.value != end.strTarget &&
+           (m_entries[entry].bSpelled || node.key.EqualsNoCase(end.strTarget));
+}
+
+/// Of an entry that leads somewhere: is its key one of the targets on the way or the one at the end?
+bool CAliasPreresolver::MeetsItsOwnKey(Id entry)
+{
+    const Bex::CSimpleString& strKey = m_index.Entry(entry).key;
+    for (Id current = entry; current != CAliasIndex::NONE;) {
+        const CAliasIndex::STarget& next = Next(current);
+        const bool bEnd = next.entry == CAliasIndex::NONE;
+        if (strKey.EqualsNoCase(bEnd ? next.strUser : m_index.Entry(next.entry).value))
+            return true;
+        current = next.entry;
     }
-    return dead;
-}
-
-bool CAliasPreresolver::SpellsKey(std::string_view value, Id entry) const
-{
-    return m_index.Entry(entry).key.EqualsNoCase(value);
+    return false;
 }

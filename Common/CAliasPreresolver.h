@@ -3,15 +3,24 @@
 #include "Common/CAliasIndex.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 /// Replaces the targets of aliases by what they finally lead to.
 ///
-/// The outcome is that of rewriting the entries one after the other, in the table's order, each step by step until it
-/// is a user or an address elsewhere, an entry that leads nowhere or back to itself being removed on the spot: so what
-/// an entry leads to depends on which of those behind it were removed before. What one walk finds is kept for the
-/// entries that it passed, since chains share their ends. A walk that goes round in a circle leads nowhere.
+/// One entry after the other, in the table's order, is followed from target to target. The user or address elsewhere at
+/// which that ends becomes its target. When it ends nowhere, goes round in a circle or meets the entry's own key, the
+/// entry is removed, and those behind it are followed without it:
+///
+///     w@l: x@l    x@l, y@l, x@l again: a circle, removed
+///     x@l: y@l    y@l, x@l: a circle, removed
+///     y@l: x@l    there is no x@l any more, so "*@l" takes it: ann
+///     *@l: ann    a user: stays
+///
+/// What one walk finds is kept for the entries that it passed, since chains share their ends. A target holds for good.
+/// "Nowhere" holds until the turn of the first of the entries behind it, which is removed then: so what the walk from
+/// w@l finds is still true for x@l, which passes y@l alone, but not for y@l, since x@l has gone.
 ///
 /// Used once, under the table's lock.
 class CAliasPreresolver
@@ -23,40 +32,32 @@ public:
 private:
     using Id = CAliasIndex::Id;
 
-    enum class EKind { Unknown, Leads, Dead };
-    /// Where a value or an entry ends up.
-    struct SOutcome
+    /// Where an entry ends up.
+    struct SEnd
     {
-        EKind kind = EKind::Unknown;
-        Bex::CSimpleString strEnd; ///< when it leads somewhere
-        /// When it is dead: the first entry, in the table's order, on which that depends; once that one has been
-        /// rewritten or removed, this may be wrong.
-        Id dependsOn = CAliasIndex::NONE;
-        uint32_t nEpoch = 0;
+        Bex::CSimpleString strTarget;      ///< empty: nowhere
+        Id holdsUntil = CAliasIndex::NONE; ///< this entry's turn is over; NONE: for good
+        bool IsNowhere() const { return strTarget.IsEmpty(); }
     };
     struct SEntry
     {
-        CAliasIndex::STarget next; ///< what the value, a local address, is resolved to
-        bool bNextKnown = false;
-        bool bShadowed = false; ///< some value spells this entry's key and yet leads elsewhere
-        uint32_t nWalk = 0;     ///< the last walk that passed
-        SOutcome known;
+        std::optional<CAliasIndex::STarget> next; ///< what its value leads to; a user may be an address elsewhere, too
+        std::optional<SEnd> known;
+        bool bSpelled = false; ///< some value spells this entry's key and yet leads elsewhere
+        uint32_t nWalk = 0;    ///< the last walk that passed
     };
 
-    static SOutcome EndOf(std::string_view value); ///< Unknown: it has to be resolved
+    void MarkSpelled(Id entry);
+    void Settle(Id entry);
+    SEnd Follow(Id start);
+    static SEnd Circle(const std::vector<Id>& path, Id entry);
+    void Remember(const std::vector<Id>& path, SEnd end);
     const CAliasIndex::STarget& Next(Id entry);
-    void MarkShadowed(Id entry);
-    void Rewrite(Id entry);
-    SOutcome Walk(Id start);
-    SOutcome Step(Id entry, Id& next);
-    static SOutcome Circle(const std::vector<Id>& path, Id entry);
-    void Remember(const std::vector<Id>& path, SOutcome outcome);
-    bool IsValid(const SOutcome& outcome, Id current) const;
-    SOutcome WalkShadowed(Id entry);
-    bool SpellsKey(std::string_view value, Id entry) const;
+    CAliasIndex::STarget TargetOf(std::string_view value) const;
+    bool MayMeetItsOwnKey(Id entry, const SEnd& end) const;
+    bool MeetsItsOwnKey(Id entry);
 
     CAliasIndex& m_index;
     std::vector<SEntry> m_entries;
     uint32_t m_nWalk = 0;
-    uint32_t m_nEpoch = 0; ///< counts the removals of entries that others lead somewhere through
 };

@@ -181,7 +181,7 @@ TEST(AliasesTest, IndexAndPreresolutionGiveWhatTheNaiveWalkGives)
     for (int iRound = 0; iRound < 30000; ++iRound) {
         CAliases table;
         for (size_t n = 2 + random() % 12; n > 0; --n)
-            table.Set(CSimpleString(address(true)), CSimpleString(address(random() % 20 == 0)));
+            table.Set(CSimpleString(address(true)).Lowered(), CSimpleString(address(random() % 20 == 0)));
         CNaiveAliases naive(table);
         const std::string strTable = naive.Text();
         for (int n = 0; n < 8; ++n) {
