@@ -1,5 +1,6 @@
 #include "Bex/TextFunctions.h"
 #include "CAccountWorld.h"
+#include "Platform/Clock.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -80,6 +81,23 @@ TEST(AliasesTest, PreresolutionLeavesUsersAndRemoteAddresses)
         EXPECT_EQ(Aliases().Get(pszKey), "bob");
     EXPECT_EQ(Aliases().Get("far"), "f@R.example");
     EXPECT_EQ(Aliases().Get("near"), "f@R.example");
+}
+
+TEST(AliasesTest, ThousandsOfPatternsAndLongChainsArePreresolvedInABlink)
+{
+    const CAccountWorld world({"bob"}, "l.example\n");
+    std::string strText;
+    for (int n = 1; n <= 10000; ++n) {
+        const std::string strNumber = std::to_string(n);
+        strText += "a*" + strNumber + "*z@l.example: axxz@l.example\n" + strNumber + "@l.example: ";
+        strText += std::to_string(n + 1) + "@l.example\n";
+    }
+    LoadAliases(world, (strText + "10001@l.example: bob\n").c_str());
+    const uint64_t ui64Begin = Platform::TickCount();
+    Aliases().PreresolveAliases();
+    EXPECT_LT(Platform::TickCount() - ui64Begin, 3000u);
+    EXPECT_EQ(Aliases().Count(), 10001u); // the patterns led nowhere
+    EXPECT_EQ(Aliases().Get("1@l.example"), "bob");
 }
 
 /// The rules, walked naively: entries in the table's order, everything looked up by trying all of them.
