@@ -74,11 +74,14 @@ TEST(AliasesTest, PreresolutionLeavesUsersAndRemoteAddresses)
     LoadAliases(world, "a@l.example: b@l.example\nb@l.example: c@l.example\nc@l.example: bob\n"
                        "x@l.example: y@l.example\ny@l.example: x@l.example\n" // each other
                        "w@l.example: x@l.example\n"                           // into that circle
-                       "far: f@R.example\nnear: far@l.example\ndead: nobody@l.example\n");
+                       "far: f@R.example\nnear: far@l.example\ndead: nobody@l.example\n"
+                       "g@l.example: bob\nbob: g@l.example\n" // back to its own name: gone after m's turn
+                       "m@l.example: n@l.example\nn@l.example: bob@l.example\n?o?: b@r.example\n"); // before n's
     Aliases().PreresolveAliases();
-    EXPECT_EQ(Aliases().Count(), 5u);
-    for (const char* pszKey : {"a@l.example", "b@l.example", "c@l.example"})
+    EXPECT_EQ(Aliases().Count(), 9u);
+    for (const char* pszKey : {"a@l.example", "b@l.example", "c@l.example", "m@l.example"})
         EXPECT_EQ(Aliases().Get(pszKey), "bob");
+    EXPECT_EQ(Aliases().Get("n@l.example"), "b@r.example");
     EXPECT_EQ(Aliases().Get("far"), "f@R.example");
     EXPECT_EQ(Aliases().Get("near"), "f@R.example");
 }
