@@ -89,10 +89,9 @@ class Bounces(Responder):
         for options, report, kinds in (([], REPORT, []), (["-b", "header"], REPORT, ["text/rfc822-headers"]), ([], b"", [])):
             self.put(report=report)
             self.bounce(*options)
-            parts = list(self.only().iter_parts())
-            self.assertEqual([p.get_content_type() for p in parts], ["text/plain", "message/delivery-status"] + kinds)
-            one = parts[1].get_payload(1)
-            self.assertEqual((one["Status"], one["Final-Recipient"]), ("5.1.1" if report else "5.0.0", "rfc822; eve@far.example"))
+            _, status, *returned = self.only().iter_parts()
+            self.assertEqual([p.get_content_type() for p in returned], kinds)
+            self.assertEqual(status.get_payload(1)["Final-Recipient"], "rfc822; eve@far.example")
         self.mail.write_bytes(mail("eve@far.example"))
         self.bounce()  # without a report
         self.assertIn("pm@example.org", self.only()["From"])
