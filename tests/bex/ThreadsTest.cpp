@@ -5,10 +5,10 @@
 #include "Bex/CThread.h"
 #include "Platform/Clock.h"
 #include "Platform/FaultInjection.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 
 #include <cerrno>
-#include <functional>
 #include <gmock/gmock.h>
 #include <memory>
 #include <string>
@@ -52,14 +52,6 @@ protected:
 private:
     CWorldPtr m_pWorld;
 };
-
-bool Becomes(const std::function<bool()>& condition)
-{
-    const uint64_t ui64End = Platform::TickCount() + LONG;
-    while (!condition() && Platform::TickCount() < ui64End)
-        std::this_thread::yield();
-    return condition();
-}
 
 TEST(ThreadTest, StopsWhenAskedAndCanStartAgain)
 {

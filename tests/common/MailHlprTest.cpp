@@ -1,7 +1,7 @@
 #include "Common/MailHlpr.h"
 #include "Bex/CThread.h"
-#include "Platform/Clock.h"
 #include "Platform/Errors.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
 
@@ -66,11 +66,6 @@ TEST_P(ProgramTest, IsNotWaitedForByAThreadThatWasGivenUp)
     const std::string strScript =
         directory.Write("newmail.cmd", ">started\nwhile [ -e started ]; do sleep 0.1; done\n"); // until it is gone
     std::filesystem::permissions(strScript, std::filesystem::perms::owner_all);
-    const auto Becomes = [](auto Condition) {
-        for (int n = 0; n < 3000 && !Condition(); ++n)
-            Platform::SleepMillis(10);
-        return Condition();
-    };
     auto pThread = std::make_unique<CScriptThread>(directory.Path(), GetParam());
     ASSERT_TRUE(pThread->Start());
     EXPECT_TRUE(Becomes([&] { return std::filesystem::exists(directory / "started"); }));

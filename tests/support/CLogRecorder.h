@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Collects what goes to a log as "level text", for as long as it lives.
@@ -23,11 +24,11 @@ public:
         const std::lock_guard lock(m_pLines->m_mutex);
         return m_pLines->m_lines;
     }
-    bool Contains(const std::string& strText) const
+    bool Contains(std::string_view text) const
     {
         const std::vector<std::string> lines = Lines();
         return std::any_of(lines.begin(), lines.end(),
-                           [&](const std::string& strLine) { return strLine.find(strText) != std::string::npos; });
+                           [&](const std::string& strLine) { return strLine.find(text) != std::string::npos; });
     }
     void SetListener(std::function<void(const std::string&)> listener) ///< hears every line on its writer's thread
     {

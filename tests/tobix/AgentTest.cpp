@@ -1,7 +1,7 @@
 #include "Common/Globals.h"
-#include "Platform/Clock.h"
 #include "Platform/FaultInjection.h"
 #include "Tobix/CLocalAgent.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 #include "support/CPowerLossModel.h"
 #include "support/CTemporaryDirectory.h"
@@ -17,8 +17,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr uint64_t DEADLINE_MILLIS = 60000;
 
 /// The agent on a mail tree of its own, with the one user "ann" at "example.org".
 class AgentTest : public testing::Test
@@ -56,22 +54,14 @@ protected:
             nCount += entry.path().extension() == ".eml";
         return nCount;
     }
-    template <class TCondition>
-    bool WaitFor(TCondition Condition) const
-    {
-        const uint64_t nEnd = Platform::TickCount() + DEADLINE_MILLIS;
-        while (!Condition() && Platform::TickCount() < nEnd)
-            Platform::SleepMillis(2);
-        return Condition();
-    }
     /// Runs an agent until the queue is empty, or as long as the condition asks.
     template <class TCondition>
     void RunAgentUntil(TCondition Condition)
     {
         CLocalAgent agent;
         ASSERT_TRUE(agent.Start());
-        EXPECT_TRUE(WaitFor(Condition));
-        EXPECT_TRUE(WaitFor([&] { return agent.Stop(); }));
+        EXPECT_TRUE(Becomes(Condition));
+        EXPECT_TRUE(Becomes([&] { return agent.Stop(); }));
     }
     void RunAgentUntilQueueIsEmpty()
     {
@@ -79,7 +69,7 @@ protected:
     }
 
     CTemporaryDirectory m_directory;
-    CLogRecorder m_log;
+    const CLogRecorder m_log;
 };
 
 struct SFaultCase

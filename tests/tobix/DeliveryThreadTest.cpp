@@ -1,8 +1,8 @@
 #include "Bex/CFile.h"
-#include "Platform/Clock.h"
 #include "Platform/FaultInjection.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
+#include "support/Becomes.h"
 #include "support/RowName.h"
 
 #include <cerrno>
@@ -26,10 +26,7 @@ public:
         m_pFiles->AddPending("x.eml");
         CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str());
         ASSERT_TRUE(thread.Start());
-        const uint64_t nEnd = Platform::TickCount() + 20000;
-        while (!Logged(strUntil) && Platform::TickCount() < nEnd)
-            Platform::SleepMillis(2);
-        EXPECT_TRUE(Logged(strUntil)) << Log().Take();
+        EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Platform/Clock.h"
+
+/// Whether the condition comes to hold; only a failing test waits out the minute.
+template <class TCondition>
+bool Becomes(TCondition Condition)
+{
+    const uint64_t ui64End = Platform::TickCount() + 60'000;
+    while (!Condition() && Platform::TickCount() < ui64End)
+        Platform::SleepMillis(2);
+    return Condition();
+}
