@@ -1,8 +1,8 @@
 #include "Common/CMessagePart.h"
-#include "Common/Encodings.h"
-#include "Common/HeaderFields.h"
 
 #include "Bex/TextFunctions.h"
+#include "Common/Encodings.h"
+#include "Common/HeaderFields.h"
 
 #include <algorithm>
 #include <cstring>
@@ -34,29 +34,27 @@ struct SContent
     }
 };
 
-/// Walks over the parts of a multipart body, one delimiter after the other.
-///
-/// The nth part lies behind the nth delimiter. Finding that one needs only the place (P) and the length of the rest
-/// (R) that finding the one before left behind, so nothing is scanned again from the start.
+/// Walks over the parts of a multipart body, one delimiter after the other; every byte is looked at once.
 class CPartWalker
 {
 public:
     CPartWalker(std::string_view body, std::string_view boundary)
-        : m_body(body), m_strDelimiter("--" + HeaderFields::Unfolded(boundary))
+        : m_body(body), m_strDelimiter("--" + HeaderFields::Unfolded(boundary)), m_nDelimiter(FindDelimiter(0))
     {}
 
+    /// Not to be called again once it was false.
     bool Next(std::string_view& part)
     {
-        // The last byte of the rest is left out here, and the first below.
-        size_t nDelimiter = FindDelimiter(m_nStart, m_body.size() - std::min<size_t>(m_body.size(), 1));
-        if (nDelimiter == NONE)
+        if (m_body.substr(m_nStart).starts_with(m_strDelimiter)) // one directly behind another ends no part
+            m_nDelimiter = m_nStart;
+        if (m_nDelimiter == NONE || m_nDelimiter + m_strDelimiter.size() >= m_body.size())
             return false;
-        m_nStart += nDelimiter + m_strDelimiter.size() + 2; // behind the CR LF that ends the delimiter's line
-        size_t nNext = FindDelimiter(m_nStart + 1, m_body.size());
-        if (nNext == NONE)
+        m_nStart = m_nDelimiter + m_strDelimiter.size() + 2; // behind the CR LF that ends the delimiter's line
+        m_nDelimiter = FindDelimiter(m_nStart + 1);
+        if (m_nDelimiter == NONE)
             return false;
         // The CR LF in front of a delimiter belongs to it (RFC 2046 5.1.1). Of a length of -1 nothing remains.
-        size_t nLength = nNext == 0 ? 0 : nNext - 1;
+        size_t nLength = std::max(m_nDelimiter, m_nStart + 2) - (m_nStart + 2);
         part = m_body.substr(m_nStart, nLength);
         if (part.ends_with('\r')) // cut between CR and LF: the line break is made whole again
             part = m_body.substr(m_nStart, nLength + 1);
@@ -64,19 +62,19 @@ public:
     }
 
 private:
-    /// Relative to the start of the window.
-    size_t FindDelimiter(size_t nStart, size_t nEnd) const
+    size_t FindDelimiter(size_t nStart) const
     {
-        if (nStart >= nEnd)
+        if (nStart >= m_body.size())
             return NONE;
-        const char* pWindow = m_body.data() + nStart;
-        const void* pFound = memmem(pWindow, nEnd - nStart, m_strDelimiter.data(), m_strDelimiter.size());
-        return pFound == nullptr ? NONE : static_cast<size_t>(static_cast<const char*>(pFound) - pWindow);
+        const void* pFound =
+            memmem(m_body.data() + nStart, m_body.size() - nStart, m_strDelimiter.data(), m_strDelimiter.size());
+        return pFound == nullptr ? NONE : static_cast<size_t>(static_cast<const char*>(pFound) - m_body.data());
     }
 
     std::string_view m_body;
     std::string m_strDelimiter;
-    size_t m_nStart = 0;
+    size_t m_nStart = 0; ///< of the part, once there is one
+    size_t m_nDelimiter; ///< the one behind it
 };
 
 class CMimeSearch
