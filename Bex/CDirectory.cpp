@@ -1,6 +1,7 @@
 #include "Bex/CDirectory.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/FrozenLine.h"
 #include "Platform/FileSystem.h"
 
 namespace Bex {
@@ -8,6 +9,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CDirectory";
+constexpr FrozenLine NO_DIRECTORY_LINE = 118;
 
 } // namespace
 
@@ -24,7 +26,7 @@ bool CDirectory::Exists(const CSimpleString& strPath)
     case Platform::EPathKind::Other:
         break;
     }
-    ThrowFileException(SOURCE_FILE, 118, Platform::LIB_EXISTS, Platform::SYS_FILE_EXISTS);
+    ThrowFileException(SOURCE_FILE, NO_DIRECTORY_LINE, Platform::LIB_EXISTS, Platform::SYS_FILE_EXISTS);
 }
 
 void CDirectory::Create(const CSimpleString& strPath)

@@ -1,6 +1,7 @@
 #include "Bex/CEvent.h"
 
 #include "Bex/CSystemException.h"
+#include "Bex/FrozenLine.h"
 #include "Platform/Errors.h"
 
 namespace Bex {
@@ -8,7 +9,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CEvent";
-constexpr int CREATE_LINE = 39;
+constexpr FrozenLine CREATE_LINE = 39;
 
 [[noreturn]] void ThrowLastError(int iLine)
 {

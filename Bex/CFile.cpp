@@ -1,6 +1,7 @@
 #include "Bex/CFile.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/FileSystem.h"
 
@@ -11,7 +12,9 @@ namespace {
 constexpr char SOURCE_FILE[] = "Bex/CFile";
 constexpr uint32_t ACCESS_BITS = CFile::modeWrite | CFile::modeReadWrite;
 constexpr uint32_t SHARE_BITS = 0x70;
-constexpr int OPEN_LINE = 150;
+constexpr FrozenLine NO_TYPE_LINE = 104;
+constexpr FrozenLine NO_WRITER_LINE = 111;
+constexpr FrozenLine OPEN_LINE = 150;
 
 [[noreturn]] void Refuse(int iLine, const char* pszReason)
 {
@@ -23,10 +26,11 @@ void CheckFlags(uint32_t dwFlags)
 {
     const uint32_t dwAccess = dwFlags & ACCESS_BITS;
     if ((dwFlags & (CFile::typeText | CFile::typeBinary)) == 0)
-        Refuse(104, "must specify either Bex::CFile::typeText or Bex::CFile::typeBinary in call to CFile::Open");
+        Refuse(NO_TYPE_LINE,
+               "must specify either Bex::CFile::typeText or Bex::CFile::typeBinary in call to CFile::Open");
     if ((dwFlags & CFile::modeCreate) != 0 && dwAccess == CFile::modeRead)
-        Refuse(111, "must specify either Bex::CFile::modeWrite or Bex::CFile::modeReadWrite with "
-                    "Bex::CFile::modeCreate in call to CFile::Open");
+        Refuse(NO_WRITER_LINE, "must specify either Bex::CFile::modeWrite or Bex::CFile::modeReadWrite with "
+                               "Bex::CFile::modeCreate in call to CFile::Open");
     const bool bTruncatingReader = (dwFlags & CFile::modeTruncate) != 0 && dwAccess == CFile::modeRead;
     if (bTruncatingReader || dwAccess == ACCESS_BITS)
         ThrowFileException(SOURCE_FILE, OPEN_LINE, Platform::LIB_INVALID, Platform::SYS_INVALID_PARAMETER);

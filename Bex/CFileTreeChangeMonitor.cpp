@@ -1,5 +1,6 @@
 #include "Bex/CFileTreeChangeMonitor.h"
 
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
@@ -12,6 +13,11 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CFileTreeChangeMonitor";
+constexpr FrozenLine ALREADY_CREATED_LINE = 93;
+constexpr FrozenLine OPEN_LINE = 104;
+constexpr FrozenLine NO_MEMORY_LINE = 142;
+constexpr FrozenLine WATCH_LINE = 148;
+constexpr FrozenLine OVERFLOW_LINE = 228;
 constexpr size_t LOCAL_BUFFER_BYTES = 327680;
 constexpr size_t NETWORK_BUFFER_BYTES = 65536;
 
@@ -24,9 +30,9 @@ bool IsAboutTheDirectory(uint32_t dwSysError)
 void LogWatchFailure(Platform::SError error)
 {
     if (error.iLibError == Platform::LIB_NO_MEMORY)
-        LogError(MainLog(), "memory allocation failed in %s:%d failed", SOURCE_FILE, 142);
+        LogError(MainLog(), "memory allocation failed in %s:%d failed", SOURCE_FILE, NO_MEMORY_LINE);
     else
-        LogError(MainLog(), "ReadDirectoryChangesW in %s:%d failed, error-code: 0x%08X", SOURCE_FILE, 148,
+        LogError(MainLog(), "ReadDirectoryChangesW in %s:%d failed, error-code: 0x%08X", SOURCE_FILE, WATCH_LINE,
                  error.dwSysError);
 }
 
@@ -81,7 +87,7 @@ void CFileTreeChangeMonitor::Create(const CSimpleString& strDirectory, Platform:
 {
     const CScopedLock lock(m_lock);
     if (m_watch.IsOpen()) {
-        LogError(MainLog(), "CFileTreeChangeMonitor in %s:%d already created", SOURCE_FILE, 93);
+        LogError(MainLog(), "CFileTreeChangeMonitor in %s:%d already created", SOURCE_FILE, ALREADY_CREATED_LINE);
         return;
     }
     const bool bNetwork = Platform::IsNetworkPath(strDirectory.Text());
@@ -89,7 +95,7 @@ void CFileTreeChangeMonitor::Create(const CSimpleString& strDirectory, Platform:
     const bool bOpen = m_watch.Open(strDirectory.Text(), nBuffer, std::move(filter));
     const Platform::SError error = Platform::LastError();
     if (!bOpen && IsAboutTheDirectory(error.dwSysError)) {
-        LogError(MainLog(), "CreateFile in %s:%d on \"%s\" failed, error-code: 0x%08X", SOURCE_FILE, 104,
+        LogError(MainLog(), "CreateFile in %s:%d on \"%s\" failed, error-code: 0x%08X", SOURCE_FILE, OPEN_LINE,
                  strDirectory.Text(), error.dwSysError);
         return;
     }
@@ -112,7 +118,7 @@ bool CFileTreeChangeMonitor::HasChanged()
     bool bChanged = !m_watch.Fetch(records);
     if (bChanged)
         LogError(MainLog(), "GetOverlappedResult in %s:%d indicated insufficient buffer for ReadDirectoryChangesW",
-                 SOURCE_FILE, 228);
+                 SOURCE_FILE, OVERFLOW_LINE);
     for (size_t n = 0; n < records.size(); ++n) {
         const Platform::STreeRecord* const pNext = n + 1 < records.size() ? &records[n + 1] : nullptr;
         bChanged = OnRecord(records[n], pNext) || bChanged;

@@ -4,6 +4,7 @@
 #include "Bex/CNoSuchElementException.h"
 #include "Bex/COutOfMemoryException.h"
 #include "Bex/CSimpleString.h"
+#include "Bex/FrozenLine.h"
 
 #include <array>
 #include <atomic>
@@ -24,6 +25,7 @@ class CHashMap : public ISyncObject
 {
 public:
     static constexpr uint32_t BUCKETS = 101;
+    static constexpr FrozenLine NO_KEY_LINE = 205;
 
     struct SNode
     {
@@ -105,7 +107,7 @@ public:
         CScopedLock lock(*m_pLock);
         const SNode* pNode = Find(key);
         if (pNode == nullptr)
-            ThrowNoSuchElementException("Bex/CHashMap.h", 205);
+            ThrowNoSuchElementException("Bex/CHashMap.h", NO_KEY_LINE);
         return pNode->value;
     }
     bool Remove(std::string_view key) ///< false when there is nothing to remove

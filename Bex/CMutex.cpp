@@ -3,6 +3,7 @@
 #include "Bex/CInvalidParameterException.h"
 #include "Bex/CInvalidStateException.h"
 #include "Bex/CSystemException.h"
+#include "Bex/FrozenLine.h"
 #include "Platform/CEventHandle.h"
 #include "Platform/Errors.h"
 
@@ -12,7 +13,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CMutex";
 constexpr uint32_t LONGEST_NAME = 260;
-constexpr int NO_MUTEX_LINE = 57;
+constexpr FrozenLine NO_MUTEX_LINE = 57;
 
 Platform::CNamedMutex& Checked(const std::unique_ptr<Platform::CNamedMutex>& pMutex)
 {

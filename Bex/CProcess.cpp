@@ -1,6 +1,7 @@
 #include "Bex/CProcess.h"
 
 #include "Bex/COutOfMemoryException.h"
+#include "Bex/FrozenLine.h"
 #include "Platform/FileSystem.h"
 
 #include <string>
@@ -10,7 +11,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CProcess";
-constexpr int LINE_PATH_TOO_LONG = 75;
+constexpr FrozenLine PATH_TOO_LONG_LINE = 75;
 constexpr size_t LONGEST_PATH = 259; ///< characters
 
 } // namespace
@@ -38,7 +39,7 @@ void CProcess::FindProgramDirectory()
 {
     const std::string strPath = Platform::ExecutablePath();
     if (strPath.size() > LONGEST_PATH)
-        ThrowOutOfMemoryException(SOURCE_FILE, LINE_PATH_TOO_LONG);
+        ThrowOutOfMemoryException(SOURCE_FILE, PATH_TOO_LONG_LINE);
     const size_t nSeparator = strPath.rfind('/');
     if (nSeparator == std::string::npos)
         m_strProgramDirectory = "";

@@ -1,6 +1,7 @@
 #include "Bex/CService.h"
 
 #include "Bex/CNullPointerException.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/CNativeThread.h"
 #include "Platform/Clock.h"
@@ -17,7 +18,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CService";
-constexpr int LINE_DISPATCHER_FAILED = 462;
+constexpr FrozenLine DISPATCHER_FAILED_LINE = 462;
 constexpr unsigned ACCEPTED_CONTROLS = 7; ///< stop, pause and continue, shutdown
 constexpr uint32_t SERVICE_SPECIFIC_ERROR = 1066;
 constexpr unsigned POLL = 100; ///< milliseconds
@@ -147,7 +148,7 @@ int CService::RunAsService()
     CDispatcher dispatcher;
     if (!bOpen || !dispatcher.IsValid()) {
         std::fprintf(stderr, "StartServiceCtrlDispatcher failed in %s:%d with error %d", SOURCE_FILE,
-                     LINE_DISPATCHER_FAILED, static_cast<int>(Platform::LastError().dwSysError));
+                     DISPATCHER_FAILED_LINE, static_cast<int>(Platform::LastError().dwSysError));
         return 1;
     }
     ServiceMain(dispatcher);

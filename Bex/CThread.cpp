@@ -1,6 +1,7 @@
 #include "Bex/CThread.h"
 
 #include "Bex/CException.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
@@ -13,11 +14,11 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CThread";
-constexpr int HANDLE_PRESENT_LINE = 101;
-constexpr int ID_PRESENT_LINE = 106;
-constexpr int CREATE_LINE = 118;
-constexpr int STOP_LINE = 151;
-constexpr int TERMINATE_LINE = 205;
+constexpr FrozenLine HANDLE_PRESENT_LINE = 101;
+constexpr FrozenLine ID_PRESENT_LINE = 106;
+constexpr FrozenLine CREATE_LINE = 118;
+constexpr FrozenLine STOP_LINE = 151;
+constexpr FrozenLine TERMINATE_LINE = 205;
 constexpr unsigned STOP_WAIT_MILLIS = 1000;
 
 std::atomic<unsigned> s_nAbandoned = 0;

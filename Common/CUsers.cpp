@@ -3,6 +3,7 @@
 #include "Bex/CConfigFile.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -12,6 +13,9 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Common/Users";
+constexpr Bex::FrozenLine NO_MONITOR_LINE = 53;
+constexpr Bex::FrozenLine DIRECTORY_SKIPPED_LINE = 111;
+constexpr Bex::FrozenLine NOT_LISTED_LINE = 120;
 
 /// What a sender wrote must not lead out of the spool root, nor count as an absolute path in a join.
 bool MayNameDirectory(std::string_view name)
@@ -54,7 +58,7 @@ bool CUsers::LoadUsers(const Bex::CSimpleString& strSpoolDirectory)
     m_strSpoolDirectory = strSpoolDirectory;
     m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts);
     if (!m_monitor.IsCreated())
-        Bex::LogError(Bex::MainLog(), "CUsers::Load failed creating FCM at %s:%d", SOURCE_FILE, 53);
+        Bex::LogError(Bex::MainLog(), "CUsers::Load failed creating FCM at %s:%d", SOURCE_FILE, NO_MONITOR_LINE);
     return BuildUserList();
 }
 
@@ -85,11 +89,11 @@ bool CUsers::ReadAccounts(CAccounts& accounts) const
             try {
                 accounts.push_back(ReadAccount(find.Name(), iDefaultQuota));
             } catch (const Bex::CFileException& exception) {
-                Bex::LogCaught(exception, SOURCE_FILE, 111);
+                Bex::LogCaught(exception, SOURCE_FILE, DIRECTORY_SKIPPED_LINE);
             }
         }
     } catch (const Bex::CFileException& exception) {
-        Bex::LogCaught(exception, SOURCE_FILE, 120);
+        Bex::LogCaught(exception, SOURCE_FILE, NOT_LISTED_LINE);
         return false;
     }
     return true;

@@ -1,6 +1,7 @@
 #include "Common/MailHlpr.h"
 
 #include "Bex/CThread.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -19,9 +20,9 @@ namespace {
 constexpr char SOURCE_FILE[] = "Common/MailHlpr";
 constexpr unsigned LONGEST_COMMAND = 3600000; // milliseconds
 
-constexpr int POST_SCRIPT_LINE = 57;
-constexpr int SPAM_TAGGER_LINE = 100;
-constexpr int RESPONDER_LINE = 140;
+constexpr Bex::FrozenLine POST_SCRIPT_LINE = 57;
+constexpr Bex::FrozenLine SPAM_TAGGER_LINE = 100;
+constexpr Bex::FrozenLine RESPONDER_LINE = 140;
 
 using Child = std::unique_ptr<Platform::CChildProcess>;
 

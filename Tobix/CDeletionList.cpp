@@ -2,7 +2,15 @@
 
 #include "Bex/CFile.h"
 #include "Bex/CFileException.h"
+#include "Bex/FrozenLine.h"
 #include "Platform/Errors.h"
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
+constexpr Bex::FrozenLine NOT_REMOVED_LINE = 433;
+
+} // namespace
 
 void CDeletionList::Add(const Bex::CSimpleString& strPath, const Platform::SFileIdentity& identity)
 {
@@ -39,7 +47,7 @@ CDeletionList::EOutcome CDeletionList::Remove(const SEntry& entry)
         Bex::CFile::Remove(entry.strPath);
         return EOutcome::Gone;
     } catch (const Bex::CFileException& exception) {
-        Bex::LogCaught(exception, "Tobix/LocalAgent", 433);
+        Bex::LogCaught(exception, SOURCE_FILE, NOT_REMOVED_LINE);
         return EOutcome::Kept;
     }
 }

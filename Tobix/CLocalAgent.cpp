@@ -3,6 +3,7 @@
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -16,6 +17,8 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
+constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
+constexpr Bex::FrozenLine NOT_LOADED_LINE = 168;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
@@ -110,7 +113,7 @@ void CLocalAgent::MoveToError(const Bex::CSimpleString& strName) const
     try {
         Bex::CFile::Move(QueuePath(strName), Bex::PathBelow(m_directories.strError, strName));
     } catch (const Bex::CFileException& exception) {
-        Bex::LogCaught(exception, SOURCE_FILE, 142);
+        Bex::LogCaught(exception, SOURCE_FILE, NOT_MOVED_LINE);
         StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
     }
 }
@@ -186,7 +189,7 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
 CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded)
 {
     if (loaded.result == ELoadResult::Broken) {
-        Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, 168,
+        Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, NOT_LOADED_LINE,
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }

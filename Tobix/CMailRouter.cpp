@@ -1,5 +1,6 @@
 #include "Tobix/CMailRouter.h"
 
+#include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
@@ -12,9 +13,8 @@
 
 namespace {
 
-// the lines that the log names when a file cannot be written
-constexpr int FILTERED_NOT_WRITTEN = 211;
-constexpr int OUTGOING_NOT_WRITTEN = 385;
+constexpr Bex::FrozenLine FILTERED_NOT_WRITTEN_LINE = 211;
+constexpr Bex::FrozenLine OUTGOING_NOT_WRITTEN_LINE = 385;
 
 } // namespace
 
@@ -45,7 +45,7 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
     const SSaveResult saved = group.SaveNew(
         mail, EWriteMode::Envelope, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath);
     if (!saved) {
-        MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN);
+        MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN_LINE);
         return EFilterResult::Failed;
     }
     MailLog::Filtered(mail, strReason);
@@ -86,7 +86,7 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
     Bex::CSimpleString strPath;
     const SSaveResult saved = group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NextName, strPath);
     if (!saved) {
-        MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN);
+        MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
         return false;
     }
     MailLog::SavedInOutgoing(copy);

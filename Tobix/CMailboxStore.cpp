@@ -3,6 +3,7 @@
 #include "Bex/CFileException.h"
 #include "Bex/CMutex.h"
 #include "Bex/CSystemException.h"
+#include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -12,7 +13,7 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
-constexpr int NOT_WRITTEN = 313; ///< the line that the log names when a mailbox file cannot be written
+constexpr Bex::FrozenLine NOT_WRITTEN_LINE = 313;
 
 } // namespace
 
@@ -66,7 +67,7 @@ bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGro
     const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
     const SSaveResult saved = group.SaveNew(copy, mode, account.strDirectory, NextName, account.strMailFile);
     if (!saved)
-        MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN);
+        MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
     return static_cast<bool>(saved);
 }
 
