@@ -42,7 +42,6 @@ public:
     /// the caller's to drop, and bytes that are still to be received fail the handshake.
     bool Negotiate(const CSimpleString& strTargetName);
 
-    bool IsSecure() const { return m_bSecure; }
     bool IsEstablished() const { return m_bEstablished; }
     bool IsResumed() const { return m_context.IsResumed(); } ///< went on with an earlier session
     void SetSecure(bool bSecure) { m_bSecure = bSecure; }

@@ -161,23 +161,6 @@ void CSimpleStringT<TChar>::Set(uint32_t nIndex, TChar c)
 }
 
 template <class TChar>
-int CSimpleStringT<TChar>::Compare(const TChar* pszOther) const noexcept
-{
-    return std::strcmp(m_pText, pszOther);
-}
-
-template <class TChar>
-int CSimpleStringT<TChar>::CompareNoCase(const TChar* pszOther) const noexcept
-{
-    const TChar* pszText = m_pText;
-    while (*pszText != 0 && LowerAscii(*pszText) == LowerAscii(*pszOther)) {
-        ++pszText;
-        ++pszOther;
-    }
-    return static_cast<unsigned char>(LowerAscii(*pszText)) - static_cast<unsigned char>(LowerAscii(*pszOther));
-}
-
-template <class TChar>
 bool CSimpleStringT<TChar>::EqualsNoCase(TView other) const noexcept
 {
     return EqualNoCase(View(), other);

@@ -40,8 +40,6 @@ public:
     void Set(uint32_t nIndex, TChar c);
 
     /// C string comparison: negative, 0 or positive.
-    int Compare(const TChar* pszOther) const noexcept;
-    int CompareNoCase(const TChar* pszOther) const noexcept; ///< folds ASCII letters only
     bool EqualsNoCase(TView other) const noexcept;           ///< folds ASCII letters only
 
     void Format(const char* pszFormat, ...) __attribute__((format(printf, 2, 3))); ///< no upper limit

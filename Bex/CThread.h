@@ -45,7 +45,6 @@ public:
 protected:
     bool ShallRun() const { return m_running.IsSet() && !m_stop.IsSet(); }
     const CEvent& StopEvent() const { return m_stop; }
-    const CEvent& RunningEvent() const { return m_running; }
 
 private:
     enum class EState {

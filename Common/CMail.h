@@ -37,9 +37,6 @@ public:
     const Bex::CSimpleString& ReturnPath() const { return m_addressing.strReturnPath; }
     const Bex::CSimpleString& ReplyTo() const { return m_addressing.strReplyTo; }
     void SetReplyTo(const Bex::CSimpleString& strValue) { m_addressing.strReplyTo = strValue; }
-    const Bex::CSimpleString& ReturnReceiptTo() const { return m_addressing.strReturnReceiptTo; }
-    const Bex::CSimpleString& DispositionNotificationTo() const { return m_addressing.strDispositionNotificationTo; }
-    const Bex::CSimpleString& InReplyTo() const { return m_addressing.strInReplyTo; }
     const Bex::CSimpleString& Precedence() const { return m_addressing.strPrecedence; }
     const Bex::CSimpleString& AuthenticatedAs() const { return m_addressing.strAuthenticatedAs; }
     const Bex::CSimpleString& ResentFor() const { return m_addressing.strResentFor; }

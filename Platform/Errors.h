@@ -9,7 +9,6 @@ namespace Platform {
 /// C library error numbers as the system documents them. They are not Linux's own: 36 means "would deadlock" (busy).
 enum ELibError : int {
     LIB_NONE = 0,
-    LIB_NOT_PERMITTED = 1,
     LIB_NO_ENTRY = 2,
     LIB_NO_PROCESS = 3,
     LIB_INTERRUPTED = 4,
@@ -66,7 +65,6 @@ enum ESysError : uint32_t {
     SYS_INVALID_NAME = 123,
     SYS_DIR_NOT_EMPTY = 145,
     SYS_BAD_ARGUMENTS = 160,
-    SYS_BUSY = 170,
     SYS_ALREADY_EXISTS = 183,
     SYS_BAD_EXE = 193,
     SYS_FILENAME_TOO_LONG = 206,
@@ -90,7 +88,6 @@ struct SError
 /// The failure of the last Platform operation that failed on this thread. Operations that succeed leave it alone.
 SError LastError();
 void SetLastError(SError error);
-inline void ClearLastError() { SetLastError({}); }
 
 /// Too few descriptors, processes, locks or too little memory: nobody is told when that passes.
 bool IsShortage(SError error);

@@ -16,7 +16,6 @@ inline constexpr uint32_t SEC_E_INSUFFICIENT_MEMORY = 0x80090300;
 inline constexpr uint32_t SEC_E_INVALID_HANDLE = 0x80090301;
 inline constexpr uint32_t SEC_E_UNSUPPORTED_FUNCTION = 0x80090302;
 inline constexpr uint32_t SEC_E_INTERNAL_ERROR = 0x80090304;
-inline constexpr uint32_t SEC_E_INVALID_TOKEN = 0x80090308;
 inline constexpr uint32_t SEC_E_LOGON_DENIED = 0x8009030C;
 inline constexpr uint32_t SEC_E_NO_CREDENTIALS = 0x8009030E;
 inline constexpr uint32_t SEC_E_MESSAGE_ALTERED = 0x8009030F;

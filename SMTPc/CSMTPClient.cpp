@@ -67,16 +67,17 @@ void CSMTPClient::Connect(const Bex::CSimpleString& strAddress, uint16_t wPort, 
     Forget();
     m_strPeerName = strName.IsEmpty() ? strAddress : strName;
     const char* const pszName = m_strPeerName.Text();
-    Tell(Bex::CSimpleString::Formatted("Trying to connect to %s (%s)...\n", pszName, strAddress.Text()));
+    WriteConsole(stdout,
+                 Bex::CSimpleString::Formatted("Trying to connect to %s (%s)...\n", pszName, strAddress.Text()));
     Bex::LogInfo(Bex::MainLog(), "trying to connect to %s (%s)", pszName, strAddress.Text());
     try {
         CSecureSocket::Connect(strAddress, wPort, m_strPeerName);
     } catch (...) {
-        Tell(Bex::CSimpleString::Formatted("Connection to %s failed\n", pszName));
+        WriteConsole(stdout, Bex::CSimpleString::Formatted("Connection to %s failed\n", pszName));
         Bex::LogWarning(Bex::MainLog(), "connection to %s failed", pszName);
         throw;
     }
-    Tell(Bex::CSimpleString::Formatted("Connection to %s established\n", pszName));
+    WriteConsole(stdout, Bex::CSimpleString::Formatted("Connection to %s established\n", pszName));
     Bex::LogNotice(Bex::MainLog(), "connection to %s established", pszName);
 }
 
@@ -89,7 +90,7 @@ uint32_t CSMTPClient::SendCommand(const char* pszText)
 uint32_t CSMTPClient::SendShown(const Bex::CSimpleString& strText, std::string_view shown)
 {
     const Bex::CSimpleString strShown(shown);
-    Tell(strShown);
+    WriteConsole(stdout, strShown);
     if (m_iDebugLevel >= 1)
         LogDebug("C: ", strShown);
     m_transcript.Append(Bex::CSimpleString::Formatted("%s%s", ReportText::COMMAND, strShown.Text()));
@@ -131,7 +132,7 @@ void CSMTPClient::RecordReply()
         strEntry += ReportText::REPLY + strLine;
     });
     m_transcript.Append(Bex::CSimpleString(std::string_view(strEntry)));
-    Tell(Bex::CSimpleString(std::string_view(strShown)));
+    WriteConsole(stdout, strShown);
     if (m_iDebugLevel >= 1)
         LogDebug("S: ", strShown);
 }
@@ -152,12 +153,6 @@ std::string CSMTPClient::Shown(std::string_view line) const
 std::string CSMTPClient::ShownSoFar(std::string_view line) const
 {
     return m_secrets.empty() || line.ends_with('\n') ? Shown(line) : std::string(HIDDEN);
-}
-
-void CSMTPClient::Tell(const Bex::CSimpleString& strText) const
-{
-    if (m_bEcho)
-        WriteConsole(stdout, strText);
 }
 
 void CSMTPClient::Refuse(int iCode, EOtherReply other, int iLine) const
@@ -221,7 +216,7 @@ void CSMTPClient::StartTls()
     }
     m_reply.Clear();
     Negotiate(m_strPeerName);
-    Tell(Bex::CSimpleString::Formatted("Connection to %s secured\n", m_strPeerName.Text()));
+    WriteConsole(stdout, Bex::CSimpleString::Formatted("Connection to %s secured\n", m_strPeerName.Text()));
     Bex::LogNotice(Bex::MainLog(), "connection to %s secured", m_strPeerName.Text());
 }
 

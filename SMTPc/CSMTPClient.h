@@ -53,8 +53,6 @@ public:
 
     const SCapabilities& Capabilities() const { return m_capabilities; }
     const Bex::CList<Bex::CSimpleString>& Transcript() const { return m_transcript; }
-    const Bex::CSimpleString& ReplyText() const { return m_strReplyText; } ///< as it came
-    const Bex::CSimpleString& PeerName() const { return m_strPeerName; }
     void SetDebugLevel(int iLevel) { m_iDebugLevel = iLevel; }
 
 private:
@@ -68,7 +66,6 @@ private:
     void RecordReply();
     std::string Shown(std::string_view line) const;
     std::string ShownSoFar(std::string_view line) const;
-    void Tell(const Bex::CSimpleString& strText) const;
 
     bool AuthCram(const char* pszCommand, Digest digest, const Bex::CSimpleString& strUser,
                   const Bex::CSimpleString& strPassword);
@@ -80,7 +77,6 @@ private:
 
     Bex::CList<Bex::CSimpleString> m_transcript{false};
     bool m_bAuthenticated = false;
-    bool m_bEcho = true;
     char m_receiveBuffer[1024];
     CReplyReader m_reply;
     Bex::CSimpleString m_strReplyText;

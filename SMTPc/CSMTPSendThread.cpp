@@ -161,7 +161,7 @@ SAttempt CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPrepared
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
-    const EMailFile file = m_bRemoveAfterDelivery ? RemoveFiles(mail.fileIdentity) : EMailFile::Stays;
+    const EMailFile file = RemoveFiles(mail.fileIdentity);
     if (const auto failure = FailureOf([&] { session.Quit(); })) {
         const auto strText =
             Bex::CSimpleString::Formatted("%s after successful delivery: %s", failure->Name(), failure->strText.Text());

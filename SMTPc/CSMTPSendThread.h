@@ -51,6 +51,5 @@ private:
     EMailFile RemoveFiles(const Platform::SFileIdentity& identity) const;
     EMailFile RemoveMail(const Platform::SFileIdentity& identity) const;
 
-    bool m_bRemoveAfterDelivery = true;
     CSMTPClient m_client;
 };

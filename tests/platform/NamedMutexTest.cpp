@@ -185,7 +185,7 @@ TEST_P(NameLockFileHijackTest, IsRefused)
     const CTemporaryDirectory base;
     const std::string strDirectory = base / ("tobix-" + std::to_string(geteuid()));
     GetParam().prepare(base.Path(), strDirectory);
-    ClearLastError();
+    SetLastError({});
     EXPECT_EQ(CNameLockFile::Open({base.Path().c_str()}), nullptr);
     EXPECT_NE(LastError().dwSysError, SYS_NONE);
 }

@@ -133,7 +133,7 @@ TEST_F(ProcessTest, FailureToStartIsToldExactly)
           SCase{strGood, "good", m_world / "missing", SYS_DIRECTORY},
           SCase{strGood, std::string("good \0-x", 8), "", SYS_INVALID_PARAMETER},
           SCase{"", " ", "", SYS_INVALID_PARAMETER}}) {
-        ClearLastError();
+        SetLastError({});
         EXPECT_EQ(CChildProcess::Start(test.strProgram, test.strCommandLine, test.strDirectory.c_str()), nullptr);
         EXPECT_EQ(LastError().dwSysError, test.dwExpected) << test.strProgram << " " << test.strCommandLine;
     }
