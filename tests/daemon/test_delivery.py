@@ -71,7 +71,7 @@ class Delivery(unittest.TestCase):
             self.assertIn(f'CreateProcess in Common/MailHlpr:100 for "{world.etc}/spamscan.exe" failed, error = 2', world.log())
 
     def test_tables_are_taken_up_while_the_daemon_runs_after_quick_restarts_too(self):
-        with World(queuedir="misspelled") as world:
+        with World(queuedir="misspelled", HourlyCleanup=1, AutoTransport=1) as world:  # which rules out the cleanup
             world.start()
             spent = []
             for count in (1, 2, 3):
