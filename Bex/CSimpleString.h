@@ -40,7 +40,7 @@ public:
     void Set(uint32_t nIndex, TChar c);
 
     /// C string comparison: negative, 0 or positive.
-    bool EqualsNoCase(TView other) const noexcept;           ///< folds ASCII letters only
+    bool EqualsNoCase(TView other) const noexcept; ///< folds ASCII letters only
 
     void Format(const char* pszFormat, ...) __attribute__((format(printf, 2, 3))); ///< no upper limit
     void FormatV(const char* pszFormat, va_list arguments);

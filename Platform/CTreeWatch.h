@@ -27,8 +27,9 @@ struct STreeRecord
 /// either name is wanted; a name that enters or leaves the tree is added or removed. A written file is modified when it
 /// is closed; a file that is added or modified and modified again right after is only modified.
 ///
-/// One thread at a time opens, fetches and closes; any may wait on it, also while it is opened anew. The filter runs under this object's lock, on the background thread or the
-/// one that fetches: it must take no lock that is held while fetching.
+/// One thread at a time opens, fetches and closes; any may wait on it, also while it is opened anew. The filter runs
+/// under this object's lock, on the background thread or the one that fetches: it must take no lock that is held while
+/// fetching.
 class CTreeWatch : public IWaitable
 {
 public:
