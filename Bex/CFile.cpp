@@ -149,6 +149,15 @@ void CFile::Remove(const CSimpleString& strName)
         ThrowFileException(SOURCE_FILE, __LINE__);
 }
 
+bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
+{
+    if (Platform::RemoveUnlessInUse(strName.Text()))
+        return true;
+    if (!Platform::IsBusy(Platform::LastError()))
+        ThrowFileException(SOURCE_FILE, __LINE__);
+    return false;
+}
+
 void CFile::Move(const CSimpleString& strFrom, const CSimpleString& strTo)
 {
     if (!Platform::MoveFileReplacing(strFrom.Text(), strTo.Text()))

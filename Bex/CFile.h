@@ -56,6 +56,8 @@ public:
     const CSimpleString& Name() const { return m_strName; }
 
     static void Remove(const CSimpleString& strName);
+    /// False when somebody has it open for writing or locked. For what a crash has left; links and pipes are refused.
+    static bool RemoveUnlessInUse(const CSimpleString& strName);
     static void Move(const CSimpleString& strFrom, const CSimpleString& strTo); ///< replaces; across file systems, too
     static SFileTime GetTimes(const CSimpleString& strName);
     static bool Exists(const CSimpleString& strName);

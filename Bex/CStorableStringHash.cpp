@@ -2,11 +2,12 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/CFileOutputStream.h"
+#include "Bex/CReplacingFile.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
-#include "Platform/CStartsNoChild.h"
 #include "Platform/Clock.h"
 
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -18,22 +19,14 @@ constexpr char SOURCE_FILE[] = "Bex/CStorableStringHash";
 constexpr char COMMENT = '#';
 constexpr int64_t SECOND = 1'000'000'000;
 
-void RemoveQuietly(const CSimpleString& strName)
-{
-    try {
-        CFile::Remove(strName);
-    } catch (const CFileException&) { // the failure that led here is the one to tell
-    }
-}
-
 /// False when it fails for good, which is logged.
-bool MoveIntoPlace(const CSimpleString& strTemporary, const CSimpleString& strTarget)
+bool CommitPatiently(CReplacingFile& file, const CSimpleString& strTarget)
 {
     constexpr unsigned ATTEMPTS = 3;
     constexpr unsigned PAUSE_MILLIS = 500;
     for (unsigned nAttempt = 1;; ++nAttempt) {
         try {
-            CFile::Move(strTemporary, strTarget);
+            file.Commit();
             return true;
         } catch (const CFileException& exception) {
             const bool bMayPass = exception.SysError() == Platform::SYS_ACCESS_DENIED ||
@@ -41,7 +34,7 @@ bool MoveIntoPlace(const CSimpleString& strTemporary, const CSimpleString& strTa
             const bool bRetry = bMayPass && nAttempt < ATTEMPTS;
             LogError(MainLog(),
                      "CStorableStringHash::Save: failed to rename \"%s\" to \"%s\", liberror=%d, syserror=%d, %s",
-                     strTemporary.Text(), strTarget.Text(), exception.LibError(), exception.SysError(),
+                     file.Name().Text(), strTarget.Text(), exception.LibError(), exception.SysError(),
                      bRetry ? "retrying" : "giving up");
             if (!bRetry)
                 return false;
@@ -136,33 +129,21 @@ void CStorableStringHash::LoadLine(std::string_view line, CTableReader& reader)
 bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
 {
     const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : m_strFileName;
-    const CSimpleString strTemporary = CSimpleString::Formatted("%s.tmp", strTarget.Text());
-    if (!WriteTemporary(strTemporary) || !MoveIntoPlace(strTemporary, strTarget))
+    std::optional<CReplacingFile> file;
+    try {
+        file.emplace(strTarget, CSimpleString::Formatted("%s.tmp", strTarget.Text()).Text());
+    } catch (const CFileException&) {
         return false;
+    }
+    WriteContent(*file);
+    file->Close();
+    if (!CommitPatiently(*file, strTarget)) {
+        file->Leave();
+        return false;
+    }
     m_bModified = false;
     int64_t iTime = 0;
     m_iFileTime = GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND;
-    return true;
-}
-
-/// False when the file cannot be made.
-bool CStorableStringHash::WriteTemporary(const CSimpleString& strTemporary) const
-{
-    const Platform::CStartsNoChild alone;
-    CTextFile file;
-    try {
-        file.Open(strTemporary,
-                  CFile::typeText | CFile::modeWrite | CFile::modeCreate | CFile::modeTruncate | CFile::shareExclusive);
-    } catch (const CFileException&) {
-        return false;
-    }
-    try {
-        WriteContent(file);
-        file.Close();
-    } catch (const CFileException&) {
-        RemoveQuietly(strTemporary);
-        throw;
-    }
     return true;
 }
 

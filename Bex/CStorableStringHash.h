@@ -56,7 +56,6 @@ private:
 
     SLine Split(std::string_view line) const;
     void LoadLine(std::string_view line, CTableReader& reader);
-    bool WriteTemporary(const CSimpleString& strTemporary) const;
     void WriteContent(CTextFile& file) const;
     void WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const;
 

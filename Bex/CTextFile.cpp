@@ -27,6 +27,11 @@ CTextFile::~CTextFile()
 void CTextFile::Open(const CSimpleString& strName, uint32_t dwFlags, uint32_t dwPermission)
 {
     CFile::Open(strName, dwFlags, dwPermission);
+    BeginBuffering();
+}
+
+void CTextFile::BeginBuffering()
+{
     m_nNext = m_nFilled = 0;
     m_bWriting = m_bEndOfFile = false;
     try {

@@ -32,6 +32,9 @@ public:
     std::string_view Buffered();
     void Consume(size_t nCount) { m_nNext += nCount; } ///< takes the first bytes of what Buffered gave
 
+protected:
+    void BeginBuffering(); ///< of a file just opened, which is closed when that fails
+
 private:
     void RequireOpen(int iLine) const;
     bool Fill(); ///< false at the end of the file

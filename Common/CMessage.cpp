@@ -190,6 +190,7 @@ SSaveResult CMessage::Write(Bex::CFile& file, EWriteMode mode) const
             body.remove_suffix(END_OF_DATA.size());
         if (!body.empty())
             file.Write(body.data(), static_cast<uint32_t>(body.size()));
+        file.Seek(0, Platform::ESeekFrom::Current); // no buffer keeps a failure back
         return {};
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);

@@ -46,9 +46,6 @@ public:
 
     static constexpr uint32_t MAX_HEADER_BYTES = 16u << 20;
     static constexpr uint32_t MAX_HEADER_LINES = 100000;
-    /// The name under which a mail file is written before it is complete: ".<name>.tmp" in the same directory.
-    static Bex::CSimpleString TemporaryPath(const Bex::CSimpleString& strPath);
-
     Bex::CTime CreationTime() const { return m_created; }
     const Bex::CSimpleString& FromAddress() const { return m_strFromAddress; }
     const Bex::CSimpleString& FromName() const { return m_strFromName; }
@@ -62,7 +59,6 @@ public:
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
     SSaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
-    SSaveResult WriteFile(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
 
     Bex::CTime m_created;
     Bex::CSimpleString m_strFromAddress; ///< as written

@@ -19,9 +19,12 @@ struct SFileTimes
 enum class EPathKind { Missing, File, Directory, Other, Failed };
 
 bool RemoveFile(const char* pszPath);
+/// For what a crash has left: busy when somebody has the file open for writing or locked; no links, no pipes.
+bool RemoveUnlessInUse(const char* pszPath);
 /// Replaces an existing target. Across file systems the copy is on stable storage and has its final name before the
 /// source is removed.
 bool MoveFileReplacing(const char* pszFrom, const char* pszTo);
+bool RenameReplacing(const char* pszFrom, const char* pszTo); ///< within one file system
 /// Fails with LIB_EXISTS when the target exists; never replaces it.
 bool RenameNoReplace(const char* pszFrom, const char* pszTo);
 bool GetFileTimes(const char* pszPath, SFileTimes& times);

@@ -1,6 +1,6 @@
 #include "Responder/CReplyRecord.h"
 
-#include "Bex/CTextFile.h"
+#include "Bex/CReplacingFile.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
@@ -63,12 +63,9 @@ void CReplyRecord::TakeBack(std::string_view sender)
 
 void CReplyRecord::Save() const
 {
-    const Bex::CSimpleString strTemporary = Bex::CSimpleString(m_strPath) += ".tmp";
-    Bex::CTextFile file;
-    file.Open(strTemporary, Bex::CFile::modeWrite | Bex::CFile::modeCreate | Bex::CFile::modeTruncate |
-                                Bex::CFile::shareExclusive | Bex::CFile::typeBinary);
+    Bex::CReplacingFile file(m_strPath);
     for (const auto& [strSender, iTime] : m_senders)
         file.WriteString(std::to_string(iTime) + " " + strSender + "\n");
-    file.Close();
-    Bex::CFile::Move(strTemporary, m_strPath);
+    file.MakeDurable();
+    file.Commit();
 }

@@ -1,8 +1,8 @@
 #include "SMTPc/ErrorReport.h"
 
 #include "Bex/CConfigFile.h"
-#include "Bex/CFile.h"
 #include "Bex/CFileException.h"
+#include "Bex/CReplacingFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CMail.h"
 #include "Common/Globals.h"
@@ -95,23 +95,9 @@ std::string Transcript(const SDeliveryFailure& failure, const Bex::CSimpleString
 /// The report gets its name when it is complete: a full disk must not cost the earlier one.
 void Write(const Bex::CSimpleString& strPath, const std::string& strText)
 {
-    const Bex::CSimpleString strTemporary = CMessage::TemporaryPath(strPath);
-    try {
-        Bex::CFile file;
-        file.Open(strTemporary,
-                  Bex::CFile::modeWrite | Bex::CFile::modeCreate | Bex::CFile::modeTruncate |
-                      Bex::CFile::shareExclusive | Bex::CFile::typeBinary,
-                  Bex::CFile::PERMISSION_READ_WRITE);
-        file.Write(strText.data(), static_cast<uint32_t>(strText.size()));
-        file.Close();
-        Bex::CFile::Move(strTemporary, strPath);
-    } catch (const Bex::CFileException&) {
-        try {
-            Bex::CFile::Remove(strTemporary);
-        } catch (const Bex::CFileException&) { // it may not have come into being
-        }
-        throw;
-    }
+    Bex::CReplacingFile file(strPath);
+    file.WriteString(strText);
+    file.Commit();
 }
 
 } // namespace

@@ -10,19 +10,13 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/StaleFiles";
 
-/// While this process has the file to itself, nobody is writing it. Opened for reading: only a reader is told of
-/// writers that do not lock.
 void RemoveUnlessInUse(const Bex::CSimpleString& strPath)
 {
     try {
-        Bex::CFile file;
-        file.Open(strPath,
-                  Bex::CFile::modeRead | Bex::CFile::shareExclusive | Bex::CFile::typeBinary | Bex::CFile::onlyRegular);
-        Bex::CFile::Remove(strPath);
-        Bex::LogInfo(Bex::MainLog(), "removed unfinished file \"%s\"", strPath.Text());
+        if (Bex::CFile::RemoveUnlessInUse(strPath))
+            Bex::LogInfo(Bex::MainLog(), "removed unfinished file \"%s\"", strPath.Text());
     } catch (const Bex::CFileException& exception) {
-        if (!Platform::IsBusy(exception.Error()))
-            Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     }
 }
 

@@ -61,8 +61,9 @@ TEST_F(FileSystemTest, AMoveAcrossThatFailsKeepsTheSourceAndTheOldTarget)
         unsigned nCall;
         int iErrno;
     };
-    const SFailing cases[] = {{EFault::Read, 1, EIO},    {EFault::Write, 1, ENOSPC}, {EFault::Flush, 1, EIO},
-                              {EFault::Open, 2, EMFILE}, {EFault::Stat, 1, EIO},     {EFault::Rename, 2, EIO}};
+    const SFailing cases[] = {{EFault::Read, 1, EIO},  {EFault::Write, 1, ENOSPC}, {EFault::Close, 1, EIO},
+                              {EFault::Flush, 1, EIO}, {EFault::Open, 2, EMFILE},  {EFault::Stat, 1, EIO},
+                              {EFault::Rename, 2, EIO}};
     for (const SFailing& failing : cases) {
         const CInjectedFault fault(failing.fault, failing.nCall, failing.iErrno);
         EXPECT_FALSE(MoveAcross("from", "to"));

@@ -1,9 +1,11 @@
 #include "SMTPc/ErrorReport.h"
 #include "Bex/CSecurityException.h"
 #include "Bex/CSocketException.h"
+#include "Platform/FaultInjection.h"
 #include "SMTPc/CSMTPException.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -88,7 +90,7 @@ TEST_F(ErrorReportTest, WorksWithoutMailHostAndKeys)
 
 TEST_F(ErrorReportTest, LeavesTheEarlierOneWhenItCannotBeWritten)
 {
-    std::filesystem::create_directory(m_directory / ".x.eml.err.tmp");
     m_directory.Write("x.eml.err", "earlier");
+    const Platform::CInjectedFault full(Platform::EFault::Write, 1, ENOSPC);
     EXPECT_EQ(Report(Bex::CSocketException("a", 1, 10061)), "earlier");
 }

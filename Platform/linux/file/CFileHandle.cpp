@@ -104,11 +104,19 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
         return EAttempt::Opened;
     if (!TakeAdvisoryLock(file.Get(), mode))
         return EAttempt::Failed;
-    if (mode.access == EAccess::Read && DeniesWriters(mode) && IsOpenForWriting(file.Get())) {
+    if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && IsOpenForWriting(file.Get())) {
         errno = EAGAIN;
         return EAttempt::Failed;
     }
     return IsNamed(pszPath, status, mode) ? EAttempt::Opened : EAttempt::Removed;
+}
+
+/// What was made but could not be kept. Leaves errno alone.
+void RemoveUnused(const char* pszPath)
+{
+    const int iErrno = errno;
+    unlink(pszPath);
+    errno = iErrno;
 }
 
 bool CutOff(int iDescriptor)
@@ -145,6 +153,8 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
         attempt = TryOpen(pszPath, mode, file);
     if (attempt == EAttempt::Removed)
         errno = EAGAIN;
+    else if (attempt == EAttempt::Failed && mode.bCreateNew && file.IsValid())
+        RemoveUnused(pszPath);
     if (attempt != EAttempt::Opened || (mode.bTruncate && !CutOff(file.Get())))
         return FailWithErrno();
     *this = CFileHandle();

@@ -1,5 +1,6 @@
 #include "Platform/FileSystem.h"
 
+#include "Platform/CFileHandle.h"
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
@@ -35,6 +36,13 @@ bool IsDriveLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 
 bool RemoveFile(const char* pszPath)
 {
     return Succeeded(GuardedCall({EFault::Remove, pszPath}, [&] { return unlink(pszPath); }));
+}
+
+bool RemoveUnlessInUse(const char* pszPath)
+{
+    // Only an opener for reading is told of writers that do not lock.
+    CFileHandle file;
+    return file.Open(pszPath, {.share = EShare::Exclusive, .bOnlyRegular = true}) && RemoveFile(pszPath);
 }
 
 bool GetFileTimes(const char* pszPath, SFileTimes& times)

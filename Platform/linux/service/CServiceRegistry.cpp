@@ -1,7 +1,7 @@
 #include "Platform/CServiceRegistry.h"
 
 #include "Platform/CChildProcess.h"
-#include "Platform/CFileHandle.h"
+#include "Platform/CTemporaryFile.h"
 #include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
@@ -79,22 +79,10 @@ bool CanBeWritten(const SServiceEntry& entry)
 bool WriteWhole(const std::string& strPath, const std::string& strText)
 {
     constexpr unsigned READABLE_BY_ALL = 0644;
-    SOpenMode mode;
-    mode.access = EAccess::Write;
-    mode.bCreateNew = true;
-    mode.dwPermission = READABLE_BY_ALL;
-    const std::string strTemporary = strPath + '.' + std::to_string(getpid()) + ".tmp";
+    CTemporaryFile unit;
     CFileHandle file;
-    if (!file.Open(strTemporary.c_str(), mode))
-        return false;
-    const bool bWritten = file.Write(strText.data(), strText.size()) >= 0 && Succeeded(fsync(file.NativeHandle())) &&
-                          file.Close() && RenameNoReplace(strTemporary.c_str(), strPath.c_str());
-    if (!bWritten) {
-        const SError error = LastError();
-        RemoveFile(strTemporary.c_str());
-        SetLastError(error);
-    }
-    return bWritten;
+    return unit.Create(strPath.c_str(), file, nullptr, READABLE_BY_ALL) &&
+           file.Write(strText.data(), strText.size()) >= 0 && file.Close() && unit.Flush() && unit.TakeName();
 }
 
 bool StartAutomatically(const std::string& strDirectory, const std::string& strUnit)

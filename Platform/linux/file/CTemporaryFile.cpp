@@ -1,0 +1,130 @@
+#include "Platform/CTemporaryFile.h"
+
+#include "Platform/FileSystem.h"
+#include "Platform/linux/file/Flush.h"
+
+#include <sys/stat.h>
+
+namespace Platform {
+
+namespace {
+
+constexpr unsigned MOST_NAMES = 100;
+constexpr size_t LONGEST_KEPT_NAME = 240; ///< leaves room for what makes a temporary name of it
+constexpr mode_t PERMISSIONS = S_IRWXU | S_IRWXG | S_IRWXO;
+constexpr uid_t SAME_OWNER = static_cast<uid_t>(-1);
+
+size_t NameStart(const std::string& strPath) { return strPath.rfind('/') + 1; }
+
+/// Of a long name the end is kept, by which cleaners know it.
+std::string TemporaryPathFor(const std::string& strTarget)
+{
+    const size_t nName = NameStart(strTarget);
+    const size_t nLength = strTarget.size() - nName;
+    const size_t nCut = nLength > LONGEST_KEPT_NAME ? nLength - LONGEST_KEPT_NAME : 0;
+    return strTarget.substr(0, nName) + "." + strTarget.substr(nName + nCut) + ".tmp";
+}
+
+/// "a/.name" and "a/name" become "a/.1.name".
+std::string NumberedPath(const std::string& strPath, unsigned nNumber)
+{
+    const size_t nName = NameStart(strPath);
+    const std::string strName = strPath.substr(nName);
+    return strPath.substr(0, nName) + "." + std::to_string(nNumber) + (strName.starts_with('.') ? "" : ".") + strName;
+}
+
+/// Somebody else may have given the name to another file since.
+bool AreTheSame(const CFileHandle& one, const CFileHandle& other)
+{
+    struct stat first
+    {
+    }, second{};
+    if (fstat(one.NativeHandle(), &first) != 0 || fstat(other.NativeHandle(), &second) != 0)
+        return FailWithErrno();
+    errno = EBUSY;
+    return (first.st_dev == second.st_dev && first.st_ino == second.st_ino) || FailWithErrno();
+}
+
+} // namespace
+
+CTemporaryFile::~CTemporaryFile()
+{
+    if (!m_bPresent)
+        return;
+    const SError error = LastError(); // the failure that led here is the one to tell
+    RemoveFile(m_strPath.c_str());
+    SetLastError(error);
+}
+
+template <class TMake>
+bool CTemporaryFile::MakeUnder(const std::string& strPath, TMake Make)
+{
+    for (unsigned nNumber = 0; nNumber < MOST_NAMES; ++nNumber) {
+        m_strPath = nNumber == 0 ? strPath : NumberedPath(strPath, nNumber);
+        m_bPresent = Make();
+        if (!m_bPresent && LastError().iLibError != LIB_EXISTS)
+            return false;
+        if (!m_bPresent && RemoveUnlessInUse(m_strPath.c_str()))
+            m_bPresent = Make();
+        if (m_bPresent)
+            return true;
+    }
+    errno = EBUSY;
+    return FailWithErrno();
+}
+
+bool CTemporaryFile::Create(const char* pszTarget, CFileHandle& writer, const char* pszTemporary, unsigned dwPermission)
+{
+    m_strTarget = pszTarget;
+    const auto Make = [&] {
+        return m_holder.Open(
+            m_strPath.c_str(),
+            {.share = EShare::DenyWrite, .bCreateNew = true, .bOnlyRegular = true, .dwPermission = dwPermission});
+    };
+    return MakeUnder(pszTemporary != nullptr ? pszTemporary : TemporaryPathFor(m_strTarget), Make) &&
+           writer.Open(m_strPath.c_str(), {.access = EAccess::Write, .bOnlyRegular = true}) &&
+           AreTheSame(m_holder, writer);
+}
+
+bool CTemporaryFile::CreateLink(const char* pszTarget, const char* pszContent)
+{
+    m_strTarget = pszTarget;
+    return MakeUnder(TemporaryPathFor(m_strTarget), [&] { return Succeeded(symlink(pszContent, m_strPath.c_str())); });
+}
+
+bool CTemporaryFile::Flush() { return FlushDescriptor(m_holder.NativeHandle()); }
+
+bool CTemporaryFile::TakeModeAndOwnerOf(const char* pszPath)
+{
+    struct stat model
+    {
+    }, own{};
+    if (GuardedCall({EFault::Stat, pszPath}, [&] { return lstat(pszPath, &model); }) != 0)
+        return errno == ENOENT || FailWithErrno();
+    if (!S_ISREG(model.st_mode))
+        return true;
+    const int iDescriptor = m_holder.NativeHandle();
+    if (fchown(iDescriptor, model.st_uid, model.st_gid) != 0) {
+        [[maybe_unused]] const int iIgnored = fchown(iDescriptor, SAME_OWNER, model.st_gid);
+    }
+    if (fstat(iDescriptor, &own) != 0)
+        return FailWithErrno();
+    const mode_t mode = model.st_mode & PERMISSIONS;
+    return (own.st_mode & PERMISSIONS) == mode || Succeeded(fchmod(iDescriptor, mode));
+}
+
+bool CTemporaryFile::Replace() { return RenameReplacing(m_strPath.c_str(), m_strTarget.c_str()) && LetGo(); }
+
+bool CTemporaryFile::TakeName() { return RenameNoReplace(m_strPath.c_str(), m_strTarget.c_str()) && LetGo(); }
+
+void CTemporaryFile::Leave() { LetGo(); }
+
+/// Of the file and of its lock; always true.
+bool CTemporaryFile::LetGo()
+{
+    m_bPresent = false;
+    m_holder = CFileHandle();
+    return true;
+}
+
+} // namespace Platform

@@ -1,0 +1,132 @@
+#include "Bex/CFileException.h"
+#include "Bex/CReplacingFile.h"
+#include "Platform/FaultInjection.h"
+#include "support/CTemporaryDirectory.h"
+
+#include <cerrno>
+#include <functional>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Bex;
+namespace fs = std::filesystem;
+
+namespace {
+
+class ReplacingFileTest : public testing::Test
+{
+protected:
+    ReplacingFileTest() { m_directory.Write("target", "old"); }
+    void Replace() const
+    {
+        CReplacingFile file(m_strTarget);
+        file.WriteString("new");
+        file.MakeDurable();
+        file.Commit();
+    }
+    std::set<std::string> Names() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(m_directory.Path()))
+            names.insert(entry.path().filename());
+        return names;
+    }
+    using Set = std::set<std::string>;
+    const CTemporaryDirectory m_directory;
+    const CSimpleString m_strTarget{m_directory / "target"};
+    const std::string m_strTemporary{m_directory / ".target.tmp"};
+};
+
+TEST_F(ReplacingFileTest, WritesToNothingThatHasTheTemporaryName)
+{
+    const struct
+    {
+        const char* pszKind;
+        std::function<void(const std::string& strPath, const std::string& strVictim)> plant;
+        bool bRemoved;
+    } CASES[] = {
+        {"leftover", [&](const auto&, const auto&) { m_directory.Write(".target.tmp", "longer than new"); }, true},
+        {"hard link", [](const auto& path, const auto& victim) { fs::create_hard_link(victim, path); }, true},
+        {"link", [](const auto& path, const auto& victim) { fs::create_symlink(victim, path); }, false},
+        {"dangling link", [](const auto& path, const auto& victim) { fs::create_symlink(victim + "2", path); }, false},
+        {"pipe", [](const auto& path, const auto&) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); }, false},
+        {"directory", [](const auto& path, const auto&) { fs::create_directory(path); }, false}};
+    for (const auto& planted : CASES) {
+        m_directory.Write("target", "old");
+        planted.plant(m_strTemporary, m_directory.Write("victim", "keep"));
+        Replace();
+        EXPECT_EQ(m_directory.Read("target"), "new") << planted.pszKind;
+        EXPECT_EQ(m_directory.Read("victim"), "keep") << planted.pszKind;
+        EXPECT_EQ(Names(), planted.bRemoved ? (Set{"target", "victim"}) : (Set{".target.tmp", "target", "victim"}))
+            << planted.pszKind;
+        fs::remove(m_strTemporary);
+    }
+}
+
+TEST_F(ReplacingFileTest, StepsAroundOneThatIsInUseAndSparesItWhenItIsClosed)
+{
+    CReplacingFile first(m_strTarget);
+    first.WriteString("first");
+    first.Close();
+    EXPECT_FALSE(CFile::RemoveUnlessInUse(CSimpleString(m_strTemporary)));
+    Replace();
+    EXPECT_EQ(Names(), (Set{".target.tmp", "target"}));
+    first.Commit();
+    EXPECT_EQ(m_directory.Read("target"), "first");
+    CFile reader; // nobody takes it for one that is still being written
+    reader.Open(m_strTarget, CFile::modeRead | CFile::typeBinary | CFile::shareDenyWrite);
+}
+
+TEST_F(ReplacingFileTest, KeepsModeAndOwnerOfWhatItReplaces)
+{
+    constexpr uid_t OTHER = 12345;
+    const bool bMayGive = chown(m_strTarget.Text(), OTHER, OTHER) == 0;
+    ASSERT_EQ(chmod(m_strTarget.Text(), 0647), 0);
+    Replace();
+    struct stat status
+    {};
+    ASSERT_EQ(stat(m_strTarget.Text(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0647u);
+    EXPECT_EQ(status.st_uid, bMayGive ? OTHER : getuid());
+    EXPECT_EQ(status.st_gid, bMayGive ? OTHER : getgid());
+}
+
+TEST_F(ReplacingFileTest, LeavesNothingBehindWhenItFails)
+{
+    using enum Platform::EFault;
+    for (const auto& [fault, nCall] : {std::pair(Open, 1u),
+                                       {Open, 2u},
+                                       {Lock, 1u},
+                                       {Lock, 2u},
+                                       {Write, 1u},
+                                       {Close, 1u},
+                                       {Flush, 1u},
+                                       {Rename, 1u}}) {
+        const Platform::CInjectedFault failing(fault, nCall, EIO);
+        EXPECT_THROW(Replace(), CFileException) << static_cast<int>(fault) << " " << nCall;
+        EXPECT_EQ(m_directory.Read("target"), "old");
+        EXPECT_EQ(Names(), Set{"target"}) << static_cast<int>(fault) << " " << nCall;
+    }
+    CReplacingFile file(m_strTarget);
+    file.WriteString("half");
+    const Platform::CInjectedFault failing(Platform::EFault::Close, 1, ENOSPC);
+    EXPECT_THROW(file.Close(), CFileException);
+    EXPECT_THROW(file.Commit(), CFileException) << "what could not be closed may not be whole";
+    EXPECT_EQ(m_directory.Read("target"), "old");
+}
+
+TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
+{
+    const std::string strLong = std::string(251, 'n') + ".eml";
+    for (const std::string& strName : {std::string("target"), strLong}) {
+        CReplacingFile file(CSimpleString(m_directory / strName));
+        file.WriteString("new");
+        EXPECT_EQ(file.CommitNew(), strName == strLong);
+    }
+    EXPECT_EQ(m_directory.Read("target") + m_directory.Read(strLong), "oldnew");
+    EXPECT_EQ(Names(), (Set{"target", strLong}));
+}
+
+} // namespace
