@@ -167,7 +167,7 @@ struct SMail
 TEST_F(AgentTest, LosesNoMailWhenThePowerGoesAtAnyStep)
 {
     constexpr int WIDE = 40;
-    constexpr size_t NTH_STARTS_AGAIN = 2999;
+    constexpr size_t NTH_STARTS_AGAIN = 1999;
     const CTemporaryDirectory other(CTemporaryDirectory::IN_MEMORY);
     const std::vector<fs::path> roots{m_directory.Path(), other.Path()};
     const std::string strOutgoing = other / "outgoing", strError = other / "error", strAnn = Path("spool/ann");
@@ -215,7 +215,7 @@ TEST_F(AgentTest, LosesNoMailWhenThePowerGoesAtAnyStep)
                 survived.emplace_back(tree.begin(), tree.end());
         });
         RunAgentUntilQueueIsEmpty();
-        EXPECT_GT(model.Steps(), 400u);
+        EXPECT_GT(model.Steps(), 250u);
     }
     EXPECT_EQ(strLost, "");
     EXPECT_GT(survived.size(), 4u);
