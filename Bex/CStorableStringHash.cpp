@@ -78,43 +78,9 @@ CStorableStringHash::SLine CStorableStringHash::Split(std::string_view line) con
     return result;
 }
 
-bool CStorableStringHash::Load(const CSimpleString& strFileName)
+void CStorableStringHash::LoadLine(const CSimpleString& strLine, CTableReader& reader)
 {
-    m_strFileName = strFileName;
-    if (!OnBeforeLoad())
-        return false;
-    CTableReader reader(m_nMostBytes, m_lines);
-    if (!reader.Open(m_strFileName))
-        return false;
-    const CScopedLock lock(LockObject());
-    m_iFileTime = reader.FileTime();
-    RemoveAll();
-    m_lines.RemoveAll();
-    if (!OnLoadBegin())
-        return false;
-    try {
-        m_nLine = 0;
-        for (CSimpleString strLine; reader.ReadLine(strLine);) {
-            ++m_nLine;
-            LoadLine(TrimmedView(strLine), reader);
-        }
-    } catch (const CFileException& exception) {
-        if (exception.LibError() != Platform::LIB_TOO_BIG)
-            throw;
-        LogCaught(exception, SOURCE_FILE, __LINE__, m_strFileName.Text());
-        Platform::SetLastError({Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE});
-        return false;
-    }
-    if (!OnLoadEnd())
-        return false;
-    OnAfterLoad();
-    m_bLoaded = true;
-    m_bModified = false;
-    return true;
-}
-
-void CStorableStringHash::LoadLine(std::string_view line, CTableReader& reader)
-{
+    const std::string_view line = TrimmedView(strLine);
     const SLine parts = Split(line);
     if (parts.key) {
         CSimpleString strKey(*parts.key);
@@ -128,7 +94,7 @@ void CStorableStringHash::LoadLine(std::string_view line, CTableReader& reader)
 
 bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
 {
-    const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : m_strFileName;
+    const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : FileName();
     std::optional<CReplacingFile> file;
     try {
         file.emplace(strTarget, CSimpleString::Formatted("%s.tmp", strTarget.Text()).Text());
@@ -141,9 +107,8 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
         file->Leave();
         return false;
     }
-    m_bModified = false;
     int64_t iTime = 0;
-    m_iFileTime = GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND;
+    SetSaved(GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND);
     return true;
 }
 
@@ -156,7 +121,7 @@ void CStorableStringHash::WriteContent(CTextFile& file) const
             keys.push_back(node->key);
     }
     std::unordered_set<std::string_view> pending(keys.begin(), keys.end());
-    const CList<CSimpleString> lines(m_lines);
+    const CList<CSimpleString> lines(Lines());
     CFileOutputStream stream(file);
     for (const CSimpleString& strLine : lines) {
         const SLine parts = Split(strLine);
@@ -189,12 +154,6 @@ void CStorableStringHash::WritePair(CTextFile& file, const CSimpleString& strKey
          {opening, strKey.View(), closing, separator, std::string_view(" "), strValue.View(),
           std::string_view(comment.empty() ? "" : "\t"), comment, std::string_view("\n")})
         file.WriteString(part);
-}
-
-bool CStorableStringHash::HasChanged() const
-{
-    int64_t iTime = 0;
-    return GetLastWriteTime(m_strFileName, iTime) && iTime > m_iFileTime;
 }
 
 } // namespace Bex

@@ -1,5 +1,4 @@
 #include "Bex/CStorableStringList.h"
-#include "Bex/TableFile.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <gmock/gmock.h>

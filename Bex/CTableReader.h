@@ -16,10 +16,10 @@ class CTableReader
 public:
     CTableReader(uint64_t nMostBytes, CList<CSimpleString>& lines) : m_stream(m_file, nMostBytes), m_lines(lines) {}
 
-    bool Open(const CSimpleString& strName); ///< false: Platform::LastError tells why
-    /// False at the end; CFileException, with LIB_TOO_BIG beyond the bound.
-    bool ReadLine(CSimpleString& strLine) { return m_stream.ReadLine(strLine); }
-    void Keep(const CSimpleString& strLine); ///< appends to the line list, where no empty line comes last
+    bool Open(const CSimpleString& strName);              ///< false: Platform::LastError tells why
+    bool ReadLine(CSimpleString& strLine);                ///< false at the end and beyond the bound; CFileException
+    bool IsWithinBound() const { return m_bWithinBound; } ///< if not, it was logged and is Platform::LastError
+    void Keep(const CSimpleString& strLine);              ///< appends to the line list, where no empty line comes last
     int64_t FileTime() const { return m_iFileTime; }
 
 private:
@@ -28,12 +28,10 @@ private:
     CList<CSimpleString>& m_lines;
     uint64_t m_nHeldBack = 0; ///< empty lines that no other line has followed yet
     int64_t m_iFileTime = 0;
+    bool m_bWithinBound = true;
 };
 
 /// Of the last write to a file, in nanoseconds since 1970; false when it cannot be told.
 bool GetLastWriteTime(const CSimpleString& strName, int64_t& iTime);
-
-constexpr uint64_t MOST_TABLE_BYTES = 64u << 20; ///< of what the administrator keeps
-constexpr uint64_t MOST_CONFIG_BYTES = 1u << 20; ///< of settings, an account's among them
 
 } // namespace Bex

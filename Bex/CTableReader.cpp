@@ -1,9 +1,15 @@
-#include "Bex/TableFile.h"
+#include "Bex/CTableReader.h"
 
 #include "Bex/CFileException.h"
 #include "Platform/FileSystem.h"
 
 namespace Bex {
+
+namespace {
+
+constexpr char SOURCE_FILE[] = "Bex/CTableReader";
+
+} // namespace
 
 bool CTableReader::Open(const CSimpleString& strName)
 {
@@ -17,6 +23,20 @@ bool CTableReader::Open(const CSimpleString& strName)
     }
     m_iFileTime = iTime;
     return true;
+}
+
+bool CTableReader::ReadLine(CSimpleString& strLine)
+{
+    try {
+        return m_stream.ReadLine(strLine);
+    } catch (const CFileException& exception) {
+        if (exception.LibError() != Platform::LIB_TOO_BIG)
+            throw;
+        LogCaught(exception, SOURCE_FILE, __LINE__, m_file.Name().Text());
+        Platform::SetLastError(exception.Error());
+        m_bWithinBound = false;
+        return false;
+    }
 }
 
 void CTableReader::Keep(const CSimpleString& strLine)
