@@ -10,11 +10,11 @@ struct SDeliverySettings
     Bex::CSimpleString strHelloName; ///< empty: the name of this end of the connection
     Bex::CSimpleString strInterface; ///< local address for IPv4, and for IPv6 while the next one is empty
     Bex::CSimpleString strInterface6;
-    bool bUseTls = true;
+    bool bUseTls = false;
     bool bLowerRecipientDomain = false;
     uint32_t dwProtocols = 0;
-    uint32_t dwTimeout = 90;        ///< seconds, 60 to 1200
-    uint32_t dwSessionLimit = 1800; ///< seconds for a whole session, besides what its payload needs
+    uint32_t dwTimeout = 0;      ///< seconds, 60 to 1200
+    uint32_t dwSessionLimit = 0; ///< seconds for a whole session, besides what its payload needs
     int iDebugLevel = 0;
 
     static SDeliverySettings FromConfiguration();

@@ -84,7 +84,7 @@ public:
 
     CLogRecorder& Log() { return m_log; }
 
-    SDeliverySettings settings;
+    SDeliverySettings settings = SDeliverySettings::FromConfiguration();
 
 private:
     CTemporaryDirectory m_directory;
