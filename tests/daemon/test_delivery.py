@@ -70,42 +70,20 @@ class Delivery(unittest.TestCase):
             self.assertTrue((world.spool / "carl" / "1.eml").read_bytes().startswith(b"X-Envelope-From: "))
             self.assertIn(f'CreateProcess in Common/MailHlpr:100 for "{world.etc}/spamscan.exe" failed, error = 2', world.log())
 
-    def test_tables_are_taken_up_while_the_daemon_runs_after_quick_restarts_too(self):
+    def test_tables_are_taken_up_while_the_daemon_runs(self):
         with World(queuedir="misspelled", HourlyCleanup=1, AutoTransport=1) as world:  # which rules out the cleanup
             world.start()
-            spent = []
-            for count in (1, 2, 3):
-                begin = time.monotonic()
-                world.process.send_signal(signal.SIGHUP)
-                world.wait_for_log("restarted and fully operational", count)
-                spent.append(time.monotonic() - begin)
-                time.sleep(0.1)  # a control that comes while another one is handled is ignored
-            self.assertLess(min(spent), 0.8)  # the loop that looks for changes waits for a second at a time
             world.add_user("dora")
             (world.spool / "dora" / "password").write_text("x")
-            world.wait_for_log("preresolving aliases...", 5)
+            world.wait_for_log("preresolving aliases...", 2)
             world.deliver("1.eml", mail("dora@example.org"))
             os.utime(world.etc / "domains", (0, 0))  # an older time is no change
             (world.etc / "domains").write_text("example.org\nexample.net\n")
-            world.wait_for_log("preresolving aliases...", 6)
+            world.wait_for_log("preresolving aliases...", 3)
             world.deliver("2.eml", mail("ann@example.net"))
             self.assertEqual((len(world.mailbox("dora")), len(world.mailbox("ann"))), (1, 1))
             self.assertEqual(world.stop(), 0)
-            self.assertEqual(world.log().count(f'unknown key "queuedir" at {world.etc}/tobix.cfg:8\n'), 4)
-            self.assertEqual(world.log().count("local delivery agent (id"), 16)  # started and stopped, each told twice
-
-    def test_pause_and_continue(self):
-        with World() as world:
-            world.start()
-            world.process.send_signal(signal.SIGUSR1)
-            time.sleep(1.2)  # longer than the agent waits for work before it asks
-            world.drop("1.eml", mail())
-            time.sleep(0.5)
-            self.assertEqual(world.waiting(), ["1.eml"])
-            world.process.send_signal(signal.SIGUSR2)
-            world.wait_until_empty()
-            self.assertEqual(len(world.mailbox("ann")), 1)
-            self.assertEqual(world.stop(), 0)
+            self.assertEqual(world.log().count(f'unknown key "queuedir" at {world.etc}/tobix.cfg:8\n'), 1)
 
 
 class Programs(unittest.TestCase):
@@ -139,11 +117,8 @@ class Programs(unittest.TestCase):
                 world.start()
                 world.drop("1.eml", mail("ann@example.org,eve@far.example"))
                 wait_for("the programs", lambda: len(self.lines()) == (1 if waits else 4))
-                if waits:
-                    time.sleep(0.1)
-                    self.assertEqual((len(self.lines()), world.waiting()), (1, ["1.eml"]))
-                else:
-                    world.wait_until_empty()
+                if not waits:
+                    world.wait_until_empty()  # while they still run
                 (world.root / "hold").unlink()
                 wait_for("their end", lambda: len(self.lines()) == 8)
                 world.wait_until_empty()
@@ -154,11 +129,9 @@ class Programs(unittest.TestCase):
                           f"newmail.cmd in {world.outgoing}: [{out}] 1"]
                 seen = [re.sub(r"r_\d+\.eml", "r_N.eml", line) for line in self.lines()]
                 if waits:
-                    self.assertEqual(seen[::2], starts)
-                    self.assertEqual(seen[1::2], [line.split()[0] + " ended" for line in starts])
+                    self.assertEqual(seen, [line for start in starts for line in (start, start.split()[0] + " ended")])
                 else:
-                    self.assertEqual(sorted(seen[:4]), sorted(starts))
-                self.assertEqual(world.log().count("postprocessing-script"), 4 if waits else 2)
+                    self.assertCountEqual(seen[:4], starts)
                 self.assertEqual(world.stop(), 0)
 
     def test_the_hourly_script_gets_no_file_and_the_filters_the_filtered_one(self):

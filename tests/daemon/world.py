@@ -67,17 +67,16 @@ class World:
         reports = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         reports.bind(str(self.root / "notify"))
         reports.settimeout(DEADLINE)
-        self.log_file = open(self.root / "log", "ab")
-        self.process = subprocess.Popen(
-            [self.executable], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
-            env={**os.environ, "NOTIFY_SOCKET": str(self.root / "notify"), **environment})
+        self.run(NOTIFY_SOCKET=str(self.root / "notify"), **environment)
         return reports
 
-    def start(self, wait=True, **environment):
+    def run(self, *arguments, **environment):
         self.log_file = open(self.root / "log", "ab")
-        self.process = subprocess.Popen(
-            [self.executable, "-debug"], stdin=subprocess.DEVNULL, stdout=self.log_file, stderr=self.log_file,
-            env={**os.environ, "MAILCONFIGDIR": str(self.etc), **environment})
+        self.process = subprocess.Popen([self.executable, *arguments], stdin=subprocess.DEVNULL, stdout=self.log_file,
+                                        stderr=self.log_file, env={**os.environ, **environment})
+
+    def start(self, wait=True, **environment):
+        self.run("-debug", **{"MAILCONFIGDIR": str(self.etc), **environment})
         if wait:
             self.starts += 1
             self.wait_for_log("launched and fully operational", self.starts)
