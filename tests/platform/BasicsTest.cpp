@@ -5,7 +5,6 @@
 #include "Platform/ConsoleScreen.h"
 #include "Platform/Errors.h"
 #include "Platform/FaultInjection.h"
-#include "Platform/FileSystem.h"
 #include "Platform/HostLookup.h"
 #include "Platform/SocketErrors.h"
 
@@ -46,18 +45,6 @@ TEST(ErrorsTest, LastErrorBelongsToTheThread)
     SetLastError({LIB_NO_ENTRY, SYS_FILE_NOT_FOUND});
     std::thread([] { EXPECT_EQ(LastError().dwSysError, SYS_NONE); }).join();
     EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
-}
-
-TEST(FaultInjectionTest, FailsTheNthCallAndTheOnesAfterWhileItLives)
-{
-    const auto removing = [] { return RemoveFile("/no/such") ? LIB_NONE : LastError().iLibError; };
-    {
-        const CInjectedFault fault(EFault::Remove, 2, EIO, 2), other(EFault::Remove, 5, EROFS),
-            unasked(EFault::Stat, 1, EIO);
-        for (const int iExpected : {LIB_NO_ENTRY, LIB_IO, LIB_IO, LIB_NO_ENTRY})
-            EXPECT_EQ(removing(), iExpected);
-    }
-    EXPECT_EQ(removing(), LIB_NO_ENTRY);
 }
 
 class CNothing : public IWaitable

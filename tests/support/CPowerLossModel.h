@@ -27,9 +27,9 @@ public:
     CPowerLossModel(const std::vector<std::filesystem::path>& roots, Check check) : m_check(std::move(check))
     {
         for (const auto& root : roots) {
-            m_safe[root] = New(root, true);
+            m_safe[root] = New(root);
             for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-                const File file = m_safe[entry.path()] = New(entry.path(), entry.is_directory());
+                const File file = m_safe[entry.path()] = New(entry.path());
                 std::ifstream stream(entry.path(), std::ios::binary);
                 if (!file->bDirectory)
                     file->strNow = file->strSafe = {std::istreambuf_iterator<char>(stream), {}};
@@ -42,29 +42,24 @@ public:
     {
         using Platform::EFault;
         const std::string strPath = call.pszPath != nullptr ? call.pszPath : "";
-        const size_t nBefore = m_changes.size();
+        const std::string strTo = call.pszTo != nullptr ? call.pszTo : "";
+        const bool bVolume = call.kind == EFault::FlushVolume;
         if (call.kind == EFault::Open)
             Opened(call.iDescriptor, strPath);
         else if (call.kind == EFault::Write)
             Written(call);
-        else if (const auto open = m_open.find(call.iDescriptor); call.kind == EFault::Truncate && open != m_open.end())
-            open->second->strNow.clear();
-        else if (call.kind == EFault::Flush || call.kind == EFault::FlushVolume)
-            Flushed(call.iDescriptor, call.kind == EFault::FlushVolume);
-        else if (call.kind == EFault::Rename)
-            Change({strPath, call.pszTo, Find(strPath)});
-        else if (call.kind == EFault::Link)
-            Change({"", call.pszTo, Find(strPath)});
-        else if (call.kind == EFault::Remove)
-            Change({strPath, "", Find(strPath)});
+        else if (call.kind == EFault::Truncate && m_open[call.iDescriptor] != nullptr)
+            m_open[call.iDescriptor]->strNow.clear();
+        else if (bVolume || call.kind == EFault::Flush)
+            Flushed(call.iDescriptor, bVolume);
         else if (call.kind == EFault::CreateDirectory)
-            Change({"", strPath, New(strPath, true)});
+            Change({"", strPath, New(strPath)});
+        else if (call.kind == EFault::Rename || call.kind == EFault::Link || call.kind == EFault::Remove)
+            Change({call.kind == EFault::Link ? "" : strPath, strTo, Find(strPath)});
         else
             return;
-        if (m_changes.size() != nBefore || call.kind == EFault::Write || call.kind == EFault::Truncate)
-            Cut("after step " + std::to_string(++m_nSteps) + " (" + strPath + ")");
+        Cut("after step " + std::to_string(++m_nSteps) + " (" + strPath + ")");
     }
-    size_t Steps() const { return m_nSteps; }
     void Cut(const std::string& strWhen) ///< as after each change
     {
         for (int iData = ALL; iData < KINDS; ++iData)
@@ -72,8 +67,7 @@ public:
                 Show(
                     strWhen + (bNames ? ", names" : ", no names") + " and data " + std::to_string(iData),
                     [=](size_t) { return bNames; }, [=] { return iData; });
-        const size_t nChanges = m_changes.size();
-        for (size_t n = nChanges - std::min(nChanges, MOST_SINGLES); n < nChanges; ++n)
+        for (size_t n = m_changes.size() - std::min(m_changes.size(), MOST_SINGLES); n < m_changes.size(); ++n)
             for (const bool bKept : {false, true})
                 Show(
                     strWhen + (bKept ? ", only " : ", all but ") + m_changes[n].strFrom + ">" + m_changes[n].strTo,
@@ -102,14 +96,14 @@ private:
     static constexpr size_t MOST_SINGLES = 12; ///< changes lost or kept alone: the newest
     static constexpr int MIXES = 12;
 
-    static File New(const std::filesystem::path& path, bool bDirectory)
+    static File New(const std::filesystem::path& path)
     {
         struct stat status
         {};
         stat(path.c_str(), &status);
-        return std::make_shared<SFile>(SFile{status.st_dev, bDirectory, "", ""});
+        return std::make_shared<SFile>(SFile{status.st_dev, S_ISDIR(status.st_mode), "", ""});
     }
-    static std::string ParentOf(const std::string& strPath) { return std::filesystem::path(strPath).parent_path(); }
+    static std::string ParentOf(const std::string& strPath) { return strPath.substr(0, strPath.rfind('/')); }
     static void Apply(const SChange& change, Names& names)
     {
         if (const auto old = names.find(change.strFrom); old != names.end() && old->second == change.file)
@@ -132,17 +126,14 @@ private:
     void Opened(int iDescriptor, const std::string& strPath)
     {
         if (Find(strPath) == nullptr)
-            Change({"", strPath, New(strPath, false)});
+            Change({"", strPath, New(strPath)});
         m_open[iDescriptor] = Find(strPath);
-        if (m_open[iDescriptor] == nullptr)
-            m_open.erase(iDescriptor);
     }
     void Written(const Platform::SCall& call)
     {
-        const auto open = m_open.find(call.iDescriptor);
-        if (open == m_open.end())
+        if (m_open[call.iDescriptor] == nullptr)
             return;
-        std::string& strNow = open->second->strNow;
+        std::string& strNow = m_open[call.iDescriptor]->strNow;
         const auto nStart = static_cast<size_t>(lseek(call.iDescriptor, 0, SEEK_CUR)) - call.nBytes;
         strNow.resize(std::max(strNow.size(), nStart + call.nBytes));
         strNow.replace(nStart, call.nBytes, static_cast<const char*>(call.pData), call.nBytes);
@@ -150,12 +141,10 @@ private:
     void Flushed(int iDescriptor, bool bVolume)
     {
         const std::string strPath = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(iDescriptor));
-        const File flushed = New(strPath, false);
-        for (const Names* pNames : {&m_now, &m_safe}) {
-            for (const auto& [strName, file] : *pNames)
-                if (bVolume ? file->device == flushed->device : strName == strPath)
-                    file->strSafe = file->strNow;
-        }
+        const File flushed = New(strPath);
+        for (const auto& [strName, file] : m_now)
+            if (bVolume ? file->device == flushed->device : strName == strPath)
+                file->strSafe = file->strNow;
         std::vector<SChange> open;
         for (const SChange& change : m_changes) {
             if (bVolume ? change.file->device == flushed->device
@@ -185,10 +174,9 @@ private:
         const std::string_view now = file.strNow;
         if (iData == ALL || now == file.strSafe)
             return now;
-        if (m_strZeros.size() < now.size())
-            m_strZeros.resize(now.size() * 2);
         if (iData == NONE)
             return file.strSafe;
+        m_strZeros.resize(std::max(m_strZeros.size(), now.size()));
         return iData == ZEROS ? std::string_view(m_strZeros).substr(0, now.size()) : now.substr(0, now.size() / 2);
     }
 
