@@ -15,16 +15,7 @@ thread_local bool t_bRefuse = false;
 }
 
 // The containers' own allocations can be refused for one thread.
-void* operator new(size_t nSize, const std::nothrow_t&) noexcept
-{
-    if (t_bRefuse)
-        return nullptr;
-    try {
-        return ::operator new(nSize);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
+void* operator new(size_t nSize, const std::nothrow_t&) noexcept { return t_bRefuse ? nullptr : ::operator new(nSize); }
 
 namespace {
 

@@ -3,16 +3,13 @@
 #include "Platform/CNativeThread.h"
 #include "Platform/Errors.h"
 #include "support/CLogRecorder.h"
+#include "support/CTalkingChild.h"
 
-#include <array>
 #include <atomic>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace Bex;
 using testing::MatchesRegex;
@@ -83,44 +80,29 @@ TEST(ConsoleLogTest, ErrorsGoToStandardErrorAndTheRestToStandardOutput)
                 MatchesRegex(strStamp + "warning: odd\n" + strStamp + "info: " + std::string(1023, 'x') + "\n"));
 }
 
-class SysLogTest : public testing::Test
+TEST(SysLogTest, SendsOneBoundedDatagramPerLine)
 {
-protected:
-    void SetUp() override
-    {
-        m_iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t nLength = sizeof address;
-        auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
-        ASSERT_EQ(bind(m_iSocket, pAddress, nLength), 0);
-        ASSERT_EQ(getsockname(m_iSocket, pAddress, &nLength), 0);
-        m_wPort = ntohs(address.sin_port);
-        const timeval limit{5, 0};
-        setsockopt(m_iSocket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    }
-    void TearDown() override { close(m_iSocket); }
-    std::string Received(const char* pszFacility, const char* pszHost, int iLevel, const std::string& strText) const
-    {
-        CSysLog(pszFacility, pszHost, m_wPort).Write(iLevel, strText.c_str(), 0);
-        std::array<char, 2000> buffer;
-        const ssize_t iLength = recv(m_iSocket, buffer.data(), buffer.size(), 0);
-        return iLength < 0 ? "nothing" : std::string(buffer.data(), static_cast<size_t>(iLength));
-    }
-    int m_iSocket = -1;
-    uint16_t m_wPort = 0;
-};
-
-TEST_F(SysLogTest, SendsOneBoundedDatagramPerLine)
-{
+    const int iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t nLength = sizeof address;
+    auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_TRUE(bind(iSocket, pAddress, nLength) == 0 && getsockname(iSocket, pAddress, &nLength) == 0);
+    const auto received = [&](const char* pszFacility, const char* pszHost, int iLevel, const std::string& strText) {
+        CSysLog(pszFacility, pszHost, ntohs(address.sin_port)).Write(iLevel, strText.c_str(), 0);
+        char buffer[2000];
+        const ssize_t iLength = Readable(iSocket) ? recv(iSocket, buffer, sizeof(buffer), 0) : 0;
+        return std::string(buffer, static_cast<size_t>(iLength));
+    };
     const std::string strPrefix = CSimpleString::Formatted(" [%04X] Tobix: ", Platform::CurrentThreadId()).Text();
-    EXPECT_EQ(Received("local0", "127.0.0.1", 4, "text"), "<132>" + strPrefix + "text");
-    EXPECT_EQ(Received("MAIL", "localhost", 5, "text"), "<21>" + strPrefix + "text");
-    EXPECT_EQ(Received("unheard of", "", 5, "text"), "<21>" + strPrefix + "text");
+    EXPECT_EQ(received("local0", "127.0.0.1", 4, "text"), "<132>" + strPrefix + "text");
+    EXPECT_EQ(received("MAIL", "localhost", 5, "text"), "<21>" + strPrefix + "text");
+    EXPECT_EQ(received("unheard of", "", 5, "text"), "<21>" + strPrefix + "text");
     const std::string strLong = "<27>" + strPrefix + std::string(1023, 'x');
-    EXPECT_EQ(Received("daemon", "127.0.0.1", 3, std::string(1023, 'x')), strLong.substr(0, 512));
+    EXPECT_EQ(received("daemon", "127.0.0.1", 3, std::string(1023, 'x')), strLong.substr(0, 512));
     EXPECT_EQ(CSysLog(CSysLog::FACILITY_LOCAL2).Facility(), 144);
+    close(iSocket);
 }
 
 } // namespace

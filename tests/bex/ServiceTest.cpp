@@ -134,12 +134,8 @@ TEST_F(ServiceTest, StopsAtTheConsoleInOrderWithoutAReport)
 TEST_F(ServiceTest, ShowsItsUsage)
 {
     CTalkingChild child(SERVICE, {"-?"});
-    const std::string strUsage = child.Rest();
-    EXPECT_THAT(strUsage, StartsWith("Talking Service "));
-    EXPECT_THAT(strUsage, HasSubstr("\n------------------------------\n\nUsage: TALKER.EXE -install|-uninstall|-debug "
-                                    "[<shortname> <displayname> <params>] \n\n  -install ["));
-    EXPECT_THAT(strUsage, HasSubstr("(e.g. \"Talker2\")\n      <displayname>:\n          displayer service name "
-                                    "(e.g. \"Talking Service #2\")\n"));
+    EXPECT_THAT(child.Rest(), testing::ContainsRegex("^Talking Service .*\n------------------------------\n\nUsage: "
+                                                     "TALKER.EXE -install.*\\(e.g. \"Talking Service #2\"\\)\n"));
     EXPECT_EQ(child.ExitCode(), 0);
 }
 

@@ -81,16 +81,13 @@ TEST(TextFunctionsTest, TokenizeSkipsEmptyPieces)
 
 TEST(TextFunctionsTest, Wildcards)
 {
-    EXPECT_TRUE(WildcardMatchCase("", "*"));
-    EXPECT_TRUE(WildcardMatchCase("abc", "a?c"));
-    EXPECT_FALSE(WildcardMatchCase("ac", "a?c"));
+    EXPECT_TRUE(WildcardMatchCase("", "*") && WildcardMatchCase("abc", "a?c"));
+    EXPECT_FALSE(WildcardMatchCase("ac", "a?c") || WildcardMatchCase("ab", "ab?"));
     EXPECT_FALSE(WildcardMatchCase("ABC", "a?c"));
     EXPECT_TRUE(WildcardMatch("ABC", "a?c"));
     EXPECT_TRUE(WildcardMatchCase("a.b.example.org", "*.example.org*"));
-    EXPECT_FALSE(WildcardMatchCase("ab", "ab?"));
     EXPECT_FALSE(WildcardMatchCase("a*c", "*"));
-    const std::string strText(2000, 'a'); // a pattern that must not take for ever
-    EXPECT_FALSE(WildcardMatch(strText, "*a*a*a*a*a*a*a*a*a*a*a*a*b"));
+    EXPECT_FALSE(WildcardMatch(std::string(2000, 'a'), "*a*a*a*a*a*a*a*a*a*a*a*a*b")); // and does not take for ever
 }
 
 std::string MailDateIn(const char* pszZone, CTime time)

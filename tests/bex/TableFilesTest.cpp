@@ -41,13 +41,8 @@ protected:
 
 TEST_F(TableFilesTest, AValueIsReadAndTheLinesAreWrittenBack)
 {
-    struct
-    {
-        const char* text;
-        const char* key;
-        const char* value; ///< null: the key is absent
-        const char* saved; ///< what a save writes
-    } const cases[] = {
+    const char* const cases[][4] = {
+        // the file, a key, its value (null: absent), what a save writes
         {"QueueDir: d:\\q # main queue\n", "QueueDir", "d:\\q", "QueueDir: d:\\q\t# main queue\n"},
         {" \t Key  :\v a  b \f\r\n", "Key", "a  b", "Key: a  b\n"},
         {"\"a:b\" junk : x", "a:b", "x", "\"a:b\": x\n"},
@@ -62,15 +57,15 @@ TEST_F(TableFilesTest, AValueIsReadAndTheLinesAreWrittenBack)
         {"a#b: 1\n\"c#\": 2\n", "a#b", nullptr, "#b: 1\n#\": 2\n"},
         {"", "", nullptr, ""},
     };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.text);
+    for (const auto& [pszText, pszKey, pszValue, pszSaved] : cases) {
+        SCOPED_TRACE(pszText);
         CStorableStringHash table;
-        ASSERT_TRUE(table.Load(Write("file", one.text)));
+        ASSERT_TRUE(table.Load(Write("file", pszText)));
         CSimpleString strValue;
-        EXPECT_EQ(table.Lookup(one.key, strValue), one.value != nullptr);
-        EXPECT_EQ(strValue, CSimpleString(one.value));
+        EXPECT_EQ(table.Lookup(pszKey, strValue), pszValue != nullptr);
+        EXPECT_EQ(strValue, CSimpleString(pszValue));
         ASSERT_TRUE(table.Save());
-        EXPECT_EQ(m_directory.Read("file"), one.saved);
+        EXPECT_EQ(m_directory.Read("file"), pszSaved);
         EXPECT_FALSE(table.HasChanged());
     }
 }

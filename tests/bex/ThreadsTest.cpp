@@ -30,6 +30,13 @@ struct SWorld
 };
 using CWorldPtr = std::shared_ptr<SWorld>;
 
+class ThreadTest : public testing::Test
+{
+protected:
+    const CLogRecorder m_log;
+    const CWorldPtr m_pWorld = std::make_shared<SWorld>();
+};
+
 class CWorker : public CThread
 {
 public:
@@ -53,31 +60,28 @@ private:
     CWorldPtr m_pWorld;
 };
 
-TEST(ThreadTest, StopsWhenAskedAndCanStartAgain)
+TEST_F(ThreadTest, StopsWhenAskedAndCanStartAgain)
 {
-    const CLogRecorder recorder;
-    const auto pWorld = std::make_shared<SWorld>();
-    CWorker worker(pWorld);
+    CWorker worker(m_pWorld);
     EXPECT_TRUE(worker.Stop()); // never ran: there is nothing to wait for
     for (unsigned nRound = 2; nRound <= 3; ++nRound) {
         ASSERT_TRUE(worker.Start());
-        ASSERT_TRUE(pWorld->entered.Wait(LONG));
-        pWorld->entered.Reset();
+        ASSERT_TRUE(m_pWorld->entered.Wait(LONG));
+        m_pWorld->entered.Reset();
         EXPECT_FALSE(worker.Start());
         EXPECT_TRUE(worker.Stop());
         EXPECT_EQ(worker.Id(), 0U);
         EXPECT_EQ(worker.m_nStopRequests, nRound);
     }
-    EXPECT_THAT(recorder.Lines(),
+    EXPECT_THAT(m_log.Lines(),
                 ElementsAre("3 m_hThread != NULL in Bex/CThread:101", "3 m_hThread != NULL in Bex/CThread:101"));
 }
 
-TEST(ThreadTest, LetsGoOfItselfWhenItsBodyEnds)
+TEST_F(ThreadTest, LetsGoOfItselfWhenItsBodyEnds)
 {
-    const auto pWorld = std::make_shared<SWorld>();
-    pWorld->release.Set();
+    m_pWorld->release.Set();
     for (int i = 0; i < 50; ++i) {
-        CWorker worker(pWorld);
+        CWorker worker(m_pWorld);
         ASSERT_TRUE(worker.Start());
         ASSERT_TRUE(i % 2 == 0 || Becomes([&] { return worker.HasFinished(); }));
         EXPECT_TRUE(worker.Stop());
@@ -85,14 +89,12 @@ TEST(ThreadTest, LetsGoOfItselfWhenItsBodyEnds)
     }
 }
 
-TEST(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
+TEST_F(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
 {
-    const CLogRecorder recorder;
-    const auto pWorld = std::make_shared<SWorld>();
-    pWorld->bPatient = false;
-    auto pWorker = std::make_unique<CWorker>(pWorld);
+    m_pWorld->bPatient = false;
+    auto pWorker = std::make_unique<CWorker>(m_pWorld);
     ASSERT_TRUE(pWorker->Start());
-    ASSERT_TRUE(pWorld->entered.Wait(LONG));
+    ASSERT_TRUE(m_pWorld->entered.Wait(LONG));
     EXPECT_FALSE(pWorker->Stop());
     EXPECT_TRUE(pWorker->Terminate());
     EXPECT_TRUE(pWorker->HasFinished());
@@ -100,51 +102,39 @@ TEST(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
     EXPECT_FALSE(pWorker->Start());
     EXPECT_TRUE(CThread::AnyAbandoned());
     CThread::Destroy(std::move(pWorker));
-    EXPECT_FALSE(pWorld->destroyed.IsSet());
-    pWorld->release.Set();
-    EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
+    EXPECT_FALSE(m_pWorld->destroyed.IsSet());
+    m_pWorld->release.Set();
+    EXPECT_TRUE(m_pWorld->destroyed.Wait(LONG));
     EXPECT_TRUE(Becomes([] { return !CThread::AnyAbandoned(); }));
-    EXPECT_THAT(recorder.Lines(), ElementsAre("3 Wait timed out in Bex/CThread:151",
-                                              "3 TerminateThread failed in Bex/CThread:205 with error 50",
-                                              "3 m_dwThreadID != 0 in Bex/CThread:106"));
+    EXPECT_THAT(m_log.Lines(), ElementsAre("3 Wait timed out in Bex/CThread:151",
+                                           "3 TerminateThread failed in Bex/CThread:205 with error 50",
+                                           "3 m_dwThreadID != 0 in Bex/CThread:106"));
 }
 
-TEST(ThreadTest, ALateEndAfterAStopIsCleanedUp)
+TEST_F(ThreadTest, ALateEndAfterAStopIsCleanedUp)
 {
-    const auto pWorld = std::make_shared<SWorld>();
-    pWorld->bPatient = false;
-    auto pWorker = std::make_unique<CWorker>(pWorld);
+    m_pWorld->bPatient = false;
+    auto pWorker = std::make_unique<CWorker>(m_pWorld);
     ASSERT_TRUE(pWorker->Start());
     EXPECT_FALSE(pWorker->Stop());
-    pWorld->release.Set();
+    m_pWorld->release.Set();
     ASSERT_TRUE(Becomes([&] { return pWorker->HasFinished(); }));
     EXPECT_NE(pWorker->Id(), 0U); // still told in the "stopped" line
     CThread::Destroy(std::move(pWorker));
-    EXPECT_TRUE(pWorld->destroyed.IsSet());
+    EXPECT_TRUE(m_pWorld->destroyed.IsSet());
     EXPECT_FALSE(CThread::AnyAbandoned());
 }
 
-TEST(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
+TEST_F(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
 {
-    const CLogRecorder recorder;
-    const auto pWorld = std::make_shared<SWorld>();
-    pWorld->release.Set();
-    ASSERT_TRUE(std::make_unique<CWorker>(pWorld, true).release()->Start());
-    EXPECT_TRUE(pWorld->destroyed.Wait(LONG));
-    pWorld->destroyed.Reset();
+    m_pWorld->release.Set();
+    ASSERT_TRUE(std::make_unique<CWorker>(m_pWorld, true).release()->Start());
+    EXPECT_TRUE(m_pWorld->destroyed.Wait(LONG));
+    m_pWorld->destroyed.Reset();
     const Platform::CInjectedFault fault(Platform::EFault::CreateThread, 1, EAGAIN);
-    EXPECT_FALSE(std::make_unique<CWorker>(pWorld, true).release()->Start());
-    EXPECT_TRUE(pWorld->destroyed.IsSet());
-    EXPECT_THAT(recorder.Lines(), ElementsAre("3 _beginthreadex failed in Bex/CThread:118 with error 1450"));
-}
-
-TEST(EventTest, WaitsForAnyOfThem)
-{
-    CEvent a, b;
-    std::thread setter([&] { b.Set(); });
-    EXPECT_TRUE(WaitForAny({&a.Waitable(), &b.Waitable()}, Platform::INFINITE));
-    setter.join();
-    EXPECT_TRUE(b.IsSet()); // nothing was consumed
+    EXPECT_FALSE(std::make_unique<CWorker>(m_pWorld, true).release()->Start());
+    EXPECT_TRUE(m_pWorld->destroyed.IsSet());
+    EXPECT_THAT(m_log.Lines(), ElementsAre("3 _beginthreadex failed in Bex/CThread:118 with error 1450"));
 }
 
 TEST(LockTest, ACriticalSectionIsRecursiveAndTimesOutForOthers)
@@ -164,19 +154,14 @@ TEST(LockTest, ACriticalSectionIsRecursiveAndTimesOutForOthers)
 TEST(LockTest, AMutexIsSharedByNameAndAnAbandonedOneIsAcquired)
 {
     const CSimpleString strName(CSimpleString::Formatted("bex-test-%d", getpid()));
-    CMutex mutex(strName), other(strName);
+    CMutex mutex(strName), other(strName), none;
     ASSERT_TRUE(mutex.Lock());
     std::thread([&] { EXPECT_FALSE(other.Lock(0)); }).join();
     EXPECT_TRUE(mutex.Unlock());
     std::thread([&] { EXPECT_TRUE(other.Lock(LONG)); }).join();
     EXPECT_TRUE(mutex.Lock(LONG));
-}
-
-TEST(LockTest, AMutexThatIsNotThereRaises)
-{
-    CMutex mutex;
-    EXPECT_THROW(mutex.Lock(0), CInvalidStateException);
-    EXPECT_THROW(mutex.Unlock(), CInvalidStateException);
+    EXPECT_THROW(none.Lock(0), CInvalidStateException);
+    EXPECT_THROW(none.Unlock(), CInvalidStateException);
     EXPECT_THROW(CMutex(CSimpleString(std::string(261, 'x'))), CInvalidParameterException);
 }
 
