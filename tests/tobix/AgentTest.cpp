@@ -117,6 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
                     SFaultCase{"DiskFull", EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
                     SFaultCase{"NoRoomForTheName", EFault::Rename, 1, ENOSPC, 1,
                                "error in Tobix/LocalAgent:313, errno=28"},
+                    SFaultCase{"ErrorOnClosing", EFault::Close, 2, EIO, 1, "errno=5"},
                     SFaultCase{"RenameThatCannotRefuse", EFault::Rename, 1, EINVAL, 0, "saved in <ann>"},
                     SFaultCase{"NumberNotWritten", EFault::Write, 2, ENOSPC, 0, "caught at Tobix/LocalAgent"},
                     SFaultCase{"NumberNotRecorded", EFault::Rename, 2, ENOSPC, 0, "saved in <ann>"}),
