@@ -23,7 +23,7 @@ inline int AddWatch(int iQueue, const char* pszPath, uint32_t dwEvents)
 template <typename Take>
 bool DrainNotifications(int iDescriptor, Take&& take)
 {
-    alignas(inotify_event) std::array<char, 32 * 1024> buffer;
+    alignas(inotify_event) std::array<char, std::size_t{32} * 1024> buffer;
     for (;;) {
         const ssize_t iRead = read(iDescriptor, buffer.data(), buffer.size());
         if (iRead < 0 && errno == EINTR)
