@@ -85,7 +85,7 @@ private:
     CEvent m_stopAsked;
     Platform::CControlSource m_source; ///< the dispatcher alone takes from it
     unsigned m_dwDeferred = 0;         ///< the dispatcher's: the stop or shutdown that came during something else
-    std::mutex m_statusMutex; ///< around the status and its reports
+    std::mutex m_statusMutex;          ///< around the status and its reports
     Platform::SServiceStatus m_status;
     CSimpleString m_strShortName;
     CSimpleString m_strDisplayName;
