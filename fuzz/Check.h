@@ -3,8 +3,9 @@
 #include <cstdlib>
 
 /// Tells the fuzzer that something that must hold does not.
-inline void Check(bool bHolds)
+template <class T>
+void Check(const T& holds)
 {
-    if (!bHolds)
+    if (!holds)
         std::abort();
 }
