@@ -78,7 +78,8 @@ class Delivery(unittest.TestCase):
             world.wait_for_log("preresolving aliases...", 2)
             world.deliver("1.eml", mail("dora@example.org"))
             os.utime(world.etc / "domains", (0, 0))  # an older time is no change
-            (world.etc / "domains").write_text("example.org\nexample.net\n")
+            (world.etc / "new").write_text("example.org\nexample.net\n")
+            (world.etc / "new").rename(world.etc / "domains")  # never seen half written
             world.wait_for_log("preresolving aliases...", 3)
             world.deliver("2.eml", mail("ann@example.net"))
             self.assertEqual((len(world.mailbox("dora")), len(world.mailbox("ann"))), (1, 1))
