@@ -16,13 +16,11 @@
 #include <sys/stat.h>
 
 using namespace Bex;
-using Platform::ESeekFrom;
+using Platform::CInjectedFault, Platform::EFault, Platform::ESeekFrom;
 
 namespace {
 
 constexpr uint32_t TEXT_READ = CFile::typeText | CFile::modeRead | CFile::shareDenyWrite;
-constexpr uint32_t TEXT_WRITE =
-    CFile::typeText | CFile::modeWrite | CFile::modeCreate | CFile::modeTruncate | CFile::shareExclusive;
 constexpr uint32_t TEXT_BOTH = CFile::typeText | CFile::modeReadWrite | CFile::modeCreate;
 
 class FilesTest : public testing::Test
@@ -46,6 +44,10 @@ protected:
     }
     CTemporaryDirectory m_directory;
     CLogRecorder m_log;
+    CTextFile m_file;
+    CFileInputStream m_input{m_file};
+    CFileOutputStream m_output{m_file};
+    CSimpleString m_strText;
 };
 
 TEST_F(FilesTest, OpenChecksItsFlagsFirst)
@@ -92,97 +94,86 @@ TEST_F(FilesTest, NamesAreLookedUpAndMissingOnesTold)
 
 TEST_F(FilesTest, TextFilesBufferAcrossReadingWritingAndSeeking)
 {
-    CTextFile file;
-    file.Open(Path("x"), TEXT_BOTH);
+    m_file.Open(Path("x"), TEXT_BOTH);
     const std::string strLong(40'000, 'l'); // longer than the buffer
-    file.WriteString("one\ntwo\n");
-    file.WriteString(strLong);
-    EXPECT_EQ(file.Seek(0, ESeekFrom::Begin), 0);
-    CSimpleString strText;
-    EXPECT_TRUE(file.ReadString(strText, 1000));
-    EXPECT_STREQ(strText.Text(), "one\n");
-    EXPECT_TRUE(file.ReadString(strText, 2));
-    EXPECT_EQ(file.ReadChar(), 'o');
-    file.UnreadChar('o');
-    EXPECT_EQ(file.Tell(), 6);
-    file.WriteString("O"); // where the reader stands, not where the buffer was filled to
-    EXPECT_EQ(file.ReadChar(), '\n');
+    m_file.WriteString("one\ntwo\n");
+    m_file.WriteString(strLong);
+    EXPECT_EQ(m_file.Seek(0, ESeekFrom::Begin), 0);
+    EXPECT_TRUE(m_file.ReadString(m_strText, 1000));
+    EXPECT_STREQ(m_strText.Text(), "one\n");
+    EXPECT_TRUE(m_file.ReadString(m_strText, 2));
+    EXPECT_EQ(m_file.ReadChar(), 'o');
+    m_file.UnreadChar('o');
+    EXPECT_EQ(m_file.Tell(), 6);
+    m_file.WriteString("O"); // where the reader stands, not where the buffer was filled to
+    EXPECT_EQ(m_file.ReadChar(), '\n');
     std::string strRead(strLong.size() + 10, ' ');
-    EXPECT_EQ(file.Read(strRead.data(), static_cast<uint32_t>(strRead.size())), strLong.size());
-    EXPECT_TRUE(file.IsEOF());
-    EXPECT_EQ(file.ReadChar(), -1);
-    file.Seek(-1, ESeekFrom::Current);
-    EXPECT_FALSE(file.IsEOF());
-    file.Close();
+    EXPECT_EQ(m_file.Read(strRead.data(), static_cast<uint32_t>(strRead.size())), strLong.size());
+    EXPECT_TRUE(m_file.IsEOF());
+    EXPECT_EQ(m_file.ReadChar(), -1);
+    m_file.Seek(-1, ESeekFrom::Current);
+    EXPECT_FALSE(m_file.IsEOF());
+    m_file.Close();
     EXPECT_EQ(m_directory.Read("x"), "one\ntwO\n" + strLong);
-    file.Open(Path("x"), TEXT_READ);
-    EXPECT_EQ(ErrorOf([&] { file.WriteString("no"); }), "9/5");
+    m_file.Open(Path("x"), TEXT_READ);
+    EXPECT_EQ(ErrorOf([&] { m_file.WriteString("no"); }), "9/5");
 }
 
 TEST_F(FilesTest, WhatCannotBeWrittenIsToldOnceAndAtTheLatestByClose)
 {
-    CTextFile file;
-    file.Open(Path("x"), TEXT_WRITE);
-    file.WriteString("lost");
-    const Platform::CInjectedFault full(Platform::EFault::Write, 1, ENOSPC), broken(Platform::EFault::Write, 3, EIO);
-    EXPECT_EQ(ErrorOf([&] { file.Flush(); }), "28/112");
-    file.WriteString("kept");
-    file.Flush();
-    file.WriteString("lost");
-    EXPECT_EQ(ErrorOf([&] { file.Close(); }), "5/29");
-    EXPECT_FALSE(file.IsOpen());
+    m_file.Open(Path("x"), TEXT_BOTH | CFile::modeTruncate);
+    m_file.WriteString("lost");
+    const CInjectedFault full(EFault::Write, 1, ENOSPC), broken(EFault::Write, 3, EIO);
+    EXPECT_EQ(ErrorOf([&] { m_file.Flush(); }), "28/112");
+    m_file.WriteString("kept");
+    m_file.Flush();
+    m_file.WriteString("lost");
+    EXPECT_EQ(ErrorOf([&] { m_file.Close(); }), "5/29");
+    EXPECT_FALSE(m_file.IsOpen());
     EXPECT_EQ(m_directory.Read("x"), "kept");
-    file.Open(Path("x"), TEXT_WRITE);
-    const Platform::CInjectedFault late(Platform::EFault::Close, 1, EIO);
-    EXPECT_EQ(ErrorOf([&] { file.Close(); }), "5/29");
-    EXPECT_FALSE(file.IsOpen());
+    m_file.Open(Path("x"), TEXT_BOTH | CFile::modeTruncate);
+    const CInjectedFault late(EFault::Close, 1, EIO);
+    EXPECT_EQ(ErrorOf([&] { m_file.Close(); }), "5/29");
+    EXPECT_FALSE(m_file.IsOpen());
 }
 
 TEST_F(FilesTest, LinesComeWithoutLineEnds)
 {
     const std::string strLong(40'000, 'l');
     m_directory.Write("x", "crlf\r\n\n\rlone\rcr\n" + strLong + "\r\nlast");
-    CTextFile file;
-    CFileInputStream lines(file);
-    CFileOutputStream output(file);
-    CSimpleString strLine;
     std::string strLines;
-    file.Open(Path("x"), TEXT_READ);
-    while (lines.ReadLine(strLine))
-        strLines.append(strLine.View()) += '|';
+    m_file.Open(Path("x"), TEXT_READ);
+    while (m_input.ReadLine(m_strText))
+        strLines.append(m_strText.View()) += '|';
     EXPECT_EQ(strLines, "crlf||lonecr|" + strLong + "|last|");
-    file.Open(Path("x"), CFile::typeBinary);
-    EXPECT_FALSE(lines.ReadLine(strLine) || output.WriteLine("x"));
-    file.Open(Path("empty"), TEXT_BOTH);
-    EXPECT_FALSE(lines.ReadLine(strLine));
-    EXPECT_TRUE(output.WriteLine("x"));
-    file.Close();
+    m_file.Open(Path("x"), CFile::typeBinary);
+    EXPECT_FALSE(m_input.ReadLine(m_strText) || m_output.WriteLine("x"));
+    m_file.Open(Path("empty"), TEXT_BOTH);
+    EXPECT_FALSE(m_input.ReadLine(m_strText));
+    EXPECT_TRUE(m_output.WriteLine("x"));
+    m_file.Close();
     EXPECT_EQ(m_directory.Read("empty"), "x\n");
 }
 
 TEST_F(FilesTest, BinaryValuesComeBackAndDamagedOnesDoNot)
 {
-    CTextFile file;
-    file.Open(Path("x"), TEXT_BOTH);
-    CFileOutputStream output(file);
+    m_file.Open(Path("x"), TEXT_BOTH);
     {
-        CBufferedStreamWriter writer(output);
+        CBufferedStreamWriter writer(m_output);
         writer.WriteInt32(INT32_MIN);
         writer.WriteDouble(-1.5);
         writer.WriteString(std::string(3000, 's'));
         writer.WriteInt32(100); // the length of a string that is not there
     }
-    file.Seek(0, ESeekFrom::Begin);
-    CFileInputStream input(file);
-    CBufferedStreamReader reader(input);
+    m_file.Seek(0, ESeekFrom::Begin);
+    CBufferedStreamReader reader(m_input);
     int32_t i32 = 0;
     double d = 0;
-    CSimpleString strText;
-    EXPECT_TRUE(reader.ReadInt32(i32) && reader.ReadDouble(d) && reader.ReadString(strText));
+    EXPECT_TRUE(reader.ReadInt32(i32) && reader.ReadDouble(d) && reader.ReadString(m_strText));
     EXPECT_TRUE(i32 == INT32_MIN && d == -1.5);
-    EXPECT_FALSE(reader.ReadString(strText));
-    EXPECT_EQ(strText.View(), std::string(3000, 's'));
-    file.Close();
+    EXPECT_FALSE(reader.ReadString(m_strText));
+    EXPECT_EQ(m_strText.View(), std::string(3000, 's'));
+    m_file.Close();
     EXPECT_EQ(m_directory.Read("x").substr(0, 17), std::string("\0\0\0\x80\x09\0\0\0-1.500000", 17));
 }
 
@@ -216,7 +207,7 @@ TEST_F(FilesTest, FindsByPatternInOrder)
     EXPECT_EQ(found("mails/?.eml"), "A.EML b.eml ");
     CFileFind find;
     EXPECT_FALSE(find.Open(Path("missing/*")));
-    const Platform::CInjectedFault first(Platform::EFault::ListDirectory, 1, EACCES);
+    const CInjectedFault first(EFault::ListDirectory, 1, EACCES);
     EXPECT_EQ(ErrorOf([&] { find.Open(Path("mails/*")); }), "13/5");
 }
 

@@ -85,8 +85,7 @@ TEST_F(ReplacingFileTest, KeepsModeAndOwnerOfWhatItReplaces)
     const bool bMayGive = chown(m_strTarget.Text(), OTHER, OTHER) == 0;
     ASSERT_EQ(chmod(m_strTarget.Text(), 0647), 0);
     Replace();
-    struct stat status
-    {};
+    struct stat status = {};
     ASSERT_EQ(stat(m_strTarget.Text(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777u, 0647u);
     EXPECT_EQ(status.st_uid, bMayGive ? OTHER : getuid());
@@ -96,14 +95,9 @@ TEST_F(ReplacingFileTest, KeepsModeAndOwnerOfWhatItReplaces)
 TEST_F(ReplacingFileTest, LeavesNothingBehindWhenItFails)
 {
     using enum Platform::EFault;
-    for (const auto& [fault, nCall] : {std::pair(Open, 1u),
-                                       {Open, 2u},
-                                       {Lock, 1u},
-                                       {Lock, 2u},
-                                       {Write, 1u},
-                                       {Close, 1u},
-                                       {Flush, 1u},
-                                       {Rename, 1u}}) {
+    const std::pair<Platform::EFault, unsigned> cases[] = {{Open, 1},  {Open, 2},  {Lock, 1},  {Lock, 2},
+                                                           {Write, 1}, {Close, 1}, {Flush, 1}, {Rename, 1}};
+    for (const auto& [fault, nCall] : cases) {
         const Platform::CInjectedFault failing(fault, nCall, EIO);
         EXPECT_THROW(Replace(), CFileException) << static_cast<int>(fault) << " " << nCall;
         EXPECT_EQ(m_directory.Read("target"), "old");

@@ -39,11 +39,12 @@ TEST_F(ServiceTest, TellsTheManagerOfEveryTransition)
     EXPECT_EQ(child.Line(), "start other.cfg");
     Hears({STARTING, READY});
     EXPECT_EQ(child.Line(), "run");
-    for (const char* pszPause : {"pause", "pause again"}) {
-        child.Send(SIGUSR1);
-        EXPECT_EQ(child.Line(), pszPause);
-        Hears({"STATUS=Pausing", PAUSED});
-    }
+    child.SendControl(Platform::CONTROL_PAUSE);
+    EXPECT_EQ(child.Line(), "pause");
+    Hears({"STATUS=Pausing", PAUSED});
+    child.Send(SIGUSR1);
+    EXPECT_EQ(child.Line(), "pause again");
+    Hears({"STATUS=Pausing", PAUSED});
     child.Send(SIGUSR2);
     EXPECT_EQ(child.Line(), "continue");
     Hears({"STATUS=Continuing", READY});
@@ -52,7 +53,12 @@ TEST_F(ServiceTest, TellsTheManagerOfEveryTransition)
     EXPECT_THAT(m_manager.Next(), StartsWith("RELOADING=1\nMONOTONIC_USEC="));
     EXPECT_EQ(child.Line(), "custom 129");
     Hears({READY});
-    child.Send(SIGTERM);
+    child.Send(SIGPIPE);  // nothing
+    child.Send(SIGRTMIN); // nothing without a number
+    child.SendControl(200);
+    EXPECT_EQ(child.Line(), "custom 200");
+    Hears({READY});
+    child.Send(SIGTERM); // kept if the other is still busy
     EXPECT_EQ(child.Rest(), "stop\n");
     Hears({STOPPING, "STOPPING=1\nSTATUS=Stopped, error 1066 (7)"});
     EXPECT_EQ(child.ExitCode(), 0);
@@ -61,22 +67,6 @@ TEST_F(ServiceTest, TellsTheManagerOfEveryTransition)
     EXPECT_EQ(failing.Rest(), "start talker.cfg\n");
     Hears({STARTING, "STOPPING=1\nSTATUS=Stopped"});
     EXPECT_EQ(failing.ExitCode(), 0);
-}
-
-TEST_F(ServiceTest, TakesControlsByNumber)
-{
-    CTalkingChild child(SERVICE, {}, m_environment);
-    Hears({STARTING, READY});
-    child.Line();
-    EXPECT_EQ(child.Line(), "run");
-    child.Send(SIGRTMIN); // without a number
-    child.Send(SIGPIPE);
-    child.SendControl(Platform::CONTROL_PAUSE);
-    Hears({"STATUS=Pausing", PAUSED});
-    child.SendControl(200);
-    child.SendControl(Platform::CONTROL_SHUTDOWN); // kept if the other is still busy
-    EXPECT_EQ(child.Rest(), "pause\ncustom 200\nshutdown\nstop\n");
-    EXPECT_EQ(child.ExitCode(), 0);
 }
 
 TEST_F(ServiceTest, KeepsAStopThatComesWhileItIsBusyAndIgnoresTheRest)

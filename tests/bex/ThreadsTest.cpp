@@ -9,14 +9,13 @@
 #include "support/CLogRecorder.h"
 
 #include <cerrno>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <thread>
 #include <unistd.h>
 
 using namespace Bex;
-using testing::ElementsAre;
 
 namespace {
 
@@ -33,7 +32,7 @@ using CWorldPtr = std::shared_ptr<SWorld>;
 class ThreadTest : public testing::Test
 {
 protected:
-    const CLogRecorder m_log;
+    CLogRecorder m_log;
     const CWorldPtr m_pWorld = std::make_shared<SWorld>();
 };
 
@@ -73,8 +72,7 @@ TEST_F(ThreadTest, StopsWhenAskedAndCanStartAgain)
         EXPECT_EQ(worker.Id(), 0U);
         EXPECT_EQ(worker.m_nStopRequests, nRound);
     }
-    EXPECT_THAT(m_log.Lines(),
-                ElementsAre("3 m_hThread != NULL in Bex/CThread:101", "3 m_hThread != NULL in Bex/CThread:101"));
+    EXPECT_EQ(m_log.Take(), "3 m_hThread != NULL in Bex/CThread:101\n3 m_hThread != NULL in Bex/CThread:101\n");
 }
 
 TEST_F(ThreadTest, LetsGoOfItselfWhenItsBodyEnds)
@@ -106,9 +104,9 @@ TEST_F(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
     m_pWorld->release.Set();
     EXPECT_TRUE(m_pWorld->destroyed.Wait(LONG));
     EXPECT_TRUE(Becomes([] { return !CThread::AnyAbandoned(); }));
-    EXPECT_THAT(m_log.Lines(), ElementsAre("3 Wait timed out in Bex/CThread:151",
-                                           "3 TerminateThread failed in Bex/CThread:205 with error 50",
-                                           "3 m_dwThreadID != 0 in Bex/CThread:106"));
+    EXPECT_EQ(m_log.Take(),
+              "3 Wait timed out in Bex/CThread:151\n3 TerminateThread failed in Bex/CThread:205 with error "
+              "50\n3 m_dwThreadID != 0 in Bex/CThread:106\n");
 }
 
 TEST_F(ThreadTest, ALateEndAfterAStopIsCleanedUp)
@@ -134,7 +132,7 @@ TEST_F(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
     const Platform::CInjectedFault fault(Platform::EFault::CreateThread, 1, EAGAIN);
     EXPECT_FALSE(std::make_unique<CWorker>(m_pWorld, true).release()->Start());
     EXPECT_TRUE(m_pWorld->destroyed.IsSet());
-    EXPECT_THAT(m_log.Lines(), ElementsAre("3 _beginthreadex failed in Bex/CThread:118 with error 1450"));
+    EXPECT_EQ(m_log.Take(), "3 _beginthreadex failed in Bex/CThread:118 with error 1450\n");
 }
 
 TEST(LockTest, ACriticalSectionIsRecursiveAndTimesOutForOthers)
