@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 using namespace Bex;
 using Platform::ETreeAction;

@@ -2,7 +2,6 @@
 #include "Platform/ServiceUnit.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "support/CTalkingChild.h"
 #include "support/CTemporaryDirectory.h"

@@ -134,14 +134,12 @@ TEST(IPAddressTest, KnowsItsTextsAndRanges)
     ipv4.Set("198.51.100.7");
     EXPECT_EQ(ipv4.Text(), "198.51.100.7");
     EXPECT_EQ(ipv4.ReverseName(), "7.100.51.198");
-    EXPECT_FALSE(CIPv4Address().IsValid());
-    EXPECT_TRUE(CIPv4Address("255.255.255.255").IsValid());
+    EXPECT_TRUE(CIPv4Address("255.255.255.255").IsValid() && !CIPv4Address().IsValid());
     for (const char* pszPrivate : {"10.255.0.1", "172.16.0.1", "172.31.255.255", "192.168.1.1"})
         EXPECT_TRUE(CIPv4Address(pszPrivate).IsPrivate()) << pszPrivate;
     for (const char* pszPublic : {"11.0.0.1", "172.32.0.1", "172.15.0.1", "192.169.0.1"})
         EXPECT_FALSE(CIPv4Address(pszPublic).IsPrivate()) << pszPublic;
-    EXPECT_TRUE(CIPv4Address("127.9.9.9").IsLoopback());
-    EXPECT_TRUE(CIPv4Address("169.254.1.1").IsLinkLocal());
+    EXPECT_TRUE(CIPv4Address("127.9.9.9").IsLoopback() && CIPv4Address("169.254.1.1").IsLinkLocal());
     const CIPv6Address ipv6("2001:DB8:0:0:0:0:0:1a");
     EXPECT_EQ(ipv6.Text(), "2001:db8::1a");
     EXPECT_EQ(ipv6.ReverseName(), "a.1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.8.b.d.0.1.0.0.2");

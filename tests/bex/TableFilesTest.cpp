@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 using namespace Bex;
+namespace fs = std::filesystem;
 using Platform::CInjectedFault, Platform::EFault;
 
 namespace {
@@ -28,12 +29,6 @@ protected:
     CSimpleString Write(const std::string& strName, const std::string& strText) const
     {
         return CSimpleString(m_directory.Write(strName, strText));
-    }
-    /// As if the file had been written so much later.
-    void Touch(const std::string& strName, std::chrono::milliseconds later) const
-    {
-        const std::string strPath = m_directory / strName;
-        std::filesystem::last_write_time(strPath, std::filesystem::last_write_time(strPath) + later);
     }
     CTemporaryDirectory m_directory;
     CConfigFile m_config;
@@ -93,11 +88,12 @@ TEST_F(TableFilesTest, TellWhenTheFileWasWrittenLaterAndKeepTheContentOfALostOne
     EXPECT_FALSE(table.HasChanged());
     ASSERT_TRUE(table.Load(Write("file", "a: 1\n")) && list.Load(Path("file")));
     EXPECT_FALSE(table.HasChanged() || list.HasFileChanged());
-    Touch("file", std::chrono::milliseconds(1));
+    const fs::path path(Path("file").Text());
+    fs::last_write_time(path, fs::last_write_time(path) + std::chrono::milliseconds(1));
     EXPECT_TRUE(table.HasChanged() && list.HasFileChanged());
     ASSERT_TRUE(list.Load(list.FileName()));
     EXPECT_FALSE(list.HasFileChanged());
-    std::filesystem::remove(m_directory / "file");
+    fs::remove(path);
     EXPECT_FALSE(table.HasChanged() || list.HasFileChanged());
     EXPECT_FALSE(table.Load(Path("file")) || list.Load(Path("file")));
     EXPECT_TRUE(table.Contains("a"));
@@ -111,7 +107,7 @@ TEST_F(TableFilesTest, StandWhateverIsInTheFile)
     EXPECT_EQ(m_config.GetInt("a", 0), 1);
     EXPECT_EQ(m_config.GetInt("c", 0), 3);
     EXPECT_FALSE(m_config.Load(Write("endless", "a: " + std::string(2u << 20, 'x'))));
-    std::filesystem::create_symlink("/dev/zero", m_directory / "device");
+    fs::create_symlink("/dev/zero", m_directory / "device");
     EXPECT_FALSE(m_config.Load(Path("device")) || CStorableStringList(true).Load(Path("device")));
     EXPECT_FALSE(m_config.Load(Path("")));
     const CInjectedFault fault(EFault::Read, 1, EIO);
@@ -124,7 +120,7 @@ TEST_F(TableFilesTest, AFailedSaveLeavesTheFileAlone)
     m_config.Set("a", "2");
     const CInjectedFault full(EFault::Write, 1, ENOSPC), broken(EFault::Rename, 1, EIO);
     EXPECT_THROW(m_config.Save(), CFileException);
-    EXPECT_FALSE(std::filesystem::exists(m_directory / "config.tmp"));
+    EXPECT_FALSE(fs::exists(m_directory / "config.tmp"));
     EXPECT_FALSE(m_config.Save());
     EXPECT_EQ(m_directory.Read("config.tmp"), "a: 2\n"); // for the administrator to find
     EXPECT_EQ(m_directory.Read("config"), "a: 1\n");

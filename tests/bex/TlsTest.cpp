@@ -7,7 +7,6 @@
 
 #include <functional>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 
 using namespace Bex;
