@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,13 +24,6 @@ protected:
         file.WriteString("new");
         file.MakeDurable();
         file.Commit();
-    }
-    std::set<std::string> Names() const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(m_directory.Path()))
-            names.insert(entry.path().filename());
-        return names;
     }
     using Set = std::set<std::string>;
     const CTemporaryDirectory m_directory;
@@ -59,7 +51,8 @@ TEST_F(ReplacingFileTest, WritesToNothingThatHasTheTemporaryName)
         Replace();
         EXPECT_EQ(m_directory.Read("target"), "new") << planted.pszKind;
         EXPECT_EQ(m_directory.Read("victim"), "keep") << planted.pszKind;
-        EXPECT_EQ(Names(), planted.bRemoved ? (Set{"target", "victim"}) : (Set{".target.tmp", "target", "victim"}))
+        EXPECT_EQ(m_directory.Names(),
+                  planted.bRemoved ? (Set{"target", "victim"}) : (Set{".target.tmp", "target", "victim"}))
             << planted.pszKind;
         fs::remove(m_strTemporary);
     }
@@ -72,7 +65,7 @@ TEST_F(ReplacingFileTest, StepsAroundOneThatIsInUseAndSparesItWhenItIsClosed)
     first.Close();
     EXPECT_FALSE(CFile::RemoveUnlessInUse(CSimpleString(m_strTemporary)));
     Replace();
-    EXPECT_EQ(Names(), (Set{".target.tmp", "target"}));
+    EXPECT_EQ(m_directory.Names(), (Set{".target.tmp", "target"}));
     first.Commit();
     EXPECT_EQ(m_directory.Read("target"), "first");
     CFile reader; // nobody takes it for one that is still being written
@@ -101,7 +94,7 @@ TEST_F(ReplacingFileTest, LeavesNothingBehindWhenItFails)
         const Platform::CInjectedFault failing(fault, nCall, EIO);
         EXPECT_THROW(Replace(), CFileException) << static_cast<int>(fault) << " " << nCall;
         EXPECT_EQ(m_directory.Read("target"), "old");
-        EXPECT_EQ(Names(), Set{"target"}) << static_cast<int>(fault) << " " << nCall;
+        EXPECT_EQ(m_directory.Names(), Set{"target"}) << static_cast<int>(fault) << " " << nCall;
     }
     CReplacingFile file(m_strTarget);
     file.WriteString("half");
@@ -120,7 +113,7 @@ TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
         EXPECT_EQ(file.CommitNew(), strName == strLong);
     }
     EXPECT_EQ(m_directory.Read("target") + m_directory.Read(strLong), "oldnew");
-    EXPECT_EQ(Names(), (Set{"target", strLong}));
+    EXPECT_EQ(m_directory.Names(), (Set{"target", strLong}));
 }
 
 } // namespace

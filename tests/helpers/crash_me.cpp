@@ -15,115 +15,90 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#define CRASHES extern "C" __attribute__((noinline, noclone, no_sanitize("address", "undefined", "thread")))
+#define UNWATCHED __attribute__((noinline, noclone, no_sanitize("address", "undefined", "thread")))
 
 namespace {
+
+using Platform::CNativeThread;
 
 int* volatile s_pNowhere = nullptr;
 volatile int s_iZero = 0;
 volatile double s_fZero = 0;
 volatile int s_iSink = 0;
+void (*s_way)() = nullptr;
 
-CRASHES void CrashByWrite() { *s_pNowhere = 1; }
-CRASHES void CrashByRead() { s_iSink = *s_pNowhere; }
-CRASHES void CrashByTrap() { s_iSink = raise(SIGTRAP); }
-CRASHES void CrashByAbort() { std::abort(); }
-CRASHES void CrashByDivision() { s_iSink = 100 / s_iZero; }
-CRASHES void CrashBySignal() { s_iSink = raise(SIGSYS); }
-CRASHES void CrashByThrow() { throw std::runtime_error("nobody catches this"); }
-CRASHES void CrashByTerminate() { std::terminate(); }
-
-CRASHES void CrashByJump()
+/// What is to be seen in the dump, whatever it calls.
+UNWATCHED void CrashHere()
 {
-    reinterpret_cast<void (*)()>(s_pNowhere)();
-    s_iSink = 1; // so that the call is no jump and the caller stays to be seen
+    volatile char frame[1000];
+    frame[0] = 1;
+    s_way();
+    s_iSink = frame[0]; // so that the call is no jump
 }
 
-CRASHES void CrashByFloatingPoint()
+UNWATCHED void Write() { *s_pNowhere = 1; }
+UNWATCHED void Read() { s_iSink = *s_pNowhere; }
+UNWATCHED void Jump() { reinterpret_cast<void (*)()>(s_pNowhere)(); }
+UNWATCHED void Divide() { s_iSink = 100 / s_iZero; }
+
+UNWATCHED void DivideFloating()
 {
     feenableexcept(FE_DIVBYZERO);
     s_fZero = 1.0 / s_fZero;
 }
 
-CRASHES int CrashByRecursion(int iDepth)
-{
-    volatile char frame[1000];
-    frame[0] = static_cast<char>(iDepth);
-    return iDepth < 0 ? 0 : CrashByRecursion(iDepth + 1) + frame[0];
-}
-
-CRASHES void CrashByHeap()
-{
-    volatile char* volatile pBlock = static_cast<volatile char*>(std::malloc(40));
-    for (int i = -16; i < 0; ++i)
-        pBlock[i] = 'A'; // the allocator's own words
-    std::free(const_cast<char*>(pBlock));
-    s_iSink = 1;
-}
-
-/// Reads behind the end of a file that is mapped.
-CRASHES void CrashByFile()
+UNWATCHED void ReadBehindTheEndOfAMappedFile()
 {
     const int iFile = open("/tmp", O_TMPFILE | O_RDWR, 0600);
-    const auto* p = static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, iFile, 0));
-    s_iSink = *p;
+    s_iSink = *static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, iFile, 0));
 }
 
-#if defined(__x86_64__)
-CRASHES void CrashByInstruction() { asm volatile("ud2"); }
-CRASHES void CrashByPrivilege() { asm volatile("hlt"); }
-CRASHES void CrashByBreakpoint() { asm volatile("int3"); }
-CRASHES void CrashByWildAddress() { s_iSink = *reinterpret_cast<volatile int*>(0x4141414141414141); }
-#endif
-
-CRASHES void CrashTwice()
+void CrashTwice()
 {
     static std::atomic<int> iReady = 0;
     const auto crash = [](void*) {
         for (++iReady; iReady < 2;)
             ;
-        CrashByWrite();
+        Write();
     };
-    const auto pOther = Platform::CNativeThread::Create(crash, nullptr);
+    const auto pOther = CNativeThread::Create(crash, nullptr);
     crash(nullptr);
 }
 
 /// No process can be started any more, not by this user.
-CRASHES void CrashWithoutProcesses()
+void CrashWithoutProcesses()
 {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_NPROC, &none);
-    CrashByWrite();
+    Write();
 }
 
-CRASHES void CrashWithoutDescriptors()
+void CrashWithoutDescriptors()
 {
     const rlimit few{20, 20};
     setrlimit(RLIMIT_NOFILE, &few);
     while (open("/dev/null", O_RDONLY) >= 0)
         ;
-    CrashByWrite();
+    Write();
 }
 
 const std::map<std::string, void (*)()> WAYS = {
-    {"write", CrashByWrite},
-    {"read", CrashByRead},
-    {"jump", CrashByJump},
-    {"trap", CrashByTrap},
-    {"abort", CrashByAbort},
-    {"division", CrashByDivision},
-    {"signal", CrashBySignal},
-    {"throw", CrashByThrow},
-    {"terminate", CrashByTerminate},
-    {"float", CrashByFloatingPoint},
-    {"recursion", [] { s_iSink = CrashByRecursion(0); }},
-    {"heap", CrashByHeap},
-    {"file", CrashByFile},
+    {"write", Write},
+    {"read", Read},
+    {"jump", Jump},
+    {"recursion", CrashHere},
+    {"abort", std::abort},
+    {"throw", [] { throw std::runtime_error("nobody catches this"); }},
+    {"terminate", std::terminate},
+    {"division", Divide},
+    {"float", DivideFloating},
+    {"file", ReadBehindTheEndOfAMappedFile},
+    {"trap", [] { raise(SIGTRAP); }},
+    {"signal", [] { raise(SIGSYS); }},
 #if defined(__x86_64__)
-    {"instruction", CrashByInstruction},
-    {"privilege", CrashByPrivilege},
-    {"breakpoint", CrashByBreakpoint},
-    {"wild", CrashByWildAddress},
+    {"instruction", [] { asm volatile("ud2"); }},
+    {"privilege", [] { asm volatile("hlt"); }},
+    {"wild", []() UNWATCHED { s_iSink = *reinterpret_cast<volatile int*>(0x4141414141414141); }},
 #endif
     {"twice", CrashTwice},
     {"noprocess", CrashWithoutProcesses},
@@ -156,13 +131,9 @@ int main(int argc, char** argv)
         return 1;
     for (int i = 3; i < argc; ++i)
         Prepare(argv[i]);
-    void (*crash)() = WAYS.at(argv[1]);
-    if (std::string(argv[2]) == "main") {
-        crash();
-        return 0;
-    }
-    const auto pThread =
-        Platform::CNativeThread::Create([](void* pCrash) { (*static_cast<void (**)()>(pCrash))(); }, &crash);
-    pThread->Join();
-    return 0;
+    s_way = WAYS.at(argv[1]);
+    if (std::string(argv[2]) == "main")
+        CrashHere();
+    else
+        CNativeThread::Create([](void*) { CrashHere(); }, nullptr)->Join();
 }

@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 
 using namespace Platform;
@@ -17,28 +18,19 @@ using testing::ElementsAreArray;
 
 namespace {
 
-struct SCommandLine
+TEST(SplitCommandLineTest, GivesTheArguments)
 {
-    const char* pszText;
-    std::vector<std::string> arguments;
-};
-
-class SplitCommandLineTest : public testing::TestWithParam<SCommandLine>
-{};
-
-TEST_P(SplitCommandLineTest, GivesTheArguments)
-{
-    EXPECT_THAT(SplitCommandLine(GetParam().pszText), ElementsAreArray(GetParam().arguments));
+    const std::pair<const char*, std::vector<std::string>> CASES[] = {
+        {" \t ", {}},
+        {"a  b\tc ", {"a", "b", "c"}},
+        {R"(p "/a b/1.eml" -t "" -k)", {"p", "/a b/1.eml", "-t", "", "-k"}},
+        {R"(c:\a\\b "d\e f")", {R"(c:\a\\b)", R"(d\e f)"}},
+        {R"(\"a\" "b\"c" "d\\" e)", {"\"a\"", "b\"c", "d\\", "e"}},
+        {R"(a"b c"d "e""f" \\\"g)", {"ab cd", "e\"f", "\\\"g"}},
+        {R"("open end\)", {R"(open end\)"}}};
+    for (const auto& [pszText, arguments] : CASES)
+        EXPECT_THAT(SplitCommandLine(pszText), ElementsAreArray(arguments));
 }
-
-INSTANTIATE_TEST_SUITE_P(Quoted, SplitCommandLineTest,
-                         testing::Values(SCommandLine{" \t ", {}}, SCommandLine{"a  b\tc ", {"a", "b", "c"}},
-                                         SCommandLine{R"(p "/a b/1.eml" -t "" -k)",
-                                                      {"p", "/a b/1.eml", "-t", "", "-k"}},
-                                         SCommandLine{R"(c:\a\\b "d\e f")", {R"(c:\a\\b)", R"(d\e f)"}},
-                                         SCommandLine{R"(\"a\" "b\"c" "d\\" e)", {"\"a\"", "b\"c", "d\\", "e"}},
-                                         SCommandLine{R"(a"b c"d "e""f" \\\"g)", {"ab cd", "e\"f", "\\\"g"}},
-                                         SCommandLine{R"("open end\)", {R"(open end\)"}}));
 
 TEST(QuoteArgumentTest, IsUndoneBySplitting)
 {
@@ -119,23 +111,20 @@ TEST_F(ProcessTest, FailureToStartIsToldExactly)
     const std::string strPlain = Script("plain", "exit 0", 0644);
     const std::string strLost = Script("lost", "#!/no/such/interpreter\n");
     const std::string strGood = Script("good", "exit 0");
-    struct SCase
-    {
-        std::string strProgram;
-        std::string strCommandLine;
-        std::string strDirectory;
-        uint32_t dwExpected;
-    };
-    for (const SCase& test :
-         {SCase{"", "tobix-no-such-program", "", SYS_FILE_NOT_FOUND},
-          SCase{"", m_world / "missing", "", SYS_FILE_NOT_FOUND}, SCase{strPlain, "plain", "", SYS_ACCESS_DENIED},
-          SCase{m_world.Path(), "directory", "", SYS_ACCESS_DENIED}, SCase{strLost, "lost", "", SYS_FILE_NOT_FOUND},
-          SCase{strGood, "good", m_world / "missing", SYS_DIRECTORY},
-          SCase{strGood, std::string("good \0-x", 8), "", SYS_INVALID_PARAMETER},
-          SCase{"", " ", "", SYS_INVALID_PARAMETER}}) {
+    const std::string strMissing = m_world / "missing", strNul("good \0-x", 8);
+    for (const auto& [strProgram, strCommandLine, strDirectory, dwExpected] :
+         std::vector<std::tuple<std::string, std::string, std::string, uint32_t>>{
+             {"", "tobix-no-such-program", "", SYS_FILE_NOT_FOUND},
+             {"", strMissing, "", SYS_FILE_NOT_FOUND},
+             {strPlain, "plain", "", SYS_ACCESS_DENIED},
+             {m_world.Path(), "directory", "", SYS_ACCESS_DENIED},
+             {strLost, "lost", "", SYS_FILE_NOT_FOUND},
+             {strGood, "good", strMissing, SYS_DIRECTORY},
+             {strGood, strNul, "", SYS_INVALID_PARAMETER},
+             {"", " ", "", SYS_INVALID_PARAMETER}}) {
         SetLastError({});
-        EXPECT_EQ(CChildProcess::Start(test.strProgram, test.strCommandLine, test.strDirectory.c_str()), nullptr);
-        EXPECT_EQ(LastError().dwSysError, test.dwExpected) << test.strProgram << " " << test.strCommandLine;
+        EXPECT_EQ(CChildProcess::Start(strProgram, strCommandLine, strDirectory.c_str()), nullptr);
+        EXPECT_EQ(LastError().dwSysError, dwExpected) << strProgram << " " << strCommandLine;
     }
     const CInjectedFault fault(EFault::CreateProcess, 1, ENOMEM);
     EXPECT_EQ(CChildProcess::Start(strGood, "", nullptr), nullptr);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 #include <stdlib.h>
 #include <string>
@@ -42,6 +43,14 @@ public:
     {
         std::ifstream file(m_path / strName, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
+    }
+    /// Of all that lies directly in it.
+    std::set<std::string> Names() const
+    {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(m_path))
+            names.insert(entry.path().filename());
+        return names;
     }
 
 private:
