@@ -5,6 +5,7 @@
 #include "Platform/Clock.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/Result.h"
+#include "Platform/linux/watch/CTreeRecords.h"
 #include "Platform/linux/watch/CWatchedTree.h"
 #include "Platform/linux/watch/NotifyQueue.h"
 
@@ -20,7 +21,6 @@ using SDirectory = CWatchedTree::SDirectory;
 
 /// The kernel queues the two halves of a rename one right after the other, but not as one.
 constexpr unsigned LONGEST_RENAME = 20; ///< milliseconds
-constexpr size_t RECORD_BYTES = 16;     ///< that a record takes besides its name
 
 class CNotifyQueue : public IWaitable
 {
@@ -47,9 +47,9 @@ struct SOpenRename
 /// the kernel's queue itself so that it never answers behind what has happened.
 struct CTreeWatch::SState
 {
-    explicit SState(CEventHandle& theReady) : ready(theReady) {}
+    SState(CEventHandle& ready, size_t nBufferBytes, Filter filter) : records(ready, nBufferBytes, std::move(filter)) {}
     ~SState();
-    bool Open(const char* pszRoot, size_t nTheBufferBytes, Filter theFilter);
+    bool Open(const char* pszRoot);
     bool Fetch(std::vector<STreeRecord>& fetched);
 
     void Pump();
@@ -67,16 +67,10 @@ struct CTreeWatch::SState
     void Scan(SDirectory& directory, bool bReport);
     void Rebuild();
 
-    bool IsWanted(const std::string& strAName) const { return !filter || filter(strAName); }
-    bool IsToldAlready(ETreeAction action, const std::string& strAName);
-    void Keep(ETreeAction action, const std::string& strAName);
-    void KeepRename(const std::string& strOld, const std::string& strNew);
-    void Lose();
-
     std::mutex mutex;
     CNotifyQueue queue;
     CWatchedTree tree;
-    Filter filter;
+    CTreeRecords records;
     std::string strName; ///< of the event in hand, relative to the root
     SOpenRename rename;
     bool bScanningAll = false;
@@ -85,12 +79,6 @@ struct CTreeWatch::SState
     bool bRootGone = false;
     bool bStop = false;
 
-    std::vector<STreeRecord> records;
-    size_t nBufferBytes = 0;
-    size_t nUsedBytes = 0;
-    bool bLost = false;
-
-    CEventHandle& ready;
     CEventHandle wake; ///< of the pump thread
     std::unique_ptr<CNativeThread> pThread;
 };
@@ -107,11 +95,9 @@ CTreeWatch::SState::~SState()
     pThread->Join();
 }
 
-bool CTreeWatch::SState::Open(const char* pszRoot, size_t nTheBufferBytes, Filter theFilter)
+bool CTreeWatch::SState::Open(const char* pszRoot)
 {
-    filter = std::move(theFilter);
-    nBufferBytes = nTheBufferBytes;
-    if (!ready.IsValid() || !wake.IsValid())
+    if (!wake.IsValid())
         return false;
     queue.m_queue = CDescriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (!queue.m_queue.IsValid() || !tree.Open(queue.m_queue.Get(), pszRoot))
@@ -129,10 +115,7 @@ bool CTreeWatch::SState::Fetch(std::vector<STreeRecord>& fetched)
     Drain();
     if (rename.bOpen)
         wake.Set(); // the pump settles it, and may have slept through its coming
-    fetched.swap(records);
-    nUsedBytes = 0;
-    ready.Reset();
-    return !std::exchange(bLost, false);
+    return records.Take(fetched);
 }
 
 void CTreeWatch::SState::Pump()
@@ -146,7 +129,7 @@ void CTreeWatch::SState::Pump()
             return;
         Drain();
         if (result == EWaitResult::Failed)
-            return Lose();
+            return records.Lose();
         if (rename.bOpen && TickCount() - rename.ui64Since >= LONGEST_RENAME) // steady traffic never times out
             SettleRename();
         dwPatience = rename.bOpen ? LONGEST_RENAME : INFINITE;
@@ -158,7 +141,7 @@ void CTreeWatch::SState::Drain()
     const bool bRead = DrainNotifications(
         queue.m_queue.Get(), [this](const inotify_event& event, std::string_view strLeaf) { Take(event, strLeaf); });
     if (!bRead)
-        Lose();
+        records.Lose();
     if (bOutOfStep)
         Rebuild();
 }
@@ -188,9 +171,9 @@ void CTreeWatch::SState::Take(const inotify_event& event, std::string_view strLe
     else if ((event.mask & IN_MOVED_TO) != 0)
         OnMovedTo(*pParent, strLeaf, event.cookie, bDirectory);
     else if ((event.mask & IN_CLOSE_WRITE) != 0)
-        Keep(ETreeAction::Modified, strName);
+        records.Keep(ETreeAction::Modified, strName);
     else if ((event.mask & IN_DELETE) != 0) {
-        Keep(ETreeAction::Removed, strName);
+        records.Keep(ETreeAction::Removed, strName);
         if (bDirectory)
             Forget(*pParent, strLeaf);
     }
@@ -200,18 +183,18 @@ void CTreeWatch::SState::TakeOfDirectoryItself(SDirectory& directory, uint32_t d
 {
     if (&directory == &tree.Root()) {
         if (!std::exchange(bRootGone, true))
-            Lose();
+            records.Lose();
         return;
     }
     if ((dwMask & IN_UNMOUNT) != 0)
-        Lose();
+        records.Lose();
     if ((dwMask & IN_IGNORED) != 0)
         tree.Forget(directory);
 }
 
 void CTreeWatch::SState::OnAppeared(SDirectory& parent, std::string_view strLeaf, bool bDirectory)
 {
-    Keep(ETreeAction::Added, strName);
+    records.Keep(ETreeAction::Added, strName);
     if (bDirectory)
         AddDirectory(parent, strLeaf, true);
 }
@@ -234,7 +217,7 @@ void CTreeWatch::SState::OnMovedTo(SDirectory& parent, std::string_view strLeaf,
     if (!rename.bOpen || rename.dwCookie != dwCookie)
         return OnAppeared(parent, strLeaf, bDirectory);
     rename.bOpen = false;
-    KeepRename(rename.strName, strName);
+    records.KeepRename(rename.strName, strName);
     if (bDirectory)
         FollowDirectory(parent, strLeaf);
 }
@@ -255,7 +238,7 @@ void CTreeWatch::SState::SettleRename()
 {
     if (!std::exchange(rename.bOpen, false))
         return;
-    Keep(ETreeAction::Removed, rename.strName);
+    records.Keep(ETreeAction::Removed, rename.strName);
     const SDirectory* pParent = tree.Find(rename.iParentWatch);
     if (rename.bDirectory && pParent != nullptr)
         Forget(*pParent, rename.strLeaf);
@@ -282,7 +265,7 @@ void CTreeWatch::SState::AddDirectory(SDirectory& parent, std::string_view strLe
         bMissed = bMissed || !tree.IsInPlace(parent);
         return;
     case CWatchedTree::EAdded::Failed:
-        return Lose();
+        return records.Lose();
     }
 }
 
@@ -292,7 +275,7 @@ void CTreeWatch::SState::Scan(SDirectory& directory, bool bReport)
     CDirectoryListing listing;
     if (!listing.Read(tree.FullPath(directory, ""))) {
         if (LastError().iLibError != LIB_NO_ENTRY)
-            Lose();
+            records.Lose();
         return;
     }
     std::string strFound;
@@ -300,7 +283,7 @@ void CTreeWatch::SState::Scan(SDirectory& directory, bool bReport)
         const SDirectoryEntry entry = listing.At(nIndex);
         if (bReport) {
             tree.RelativeName(directory, entry.pszName, strFound);
-            Keep(ETreeAction::Added, strFound);
+            records.Keep(ETreeAction::Added, strFound);
         }
         if (entry.bDirectory)
             AddDirectory(directory, entry.pszName, bReport);
@@ -310,7 +293,7 @@ void CTreeWatch::SState::Scan(SDirectory& directory, bool bReport)
 /// After a gap it is not known what happened, only what to watch from now on.
 void CTreeWatch::SState::Rebuild()
 {
-    Lose();
+    records.Lose();
     bMissed = false;
     rename.bOpen = false;
     bScanningAll = true;
@@ -321,50 +304,6 @@ void CTreeWatch::SState::Rebuild()
     bOutOfStep = false;
 }
 
-/// By the last record, which then stands for both. A burst of new files takes half the space.
-bool CTreeWatch::SState::IsToldAlready(ETreeAction action, const std::string& strAName)
-{
-    if (records.empty() || action != ETreeAction::Modified || records.back().strName != strAName)
-        return false;
-    ETreeAction& last = records.back().action;
-    if (last == ETreeAction::Added)
-        last = ETreeAction::Modified;
-    return last == ETreeAction::Modified;
-}
-
-void CTreeWatch::SState::Keep(ETreeAction action, const std::string& strAName)
-{
-    if (!IsWanted(strAName) || IsToldAlready(action, strAName))
-        return;
-    const size_t nBytes = RECORD_BYTES + strAName.size();
-    if (nUsedBytes + nBytes > nBufferBytes)
-        return Lose();
-    nUsedBytes += nBytes;
-    records.push_back({action, strAName});
-    if (records.size() == 1)
-        ready.Set();
-}
-
-/// Both halves or none; they are wanted when either name is.
-void CTreeWatch::SState::KeepRename(const std::string& strOld, const std::string& strNew)
-{
-    if (!IsWanted(strOld) && !IsWanted(strNew))
-        return;
-    const size_t nBytes = 2 * RECORD_BYTES + strOld.size() + strNew.size();
-    if (nUsedBytes + nBytes > nBufferBytes)
-        return Lose();
-    nUsedBytes += nBytes;
-    records.push_back({ETreeAction::RenamedFrom, strOld});
-    records.push_back({ETreeAction::RenamedTo, strNew});
-    ready.Set();
-}
-
-void CTreeWatch::SState::Lose()
-{
-    if (!std::exchange(bLost, true))
-        ready.Set();
-}
-
 CTreeWatch::CTreeWatch() = default;
 
 CTreeWatch::~CTreeWatch() { Close(); }
@@ -372,8 +311,10 @@ CTreeWatch::~CTreeWatch() { Close(); }
 bool CTreeWatch::Open(const char* pszRoot, size_t nBufferBytes, Filter filter)
 {
     Close();
-    m_pState = std::make_unique<SState>(m_ready);
-    if (m_pState->Open(pszRoot, nBufferBytes, std::move(filter)))
+    if (!m_ready.IsValid())
+        return false;
+    m_pState = std::make_unique<SState>(m_ready, nBufferBytes, std::move(filter));
+    if (m_pState->Open(pszRoot))
         return true;
     Close();
     return false;
