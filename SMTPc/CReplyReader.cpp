@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr size_t CODE_LENGTH = 3;
 constexpr int LARGEST_CODE = 100'000'000; // longer numbers stop counting here
 
 } // namespace

@@ -14,6 +14,9 @@ public:
     static constexpr size_t MOST_BYTES = size_t{128} * 1024;
     static constexpr size_t MOST_LINES = 512;
 
+    static constexpr size_t CODE_LENGTH = 3;
+    static constexpr size_t TEXT_START = CODE_LENGTH + 1; ///< in a line: behind the code and the character after it
+
     enum class EState { Incomplete, Complete, TooLong };
 
     void Clear();

@@ -15,7 +15,6 @@ namespace {
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPClient";
 constexpr int LEVEL_DEBUG = 7;
 constexpr uint32_t DEFAULT_TIMEOUT = 120; // seconds
-constexpr size_t CODE_LENGTH = 4;         // with the character behind it
 constexpr std::string_view HIDDEN = "********";
 
 /// The lines of a text, each ended by LF.
@@ -39,7 +38,7 @@ bool IsOneWord(std::string_view text)
 size_t LengthOfCode(std::string_view line)
 {
     const size_t nDigits = std::min(line.find_first_not_of("0123456789"), line.size());
-    return nDigits + 1 == CODE_LENGTH ? std::min(line.size(), CODE_LENGTH) : 0;
+    return nDigits == CReplyReader::CODE_LENGTH ? std::min(line.size(), CReplyReader::TEXT_START) : 0;
 }
 
 void LogDebug(std::string_view prefix, std::string_view text)
@@ -142,7 +141,7 @@ std::string CSMTPClient::Shown(std::string_view line) const
 {
     const size_t nText = LengthOfCode(line);
     for (const std::string& strSecret : m_secrets) {
-        const size_t nSecret = line.find(strSecret, strSecret.size() > CODE_LENGTH ? 0 : nText);
+        const size_t nSecret = line.find(strSecret, strSecret.size() > CReplyReader::TEXT_START ? 0 : nText);
         if (nSecret != std::string_view::npos)
             return std::string(line.substr(0, std::min(nSecret, nText))) + std::string(HIDDEN);
     }

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr size_t CODE_LENGTH = 4; // with the character behind it
 constexpr int ACCEPTED = 235;
 constexpr int CHALLENGE = 334;
 constexpr int CHALLENGE_ALSO = 330;
@@ -41,7 +40,7 @@ bool CSMTPClient::AuthCram(const char* pszCommand, Digest digest, const Bex::CSi
     HideSecret(strPassword);
     SendCommand(pszCommand);
     ExpectChallenge();
-    const Bex::CSimpleString strChallenge(Base64Decode(m_strReplyText.View().substr(CODE_LENGTH)).View());
+    const Bex::CSimpleString strChallenge(Base64Decode(m_strReplyText.View().substr(CReplyReader::TEXT_START)).View());
     SendAnswer(Bex::CSimpleString::Formatted("%s %s", strUser.Text(), digest(strChallenge, strPassword).Text()).View());
     return ExpectAccepted();
 }
