@@ -102,14 +102,13 @@ void CLocalAgent::DeliverBatch()
 
 void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
 {
-    if (ProcessQueueFile(strName))
-        return;
-    Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
-    MoveToError(strName);
+    if (!ProcessQueueFile(strName))
+        MoveToError(strName);
 }
 
 void CLocalAgent::MoveToError(const Bex::CSimpleString& strName) const
 {
+    Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
     try {
         Bex::CFile::Move(QueuePath(strName), Bex::PathBelow(m_directories.strError, strName));
     } catch (const Bex::CFileException& exception) {
@@ -130,12 +129,10 @@ void CLocalAgent::FinishGroup()
                       static_cast<int>(error.dwSysError), error.iLibError, SOURCE_FILE, __LINE__);
     }
     for (const CCopyGroup::SDelivered& file : m_delivered) {
-        if (bFlushed) {
+        if (bFlushed)
             m_deletions.Add(QueuePath(file.strName), file.identity);
-        } else {
-            Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", file.strName.Text());
+        else
             MoveToError(file.strName);
-        }
     }
 }
 
@@ -157,7 +154,7 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
     } catch (const Bex::CException& exception) {
         MailLog::DeliveryRaised(strPath, exception);
     } catch (const std::exception& exception) {
-        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), exception.what());
+        MailLog::DeliveryRaised(strPath, exception);
     }
     return false;
 }
@@ -193,7 +190,7 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }
-    Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
+    MailLog::Busy(strPath);
     if (Platform::IsShortage(loaded.error)) {
         m_queue.AskAgain();
         StopEvent().Wait(AFTER_SHORTAGE_MILLIS);

@@ -68,7 +68,7 @@ void CSMTPDeliveryThread::DeliverGuarded()
     } catch (const Bex::CException& exception) {
         MailLog::DeliveryRaised(m_strMailPath, exception);
     } catch (const std::exception& exception) {
-        Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", m_strMailPath.Text(), exception.what());
+        MailLog::DeliveryRaised(m_strMailPath, exception);
     }
     m_pFiles->RetryLater(m_strFileName);
 }
@@ -121,8 +121,7 @@ ELoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
 {
     const SLoadResult load = LoadMail(loaded);
     if (load.result == ELoadResult::Busy) {
-        Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n",
-                        m_strMailPath.Text());
+        MailLog::Busy(m_strMailPath);
     } else if (load.result == ELoadResult::Broken) {
         Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__,
                       load.error.iLibError, m_strMailPath.Text());

@@ -4,6 +4,15 @@
 
 namespace MailLog {
 
+namespace {
+
+void LogRaised(const Bex::CSimpleString& strPath, const char* pszText)
+{
+    Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), pszText);
+}
+
+} // namespace
+
 void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine)
 {
     Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\" msgid=<%s> from=<%s> to=<%s>\n",
@@ -46,7 +55,17 @@ void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& ex
 {
     char szText[1024];
     exception.GetMessage(szText, sizeof(szText));
-    Bex::LogError(Bex::MainLog(), "delivering \"%s\": %s", strPath.Text(), szText);
+    LogRaised(strPath, szText);
+}
+
+void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exception)
+{
+    LogRaised(strPath, exception.what());
+}
+
+void Busy(const Bex::CSimpleString& strPath)
+{
+    Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
 }
 
 } // namespace MailLog

@@ -3,7 +3,9 @@
 #include "Bex/CException.h"
 #include "Common/CMail.h"
 
-/// The log lines about one mail that several rooms of the local delivery write. Main log; any thread.
+#include <exception>
+
+/// The log lines about one mail that several rooms of the daemon write. Main log; any thread.
 namespace MailLog {
 
 /// "error in <file>:<line>, errno=.. file=.. msgid=.. from=.. to=..", with the error of the write.
@@ -15,5 +17,7 @@ void RecipientNotValid(const CMail& mail);
 void InterceptionFailed(const CMail& mail);
 /// A mail file whose delivery ended with an exception that nothing is prescribed for.
 void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& exception);
+void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exception);
+void Busy(const Bex::CSimpleString& strPath); ///< somebody is at the file
 
 } // namespace MailLog
