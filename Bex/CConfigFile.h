@@ -8,6 +8,7 @@
 namespace Bex {
 
 /// A key/value file with typed getters. A default applies only when the key is absent: an empty value is empty.
+/// Any thread: a getter that meets a load waits for its end.
 class CConfigFile : public CStorableStringHash
 {
 public:

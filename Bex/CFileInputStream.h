@@ -7,7 +7,7 @@
 
 namespace Bex {
 
-/// Reads lines of an open text file. Does not own the file.
+/// Reads lines of an open text file, which it does not own. Used by one thread.
 class CFileInputStream
 {
 public:

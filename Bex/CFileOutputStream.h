@@ -6,7 +6,7 @@
 
 namespace Bex {
 
-/// Writes lines to an open text file. Does not own the file.
+/// Writes lines to an open text file, which it does not own. Used by one thread.
 class CFileOutputStream
 {
 public:

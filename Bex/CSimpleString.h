@@ -39,7 +39,6 @@ public:
     TChar At(uint32_t nIndex) const; ///< CIndexOutOfBoundsException at or beyond the length
     void Set(uint32_t nIndex, TChar c);
 
-    /// C string comparison: negative, 0 or positive.
     bool EqualsNoCase(TView other) const noexcept; ///< folds ASCII letters only
 
     void Format(const char* pszFormat, ...) __attribute__((format(printf, 2, 3))); ///< no upper limit

@@ -8,7 +8,7 @@
 namespace Bex {
 
 /// A file with a buffer of its own. What was written reaches the system by Flush, Close or a Seek; the destructor
-/// tries, too, but cannot tell a failure.
+/// tries, too, but cannot tell a failure. Used by one thread.
 class CTextFile : public CFile
 {
 public:

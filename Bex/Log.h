@@ -5,7 +5,7 @@
 namespace Bex {
 
 CLogPointer& MainLog();    ///< every subsystem
-CLogPointer& TrafficLog(); ///< one line per delivery attempt
+CLogPointer& TrafficLog(); ///< one line per mail that another host took
 
 /// One line each, printf-style, cut at 1023 characters. Control characters that the arguments bring in, line ends
 /// among them, become "?", so that what an outsider wrote cannot forge a line; a line end that the format itself

@@ -16,10 +16,8 @@ public:
     int SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue) override;
     void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const override;
 
-    const Bex::CSimpleString& EnvelopeSender() const
-    {
-        return m_addressing.strEnvelopeSender;
-    } ///< empty: the null sender
+    /// Empty: the null sender.
+    const Bex::CSimpleString& EnvelopeSender() const { return m_addressing.strEnvelopeSender; }
     /// Sets Return-Path, too, and the From address when it is empty.
     void SetEnvelopeSender(const Bex::CSimpleString& strAddress);
     /// Sets the envelope sender and the From address only while they are empty.

@@ -14,6 +14,7 @@ struct SDirectoryEntry
 };
 
 /// The entries of one directory without "." and "..", sorted bytewise by name; held in one compact block.
+/// Used by one thread.
 class CDirectoryListing
 {
 public:

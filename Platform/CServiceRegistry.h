@@ -7,7 +7,7 @@
 namespace Platform {
 
 /// The installed services: unit files in one directory. Operations answer false and set LastError on failure; no object
-/// is kept open.
+/// is kept open. Used by one thread.
 class CServiceRegistry
 {
 public:

@@ -33,7 +33,7 @@ public:
     bool Listen(int iBacklog);
     /// Waits for a connection without limit; null-like (not open) result: false.
     bool Accept(CSocketHandle& accepted, SSocketAddress& peer);
-    /// Bounded by the system's own connect time-out; an Interrupt ends it with SOCKET_CANCELED.
+    /// Bounded by the deadline and by the system's own connect time-out; an Interrupt ends it with SOCKET_CANCELED.
     bool Connect(const SSocketAddress& address);
     /// From that moment (TickCount) on every wait times out, ready or not, until the next one is set. Outlives Close.
     void SetDeadline(uint64_t ui64TickCount);

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+/// A program's arguments as one text, and back. Stateless, any thread.
 namespace Platform {
 
 /// Puts one argument into double quotes for a command line, escaping quotes and the backslashes before them.

@@ -4,7 +4,7 @@
 
 namespace Platform {
 
-/// Something a thread can wait for: an event or a directory watch.
+/// Something a thread can wait for, such as an event, a watch or the service's controls. Any thread may wait.
 class IWaitable
 {
 public:

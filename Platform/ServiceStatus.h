@@ -26,7 +26,7 @@ struct SServiceStatus
     bool bReloading = false; ///< running, but reading the configuration again
 };
 
-/// Tells the service manager. True also when none listens (NOTIFY_SOCKET is not set); false: LastError.
+/// Tells the service manager. True also when none listens (NOTIFY_SOCKET is not set); false: LastError. Any thread.
 bool ReportServiceStatus(const SServiceStatus& status);
 
 } // namespace Platform

@@ -16,7 +16,7 @@ struct SServiceEntry
     std::vector<std::string> writableDirectories; ///< those that exist are writable, the rest of the system is not
 };
 
-/// The text of the unit file; here so that what is installed can be tested.
+/// The text of the unit file; here so that what is installed can be tested. Any thread.
 std::string ComposeUnit(const SServiceEntry& entry);
 
 } // namespace Platform

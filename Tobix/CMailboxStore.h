@@ -5,7 +5,7 @@
 #include "Tobix/CCopyGroup.h"
 
 /// Stores copies in the mailboxes of local users, under the lock of the account, and starts the programs that the
-/// account asks for. Used on the local agent's thread.
+/// account asks for. Owned by the router and used on the local agent's thread.
 class CMailboxStore
 {
 public:

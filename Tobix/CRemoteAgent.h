@@ -10,8 +10,8 @@
 /// The thread that owns the outgoing queue: it finds new mail files, hands their names to the delivery threads, and
 /// releases those that failed for another try. It never opens a mail file.
 ///
-/// Owned by the service. Its settings are read once, by the constructor.
-/// Nothing of its state is on disk: after a restart every file is found again and tried at once.
+/// Owned by CRemoteDelivery. Its settings are read once, by the constructor. Nothing of its state is on disk: after a
+/// restart every file is found again and tried at once.
 class CRemoteAgent : public Bex::CThread
 {
 public:

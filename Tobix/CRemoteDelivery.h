@@ -8,6 +8,9 @@
 #include <vector>
 
 /// The remote agent and its delivery threads, as the service starts and stops them. Every step is logged.
+///
+/// Owned by the service and used under its mutex, on the main thread or the dispatcher's. The threads share the list of
+/// files with the agent, so that a thread which had to be given up may outlive it.
 class CRemoteDelivery
 {
 public:

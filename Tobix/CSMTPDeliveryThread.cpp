@@ -39,6 +39,7 @@ void CSMTPDeliveryThread::Body()
         m_iResult = 0;
         return;
     }
+    // The other settings are those of the thread's making.
     m_settings.dwTimeout = SDeliverySettings::FromConfiguration().dwTimeout;
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) started", Id());
     while (ShallRun()) {

@@ -8,7 +8,7 @@
 /// A worker of the remote delivery: takes one mail file after the other from the remote agent, delivers it, and
 /// decides by the result what becomes of it: gone, kept for a retry, bounced, or moved to the error directory.
 ///
-/// Owned by the service.
+/// Owned by CRemoteDelivery.
 class CSMTPDeliveryThread : public CSMTPSendThread
 {
 public:
@@ -33,6 +33,7 @@ private:
     bool DeliverFile(); ///< false: the file is to go to the error directory
     ELoadResult LoadForDelivery(SLoadedMail& loaded) const;
     bool ReadFileState(SFileState& state) const;
+    /// What becomes of the file after the attempt; false, here and below: it is to go to the error directory.
     bool Settle(const SAttempt& attempt, const CMail& mail, const SFileState& state);
     bool Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state);
     bool FailedTemporarily(const SAttempt& attempt, const SFileState& state);

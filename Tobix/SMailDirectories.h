@@ -2,7 +2,7 @@
 
 #include "Bex/CSimpleString.h"
 
-/// Where the local agent's mail goes; read once, in this system's form of paths.
+/// Where the local agent's mail goes; read once, in this system's form of paths. A value.
 struct SMailDirectories
 {
     Bex::CSimpleString strQueue;

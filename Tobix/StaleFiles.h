@@ -3,5 +3,5 @@
 #include "Bex/CSimpleString.h"
 
 /// Removes the temporary files (".<name>.eml.tmp") that a crash left in a directory of mail files. One that another
-/// process is still writing stays. Call before the agents run; a missing directory holds none.
+/// process is still writing stays. Call before the agents run; a missing directory holds none. Any thread.
 void RemoveStaleFiles(const Bex::CSimpleString& strDirectory);

@@ -5,6 +5,7 @@
 
 namespace Platform {
 
+/// What the copies of one CTlsCredentials and the contexts made with them share.
 struct STlsCredentialState
 {
     ETlsEnd end = ETlsEnd::Client;
