@@ -88,21 +88,17 @@ TEST(TextFunctionsTest, Wildcards)
     EXPECT_FALSE(WildcardMatch(std::string(2000, 'a'), "*a*a*a*a*a*a*a*a*a*a*a*a*b")); // and does not take for ever
 }
 
-std::string MailDateIn(const char* pszZone, CTime time)
-{
-    setenv("TZ", pszZone, 1);
-    tzset();
-    const CSimpleString strDate = time.MailDate();
-    unsetenv("TZ");
-    tzset();
-    return strDate.Text();
-}
-
 TEST(TimeTest, AMailDateShowsLocalTimeAndZone)
 {
     const CTime time(1388858585); // 2014-01-04 18:03:05 UTC
-    EXPECT_EQ(MailDateIn("CET-1", time), "Sat, 4 Jan 2014 19:03:05 +0100");
-    EXPECT_EQ(MailDateIn("NST3:30", time), "Sat, 4 Jan 2014 14:33:05 -0330");
+    for (const auto& [pszZone, pszExpected] :
+         {std::pair("CET-1", "Sat, 4 Jan 2014 19:03:05 +0100"), {"NST3:30", "Sat, 4 Jan 2014 14:33:05 -0330"}}) {
+        setenv("TZ", pszZone, 1);
+        tzset();
+        EXPECT_EQ(time.MailDate(), pszExpected);
+    }
+    unsetenv("TZ");
+    tzset();
 }
 
 } // namespace
