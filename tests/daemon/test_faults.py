@@ -97,7 +97,6 @@ class BadInput(unittest.TestCase):
                 slow.write(mail()[150:])
             world.wait_until_empty()
             self.assertIn(b"Hi.\r\n", world.mailbox("ann")[0].read_bytes())
-            self.assertEqual(world.stop(), 0)
 
     def test_message_id_full_of_slashes_stays_inside_the_interception_directory(self):
         text = mail().replace(b"<Hello@far.example>", b"<../../../etc/" + b"x/" * 300 + b">")
@@ -134,7 +133,6 @@ class Faults(unittest.TestCase):
             world.queue.mkdir()
             world.deliver("3.eml", mail("carl@example.org"))
             self.assertEqual(len(world.mailbox("carl")), 1)
-            self.assertEqual(world.stop(), 0)
 
     def test_a_mail_beyond_the_file_size_limit_fails_alone(self):
         with World() as world:
@@ -156,7 +154,3 @@ class Faults(unittest.TestCase):
                 self.assertEqual(world.process.wait(60), 1)
                 world.log_file.close()
                 self.assertIn(line, world.log())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -86,7 +86,3 @@ class Remote(unittest.TestCase):
         self.assertNotIn("could not determine file state", world.log())  # of mail that went while it was being listed
         self.assertGreater(sent, 0)
         self.assertLessEqual(len(self.sink.mails) - count, 64 + 4)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -198,7 +198,3 @@ class Replies(Responder):
         (self.queue / "r_1.eml").unlink()
         self.reply()
         self.only()
-
-
-if __name__ == "__main__":
-    unittest.main()

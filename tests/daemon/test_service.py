@@ -63,7 +63,3 @@ class Service(unittest.TestCase):
             unit = (world.root / "tobix2.service").read_text()
             self.assertIn("\nReadWritePaths=-/second/queue\n", unit)
             self.assertNotIn(str(world.queue), unit)
-
-
-if __name__ == "__main__":
-    unittest.main()

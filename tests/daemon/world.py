@@ -49,10 +49,15 @@ class World:
     def __enter__(self):
         return self
 
-    def __exit__(self, *_):
-        if self.process and self.process.poll() is None:
-            self.kill()
-        shutil.rmtree(self.root)
+    def __exit__(self, failure=None, *_):
+        """Ends what was not ended: in order, unless the test has failed."""
+        try:
+            if self.process and self.process.returncode is None and failure is None and self.stop() != 0:
+                raise AssertionError(f"the daemon ended with {self.process.returncode}:\n{self.log()}")
+        finally:
+            if self.process and self.process.poll() is None:
+                self.kill()
+            shutil.rmtree(self.root)
 
     def configure(self, **settings):
         text = "".join(f"{key}: {value}\n" for key, value in settings.items())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -61,20 +62,8 @@ public:
     void SendControl(int iControl) const { sigqueue(m_iProcess, SIGRTMIN, sigval{iControl}); }
     void OpenGate() const { EXPECT_EQ(write(m_toChild[1], "\n", 1), 1); }
 
-    std::string Line() ///< without its end; what there is at the end of the output
-    {
-        std::string strLine;
-        for (char c = 0; Readable(m_fromChild[0]) && read(m_fromChild[0], &c, 1) == 1 && c != '\n';)
-            strLine += c;
-        return strLine;
-    }
-    std::string Rest() ///< up to the end of the output
-    {
-        std::string strRest;
-        for (char c = 0; Readable(m_fromChild[0]) && read(m_fromChild[0], &c, 1) == 1;)
-            strRest += c;
-        return strRest;
-    }
+    std::string Line() { return UpTo('\n'); } ///< without its end; what there is at the end of the output
+    std::string Rest() { return UpTo(EOF); }  ///< up to the end of the output
     /// After Rest: its exit code, or minus the signal that ended it.
     int ExitCode()
     {
@@ -85,6 +74,13 @@ public:
     }
 
 private:
+    std::string UpTo(int iEnd)
+    {
+        std::string strText;
+        for (unsigned char c = 0; Readable(m_fromChild[0]) && read(m_fromChild[0], &c, 1) == 1 && c != iEnd;)
+            strText += static_cast<char>(c);
+        return strText;
+    }
     static std::vector<char*> Pointers(std::vector<std::string>& texts)
     {
         std::vector<char*> pointers;

@@ -3,7 +3,6 @@
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"
-#include "support/RowName.h"
 
 #include <cerrno>
 
@@ -50,36 +49,36 @@ struct FateCase
     std::string strLogged;
     EFate fate;
 };
-class FateTest : public testing::TestWithParam<FateCase>
-{};
-TEST_P(FateTest, FollowsTheVerdict)
+void ExpectFate(const FateCase& row)
 {
+    SCOPED_TRACE(row.pszName);
     CDeliveryWorld world;
-    world.WriteMail(GetParam().strHeader);
+    world.WriteMail(row.strHeader);
     std::ofstream(world.Path() + ".err") << "of the last attempt";
-    CScriptedServer server(Replies{{"RCPT", GetParam().strReply}});
-    Config().Set("AutoTransTime", GetParam().pszAutoTransTime);
+    CScriptedServer server(Replies{{"RCPT", row.strReply}});
+    Config().Set("AutoTransTime", row.pszAutoTransTime);
     Config().Set("Bounce.Disable", "1");
-    world.Deliver(server, GetParam().strLogged);
-    EXPECT_EQ(world.HasMail(), GetParam().fate == EFate::Waits);
-    EXPECT_EQ(world.Report().empty(), GetParam().fate == EFate::Gone);
-    EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), GetParam().fate == EFate::InError);
-    EXPECT_EQ(world.NameIsFree(), GetParam().fate == EFate::InError);
+    world.Deliver(server, row.strLogged);
+    EXPECT_EQ(world.HasMail(), row.fate == EFate::Waits);
+    EXPECT_EQ(world.Report().empty(), row.fate == EFate::Gone);
+    EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), row.fate == EFate::InError);
+    EXPECT_EQ(world.NameIsFree(), row.fate == EFate::InError);
     EXPECT_FALSE(world.Logged("SystemCall"));
 }
-INSTANTIATE_TEST_SUITE_P(
-    Verdicts, FateTest,
-    testing::Values(
-        FateCase{"Deferred", ENVELOPE, "450 no\r\n", "120", "temporarily failed with error 9. I will retry later!",
-                 EFate::Waits},
-        FateCase{"Disconnected", ENVELOPE, "drop", "120", "temporarily failed with error 8. I will", EFate::Waits},
-        FateCase{"Overdue", ENVELOPE, "450 no\r\n", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone},
-        FateCase{"Refused", ENVELOPE, "550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
-        FateCase{"WithoutRecipient", "", "", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?",
-                 EFate::InError},
-        FateCase{"Unreadable", std::string(17 << 20, 'x') + "\r\n", "", "120",
-                 "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError}),
-    ROW_NAME);
+TEST(DeliveryThreadTest, FollowsTheVerdict)
+{
+    for (const FateCase& row :
+         {FateCase{"Deferred", ENVELOPE, "450 no\r\n", "120", "temporarily failed with error 9. I will retry later!",
+                   EFate::Waits},
+          FateCase{"Disconnected", ENVELOPE, "drop", "120", "temporarily failed with error 8. I will", EFate::Waits},
+          FateCase{"Overdue", ENVELOPE, "450 no\r\n", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone},
+          FateCase{"Refused", ENVELOPE, "550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
+          FateCase{"WithoutRecipient", "", "", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?",
+                   EFate::InError},
+          FateCase{"Unreadable", std::string(17 << 20, 'x') + "\r\n", "", "120",
+                   "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError}})
+        ExpectFate(row);
+}
 
 TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
 {

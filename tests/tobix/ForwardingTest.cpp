@@ -112,14 +112,11 @@ protected:
     /// The header of a forwarded mail of that author, with SRS on.
     std::string Forwarded(const char* pszAuthor, const std::string& strMore, const char* pszConfig = "")
     {
-        const std::string strFile = m_directory.Write("tobix.cfg", std::string("SRS.Domain: srs.example\n"
-                                                                               "SRS.Challenge: secret\n") +
-                                                                       pszConfig);
-        EXPECT_TRUE(Config().Load(strFile.c_str()));
+        const std::string strSRS = "SRS.Domain: srs.example\nSRS.Challenge: secret\n";
+        EXPECT_TRUE(Config().Load(m_directory.Write("tobix.cfg", strSRS + pszConfig).c_str()));
+        const std::string strEnvelope = "X-Envelope-From: bob@home.example\r\nX-Envelope-To: ann@example.org\r\n";
         CMail mail;
-        mail.Parse(
-            std::string("X-Envelope-From: bob@home.example\r\nX-Envelope-To: ann@example.org\r\nFrom: \"Bob\" <") +
-            pszAuthor + ">\r\n" + strMore + "\r\nbody");
+        mail.Parse(strEnvelope + "From: \"Bob\" <" + pszAuthor + ">\r\n" + strMore + "\r\nbody");
         ApplyForwardingRewrites(mail, "ann@example.org", &RejectAtFar);
         EXPECT_TRUE(m_bSRS == mail.EnvelopeSender().View().ends_with("=home.example=bob@srs.example"));
         return mail.GetHeaderText(EWriteMode::Envelope).Text();
