@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 /// What disks may hold after a power cut. Watches, while it lives, what the process changes below some directories,
@@ -30,9 +29,8 @@ public:
             m_safe[root] = New(root);
             for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
                 const File file = m_safe[entry.path()] = New(entry.path());
-                std::ifstream stream(entry.path(), std::ios::binary);
                 if (!file->bDirectory)
-                    file->strNow = file->strSafe = {std::istreambuf_iterator<char>(stream), {}};
+                    file->strNow = file->strSafe = Read(entry.path());
             }
         }
         m_now = m_safe;
@@ -44,14 +42,12 @@ public:
         const std::string strPath = call.pszPath != nullptr ? call.pszPath : "";
         const std::string strTo = call.pszTo != nullptr ? call.pszTo : "";
         const bool bVolume = call.kind == EFault::FlushVolume;
-        if (call.kind == EFault::Open)
-            Opened(call.iDescriptor, strPath);
-        else if (call.kind == EFault::Write)
-            Written(call);
-        else if (call.kind == EFault::Truncate && m_open[call.iDescriptor] != nullptr)
-            m_open[call.iDescriptor]->strNow.clear();
+        if (call.kind == EFault::Open && Find(strPath) == nullptr)
+            Change({"", strPath, New(strPath)});
+        else if (call.kind == EFault::Write || call.kind == EFault::Truncate)
+            Written(PathOf(call.iDescriptor));
         else if (bVolume || call.kind == EFault::Flush)
-            Flushed(call.iDescriptor, bVolume);
+            Flushed(PathOf(call.iDescriptor), bVolume);
         else if (call.kind == EFault::CreateDirectory)
             Change({"", strPath, New(strPath)});
         else if (call.kind == EFault::Rename || call.kind == EFault::Link || call.kind == EFault::Remove)
@@ -103,6 +99,15 @@ private:
         stat(path.c_str(), &status);
         return std::make_shared<SFile>(SFile{status.st_dev, S_ISDIR(status.st_mode), "", ""});
     }
+    static std::string Read(const std::string& strPath)
+    {
+        std::ifstream stream(strPath, std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    static std::string PathOf(int iDescriptor)
+    {
+        return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(iDescriptor));
+    }
     static std::string ParentOf(const std::string& strPath) { return strPath.substr(0, strPath.rfind('/')); }
     static void Apply(const SChange& change, Names& names)
     {
@@ -123,24 +128,13 @@ private:
         Apply(change, m_now);
         m_changes.push_back(change);
     }
-    void Opened(int iDescriptor, const std::string& strPath)
+    void Written(const std::string& strPath)
     {
-        if (Find(strPath) == nullptr)
-            Change({"", strPath, New(strPath)});
-        m_open[iDescriptor] = Find(strPath);
+        if (const File file = Find(strPath))
+            file->strNow = Read(strPath);
     }
-    void Written(const Platform::SCall& call)
+    void Flushed(const std::string& strPath, bool bVolume)
     {
-        if (m_open[call.iDescriptor] == nullptr)
-            return;
-        std::string& strNow = m_open[call.iDescriptor]->strNow;
-        const auto nStart = static_cast<size_t>(lseek(call.iDescriptor, 0, SEEK_CUR)) - call.nBytes;
-        strNow.resize(std::max(strNow.size(), nStart + call.nBytes));
-        strNow.replace(nStart, call.nBytes, static_cast<const char*>(call.pData), call.nBytes);
-    }
-    void Flushed(int iDescriptor, bool bVolume)
-    {
-        const std::string strPath = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(iDescriptor));
         const File flushed = New(strPath);
         for (const auto& [strName, file] : m_now)
             if (bVolume ? file->device == flushed->device : strName == strPath)
@@ -183,7 +177,6 @@ private:
     Check m_check;
     Names m_now, m_safe;
     std::vector<SChange> m_changes; ///< of names, since they were flushed
-    std::map<int, File> m_open;     ///< by descriptor
     std::string m_strZeros;
     std::mt19937 m_random; ///< the same mixes each time
     size_t m_nSteps = 0;

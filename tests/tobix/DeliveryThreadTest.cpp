@@ -40,44 +40,38 @@ private:
 } // namespace
 
 enum class EFate { Waits, Gone, InError };
-struct FateCase
+struct SFate
 {
-    const char* pszName;
-    std::string strHeader;
     std::string strReply; ///< to RCPT
     const char* pszAutoTransTime;
     std::string strLogged;
     EFate fate;
+    std::string strHeader = ENVELOPE;
 };
-void ExpectFate(const FateCase& row)
-{
-    SCOPED_TRACE(row.pszName);
-    CDeliveryWorld world;
-    world.WriteMail(row.strHeader);
-    std::ofstream(world.Path() + ".err") << "of the last attempt";
-    CScriptedServer server(Replies{{"RCPT", row.strReply}});
-    Config().Set("AutoTransTime", row.pszAutoTransTime);
-    Config().Set("Bounce.Disable", "1");
-    world.Deliver(server, row.strLogged);
-    EXPECT_EQ(world.HasMail(), row.fate == EFate::Waits);
-    EXPECT_EQ(world.Report().empty(), row.fate == EFate::Gone);
-    EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), row.fate == EFate::InError);
-    EXPECT_EQ(world.NameIsFree(), row.fate == EFate::InError);
-    EXPECT_FALSE(world.Logged("SystemCall"));
-}
 TEST(DeliveryThreadTest, FollowsTheVerdict)
 {
-    for (const FateCase& row :
-         {FateCase{"Deferred", ENVELOPE, "450 no\r\n", "120", "temporarily failed with error 9. I will retry later!",
-                   EFate::Waits},
-          FateCase{"Disconnected", ENVELOPE, "drop", "120", "temporarily failed with error 8. I will", EFate::Waits},
-          FateCase{"Overdue", ENVELOPE, "450 no\r\n", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone},
-          FateCase{"Refused", ENVELOPE, "550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
-          FateCase{"WithoutRecipient", "", "", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?",
-                   EFate::InError},
-          FateCase{"Unreadable", std::string(17 << 20, 'x') + "\r\n", "", "120",
-                   "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError}})
-        ExpectFate(row);
+    for (const SFate& row :
+         {SFate{"450 no\r\n", "120", "temporarily failed with error 9. I will retry later!", EFate::Waits},
+          SFate{"drop", "120", "temporarily failed with error 8. I will", EFate::Waits},
+          SFate{"450 no\r\n", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone},
+          SFate{"550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
+          SFate{"", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?", EFate::InError, ""},
+          SFate{"", "120", "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError,
+                std::string(17 << 20, 'x') + "\r\n"}}) {
+        SCOPED_TRACE(row.strLogged);
+        CDeliveryWorld world;
+        world.WriteMail(row.strHeader);
+        std::ofstream(world.Path() + ".err") << "of the last attempt";
+        CScriptedServer server(Replies{{"RCPT", row.strReply}});
+        Config().Set("AutoTransTime", row.pszAutoTransTime);
+        Config().Set("Bounce.Disable", "1");
+        world.Deliver(server, row.strLogged);
+        EXPECT_EQ(world.HasMail(), row.fate == EFate::Waits);
+        EXPECT_EQ(world.Report().empty(), row.fate == EFate::Gone);
+        EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), row.fate == EFate::InError);
+        EXPECT_EQ(world.NameIsFree(), row.fate == EFate::InError);
+        EXPECT_FALSE(world.Logged("SystemCall"));
+    }
 }
 
 TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
