@@ -25,7 +25,7 @@ protected:
     void Usage() override { PrintUsage("TALKER.EXE"); }
     bool OnStart() override
     {
-        Say(("start " + std::string(ConfigurationFileName(Arguments(), "talker.cfg").View())).c_str());
+        Say("start " + std::string(ConfigurationFileName(Arguments(), "talker.cfg").View()));
         PassGate();
         return FindArgument("fail") == 0;
     }
@@ -43,7 +43,7 @@ protected:
     }
     void OnCustomControl(unsigned dwControl) override
     {
-        Say(("custom " + std::to_string(dwControl)).c_str());
+        Say("custom " + std::to_string(dwControl));
         PassGate();
     }
     void OnInstalled() override { Say("after install"); }
@@ -54,17 +54,16 @@ protected:
     }
 
 private:
-    static void Say(const char* pszText)
+    static void Say(const std::string& strText)
     {
-        std::puts(pszText);
+        std::puts(strText.c_str());
         std::fflush(stdout);
     }
     int FindArgument(std::string_view strName) const
     {
-        for (int iIndex = 1; iIndex < ArgumentCount(); ++iIndex) {
+        for (int iIndex = 1; iIndex < ArgumentCount(); ++iIndex)
             if (strName == Argument(iIndex))
                 return iIndex;
-        }
         return 0;
     }
     void PassGate() const

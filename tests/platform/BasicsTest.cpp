@@ -4,9 +4,7 @@
 #include "Platform/Clock.h"
 #include "Platform/ConsoleScreen.h"
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
 #include "Platform/HostLookup.h"
-#include "Platform/SocketErrors.h"
 
 #include <cerrno>
 #include <csignal>
@@ -46,31 +44,22 @@ TEST(ErrorsTest, LastErrorBelongsToTheThread)
 
 TEST(EventTest, StaysSetForEveryWaiterUntilReset)
 {
-    CEventHandle event;
-    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
-    for (int n = 0; n < 2; ++n)
-        EXPECT_TRUE(event.Set());
-    for (const unsigned dwMillis : {0u, INFINITE})
-        EXPECT_EQ(WaitAny({&event}, dwMillis), EWaitResult::Signalled);
-    for (int n = 0; n < 2; ++n)
-        EXPECT_TRUE(event.Reset());
-    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
-}
-
-TEST(EventTest, WaitEndsWithAnyOfTheObjectsOrItsTime)
-{
     const CDirectoryWatch nothing;
     CEventHandle other, event;
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
     const uint64_t ui64Started = TickCount();
     EXPECT_EQ(WaitAny({&nothing, nullptr, &event}, 30), EWaitResult::TimedOut);
     EXPECT_GE(TickCount() - ui64Started, 30u);
     std::thread setter([&] {
         SleepMillis(20);
-        event.Set();
+        EXPECT_TRUE(event.Set() && event.Set());
     });
     EXPECT_EQ(WaitAny({&other, &nothing, &other, &other, &other, &other, &other, &other, &other, &event}, INFINITE),
               EWaitResult::Signalled);
     setter.join();
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::Signalled);
+    EXPECT_TRUE(event.Reset() && event.Reset());
+    EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
 }
 
 TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
@@ -82,23 +71,6 @@ TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
     EXPECT_EQ(pThread->Id(), dwSeen);
     EXPECT_NE(pThread->Id(), CurrentThreadId());
     EXPECT_EQ(CurrentThreadId(), static_cast<unsigned>(gettid()));
-    const CInjectedFault fault(EFault::CreateThread, 1, EAGAIN);
-    EXPECT_EQ(CNativeThread::Create([](void*) {}, nullptr), nullptr);
-    EXPECT_EQ(LastError().dwSysError, SYS_NO_RESOURCES);
-}
-
-TEST(ClockTest, LocalTimeFollowsTheZone)
-{
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
-    tzset();
-    const SLocalTime winter = ToLocalTime(1'419'440'585);
-    EXPECT_EQ(winter.iYear * 10000 + winter.iMonth * 100 + winter.iDay, 20141224);
-    EXPECT_EQ(winter.iHour * 10000 + winter.iMinute * 100 + winter.iSecond, 180305);
-    EXPECT_EQ(winter.iDayOfWeek, 3);
-    EXPECT_EQ(winter.iUtcOffset, 3600);
-    EXPECT_EQ(ToLocalTime(1'404'000'000).iUtcOffset, 7200);
-    unsetenv("TZ");
-    tzset();
 }
 
 TEST(ConsoleTest, WritesInColourAndRestores)
@@ -132,8 +104,6 @@ TEST(HostTest, IsLookedUpWithItsCanonicalName)
     std::string strCanonical;
     ASSERT_TRUE(LookupHost(FAMILY_IPV4, "localhost", addresses, &strCanonical));
     EXPECT_EQ(AddressText(addresses.at(0)) + ' ' + strCanonical, "127.0.0.1 localhost");
-    EXPECT_FALSE(LookupHost(FAMILY_IPV4, "", addresses));
-    EXPECT_EQ(LastSocketError(), 11001u);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "Platform/linux/thread/CNameLockFile.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -26,25 +27,17 @@ ELockResult LockElsewhere(const std::string& strName)
     return std::async(std::launch::async, [&] { return CNamedMutex(strName).Lock(0); }).get();
 }
 
-/// Another process: runs the body, tells that it is done, and stays until it is killed.
+/// Another process: runs the body and stays, stopped, when that is true.
 class CChild
 {
 public:
-    explicit CChild(const std::function<bool()>& body)
+    explicit CChild(const std::function<bool()>& body) : m_iProcess(fork())
     {
-        int pipes[2];
-        EXPECT_EQ(pipe(pipes), 0);
-        m_iProcess = fork();
-        if (m_iProcess == 0) {
-            const char chResult = body() ? 'y' : 'n';
-            if (write(pipes[1], &chResult, 1) == 1)
-                pause();
-            _exit(0);
-        }
-        close(pipes[1]);
-        char chResult = 'n';
-        m_bResult = read(pipes[0], &chResult, 1) == 1 && chResult == 'y';
-        close(pipes[0]);
+        if (m_iProcess == 0)
+            _exit(body() && raise(SIGSTOP) == 0 ? 0 : 1);
+        siginfo_t change{};
+        waitid(P_PID, static_cast<id_t>(m_iProcess), &change, WSTOPPED | WEXITED | WNOWAIT);
+        m_bResult = change.si_code == CLD_STOPPED;
     }
     ~CChild()
     {
@@ -55,13 +48,13 @@ public:
 
 private:
     pid_t m_iProcess;
-    bool m_bResult = false;
+    bool m_bResult;
 };
 
 TEST(NamedMutexTest, ExcludesThreads)
 {
     int nInside = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int iThread = 0; iThread < 6; ++iThread) {
         threads.emplace_back([&] {
             for (int iRound = 0; iRound < 300; ++iRound) {
@@ -73,14 +66,11 @@ TEST(NamedMutexTest, ExcludesThreads)
             }
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
 }
 
 TEST(NamedMutexTest, ExcludesProcessesAndIsLetGoWhenOneIsKilled)
 {
-    const std::string strName = NameOf("processes");
-    CNamedMutex mutex(strName);
+    CNamedMutex mutex(NameOf("processes"));
     auto pHolder = std::make_unique<CChild>([&] { return mutex.Lock(0) == ELockResult::Acquired; });
     ASSERT_TRUE(pHolder->Result());
     EXPECT_EQ(mutex.Lock(0), ELockResult::TimedOut);
@@ -99,8 +89,7 @@ TEST(NamedMutexTest, ExcludesProcessesAndIsLetGoWhenOneIsKilled)
 
 TEST(NamedMutexTest, ForkedChildHoldsNothingOfItsParent)
 {
-    const std::string strName = NameOf("fork");
-    CNamedMutex mutex(strName);
+    CNamedMutex mutex(NameOf("fork"));
     ASSERT_EQ(mutex.Lock(0), ELockResult::Acquired);
     const auto childUnlocks = [&] {
         mutex.Unlock(); // not its own
