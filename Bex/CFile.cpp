@@ -149,6 +149,15 @@ void CFile::Remove(const CSimpleString& strName)
         ThrowFileException(SOURCE_FILE, __LINE__);
 }
 
+bool CFile::RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity)
+{
+    Platform::SFileIdentity present;
+    if (Platform::IdentityOf(strName.Text(), present) && present != identity)
+        return false;
+    Remove(strName); // which tells of a file that has gone, too
+    return true;
+}
+
 bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
 {
     if (Platform::RemoveUnlessInUse(strName.Text()))

@@ -3,6 +3,7 @@
 #include "Bex/CSimpleString.h"
 #include "Bex/CTime.h"
 #include "Platform/CFileHandle.h"
+#include "Platform/FileIdentity.h"
 
 #include <cstdint>
 
@@ -56,6 +57,8 @@ public:
     const CSimpleString& Name() const { return m_strName; }
 
     static void Remove(const CSimpleString& strName);
+    /// False, and nothing removed, when the name stands for another file by now, or for another content.
+    static bool RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity);
     /// False when somebody has it open for writing or locked. For what a crash has left; links and pipes are refused.
     static bool RemoveUnlessInUse(const CSimpleString& strName);
     static void Move(const CSimpleString& strFrom, const CSimpleString& strTo); ///< replaces; across file systems, too

@@ -185,13 +185,10 @@ EMailFile CSMTPSendThread::RemoveFiles(const Platform::SFileIdentity& identity) 
 
 EMailFile CSMTPSendThread::RemoveMail(const Platform::SFileIdentity& identity) const
 {
-    Platform::SFileIdentity present;
-    if (Platform::IdentityOf(m_strMailPath.Text(), present) && present != identity) {
-        Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
-        return EMailFile::Gone;
-    }
     try {
-        Bex::CFile::Remove(m_strMailPath);
+        if (!Bex::CFile::RemoveIfStill(m_strMailPath, identity))
+            Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays",
+                            m_strMailPath.Text());
         return EMailFile::Gone;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__,

@@ -36,17 +36,11 @@ bool CDeletionList::RemoveDelivered()
 
 CDeletionList::EOutcome CDeletionList::Remove(const SEntry& entry)
 {
-    Platform::SFileIdentity now;
-    if (!Platform::IdentityOf(entry.strPath.Text(), now)) {
-        if (Platform::LastError().iLibError == Platform::LIB_NO_ENTRY)
-            return EOutcome::Gone;
-    } else if (now != entry.identity) {
-        return EOutcome::Replaced;
-    }
     try {
-        Bex::CFile::Remove(entry.strPath);
-        return EOutcome::Gone;
+        return Bex::CFile::RemoveIfStill(entry.strPath, entry.identity) ? EOutcome::Gone : EOutcome::Replaced;
     } catch (const Bex::CFileException& exception) {
+        if (exception.LibError() == Platform::LIB_NO_ENTRY)
+            return EOutcome::Gone;
         Bex::LogCaught(exception, SOURCE_FILE, NOT_REMOVED_LINE);
         return EOutcome::Kept;
     }
