@@ -28,6 +28,10 @@ def wait_for(what, condition, seconds=DEADLINE):
         time.sleep(0.005)
 
 
+def as_text(settings):
+    return "".join(f"{key}: {value}\n" for key, value in settings.items())
+
+
 class World:
     def __init__(self, users=("ann", "carl"), domains="example.org\n", aliases="", filters="", intercept="", **config):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="tobix-"))
@@ -39,9 +43,8 @@ class World:
             setattr(self, name, self.root / name)
         settings = {"QueueDir": self.queue, "SpoolDir": self.spool, "ErrorDir": self.error, "OutgoingDir": self.outgoing,
                     "FilterDir": self.filtered, "InterceptDir": self.intercepted, "AutoTransport": 0, **config}
-        self.configure(**settings)
         for name, text in (("domains", domains), ("aliases", aliases), ("filters", filters),
-                           ("intercept_addresses", intercept)):
+                           ("intercept_addresses", intercept), ("tobix.cfg", as_text(settings))):
             (self.etc / name).write_text(text)
         for user in users:
             self.add_user(user)
@@ -59,13 +62,9 @@ class World:
                 self.kill()
             shutil.rmtree(self.root)
 
-    def configure(self, **settings):
-        text = "".join(f"{key}: {value}\n" for key, value in settings.items())
-        (self.etc / "tobix.cfg").write_text(text)
-
     def add_user(self, name, **settings):
         (self.spool / name).mkdir()
-        (self.spool / name / "config").write_text("".join(f"{key}: {value}\n" for key, value in settings.items()))
+        (self.spool / name / "config").write_text(as_text(settings))
 
     def start_service(self, **environment):
         """Starts it as the service manager does; the socket that its reports come to."""
@@ -109,11 +108,11 @@ class World:
             return self.log().count(text) >= count
         wait_for(f"\"{text}\" in the log", there)
 
-    def drop(self, name, content):
-        """Puts a queue file in place as a mail program does: complete at once."""
-        temporary = self.queue / (name + ".new")
+    def drop(self, name, content, directory=None):
+        """Puts a file in place, in the queue unless told otherwise, as a mail program does: complete at once."""
+        temporary = (directory or self.queue) / (name + ".new")
         temporary.write_bytes(content)
-        temporary.rename(self.queue / name)
+        temporary.rename(temporary.with_suffix(""))
 
     def waiting(self):
         return sorted(p.name for p in self.queue.iterdir() if p.name.endswith(".eml"))

@@ -13,21 +13,11 @@ class RemoteWorld(World):
         super().__init__(users=("ann",), **settings)
         (self.etc / "smarthosts").write_text(smarthosts)
 
-    def configure(self, **settings):
-        self.settings = settings
-        super().configure(**settings)
-
-    def configure_with(self, **changes):
-        self.configure(**{**self.settings, **changes})
-
     def start(self, wait=True, **environ):
         return super().start(wait, **{"SSL_CERT_FILE": str(environment.CA), **environ})
 
     def post(self, name, content):
-        """Puts a mail straight into the outgoing directory, complete at once."""
-        temporary = self.outgoing / (name + ".new")
-        temporary.write_bytes(content)
-        temporary.rename(self.outgoing / (name + ".eml"))
+        self.drop(name + ".eml", content, self.outgoing)
 
     def wait_until_sent(self, *names):
         waiting = [self.outgoing / (name + ".eml") for name in names]

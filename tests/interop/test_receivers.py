@@ -25,18 +25,18 @@ def setUpModule():
 class Receivers(unittest.TestCase):
     def prepare(self, world, mails):
         """Lets the local agent make the outgoing files, the reference of what has to arrive: subject -> plain bytes."""
-        world.configure_with(AutoTransport=0)
         world.start()
         for number, content in enumerate(mails):
             world.deliver(f"{number}.eml", content)
         self.assertEqual(world.stop(), 0)
-        world.configure_with(AutoTransport=1)
+        settings = world.etc / "tobix.cfg"
+        settings.write_text(settings.read_text().replace("AutoTransport: 0", "AutoTransport: 1"))
         files = [p.read_bytes() for p in world.outgoing.iterdir()]
         self.assertEqual(len(files), len(mails))
         return [without_envelope(content) for content in files]
 
     def test_mail_arrives_byte_by_byte(self):
-        with RemoteWorld() as world:
+        with RemoteWorld(AutoTransport=0) as world:
             subjects = [(server, kind) for server in ("postfix", "exim", "opensmtpd") for kind in BODIES]
             plain = self.prepare(world, [
                 mail(f"ann@{server}.example", subject=f"{kind} {server}", body=BODIES[kind],
