@@ -1,12 +1,15 @@
 #include "Bex/CFileException.h"
 #include "Bex/CReplacingFile.h"
+#include "Platform/CTemporaryFile.h"
 #include "Platform/FaultInjection.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Bex;
@@ -114,6 +117,24 @@ TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
     }
     EXPECT_EQ(m_directory.Read("target") + m_directory.Read(strLong), "oldnew");
     EXPECT_EQ(m_directory.Names(), (Set{"target", strLong}));
+}
+
+TEST_F(ReplacingFileTest, LetsSeveralWriteOneTargetAtATime)
+{
+    std::atomic<unsigned> nFailed = 0;
+    const auto write = [&] {
+        for (unsigned n = 0; n < 3000; ++n) {
+            Platform::CTemporaryFile temporary;
+            Platform::CFileHandle file;
+            if (!temporary.Create(m_strTarget.Text(), file) || !file.Close() || !temporary.Replace())
+                ++nFailed;
+        }
+    };
+    {
+        const std::jthread threads[] = {std::jthread(write), std::jthread(write), std::jthread(write)};
+    }
+    EXPECT_EQ(nFailed, 0u);
+    EXPECT_EQ(m_directory.Names(), Set{"target"});
 }
 
 } // namespace

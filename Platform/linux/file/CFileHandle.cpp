@@ -153,8 +153,8 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
         attempt = TryOpen(pszPath, mode, file);
     if (attempt == EAttempt::Removed)
         errno = EAGAIN;
-    else if (attempt == EAttempt::Failed && mode.bCreateNew && file.IsValid())
-        RemoveUnused(pszPath);
+    else if (attempt == EAttempt::Failed && mode.bCreateNew && file.IsValid() && errno != EWOULDBLOCK)
+        RemoveUnused(pszPath); // unless somebody has locked it to remove it: the name may be another file's by now
     if (attempt != EAttempt::Opened || (mode.bTruncate && !CutOff(file.Get())))
         return FailWithErrno();
     *this = CFileHandle();

@@ -62,12 +62,14 @@ bool CTemporaryFile::MakeUnder(const std::string& strPath, TMake Make)
     for (unsigned nNumber = 0; nNumber < MOST_NAMES; ++nNumber) {
         m_strPath = nNumber == 0 ? strPath : NumberedPath(strPath, nNumber);
         m_bPresent = Make();
-        if (!m_bPresent && LastError().iLibError != LIB_EXISTS)
-            return false;
-        if (!m_bPresent && RemoveUnlessInUse(m_strPath.c_str()))
+        const SError error = LastError();
+        if (!m_bPresent && error.iLibError == LIB_EXISTS && RemoveUnlessInUse(m_strPath.c_str()))
             m_bPresent = Make();
         if (m_bPresent)
             return true;
+        // Somebody may have taken what we had just made for a leftover.
+        if (error.iLibError != LIB_EXISTS && error.dwSysError != SYS_SHARING_VIOLATION)
+            return false;
     }
     errno = EBUSY;
     return FailWithErrno();
