@@ -194,29 +194,24 @@ TEST_F(TargetsTest, AnswersManyThreadsAtOnce)
     EXPECT_EQ(nFound, 6 * NAMES);
 }
 
-struct EntryCase
+TEST(SmartHostEntryTest, IsReadAsFarAsItGoes)
 {
-    const char* text;
-    const char* parts; ///< user, password, host, port, mode
-};
-class SmartHostEntryTest : public testing::TestWithParam<EntryCase>
-{};
-
-TEST_P(SmartHostEntryTest, IsReadAsFarAsItGoes)
-{
-    const SSmartHostEntry entry = ParseSmartHostEntry(GetParam().text);
-    EXPECT_EQ(CSimpleString::Formatted("%s|%s|%s|%d|%u", entry.strUser.Text(), entry.strPassword.Text(),
-                                       entry.strHost.Text(), entry.wPort, static_cast<unsigned>(entry.mode)),
-              GetParam().parts);
+    const std::pair<const char*, const char*> CASES[] = {// to user, password, host, port, mode
+                                                         {"relay", "||relay|25|1"},
+                                                         {" relay:587t", "|| relay|587|2"},
+                                                         {"u@d:p:w@h:465s", "u@d|p:w|h|465|3"},
+                                                         {"u@h:465S", "u||h|465|1"},
+                                                         {"u:p@[2001:db8::1]:26i", "u|p|2001:db8::1|26|0"},
+                                                         {"[::1]", "||::1|25|1"},
+                                                         {"[::1", "||::1|25|1"},
+                                                         {"h:", "||h|0|1"}};
+    for (const auto& [pszText, pszParts] : CASES) {
+        const auto entry = ParseSmartHostEntry(pszText);
+        EXPECT_EQ(CSimpleString::Formatted("%s|%s|%s|%d|%u", entry.strUser.Text(), entry.strPassword.Text(),
+                                           entry.strHost.Text(), entry.wPort, static_cast<unsigned>(entry.mode)),
+                  pszParts);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Entries, SmartHostEntryTest,
-                         testing::Values(EntryCase{"relay", "||relay|25|1"}, EntryCase{" relay:587t", "|| relay|587|2"},
-                                         EntryCase{"u@d:p:w@h:465s", "u@d|p:w|h|465|3"},
-                                         EntryCase{"u@h:465S", "u||h|465|1"},
-                                         EntryCase{"u:p@[2001:db8::1]:26i", "u|p|2001:db8::1|26|0"},
-                                         EntryCase{"[::1]", "||::1|25|1"}, EntryCase{"[::1", "||::1|25|1"},
-                                         EntryCase{"h:", "||h|0|1"}));
 
 TEST_F(TargetsTest, TakesTheSmartHostsOfTheMostSpecificKey)
 {

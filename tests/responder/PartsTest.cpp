@@ -1,44 +1,36 @@
 #include "Responder/AnsweredMail.h"
 #include "Responder/SCommand.h"
 #include "Responder/SFailure.h"
-#include "support/RowName.h"
 
 #include <gtest/gtest.h>
 
-struct ReportCase
+TEST(ReportTest, TellsProgramsWhyTheMailCameBack)
 {
-    const char* pszName;
-    std::string strErrors;     ///< "permanent" or "continuous"
-    std::string strTranscript; ///< with what stands before it
-    std::string strStatus;
-    std::string strDiagnostic; ///< with its type
-};
-class ReportTest : public testing::TestWithParam<ReportCase>
-{};
-TEST_P(ReportTest, TellsProgramsWhyTheMailCameBack)
-{
-    const SFailure failure =
-        SFailure::FromReport("\t----- The following addresses had " + GetParam().strErrors +
-                             " fatal errors -----\r\neve@far.example\r\n" + GetParam().strTranscript);
-    EXPECT_EQ(failure.strRecipient, "eve@far.example");
-    EXPECT_EQ(failure.strStatus, GetParam().strStatus);
-    EXPECT_EQ(failure.strDiagnosticType + "; " + failure.strDiagnostic, GetParam().strDiagnostic);
+    const std::string TRANSCRIPT = "\r\n\t----- Transcript of session follows -----\r\n";
+    const struct
+    {
+        std::string strErrors;
+        std::string strTranscript; ///< with what stands before it
+        std::string strStatus;
+        std::string strDiagnostic; ///< with its type
+    } CASES[] = {
+        {"permanent", TRANSCRIPT + "<<< 450 wait\n>>> RCPT\r\n<<< 250 ok\n<<< 554 5.7 no\n", "5.0.0",
+         "smtp; 554 5.7 no"},
+        {"continuous", TRANSCRIPT + "<<< 451 later\n", "4.4.7", "smtp; 451 later"},
+        {"continuous", TRANSCRIPT + "<<< 452 4.2.2 full\n", "4.2.2", "smtp; 452 4.2.2 full"},
+        {"permanent", "\t(reason: rejected)\r\n" + TRANSCRIPT + "rejected\r\n", "4.4.7", "x-transport; rejected"},
+        {"permanent", TRANSCRIPT + "'x' is not used for mail communication (NULL MX)", "5.1.10",
+         "x-transport; 'x' is not used for mail communication (NULL MX)"},
+        {"permanent", "", "5.0.0", "x-transport; "}};
+    for (const auto& tried : CASES) {
+        const SFailure failure =
+            SFailure::FromReport("\t----- The following addresses had " + tried.strErrors +
+                                 " fatal errors -----\r\neve@far.example\r\n" + tried.strTranscript);
+        EXPECT_EQ(failure.strRecipient, "eve@far.example");
+        EXPECT_EQ(failure.strStatus, tried.strStatus);
+        EXPECT_EQ(failure.strDiagnosticType + "; " + failure.strDiagnostic, tried.strDiagnostic);
+    }
 }
-const std::string TRANSCRIPT = "\r\n\t----- Transcript of session follows -----\r\n";
-INSTANTIATE_TEST_SUITE_P(
-    Reports, ReportTest,
-    testing::Values(ReportCase{"Refused", "permanent",
-                               TRANSCRIPT + "<<< 450 wait\n>>> RCPT\r\n<<< 250 ok\n<<< 554 5.7 no\n", "5.0.0",
-                               "smtp; 554 5.7 no"},
-                    ReportCase{"Deferred", "continuous", TRANSCRIPT + "<<< 451 later\n", "4.4.7", "smtp; 451 later"},
-                    ReportCase{"DeferredWithACode", "continuous", TRANSCRIPT + "<<< 452 4.2.2 full\n", "4.2.2",
-                               "smtp; 452 4.2.2 full"},
-                    ReportCase{"Unreachable", "permanent", "\t(reason: rejected)\r\n" + TRANSCRIPT + "rejected\r\n",
-                               "4.4.7", "x-transport; rejected"},
-                    ReportCase{"NullMX", "permanent", TRANSCRIPT + "'x' is not used for mail communication (NULL MX)",
-                               "5.1.10", "x-transport; 'x' is not used for mail communication (NULL MX)"},
-                    ReportCase{"Nothing", "permanent", "", "5.0.0", "x-transport; "}),
-    ROW_NAME);
 
 TEST(CommandTest, MeansNothingUnlessItIsOfOneOfTheForms)
 {

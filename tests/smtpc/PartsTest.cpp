@@ -6,43 +6,41 @@
 
 using EState = CReplyReader::EState;
 
-struct ReplyCase
+using namespace std::string_view_literals;
+
+TEST(ReplyReaderTest, KnowsACompleteReplyHoweverItIsCut)
 {
-    std::string_view reply;
-    EState state;
-    int iCode;
-};
-class ReplyReaderTest : public testing::TestWithParam<ReplyCase>
-{};
-TEST_P(ReplyReaderTest, KnowsACompleteReplyHoweverItIsCut)
-{
-    const ReplyCase& tried = GetParam();
-    CReplyReader whole;
-    EXPECT_EQ(whole.Take(tried.reply), tried.state);
-    EXPECT_EQ(whole.Code(), tried.iCode);
-    CReplyReader cut;
-    EState state = EState::Incomplete;
-    for (char c : tried.reply) {
-        if (state != EState::Complete)
-            state = cut.Take({&c, 1});
+    const struct
+    {
+        std::string_view reply;
+        EState state;
+        int iCode;
+    } CASES[] = {{"250 ok\r\n", EState::Complete, 250},
+                 {"250\n", EState::Complete, 250},
+                 {"250-a\r\n250-b\r\n\r\n250 c\r\n", EState::Complete, 250},
+                 {"\r\n250-a\n354 b\n", EState::Complete, 250}, // the first line's code counts
+                 {"2\00050 ok\r\n"sv, EState::Complete, 250},
+                 {"250-a\r\n", EState::Incomplete, 250},
+                 {"250 ok", EState::Incomplete, 0},
+                 {"25\r\n", EState::Incomplete, 25},
+                 {"", EState::Incomplete, 0},
+                 {"hello\r\n250 ok\r\n", EState::Incomplete, 0},
+                 {"+250 ok\r\n", EState::Incomplete, 0},
+                 {"000 ok\r\n", EState::Incomplete, 0}};
+    for (const auto& tried : CASES) {
+        CReplyReader whole;
+        EXPECT_EQ(whole.Take(tried.reply), tried.state) << tried.reply;
+        EXPECT_EQ(whole.Code(), tried.iCode) << tried.reply;
+        CReplyReader cut;
+        EState state = EState::Incomplete;
+        for (char c : tried.reply) {
+            if (state != EState::Complete)
+                state = cut.Take({&c, 1});
+        }
+        EXPECT_EQ(state, tried.state) << tried.reply;
+        EXPECT_EQ(cut.Text(), whole.Text());
     }
-    EXPECT_EQ(state, tried.state);
-    EXPECT_EQ(cut.Text(), whole.Text());
 }
-INSTANTIATE_TEST_SUITE_P(
-    Replies, ReplyReaderTest,
-    testing::Values(ReplyCase{"250 ok\r\n", EState::Complete, 250}, ReplyCase{"250\n", EState::Complete, 250},
-                    ReplyCase{"250-a\r\n250-b\r\n\r\n250 c\r\n", EState::Complete, 250},
-                    ReplyCase{"\r\n250-a\n354 b\n", EState::Complete, 250}, // the first line's code counts
-                    ReplyCase{{"2\0"
-                               "50 ok\r\n",
-                               9},
-                              EState::Complete,
-                              250},
-                    ReplyCase{"250-a\r\n", EState::Incomplete, 250}, ReplyCase{"250 ok", EState::Incomplete, 0},
-                    ReplyCase{"25\r\n", EState::Incomplete, 25}, ReplyCase{"", EState::Incomplete, 0},
-                    ReplyCase{"hello\r\n250 ok\r\n", EState::Incomplete, 0},
-                    ReplyCase{"+250 ok\r\n", EState::Incomplete, 0}, ReplyCase{"000 ok\r\n", EState::Incomplete, 0}));
 
 TEST(ReplyReaderTest, RefusesWhatHasNoEnd)
 {
@@ -53,29 +51,24 @@ TEST(ReplyReaderTest, RefusesWhatHasNoEnd)
     EXPECT_EQ(CReplyReader().Take(std::string(CReplyReader::MOST_BYTES + 1, '\n')), EState::TooLong);
 }
 
-struct TransferCase
+TEST(TransferFormTest, EndsWhereTheMailEndsAndNowhereElse)
 {
-    std::string_view header;
-    std::string_view body;
-    std::string_view sent; ///< without the end marker
-};
-class TransferFormTest : public testing::TestWithParam<TransferCase>
-{};
-TEST_P(TransferFormTest, EndsWhereTheMailEndsAndNowhereElse)
-{
-    const Bex::CArray<char> payload = TransferForm(GetParam().header, GetParam().body);
-    EXPECT_EQ(payload.View(), std::string(GetParam().sent) + "\r\n.\r\n");
+    const struct
+    {
+        std::string_view header;
+        std::string_view body;
+        std::string sent; ///< without the end marker
+    } CASES[] = {{"A: b\r\n\r\n", "text\r\n", "A: b\r\n\r\ntext\r\n"},
+                 {"A: b\r\n\r\n", "text\r\n.\r\n", "A: b\r\n\r\ntext"},            // not ended twice
+                 {"A: b\r\n\r\n", ".\r\n", "A: b\r\n"},                            // nor across the blank line
+                 {"A: b\r\n\r\n", "..\r\n...x\r\n", "A: b\r\n\r\n..\r\n...x\r\n"}, // in transfer form
+                 {"A: b\r\n\r\n", "..a\r\n.\r\nQUIT\r\n", "A: b\r\n\r\n..a\r\n..\r\nQUIT\r\n"},
+                 {"A: b\r\n\r\n", "a\r\n.", "A: b\r\n\r\na\r\n.."},
+                 {"A: b\r\n\r\n", "..a\r\n.b\r\n.\r\n.\r\n", "A: b\r\n\r\n...a\r\n..b\r\n.."}, // plain text
+                 {".A: b\r\n\r\n", "..a\r\n", "..A: b\r\n\r\n..a\r\n"},
+                 {"A: b\rC: d\n.\nE\r\n\r\n", "a\n.\nb\r.\rc", "A: b C: d . E\r\n\r\na\r\n..\r\nb\r\n..\r\nc"},
+                 {"", "", ""},
+                 {"A: b\r\n\r\n", "", "A: b\r\n\r\n"}};
+    for (const auto& tried : CASES)
+        EXPECT_EQ(TransferForm(tried.header, tried.body).View(), tried.sent + "\r\n.\r\n");
 }
-INSTANTIATE_TEST_SUITE_P(
-    Payloads, TransferFormTest,
-    testing::Values(
-        TransferCase{"A: b\r\n\r\n", "text\r\n", "A: b\r\n\r\ntext\r\n"},
-        TransferCase{"A: b\r\n\r\n", "text\r\n.\r\n", "A: b\r\n\r\ntext"},            // not ended twice
-        TransferCase{"A: b\r\n\r\n", ".\r\n", "A: b\r\n"},                            // nor across the blank line
-        TransferCase{"A: b\r\n\r\n", "..\r\n...x\r\n", "A: b\r\n\r\n..\r\n...x\r\n"}, // in transfer form
-        TransferCase{"A: b\r\n\r\n", "..a\r\n.\r\nQUIT\r\n", "A: b\r\n\r\n..a\r\n..\r\nQUIT\r\n"},
-        TransferCase{"A: b\r\n\r\n", "a\r\n.", "A: b\r\n\r\na\r\n.."},
-        TransferCase{"A: b\r\n\r\n", "..a\r\n.b\r\n.\r\n.\r\n", "A: b\r\n\r\n...a\r\n..b\r\n.."}, // plain text
-        TransferCase{".A: b\r\n\r\n", "..a\r\n", "..A: b\r\n\r\n..a\r\n"},
-        TransferCase{"A: b\rC: d\n.\nE\r\n\r\n", "a\n.\nb\r.\rc", "A: b C: d . E\r\n\r\na\r\n..\r\nb\r\n..\r\nc"},
-        TransferCase{"", "", ""}, TransferCase{"A: b\r\n\r\n", "", "A: b\r\n\r\n"}));
