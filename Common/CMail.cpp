@@ -86,8 +86,9 @@ bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSim
 {
     if (IsOneOf(strName, {"X-Envelope-From", "Envelope-From"})) {
         SetEnvelopeSender(NormalizeAddress(strValue));
+        m_addressing.bSenderIsFinal = true;
     } else if (strName.EqualsNoCase("X-Sender")) {
-        if (m_addressing.strEnvelopeSender.IsEmpty())
+        if (LacksSender())
             SetEnvelopeSender(NormalizeAddress(strValue));
     } else if (strName.EqualsNoCase("Return-Path")) {
         SetReturnPath(NormalizeAddress(strValue));
@@ -157,7 +158,7 @@ void CMail::SetEnvelopeSender(const Bex::CSimpleString& strAddress)
 void CMail::SetReturnPath(const Bex::CSimpleString& strAddress)
 {
     m_addressing.strReturnPath = strAddress;
-    if (m_addressing.strEnvelopeSender.IsEmpty())
+    if (LacksSender())
         m_addressing.strEnvelopeSender = strAddress;
     if (FromAddress().IsEmpty())
         SetFromAddress(strAddress);

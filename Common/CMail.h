@@ -20,7 +20,8 @@ public:
     const Bex::CSimpleString& EnvelopeSender() const { return m_addressing.strEnvelopeSender; }
     /// Sets Return-Path, too, and the From address when it is empty.
     void SetEnvelopeSender(const Bex::CSimpleString& strAddress);
-    /// Sets the envelope sender and the From address only while they are empty.
+    /// Sets the envelope sender and the From address only while they are empty, the sender not even then when the file
+    /// names the null sender.
     void SetReturnPath(const Bex::CSimpleString& strAddress);
     const Bex::CList<Bex::CSimpleString>& Recipients() const { return m_recipients; }
     Bex::CSimpleString FirstRecipient() const; ///< empty when there is none
@@ -44,6 +45,7 @@ private:
     struct SAddressing
     {
         Bex::CSimpleString strEnvelopeSender;
+        bool bSenderIsFinal = false; ///< an envelope line gave it, the null sender maybe
         Bex::CSimpleString strTo;
         Bex::CSimpleString strCc;
         Bex::CSimpleString strBcc;
@@ -58,6 +60,7 @@ private:
     };
 
     bool SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue);
+    bool LacksSender() const { return m_addressing.strEnvelopeSender.IsEmpty() && !m_addressing.bSenderIsFinal; }
 
     Bex::CList<Bex::CSimpleString> m_received;
     Bex::CList<Bex::CSimpleString> m_recipients;

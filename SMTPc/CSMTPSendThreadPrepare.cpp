@@ -11,11 +11,6 @@ namespace {
 
 constexpr std::string_view SENDER_FIELD = "Sender:";
 
-Bex::CSimpleString SenderOf(const CMail& mail)
-{
-    return mail.EnvelopeSender().IsEmpty() ? mail.ReturnPath() : mail.EnvelopeSender();
-}
-
 /// Up to the comma that ends it, which is none within quotes or angle brackets.
 std::string_view FirstAddress(std::string_view list)
 {
@@ -75,7 +70,7 @@ SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
 bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared)
 {
     CMail& mail = loaded.mail;
-    prepared.strSender = SenderOf(mail);
+    prepared.strSender = mail.EnvelopeSender();
     prepared.strRecipient = RecipientOf(mail);
     if (prepared.strRecipient.IsEmpty()) {
         WriteConsole(stderr, "error: no receiver specified\n");

@@ -42,7 +42,8 @@ TEST(Mail, TakesTheSenderByPrecedence)
                  {{"X-Sender: s@s", "Return-Path: r@r"}, "s@s", "r@r"},
                  {{"Return-Path: r@r", "X-Sender: s@s"}, "r@r", "r@r"},
                  {{"Return-Path: r@r", "Return-Path: q@q"}, "r@r", "q@q"},
-                 {{"X-Envelope-From: e@e", "X-Envelope-From: <>"}, "", ""}};
+                 {{"X-Envelope-From: e@e", "X-Envelope-From: <>"}, "", ""},
+                 {{"X-Envelope-From: ", "X-Sender: s@s", "Return-Path: r@r"}, "", "r@r"}};
     for (const auto& item : CASES) {
         const SHeaders mail(item.lines);
         EXPECT_EQ(mail.EnvelopeSender().View(), item.pszSender) << *item.lines.begin();

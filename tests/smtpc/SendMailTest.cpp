@@ -171,11 +171,12 @@ TEST(SendMailTest, SendsToTheFirstAddressWithoutAnEnvelope)
     world.Route(server);
     for (const char* pszTo :
          {"bob@far.example, Eve <eve@far.example>", "\"B, \\\" Ob\" <bob@far.example>, Eve <e@x>"}) {
-        world.WriteMail("X-Envelope-From: ann@here.example\r\nTo: " + std::string(pszTo) + "\r\n");
+        world.WriteMail("X-Envelope-From: <>\r\nReturn-Path: <eve@far.example>\r\nTo: " + std::string(pszTo) + "\r\n");
         EXPECT_EQ(world.Send(), EVerdict::Delivered) << pszTo;
     }
     const Commands commands = server.Commands();
     EXPECT_EQ(std::count(commands.begin(), commands.end(), "RCPT To:<bob@far.example>"), 2);
+    EXPECT_THAT(commands[1], testing::StartsWith("MAIL From:<> "));
 }
 
 TEST(SendMailTest, SendsUnderTheMask)
