@@ -76,6 +76,11 @@ public:
         SmartHosts().Set("*", Bex::CSimpleString(std::string_view(strEntries)));
     }
     EVerdict Send() { return CAttempt(settings, Path()).Verdict(); }
+    EVerdict Send(const CScriptedServer& server, const std::string& strEntries = "127.0.0.1:%")
+    {
+        Route(server, strEntries);
+        return Send();
+    }
 
     std::string Path() const { return m_directory / "x.eml"; }
     std::string Report() const { return m_directory.Read("x.eml.err"); }

@@ -18,7 +18,7 @@
 #include <vector>
 
 /// A name server on loopback that gives the answers it was told to, and that this process asks as long as it lives.
-/// A name it was told nothing of does not exist. Answers that are too long for a datagram go over TCP.
+/// A name it was told nothing of does not exist.
 class CDnsServer
 {
 public:
@@ -29,10 +29,12 @@ public:
     CDnsServer()
     {
         sockaddr_in address{};
-        for (int n = 0; !Listen(address); ++n) { // a port that is free for both: others take ports meanwhile
-            if (n == 1000)
-                throw std::runtime_error("no port for a name server");
-        }
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t nLength = sizeof(address);
+        auto* pAddress = reinterpret_cast<sockaddr*>(&address);
+        if (bind(m_iSocket, pAddress, nLength) != 0 || getsockname(m_iSocket, pAddress, &nLength) != 0)
+            throw std::runtime_error("no port for a name server");
         std::string strConfig = "nameserver 127.0.0.1@";
         strConfig.append(std::to_string(ntohs(address.sin_port))).append("\nsearch corp.test\n");
         setenv("TOBIX_RESOLV_CONF", m_directory.Write("resolv.conf", strConfig).c_str(), 1);
@@ -42,8 +44,7 @@ public:
     {
         m_stop.Set();
         m_thread.join();
-        close(m_udp);
-        close(m_tcp);
+        close(m_iSocket);
     }
     CDnsServer(const CDnsServer&) = delete;
     CDnsServer& operator=(const CDnsServer&) = delete;
@@ -90,58 +91,24 @@ public:
     static std::string IPv6(const char* pszText) { return Address(AF_INET6, pszText); }
 
 private:
-    bool Listen(sockaddr_in& address)
-    {
-        address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t nLength = sizeof(address);
-        auto* pAddress = reinterpret_cast<sockaddr*>(&address);
-        m_udp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        m_tcp = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (bind(m_udp, pAddress, nLength) == 0 && getsockname(m_udp, pAddress, &nLength) == 0 &&
-            bind(m_tcp, pAddress, nLength) == 0 && listen(m_tcp, 8) == 0)
-            return true;
-        close(m_udp);
-        close(m_tcp);
-        return false;
-    }
     using CQuestion = std::pair<std::string, int>;
-    static constexpr size_t LONGEST_DATAGRAM = 1200;
     static constexpr size_t HEADER = 12;
 
     void Serve()
     {
         std::array<char, 65536> query;
         for (;;) {
-            pollfd polled[] = {{m_stop.WaitDescriptor(), POLLIN, 0}, {m_udp, POLLIN, 0}, {m_tcp, POLLIN, 0}};
-            poll(polled, 3, -1);
+            pollfd polled[] = {{m_stop.WaitDescriptor(), POLLIN, 0}, {m_iSocket, POLLIN, 0}};
+            poll(polled, 2, -1);
             if (polled[0].revents != 0)
                 return;
             sockaddr_storage peer{};
             socklen_t nPeer = sizeof(peer);
             auto* pPeer = reinterpret_cast<sockaddr*>(&peer);
-            if (polled[1].revents != 0) {
-                const ssize_t nRead = recvfrom(m_udp, query.data(), query.size(), 0, pPeer, &nPeer);
-                std::string strReply = Reply(std::string(query.data(), static_cast<size_t>(nRead)));
-                if (strReply.size() > LONGEST_DATAGRAM) {
-                    strReply = strReply.substr(0, strReply.find('\0', HEADER) + 5);
-                    strReply[2] |= 2; // truncated
-                    strReply[6] = strReply[7] = 0;
-                }
-                if (!strReply.empty())
-                    sendto(m_udp, strReply.data(), strReply.size(), 0, pPeer, nPeer);
-            }
-            if (polled[2].revents != 0) {
-                const int iConnection = accept(m_tcp, nullptr, nullptr);
-                const ssize_t nRead = read(iConnection, query.data(), query.size());
-                if (nRead > 2) {
-                    const std::string strReply = Reply(std::string(query.data() + 2, static_cast<size_t>(nRead - 2)));
-                    const std::string strFramed = Short(strReply.size()) + strReply;
-                    send(iConnection, strFramed.data(), strFramed.size(), MSG_NOSIGNAL);
-                }
-                close(iConnection);
-            }
+            const ssize_t nRead = recvfrom(m_iSocket, query.data(), query.size(), 0, pPeer, &nPeer);
+            const std::string strReply = Reply(std::string(query.data(), static_cast<size_t>(nRead)));
+            if (!strReply.empty())
+                sendto(m_iSocket, strReply.data(), strReply.size(), 0, pPeer, nPeer);
         }
     }
 
@@ -178,8 +145,7 @@ private:
     }
 
     CTemporaryDirectory m_directory;
-    int m_udp = -1;
-    int m_tcp = -1;
+    const int m_iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     std::mutex m_mutex;
     std::map<CQuestion, std::pair<int, CData>> m_answers; ///< type 0: the name exists
     std::map<CQuestion, int> m_asked;
