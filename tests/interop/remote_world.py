@@ -31,14 +31,6 @@ class RemoteWorld(World):
         return [line for line in self.log().splitlines() if f"mail <{subject.replace(' ', '.')}@far.example>" in line]
 
 
-def without_envelope(content):
-    """What the plain write mode gives of an outgoing file, as a receiver sees it."""
-    lines = content.split(b"\r\n")
-    while lines[0].startswith((b"X-Envelope-", b"Return-Path:")):
-        del lines[0]
-    return b"\r\n".join(lines).removesuffix(b"\r\n.\r\n") + b"\r\n"
-
-
 def stored_once(test, server, subject, seconds=30):
     """The one mail with this subject at the receiver, in transfer line ends."""
     token = f"Message-ID: <{subject.replace(' ', '.')}@far.example>\n".encode()
