@@ -13,7 +13,7 @@ namespace Bex {
 
 namespace {
 
-constexpr size_t TEXT_SIZE = 1024; // with the terminating NUL
+constexpr size_t TEXT_SIZE = LONGEST_LOG_TEXT + 1; // with the terminating NUL
 
 bool IsControl(char c)
 {

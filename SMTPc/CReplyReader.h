@@ -13,6 +13,7 @@ class CReplyReader
 public:
     static constexpr size_t MOST_BYTES = size_t{128} * 1024;
     static constexpr size_t MOST_LINES = 512;
+    static constexpr size_t LONGEST_SHOWN_LINE = 512; ///< in logs and on the console; only a report tells the whole
 
     static constexpr size_t CODE_LENGTH = 3;
     static constexpr size_t TEXT_START = CODE_LENGTH + 1; ///< in a line: behind the code and the character after it

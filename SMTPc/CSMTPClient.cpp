@@ -115,7 +115,7 @@ void CSMTPClient::ReceiveReply()
             Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
         state = m_reply.Take({m_receiveBuffer, nReceived});
         if (m_iDebugLevel > 1)
-            LogDebug("S: ", ShownSoFar(m_reply.LastLine()));
+            LogDebug("S: ", ShownSoFar(m_reply.LastLine()).substr(0, CReplyReader::LONGEST_SHOWN_LINE));
     }
     if (state == CReplyReader::EState::TooLong)
         Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
@@ -126,10 +126,12 @@ void CSMTPClient::RecordReply()
     std::string strShown;
     std::string strEntry;
     ForEachLine(m_reply.Text(), [&](std::string_view line) {
-        const std::string strLine = Shown(line) + '\n';
-        strShown += strLine;
-        strEntry += ReportText::REPLY + strLine;
+        const std::string strLine = Shown(line);
+        strShown += strLine.substr(0, CReplyReader::LONGEST_SHOWN_LINE) + '\n';
+        strEntry += ReportText::REPLY + strLine + '\n';
     });
+    if (strShown.size() > Bex::LONGEST_LOG_TEXT) // a journal may read the console, too
+        strShown.replace(Bex::LONGEST_LOG_TEXT - 1, std::string::npos, "\n");
     m_transcript.Append(Bex::CSimpleString(std::string_view(strEntry)));
     WriteConsole(stdout, strShown);
     if (m_iDebugLevel >= 1)

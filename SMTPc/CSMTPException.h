@@ -13,7 +13,8 @@ public:
     CSMTPException(const char* pszClassName, const char* pszSourceFile, int iLine, const Bex::CSimpleString& strLine);
 
     const Bex::CList<Bex::CSimpleString>& Lines() const { return m_lines; }
-    Bex::CSimpleString LastLine() const; ///< empty when there is none
+    /// As logs show it, without its end; empty when there is none.
+    Bex::CSimpleString LastLine() const;
 
 private:
     Bex::CList<Bex::CSimpleString> m_lines{false};

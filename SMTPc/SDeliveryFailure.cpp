@@ -22,15 +22,13 @@ SDeliveryFailure Broken(EKind kind, const TException& exception)
 SDeliveryFailure Refused(EKind kind, const CSMTPException& exception)
 {
     const bool bForNow = kind == EKind::Temporary;
-    SDeliveryFailure failure{.kind = kind,
-                             .strText = exception.LastLine(),
-                             .lines = exception.Lines(),
-                             .verdict = bForNow ? EVerdict::Temporary : EVerdict::Permanent,
-                             .bTryNextTarget = bForNow,
-                             .pszSourceFile = exception.SourceFile(),
-                             .iLine = exception.Line()};
-    failure.strText.TrimRight();
-    return failure;
+    return {.kind = kind,
+            .strText = exception.LastLine(),
+            .lines = exception.Lines(),
+            .verdict = bForNow ? EVerdict::Temporary : EVerdict::Permanent,
+            .bTryNextTarget = bForNow,
+            .pszSourceFile = exception.SourceFile(),
+            .iLine = exception.Line()};
 }
 
 } // namespace
