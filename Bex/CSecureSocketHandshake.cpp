@@ -76,7 +76,7 @@ void CSecureSocket::HandshakeLoop(bool bRead)
     uint32_t dwStatus = SEC_I_CONTINUE_NEEDED;
     uint32_t dwRequest = m_bServer && m_bCheckCertificate ? TLS_REQUEST_MUTUAL_AUTH : 0;
     try {
-        while (IsUnfinished(dwStatus))
+        while (dwStatus != SEC_E_OK)
             HandshakePass(dwStatus, dwRequest, bRead);
     } catch (...) {
         m_context.Delete();
@@ -98,7 +98,7 @@ void CSecureSocket::HandshakePass(uint32_t& dwStatus, uint32_t& dwRequest, bool&
         return;
     if (!IsFailure(dwStatus) || token.bExtendedError)
         SendToken(token, m_bServer ? SEC_E_CONTEXT_EXPIRED : SEC_E_INTERNAL_ERROR);
-    if (IsFailure(dwStatus))
+    if (dwStatus != SEC_E_OK && !IsUnfinished(dwStatus)) // the peer's close notification is no success
         ThrowSecurityException(SOURCE_FILE, __LINE__, dwStatus);
     m_received.Keep(input[1]);
     if (dwStatus == SEC_I_INCOMPLETE_CREDENTIALS) {

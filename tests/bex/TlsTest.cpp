@@ -274,23 +274,25 @@ TEST(TlsTest, LogsACertificateThatItCannotFind)
 
 TEST(TlsTest, EndsTheHandshakeWithAPeerThatSpeaksNoTls)
 {
+    const std::string CLOSE_NOTIFICATION("\x15\x03\x03\0\x02\x01\0", 7);
     struct
     {
-        const char* pszSent; ///< by the peer, which closes then
+        std::string strSent; ///< by the peer, which closes then
         uint32_t dwClientStatus;
         uint32_t dwServerStatus;
     } const cases[] = {{"", SEC_E_INTERNAL_ERROR, SEC_E_INCOMPLETE_MESSAGE},
                        {"\x16\x03\x03\x01", SEC_E_INTERNAL_ERROR, SEC_E_INCOMPLETE_MESSAGE},
                        {"250 said in clear\r\n", SEC_E_ILLEGAL_MESSAGE, SEC_E_ILLEGAL_MESSAGE},
-                       {"\x16\x03\x03\xFF\xFF", SEC_E_ILLEGAL_MESSAGE, SEC_E_ILLEGAL_MESSAGE}};
+                       {"\x16\x03\x03\xFF\xFF", SEC_E_ILLEGAL_MESSAGE, SEC_E_ILLEGAL_MESSAGE},
+                       {CLOSE_NOTIFICATION, SEC_I_CONTEXT_EXPIRED, SEC_E_ILLEGAL_MESSAGE}};
     for (const auto& one : cases) {
-        SCOPED_TRACE(one.pszSent);
+        SCOPED_TRACE(one.strSent);
         CPair pair, plain;
         plain.listener.SetSecure(false);
         CSocketEndPoint from;
         std::thread plainServer([&] {
             plain.listener.Accept(plain.server, from);
-            plain.server.Send(one.pszSent);
+            plain.server.Send(one.strSent.data(), static_cast<uint32_t>(one.strSent.size()), 0);
             plain.server.Shutdown(1);
             char received[1000];
             while (StatusOf([&] { plain.server.Receive(received, sizeof(received), 0); }) == 0 && received[0] == 22)
@@ -304,7 +306,7 @@ TEST(TlsTest, EndsTheHandshakeWithAPeerThatSpeaksNoTls)
 
         plain.client.SetSecure(false);
         plain.client.Connect("127.0.0.1", pair.listener.LocalEndPoint().Port());
-        plain.client.Send(one.pszSent);
+        plain.client.Send(one.strSent.data(), static_cast<uint32_t>(one.strSent.size()), 0);
         plain.client.Shutdown(1);
         EXPECT_EQ(StatusOf([&] { pair.listener.Accept(pair.server, from); }), one.dwServerStatus);
     }
