@@ -6,9 +6,9 @@ import shutil
 import socket
 import subprocess
 import sys
-import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "daemon"))
+from world import wait_for  # noqa: E402
 
 RUN = pathlib.Path("/run/interop")
 CA = RUN / "tls" / "ca.pem"
@@ -29,19 +29,15 @@ def serve(*command):
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
 
-def wait_for_port(host, port, seconds=30):
-    end = time.monotonic() + seconds
-    while True:
-        try:
-            with socket.create_connection((host, port), 5) as connection:
-                if port != 25 or connection.recv(3) == b"220":
-                    return
-        except OSError:
-            pass
-        if time.monotonic() > end or any(server.poll() is not None for server in _servers):
-            logs = "\n".join(f"== {p.name}\n{p.read_text('utf-8', 'replace')[-2000:]}" for p in (RUN / "log").iterdir())
-            raise RuntimeError(f"nobody serves {host} port {port}\n{logs}")
-        time.sleep(0.05)
+def wait_for_server(host):
+    def answers():
+        with contextlib.suppress(OSError), socket.create_connection((host, 25), 5) as connection:
+            return connection.recv(3) == b"220"
+    try:
+        wait_for(f"a mail server at {host}", answers, 30)
+    except AssertionError as error:
+        logs = "\n".join(f"== {p.name}\n{p.read_text('utf-8', 'replace')[-2000:]}" for p in (RUN / "log").iterdir())
+        raise AssertionError(f"{error}\n{logs}") from None
 
 
 def make_certificates():
@@ -67,11 +63,10 @@ def start_postfix():
 
 def start_opensmtpd():
     spool = pathlib.Path("/var/spool/smtpd")
-    for name, mode, owner in (("", 0o711, "root"), ("offline", 0o770, "root"), ("purge", 0o700, "opensmtpq"),
-                              ("temporary", 0o700, "opensmtpq"), ("incoming", 0o700, "opensmtpq"),
-                              ("corrupt", 0o700, "opensmtpq"), ("queue", 0o700, "opensmtpq")):
-        (spool / name).mkdir(mode=mode)
-        shutil.chown(spool / name, owner, "opensmtpq" if name == "offline" else "root")
+    for name, mode, owner, group in (("", 0o711, "root", "root"), ("offline", 0o770, "root", "opensmtpq"),
+                                     *((name, 0o700, "opensmtpq", "root") for name in ("purge", "temporary", "incoming", "corrupt", "queue"))):
+        (spool / name).mkdir()
+        shutil.chown(spool / name, owner, group)
         (spool / name).chmod(mode)
     _servers.append(serve("/usr/sbin/smtpd", "-d", "-f", "/etc/smtpd.conf"))
 
@@ -90,8 +85,8 @@ def start():
     _servers.append(serve("/usr/sbin/exim4", "-bdf", "-q1m"))
     start_opensmtpd()
     for number in (11, 12, 13):
-        wait_for_port(f"192.0.2.{number}", 25)
-        wait_for_port(f"2001:db8::{number}", 25)
+        wait_for_server(f"192.0.2.{number}")
+        wait_for_server(f"2001:db8::{number}")
 
 
 def stop():

@@ -80,24 +80,6 @@ class Receivers(unittest.TestCase):
                 self.assertRegex(told, rf">>> RCPT To:<refused@{server}.example>\r\n<<< 550.* no mail for this one".encode())
             self.assertEqual(list(world.outgoing.iterdir()), [])
 
-    def test_mail_that_is_put_off_is_tried_again_until_it_is_taken_or_too_old(self):
-        with RemoteWorld().start() as world:
-            world.post("later", mail("later@exim.example", subject="patience"))
-            world.wait_for_log('later.eml" temporarily failed with error 9. I will retry later!', 2)
-            self.assertIn(b"451 try again later", (world.outgoing / "later.eml.err").read_bytes())
-            door = pathlib.Path("/run/interop/exim-open")
-            door.touch()
-            self.addCleanup(door.unlink)
-            world.wait_until_sent("later")
-            stored_once(self, "exim", "patience")
-            self.assertEqual(world.stop(), 0)
-            self.assertEqual(list(world.outgoing.iterdir()), [])
-        with RemoteWorld(AutoTransTime=0).start() as world:
-            world.post("old", mail("later@postfix.example", sender="ann@example.org", subject="too old"))
-            world.wait_for_log('old.eml" failed for 0 minutes with error 9. I am giving up!')
-            wait_for("the notification", lambda: world.mailbox("ann"), 60)
-            self.assertIn(b"450 4.7.1", world.mailbox("ann")[0].read_bytes())
-
     def test_mail_that_an_alias_sends_on_respects_the_policy_of_its_author(self):
         with RemoteWorld() as world:
             (world.etc / "aliases").write_text("out@example.org: far@exim.example\n")

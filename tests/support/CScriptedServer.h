@@ -1,12 +1,11 @@
 #pragma once
 
 #include "Bex/CSecureSocket.h"
-#include "Bex/CSecurityException.h"
 #include "Bex/CSocketException.h"
+#include "support/Becomes.h"
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -57,12 +56,8 @@ public:
     }
     void WaitFor(const std::string& strCommand) ///< that begins so
     {
-        std::unique_lock lock(m_mutex);
-        const auto came = [&] {
-            return std::any_of(m_commands.begin(), m_commands.end(),
-                               [&](const std::string& strLine) { return strLine.starts_with(strCommand); });
-        };
-        if (!m_changed.wait_for(lock, std::chrono::seconds(LONGEST_WAIT), came))
+        const auto isThat = [&](const std::string& strLine) { return strLine.starts_with(strCommand); };
+        if (!Becomes([&] { return std::ranges::any_of(Commands(), isThat); }))
             throw std::runtime_error("never came: " + strCommand);
     }
 
@@ -81,8 +76,7 @@ private:
             try {
                 m_strReceived.clear();
                 Talk(m_scripts[std::min(nConnection, m_scripts.size() - 1)]);
-            } catch (const Bex::CSocketException&) { // as the clients are tried with it
-            } catch (const Bex::CSecurityException&) {
+            } catch (const Bex::CException&) { // as the clients are tried with it
             }
             m_peer.Close();
         }
@@ -103,11 +97,10 @@ private:
             if (bGoesOn && strWord == "STARTTLS" && m_strSent.starts_with("220"))
                 m_peer.Negotiate({});
             if (bGoesOn && strWord == "DATA" && m_strSent.starts_with("354")) {
-                std::string strPayload = ReadUpTo("\r\n.\r\n");
-                {
-                    const std::lock_guard lock(m_mutex);
-                    m_strPayload.swap(strPayload);
-                }
+                const std::string strPayload = ReadUpTo("\r\n.\r\n");
+                std::unique_lock lock(m_mutex);
+                m_strPayload = strPayload;
+                lock.unlock();
                 bGoesOn = Answer(script, "payload", "250 taken\r\n");
             }
         }
@@ -168,7 +161,6 @@ private:
     {
         const std::lock_guard lock(m_mutex);
         m_commands.push_back(strCommand);
-        m_changed.notify_all();
     }
 
     const std::vector<Replies> m_scripts;
@@ -178,7 +170,6 @@ private:
     std::string m_strReceived;
     std::string m_strSent;
     std::mutex m_mutex;
-    std::condition_variable m_changed;
     std::vector<std::string> m_commands;
     std::string m_strPayload;
     std::thread m_thread;

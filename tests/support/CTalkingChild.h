@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <spawn.h>
 #include <stdexcept>
 #include <string>
 #include <sys/socket.h>
@@ -31,19 +30,18 @@ public:
     {
         if (pipe2(m_toChild, O_CLOEXEC) != 0 || pipe2(m_fromChild, O_CLOEXEC) != 0)
             throw std::runtime_error("no pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, m_toChild[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, m_fromChild[1], STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, m_fromChild[1], STDERR_FILENO);
         arguments.insert(arguments.begin(), TOBIX_BUILD_DIR "/" + strProgram);
-        const int iErrno = posix_spawn(&m_iProcess, arguments.front().c_str(), &actions, nullptr,
-                                       Pointers(arguments).data(), Pointers(environment).data());
-        posix_spawn_file_actions_destroy(&actions);
+        const std::vector<char*> argumentPointers = Pointers(arguments), environmentPointers = Pointers(environment);
+        m_iProcess = fork();
+        if (m_iProcess == 0) {
+            dup2(m_toChild[0], STDIN_FILENO);
+            dup2(m_fromChild[1], STDOUT_FILENO);
+            dup2(m_fromChild[1], STDERR_FILENO);
+            execve(argumentPointers.front(), argumentPointers.data(), environmentPointers.data());
+            _exit(127);
+        }
         close(m_toChild[0]);
         close(m_fromChild[1]);
-        if (iErrno != 0)
-            throw std::runtime_error("cannot start " + arguments.front());
     }
     ~CTalkingChild()
     {

@@ -24,15 +24,20 @@ class AgentTest : public testing::Test
 protected:
     void SetUp() override
     {
-        for (const char* pszName : {"etc", "queue", "spool/ann", "error", "outgoing", "filtered", "intercepted"})
+        std::string strConfig;
+        for (const auto& [pszName, pszKey] : {std::pair("queue", "QueueDir"),
+                                              {"spool", "SpoolDir"},
+                                              {"error", "ErrorDir"},
+                                              {"outgoing", "OutgoingDir"},
+                                              {"filtered", "FilterDir"},
+                                              {"intercepted", "InterceptDir"}}) {
             fs::create_directories(Path(pszName));
+            strConfig.append(pszKey).append(": ").append(Path(pszName)).append("\n");
+        }
+        m_directory.Write("etc/tobix.cfg", strConfig);
         m_directory.Write("etc/domains", "example.org\n");
         m_directory.Write("etc/aliases", "");
         m_directory.Write("spool/ann/config", "");
-        m_directory.Write("etc/tobix.cfg", "QueueDir: " + Path("queue") + "\nSpoolDir: " + Path("spool") +
-                                               "\nErrorDir: " + Path("error") + "\nOutgoingDir: " + Path("outgoing") +
-                                               "\nFilterDir: " + Path("filtered") +
-                                               "\nInterceptDir: " + Path("intercepted") + "\n");
         ASSERT_EQ(setenv("MAILCONFIGDIR", Path("etc").c_str(), 1), 0);
         ASSERT_TRUE(Config().Load(Path("etc/tobix.cfg").c_str()));
         ASSERT_TRUE(Users().InitUsers());
@@ -69,59 +74,55 @@ protected:
     }
 
     CTemporaryDirectory m_directory;
-    const CLogRecorder m_log;
+    CLogRecorder m_log;
 };
-
-struct SFaultCase
-{
-    const char* pszName;
-    Platform::EFault fault;
-    unsigned nCall;
-    int iErrno;
-    size_t nFailed; ///< of two mails, moved to the error directory
-    const char* pszLog;
-    size_t nStored = 2 - nFailed;
-};
-
-class AgentFaultTest : public AgentTest, public testing::WithParamInterface<SFaultCase>
-{};
 
 using Platform::EFault;
 
 } // namespace
 
-TEST_P(AgentFaultTest, StoresEachMailWholeOrMovesIt)
+TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
 {
-    Drop("1.eml", "ann@example.org");
-    Drop("2.eml", "ann@example.org");
-    const Platform::CInjectedFault fault(GetParam().fault, GetParam().nCall, GetParam().iErrno);
-    RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), GetParam().nStored);
-    EXPECT_EQ(CountIn("error"), GetParam().nFailed);
-    EXPECT_TRUE(m_log.Contains(GetParam().pszLog));
-    for (const char* pszFile : {"spool/ann/1.eml", "spool/ann/2.eml", "error/1.eml", "error/2.eml"})
-        EXPECT_TRUE(!fs::exists(Path(pszFile)) || m_directory.Read(pszFile).ends_with("body\r\n")) << pszFile;
-    for (const char* pszFile : {"spool/ann/.1.eml.tmp", "spool/ann/.2.eml.tmp"})
-        EXPECT_FALSE(fs::exists(Path(pszFile)));
+    const struct
+    {
+        EFault fault;
+        unsigned nCall;
+        int iErrno;
+        size_t nFailed; ///< of two mails, moved to the error directory
+        const char* pszLog;
+        size_t nStored = 2 - nFailed;
+    } CASES[] = {{EFault::FlushVolume, 1, EIO, 2, "flushing delivered mail failed", 2},
+                 {EFault::Remove, 1, EBUSY, 0, "caught at Tobix/LocalAgent:433"},
+                 {EFault::Open, 2, EMFILE, 0, "Looks like lock on file"},
+                 {EFault::Lock, 1, EAGAIN, 0, "Looks like lock on file"},
+                 {EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"}, // being written
+                 {EFault::Read, 1, EIO, 1, "errno=5"},
+                 {EFault::ReadDirectory, 8, EIO, 0, "caught at Tobix/LocalAgent"},
+                 {EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
+                 {EFault::Rename, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
+                 {EFault::Close, 2, EIO, 1, "errno=5"},
+                 {EFault::Rename, 1, EINVAL, 0, "saved in <ann>"},            // one that cannot refuse to replace
+                 {EFault::Write, 2, ENOSPC, 0, "caught at Tobix/LocalAgent"}, // of the next number
+                 {EFault::Rename, 2, ENOSPC, 0, "saved in <ann>"}};
+    for (const auto& tried : CASES) {
+        SCOPED_TRACE(testing::Message() << "fault " << static_cast<int>(tried.fault) << " at call " << tried.nCall);
+        for (const char* pszName : {"spool", "error"})
+            fs::remove_all(Path(pszName));
+        TearDown();
+        SetUp();
+        Drop("1.eml", "ann@example.org");
+        Drop("2.eml", "ann@example.org");
+        const Platform::CInjectedFault fault(tried.fault, tried.nCall, tried.iErrno);
+        RunAgentUntilQueueIsEmpty();
+        EXPECT_EQ(CountIn("spool/ann"), tried.nStored);
+        EXPECT_EQ(CountIn("error"), tried.nFailed);
+        EXPECT_NE(m_log.Take().find(tried.pszLog), std::string::npos);
+        for (const char* pszFile : {"spool/ann/1.eml", "spool/ann/2.eml", "error/1.eml", "error/2.eml"})
+            EXPECT_TRUE(!fs::exists(Path(pszFile)) || m_directory.Read(pszFile).ends_with("body\r\n")) << pszFile;
+        for (const char* pszFile : {"spool/ann/.1.eml.tmp", "spool/ann/.2.eml.tmp"})
+            EXPECT_FALSE(fs::exists(Path(pszFile)));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    , AgentFaultTest,
-    testing::Values(SFaultCase{"FlushOfTheCopies", EFault::FlushVolume, 1, EIO, 2, "flushing delivered mail failed", 2},
-                    SFaultCase{"DeletionOfTheQueueFile", EFault::Remove, 1, EBUSY, 0, "caught at Tobix/LocalAgent:433"},
-                    SFaultCase{"NoDescriptorForTheQueueFile", EFault::Open, 2, EMFILE, 0, "Looks like lock on file"},
-                    SFaultCase{"QueueFileLocked", EFault::Lock, 1, EAGAIN, 0, "Looks like lock on file"},
-                    SFaultCase{"QueueFileBeingWritten", EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"},
-                    SFaultCase{"QueueFileUnreadable", EFault::Read, 1, EIO, 1, "errno=5"},
-                    SFaultCase{"HalfOfAListing", EFault::ReadDirectory, 8, EIO, 0, "caught at Tobix/LocalAgent"},
-                    SFaultCase{"DiskFull", EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
-                    SFaultCase{"NoRoomForTheName", EFault::Rename, 1, ENOSPC, 1,
-                               "error in Tobix/LocalAgent:313, errno=28"},
-                    SFaultCase{"ErrorOnClosing", EFault::Close, 2, EIO, 1, "errno=5"},
-                    SFaultCase{"RenameThatCannotRefuse", EFault::Rename, 1, EINVAL, 0, "saved in <ann>"},
-                    SFaultCase{"NumberNotWritten", EFault::Write, 2, ENOSPC, 0, "caught at Tobix/LocalAgent"},
-                    SFaultCase{"NumberNotRecorded", EFault::Rename, 2, ENOSPC, 0, "saved in <ann>"}),
-    [](const auto& row) { return row.param.pszName; });
 
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
