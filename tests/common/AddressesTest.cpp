@@ -2,6 +2,7 @@
 #include "Common/NormalizeAddress.h"
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 namespace {
 
@@ -26,29 +27,25 @@ TEST(NormalizeAddress, GivesTheBareAddress)
 
 TEST(SetFrom, PartsAddressAndName)
 {
-    const struct
-    {
-        const char* pszValue;
-        const char* pszAddress;
-        const char* pszName;
-    } CASES[] = {{"\"Ann B\" <Ann@A.b>", "Ann@A.b", "Ann B"},
-                 {"Ann B <a@b>", "a@b", "Ann B"},
-                 {"\"A\" \"B\" <a@b>", "a@b", "A\" \"B"},
-                 {"A\"nn <a@b>", "a@b", "nn <a@b>"}, // one quote: all behind it
-                 {"<a@b>", "a@b", ""},
-                 {"<a<b>c>", "a<b>c", ""},
-                 {">x<", "", ">x"},
-                 {"a@b (Ann (B))", "a@b", "Ann (B)"},
-                 {"a@b )Ann(", "a@b", ""},
-                 {"a@b Ann", "a@b", "Old"}, // says nothing of the name
-                 {"a@b(Ann)", "a@b(Ann)", "Old"},
-                 {"a@b", "a@b", "Old"}};
-    for (const auto& item : CASES) {
+    using CText = std::string_view;
+    // value, address, name
+    const std::tuple<const char*, CText, CText> CASES[] = {
+        {"\"Ann B\" <Ann@A.b>", "Ann@A.b", "Ann B"},
+        {"\"A\" \"B\" <a@b>", "a@b", "A\" \"B"},
+        {"A\"nn <a@b>", "a@b", "nn <a@b>"}, // one quote: all behind it
+        {"<a@b>", "a@b", ""},
+        {"<a<b>c>", "a<b>c", ""},
+        {">x<", "", ">x"},
+        {"a@b (Ann (B))", "a@b", "Ann (B)"},
+        {"a@b )Ann(", "a@b", ""},
+        {"a@b Ann", "a@b", "Old"}, // says nothing of the name
+        {"a@b(Ann)", "a@b(Ann)", "Old"}};
+    for (const auto& [pszValue, address, name] : CASES) {
         CMail mail;
         mail.SetFrom("old (Old)");
-        mail.SetFrom(item.pszValue);
-        EXPECT_EQ(mail.FromAddress().View(), item.pszAddress) << item.pszValue;
-        EXPECT_EQ(mail.FromName().View(), item.pszName) << item.pszValue;
+        mail.SetFrom(pszValue);
+        EXPECT_EQ(mail.FromAddress().View(), address) << pszValue;
+        EXPECT_EQ(mail.FromName().View(), name) << pszValue;
     }
 }
 

@@ -43,47 +43,20 @@ TEST(AliasesTest, ResolvesByTheMostSpecificRule)
                        "info@l.example: info@r.example\n"
                        "desk: ann\n"
                        "b?b@m.example: bee@r.example\n");
-    struct
-    {
-        const char* address;
-        const char* target;
-    } const cases[] = {{"info@l.example", "info@r.example"},
-                       {"INFO@L.example", "info@r.example"},
-                       {"info+x@l.example", "info@r.example"},
-                       {"infos@l.example", "i@r.example"},
-                       {"bob@l.example", "catch@r.example"},
-                       {"+x@l.example", "catch@r.example"},
-                       {"a*b@l.example", "catch@r.example"}, // by the catch-all's exact key
-                       {"bob@m.example", "bee@r.example"},
-                       {"ann+list@m.example", "ann"},
-                       {"desk@m.example", "ann"},
-                       {"DESK@m.example", "ann"},
-                       {"Ann@m.example", ""},
-                       {"nobody@m.example", ""},
-                       {"ann", "ann"},
-                       {"ann+x", "ann"},
-                       {"ann@", ""},
-                       {"", ""}};
-    for (const auto& one : cases)
-        EXPECT_EQ(Aliases().ResolveRecipient(one.address), one.target) << one.address;
-}
-
-TEST(AliasesTest, PreresolutionLeavesUsersAndRemoteAddresses)
-{
-    const CAccountWorld world({"bob"}, "l.example\n");
-    LoadAliases(world, "a@l.example: b@l.example\nb@l.example: c@l.example\nc@l.example: bob\n"
-                       "x@l.example: y@l.example\ny@l.example: x@l.example\n" // each other
-                       "w@l.example: x@l.example\n"                           // into that circle
-                       "far: f@R.example\nnear: far@l.example\ndead: nobody@l.example\n"
-                       "g@l.example: bob\nbob: g@l.example\n" // back to its own name: gone after m's turn
-                       "m@l.example: n@l.example\nn@l.example: bob@l.example\n?o?: b@r.example\n"); // before n's
-    Aliases().PreresolveAliases();
-    EXPECT_EQ(Aliases().Count(), 9u);
-    for (const char* pszKey : {"a@l.example", "b@l.example", "c@l.example", "m@l.example"})
-        EXPECT_EQ(Aliases().Get(pszKey), "bob");
-    EXPECT_EQ(Aliases().Get("n@l.example"), "b@r.example");
-    EXPECT_EQ(Aliases().Get("far"), "f@R.example");
-    EXPECT_EQ(Aliases().Get("near"), "f@R.example");
+    const std::pair<const char*, const char*> CASES[] = {{"INFO@L.example", "info@r.example"},
+                                                         {"info+x@l.example", "info@r.example"},
+                                                         {"infos@l.example", "i@r.example"},
+                                                         {"+x@l.example", "catch@r.example"},
+                                                         {"a*b@l.example", "catch@r.example"},
+                                                         {"bob@m.example", "bee@r.example"},
+                                                         {"ann+list@m.example", "ann"},
+                                                         {"DESK@m.example", "ann"},
+                                                         {"Ann@m.example", ""},
+                                                         {"ann+x", "ann"},
+                                                         {"ann@", ""},
+                                                         {"", ""}};
+    for (const auto& [pszAddress, pszTarget] : CASES)
+        EXPECT_EQ(Aliases().ResolveRecipient(pszAddress), pszTarget) << pszAddress;
 }
 
 TEST(AliasesTest, ThousandsOfPatternsAndLongChainsArePreresolvedInABlink)
@@ -130,11 +103,8 @@ public:
     {
         const size_t nAt = strAddress.find('@');
         const std::string strDomain = nAt != std::string::npos ? strAddress.substr(nAt + 1) : "";
-        std::string strLocal = strAddress.substr(0, nAt);
-        if (const size_t nPlus = strLocal.find('+'); nPlus != std::string::npos) {
-            strLocal.resize(nPlus);
-            strAddress = strDomain.empty() ? strLocal : strLocal + "@" + strDomain;
-        }
+        const std::string strLocal = strAddress.substr(0, std::min(nAt, strAddress.find('+')));
+        strAddress = strDomain.empty() ? strLocal : strLocal + "@" + strDomain;
         const std::string* pTarget = Lookup(strAddress);
         if (pTarget == nullptr && !strDomain.empty())
             pTarget = Lookup("*@" + strDomain);

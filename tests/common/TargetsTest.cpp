@@ -18,28 +18,22 @@ namespace {
 
 using CTexts = std::vector<std::string>;
 
-template <class T, class TText>
-CTexts Texts(const CList<T>& list, TText text)
+const CSimpleString& Line(const CSimpleString& strText) { return strText; }
+CSimpleString Line(const CSmartHost& target)
+{
+    return CSimpleString::Formatted("%s %s %u %u %s", target.strHostName.Text(),
+                                    target.endPoint.Address()->Text().Text(), target.endPoint.Port(),
+                                    static_cast<unsigned>(target.mode), target.strUser.Text());
+}
+CTexts Texts(const auto& list)
 {
     CTexts texts;
-    for (const T& element : list)
-        texts.emplace_back(text(element).Text());
+    for (const auto& element : list)
+        texts.emplace_back(Line(element).Text());
     return texts;
 }
-CTexts Texts(const CList<CSimpleString>& list)
-{
-    return Texts(list, [](const CSimpleString& strText) { return strText; });
-}
-CTexts Texts(const CTargetList& targets)
-{
-    return Texts(targets, [](const CSmartHost& target) {
-        return CSimpleString::Formatted("%s %s %u %u %s", target.strHostName.Text(),
-                                        target.endPoint.Address()->Text().Text(), target.endPoint.Port(),
-                                        static_cast<unsigned>(target.mode), target.strUser.Text());
-    });
-}
 
-class TargetsTest : public testing::Test
+class TargetsTest : public testing::Test, protected CDnsServer
 {
 public:
     static void SetUpTestSuite() { setenv("TOBIX_CONNECTIVITY", "46", 1); } // before the process probes
@@ -53,29 +47,26 @@ protected:
     }
     void TellHost(const char* pszName, const char* pszIPv4, const char* pszIPv6 = nullptr)
     {
-        dns.Tell(pszName, CDnsServer::A, {CDnsServer::IPv4(pszIPv4)});
+        Tell(pszName, A, {IPv4(pszIPv4)});
         if (pszIPv6 != nullptr)
-            dns.Tell(pszName, CDnsServer::AAAA, {CDnsServer::IPv6(pszIPv6)});
+            Tell(pszName, AAAA, {IPv6(pszIPv6)});
     }
-
-    CDnsServer dns;
     CLogRecorder log;
 };
 
 TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
 {
-    dns.Tell("example.test", CDnsServer::MX,
-             {CDnsServer::Exchange(20, "a.test"), CDnsServer::Exchange(10, "b.test"),
-              CDnsServer::Exchange(10, "c.test"), CDnsServer::Exchange(65535, "d.test")});
+    Tell("example.test", MX,
+         {Exchange(20, "a.test"), Exchange(10, "b.test"), Exchange(10, "c.test"), Exchange(65535, "d.test")});
     TellHost("a.test", "192.0.2.1");
     TellHost("b.test", "192.0.2.2", "2001:db8::2");
     TellHost("c.test", "192.0.2.3");
-    dns.Tell("d.test", CDnsServer::A, {CDnsServer::IPv4("192.0.2.9"), CDnsServer::IPv4("192.0.2.4")});
+    Tell("d.test", A, {IPv4("192.0.2.9"), IPv4("192.0.2.4")});
     const auto expected = ElementsAre("b.test 2001:db8::2 25 1 ", "b.test 192.0.2.2 25 1 ", "c.test 192.0.2.3 25 1 ",
                                       "a.test 192.0.2.1 25 1 ", "d.test 192.0.2.9 25 1 ", "d.test 192.0.2.4 25 1 ");
     EXPECT_THAT(Targets("example.test"), expected);
     EXPECT_THAT(Targets("example.test"), expected); // from the cache
-    EXPECT_EQ(dns.Asked("example.test", CDnsServer::MX), 1);
+    EXPECT_EQ(Asked("example.test", MX), 1);
     EXPECT_THAT(Targets("example.test", EResolution::Done, true),
                 ElementsAre("b.test 2001:db8::2 25 1 ", "b.test 192.0.2.2 25 1 "));
     EXPECT_THAT(log.Lines(), ElementsAre());
@@ -83,21 +74,20 @@ TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
 
 TEST_F(TargetsTest, StopsAtManyAddresses)
 {
-    dns.Tell("many.test", CDnsServer::MX, {CDnsServer::Exchange(1, "a.test"), CDnsServer::Exchange(2, "b.test")});
-    CDnsServer::CData addresses;
+    Tell("many.test", MX, {Exchange(1, "a.test"), Exchange(2, "b.test")});
+    CData addresses;
     for (int i = 0; i < 300; ++i)
-        addresses.push_back(
-            CDnsServer::IPv4(("10.0." + std::to_string(i / 100) + '.' + std::to_string(i % 100)).c_str()));
-    dns.Tell("a.test", CDnsServer::A, addresses);
+        addresses.push_back(IPv4(CSimpleString::Formatted("10.0.%d.%d", i / 100, i % 100).Text()));
+    Tell("a.test", A, addresses);
     EXPECT_EQ(Targets("many.test").size(), 256u);
-    EXPECT_EQ(dns.Asked("b.test", CDnsServer::A), 0);
+    EXPECT_EQ(Asked("b.test", A), 0);
 }
 
 TEST_F(TargetsTest, TellsADomainWithoutMailFromOneWithoutExchanges)
 {
-    dns.Tell("null.test", CDnsServer::MX, {CDnsServer::Exchange(0, ".")});
+    Tell("null.test", MX, {Exchange(0, ".")});
     EXPECT_THAT(Targets("null.test", EResolution::NullMX), ElementsAre());
-    dns.Tell("half.test", CDnsServer::MX, {CDnsServer::Exchange(0, "."), CDnsServer::Exchange(5, "a.test")});
+    Tell("half.test", MX, {Exchange(0, "."), Exchange(5, "a.test")});
     TellHost("a.test", "192.0.2.1");
     EXPECT_THAT(Targets("half.test"), ElementsAre("a.test 192.0.2.1 25 1 "));
     TellHost("plain.test", "192.0.2.5");
@@ -107,16 +97,16 @@ TEST_F(TargetsTest, TellsADomainWithoutMailFromOneWithoutExchanges)
 
 TEST_F(TargetsTest, FollowsCanonicalNamesToAnEnd)
 {
-    dns.Tell("alias.test", CDnsServer::CNAME, {CDnsServer::Name("real.test")});
-    dns.Tell("real.test", CDnsServer::MX, {CDnsServer::Exchange(1, "mx.test")});
+    Tell("alias.test", CNAME, {Name("real.test")});
+    Tell("real.test", MX, {Exchange(1, "mx.test")});
     TellHost("real.test", "192.0.2.1");
     TellHost("mx.test", "192.0.2.2");
     EXPECT_THAT(Targets("alias.test"), ElementsAre("mx.test 192.0.2.2 25 1 "));
-    dns.Tell("www.test", CDnsServer::CNAME, {CDnsServer::Name("host.test")});
+    Tell("www.test", CNAME, {Name("host.test")});
     TellHost("host.test", "192.0.2.3");
     EXPECT_THAT(Targets("www.test"), ElementsAre("host.test 192.0.2.3 25 1 "));
-    dns.Tell("x.test", CDnsServer::CNAME, {CDnsServer::Name("y.test")});
-    dns.Tell("y.test", CDnsServer::CNAME, {CDnsServer::Name("x.test")});
+    Tell("x.test", CNAME, {Name("y.test")});
+    Tell("y.test", CNAME, {Name("x.test")});
     EXPECT_THAT(Targets("x.test", EResolution::RetryLater), ElementsAre());
 }
 
@@ -124,31 +114,31 @@ TEST_F(TargetsTest, KnowsFailuresFromEmptyAnswers)
 {
     CList<CSimpleString> names;
     EXPECT_TRUE(CResolver::ResolveMX("gone.test", names));
-    dns.Tell("empty.test", CDnsServer::MX, {});
+    Tell("empty.test", MX, {});
     EXPECT_TRUE(CResolver::ResolveMX("empty.test", names));
     EXPECT_THAT(log.Lines(), ElementsAre());
-    dns.Tell("broken.test", CDnsServer::MX, {}, CDnsServer::SERVFAIL);
+    Tell("broken.test", MX, {}, SERVFAIL);
     EXPECT_FALSE(CResolver::ResolveMX("broken.test", names));
     EXPECT_FALSE(CResolver::ResolveMX("bad..name", names));
     EXPECT_THAT(log.Lines(), ElementsAre(testing::MatchesRegex("3 DnsQuery failed at Bex/CResolver:[0-9]+ with code "
                                                                "0x0000232A\n"),
                                          testing::EndsWith("with code 0x0000007B\n")));
     EXPECT_TRUE(names.IsEmpty());
-    dns.Tell("silent.test", CDnsServer::A, {}, CDnsServer::SILENCE);
-    std::vector<std::string> records;
+    Tell("silent.test", A, {}, SILENCE);
+    CTexts records;
     EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, 200, records), Platform::DNS_TIMED_OUT);
 }
 
 TEST_F(TargetsTest, GivesOneTextPerRecordAndTakesLongAnswers)
 {
-    CDnsServer::CData data;
+    CData data;
     CTexts expected;
     for (int iRecord = 0; iRecord < 40; ++iRecord) {
         const std::string strText = std::to_string(100 + iRecord).append(57, 'x');
         expected.push_back(strText + "end");
         data.push_back(std::string("\x3c").append(strText).append("\3end"));
     }
-    dns.Tell("long.test", CDnsServer::TXT, data);
+    Tell("long.test", TXT, data);
     CList<CSimpleString> texts;
     EXPECT_TRUE(CResolver::ResolveTXT("long.test", texts));
     EXPECT_EQ(Texts(texts), expected);
@@ -160,11 +150,11 @@ TEST_F(TargetsTest, AsksForNamesAsTheSystemDoes)
     EXPECT_TRUE(CResolver::ResolveAAAA("LocalHost.", addresses));
     ASSERT_EQ(addresses.Count(), 1u);
     EXPECT_TRUE(addresses.begin()->IsLoopback());
-    dns.Tell("relay.corp.test", CDnsServer::CNAME, {CDnsServer::Name("r1.corp.test")});
+    Tell("relay.corp.test", CNAME, {Name("r1.corp.test")});
     CList<CSimpleString> names;
     EXPECT_TRUE(CResolver::ResolveCNAME("relay", names));
     EXPECT_THAT(Texts(names), ElementsAre("r1.corp.test"));
-    dns.Tell("odd.test", CDnsServer::CNAME, {std::string("\4a.b\n\0", 6)});
+    Tell("odd.test", CNAME, {std::string("\4a.b\n\0", 6)});
     EXPECT_TRUE(CResolver::ResolveCNAME("odd.test", names));
     EXPECT_EQ(names.At(1), "a\\.b\\010");
 }
@@ -174,13 +164,13 @@ TEST_F(TargetsTest, AnswersManyThreadsAtOnce)
     constexpr int NAMES = 50;
     for (int iName = 0; iName < NAMES; ++iName)
         TellHost(CSimpleString::Formatted("n%d.test", iName).Text(), "192.0.2.1");
-    dns.Tell("silent.test", CDnsServer::A, {}, CDnsServer::SILENCE);
+    Tell("silent.test", A, {}, SILENCE);
     std::atomic<int> nFound = 0;
-    std::vector<std::thread> threads;
-    for (int iThread = 0; iThread < 6; ++iThread) {
-        threads.emplace_back([&nFound, iThread] {
-            std::vector<std::string> records;
-            EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, static_cast<uint32_t>(iThread), records),
+    std::vector<std::jthread> threads;
+    for (uint32_t nMillis = 0; nMillis < 6; ++nMillis) {
+        threads.emplace_back([&nFound, nMillis] {
+            CTexts records;
+            EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, nMillis, records),
                       Platform::DNS_TIMED_OUT);
             for (int iName = 0; iName < NAMES; ++iName) {
                 CList<CIPv4Address> addresses;
@@ -189,8 +179,7 @@ TEST_F(TargetsTest, AnswersManyThreadsAtOnce)
             }
         });
     }
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear();
     EXPECT_EQ(nFound, 6 * NAMES);
 }
 
@@ -220,7 +209,7 @@ TEST_F(TargetsTest, TakesTheSmartHostsOfTheMostSpecificKey)
     table.Set(">example.org", "u:p@[2001:db8::1]:465s,192.0.2.2:25s,h.test,gone.test");
     table.Set("<a.sender.org", "192.0.2.3:2525i");
     TellHost("real.test", "192.0.2.7");
-    dns.Tell("h.test", CDnsServer::CNAME, {CDnsServer::Name("real.test")});
+    Tell("h.test", CNAME, {Name("real.test")});
     CTargetList targets;
     const auto find = [&](const char* pszSender, const char* pszRecipient) {
         table.FindSmartHosts(pszSender, pszRecipient, targets);
