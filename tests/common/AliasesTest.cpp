@@ -91,8 +91,6 @@ public:
         for (const SEntry& entry : m_entries) {
             if (entry.strKey == strAddress)
                 return &entry.strValue;
-        }
-        for (const SEntry& entry : m_entries) {
             if (!strAddress.empty() && Bex::WildcardMatch(strAddress, entry.strKey) &&
                 (pBest == nullptr || entry.strKey.size() > pBest->strKey.size()))
                 pBest = &entry;
@@ -106,36 +104,15 @@ public:
         const std::string strLocal = strAddress.substr(0, std::min(nAt, strAddress.find('+')));
         strAddress = strDomain.empty() ? strLocal : strLocal + "@" + strDomain;
         const std::string* pTarget = Lookup(strAddress);
-        if (pTarget == nullptr && !strDomain.empty())
-            pTarget = Lookup("*@" + strDomain);
-        if (pTarget == nullptr && !strDomain.empty())
-            pTarget = Lookup(strLocal);
+        for (const std::string& strOther : {"*@" + strDomain, strLocal}) {
+            if (pTarget == nullptr && !strDomain.empty())
+                pTarget = Lookup(strOther);
+        }
         if (pTarget != nullptr)
             return *pTarget;
-        const std::string& strName = strDomain.empty() ? strAddress : strLocal;
-        return Users().IsUser(strName) ? strName : "";
+        return Users().IsUser(strLocal) ? strLocal : "";
     }
-    void Preresolve()
-    {
-        while (ChangeOne()) {
-        }
-    }
-    std::string Text() const
-    {
-        std::string strText;
-        for (const SEntry& entry : m_entries)
-            strText += entry.strKey + ": " + entry.strValue + "\n";
-        return strText;
-    }
-
-private:
-    struct SEntry
-    {
-        std::string strKey;
-        std::string strValue;
-        std::vector<std::string> before{}; ///< values it had: coming back to one would go on for ever
-    };
-    bool ChangeOne()
+    bool PreresolveOne()
     {
         for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
             const bool bAddress = entry->strValue.find('@') != std::string::npos;
@@ -153,6 +130,21 @@ private:
         }
         return false;
     }
+    std::string Text() const
+    {
+        std::string strText;
+        for (const SEntry& entry : m_entries)
+            strText += entry.strKey + ": " + entry.strValue + "\n";
+        return strText;
+    }
+
+private:
+    struct SEntry
+    {
+        std::string strKey;
+        std::string strValue;
+        std::vector<std::string> before{}; ///< values it had: coming back to one would go on for ever
+    };
     std::vector<SEntry> m_entries;
 };
 
@@ -181,7 +173,8 @@ TEST(AliasesTest, IndexAndPreresolutionGiveWhatTheNaiveWalkGives)
                                                                                             << strTable;
         }
         table.PreresolveAliases();
-        naive.Preresolve();
+        while (naive.PreresolveOne()) {
+        }
         ASSERT_EQ(CNaiveAliases(table).Text(), naive.Text()) << "from\n" << strTable;
     }
 }

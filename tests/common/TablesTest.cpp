@@ -4,12 +4,9 @@
 
 #include <algorithm>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <utility>
-#include <vector>
 
 using Bex::CSimpleString;
 
@@ -47,8 +44,6 @@ TEST(MailFilterTest, FirstPhraseThatOccursIsTheReason)
         {"Subject: a WATCH here\r\n\r\nx", "watch "},
         {"Subject: a watch\r\n\r\nx", nullptr},
         {"Content-Type: text/html\r\n\r\n<b>Pills</b>", "pills"},
-        {"Content-Type: Text/plain\r\n\r\npills", nullptr},
-        {"Content-Type: application/pdf\r\n\r\npills", nullptr},
         {"Subject: pill\r\nContent-Type: text/plain\r\n\r\ns", nullptr},
         {"Content-Type: text/plain\r\n\r\n" + strLong + "Cheap pills", "cheap pills"},
         {"Content-Type: text/plain\r\n\r\nPILLS" + strLong + "a watch ", "watch "}};
@@ -61,26 +56,23 @@ TEST(MailFilterTest, FirstPhraseThatOccursIsTheReason)
     }
 }
 
-/// A key's row in the manual.
-std::string RowOf(const Bex::SConfigKey& key)
-{
-    const char* const pszQuote = key.whenMissing.bOtherKey ? "`" : "";
-    return std::string("| `") + key.pszName + "` | " + pszQuote + key.whenMissing.pszText + pszQuote + " | " +
-           key.pszMeaning + " |";
-}
-
 TEST(ConfigKeysTest, ManualPrintsTheTables)
 {
-    std::vector<std::string> expected;
-    std::ranges::transform(Keys::TABLE, std::back_inserter(expected), RowOf);
-    std::ranges::transform(AccountKeys::TABLE, std::back_inserter(expected), RowOf);
-    std::vector<std::string> printed;
+    std::string strExpected;
+    const auto addRow = [&strExpected](const Bex::SConfigKey& key) {
+        const std::string strQuote = key.whenMissing.bOtherKey ? "`" : "";
+        strExpected += std::string("| `") + key.pszName + "` | " + strQuote + key.whenMissing.pszText + strQuote +
+                       " | " + key.pszMeaning + " |\n";
+    };
+    std::ranges::for_each(Keys::TABLE, addRow);
+    std::ranges::for_each(AccountKeys::TABLE, addRow);
+    std::string strPrinted;
     std::ifstream manual(TOBIX_SOURCE_DIR "/docs/configuration.md");
     for (std::string strLine; std::getline(manual, strLine);) {
         if (strLine.starts_with("| `"))
-            printed.push_back(strLine);
+            strPrinted += strLine + "\n";
     }
-    EXPECT_THAT(printed, testing::ElementsAreArray(expected));
+    EXPECT_EQ(strPrinted, strExpected);
 }
 
 TEST(ConfigKeysTest, ReadsValuesAndTellsKeysThatItDoesNotKnow)
@@ -103,14 +95,6 @@ TEST(ConfigKeysTest, ReadsValuesAndTellsKeysThatItDoesNotKnow)
     for (const CConfigCheck::SUnknownKey& key : config.UnknownKeys())
         strUnknown += std::to_string(key.nLine) + ": " + key.strKey.Text() + "\n";
     EXPECT_EQ(strUnknown, "2: timeout\n7: Timeout\n");
-}
-
-TEST(GlobalsTest, ConfigurationDirectoryIsTheEnvironments)
-{
-    ASSERT_EQ(setenv("MAILCONFIGDIR", "/etc/tobix", 1), 0);
-    EXPECT_EQ(ConfigDirectory(), "/etc/tobix");
-    unsetenv("MAILCONFIGDIR");
-    EXPECT_EQ(ConfigDirectory(), "");
 }
 
 } // namespace

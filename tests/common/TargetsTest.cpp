@@ -45,12 +45,8 @@ protected:
         EXPECT_EQ(ResolveTargets(targets, pszDomain, bFirst), expected);
         return Texts(targets);
     }
-    void TellHost(const char* pszName, const char* pszIPv4, const char* pszIPv6 = nullptr)
-    {
-        Tell(pszName, A, {IPv4(pszIPv4)});
-        if (pszIPv6 != nullptr)
-            Tell(pszName, AAAA, {IPv6(pszIPv6)});
-    }
+    void TellHost(const char* pszName, const char* pszIPv4) { Tell(pszName, A, {IPv4(pszIPv4)}); }
+
     CLogRecorder log;
 };
 
@@ -59,7 +55,8 @@ TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
     Tell("example.test", MX,
          {Exchange(20, "a.test"), Exchange(10, "b.test"), Exchange(10, "c.test"), Exchange(65535, "d.test")});
     TellHost("a.test", "192.0.2.1");
-    TellHost("b.test", "192.0.2.2", "2001:db8::2");
+    TellHost("b.test", "192.0.2.2");
+    Tell("b.test", AAAA, {IPv6("2001:db8::2")});
     TellHost("c.test", "192.0.2.3");
     Tell("d.test", A, {IPv4("192.0.2.9"), IPv4("192.0.2.4")});
     const auto expected = ElementsAre("b.test 2001:db8::2 25 1 ", "b.test 192.0.2.2 25 1 ", "c.test 192.0.2.3 25 1 ",
@@ -120,9 +117,8 @@ TEST_F(TargetsTest, KnowsFailuresFromEmptyAnswers)
     Tell("broken.test", MX, {}, SERVFAIL);
     EXPECT_FALSE(CResolver::ResolveMX("broken.test", names));
     EXPECT_FALSE(CResolver::ResolveMX("bad..name", names));
-    EXPECT_THAT(log.Lines(), ElementsAre(testing::MatchesRegex("3 DnsQuery failed at Bex/CResolver:[0-9]+ with code "
-                                                               "0x0000232A\n"),
-                                         testing::EndsWith("with code 0x0000007B\n")));
+    EXPECT_THAT(log.Take(), testing::MatchesRegex("(3 DnsQuery failed at Bex/CResolver:[0-9]+ with code "
+                                                  "0x0000(232A|007B)\n\n){2}"));
     EXPECT_TRUE(names.IsEmpty());
     Tell("silent.test", A, {}, SILENCE);
     CTexts records;
