@@ -90,13 +90,16 @@ void CLocalAgent::ListQueue()
     }
 }
 
+/// A pause leaves the rest for another listing, which finds what became of it meanwhile.
 void CLocalAgent::DeliverBatch()
 {
     Bex::CSimpleString strName;
-    while (ShallRun() && m_batch.PopFirst(strName)) {
+    while (ShallRun() && !ServiceIsPaused() && m_batch.PopFirst(strName)) {
         if (!m_deletions.Contains(QueuePath(strName)))
             DeliverFile(strName);
     }
+    if (!m_batch.IsEmpty())
+        m_queue.AskAgain();
     FinishGroup();
 }
 

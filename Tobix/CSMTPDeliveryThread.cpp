@@ -8,6 +8,7 @@
 #include "Platform/FileSystem.h"
 #include "Tobix/Bounce.h"
 #include "Tobix/MailLog.h"
+#include "Tobix/ServicePause.h"
 
 #include <exception>
 #include <utility>
@@ -43,7 +44,9 @@ void CSMTPDeliveryThread::Body()
     m_settings.dwTimeout = SDeliverySettings::FromConfiguration().dwTimeout;
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) started", Id());
     while (ShallRun()) {
-        if (TakeFile())
+        if (ServiceIsPaused())
+            WaitWhileServiceIsPaused(StopEvent());
+        else if (TakeFile())
             DeliverGuarded();
         else
             Bex::WaitForAny({&StopEvent().Waitable(), &m_pFiles->WorkWaitable()}, IDLE_MILLIS);

@@ -6,13 +6,13 @@ namespace {
 
 constexpr unsigned PAUSE_MILLIS = 500;
 
+} // namespace
+
 bool ServiceIsPaused()
 {
     const Bex::CService* pService = Bex::CService::Instance();
     return pService != nullptr && pService->IsPaused() && pService->IsRunning();
 }
-
-} // namespace
 
 void WaitWhileServiceIsPaused(const Bex::CEvent& stop)
 {

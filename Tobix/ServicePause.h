@@ -2,6 +2,7 @@
 
 #include "Bex/CEvent.h"
 
-/// Holds an agent's pass back while the service runs but is paused, or until its thread is asked to stop. Without a
-/// service it never waits. Any thread.
+bool ServiceIsPaused(); ///< and runs; never without a service. Any thread
+
+/// Holds a worker's pass back while the service is paused, or until its thread is asked to stop. Any thread.
 void WaitWhileServiceIsPaused(const Bex::CEvent& stop);
