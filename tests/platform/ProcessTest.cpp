@@ -61,7 +61,7 @@ protected:
 };
 
 /// Here a script without an interpreter line, under the shell.
-TEST_F(ProcessTest, ChildStartsWithCleanSignalsItsDirectoryAndNothingToRead)
+TEST_F(ProcessTest, ChildStartsInASessionWithCleanSignalsItsDirectoryAndNothingToRead)
 {
     sigset_t blocked, before;
     sigfillset(&blocked);
@@ -69,14 +69,15 @@ TEST_F(ProcessTest, ChildStartsWithCleanSignalsItsDirectoryAndNothingToRead)
     const auto ignored = signal(SIGPIPE, SIG_IGN);
     std::filesystem::create_directory(m_world / "there");
     // The last digits: the C library keeps two signals of its own ignored in every child.
-    const std::string strScript =
-        Script("s.cmd", "{ pwd; cat; printf '<%s>' \"$0\" \"$@\"; echo\n"
-                        "sed -nE 's/^Sig(Blk|Ign).*(.{7})$/\\1 \\2/p' /proc/self/status; } > out\nexit 7\n");
+    const std::string strScript = Script("s.cmd", "{ pwd; cat; printf '<%s>' \"$0\" \"$@\"; echo\n"
+                                                  "sed -nE 's/^Sig(Blk|Ign).*(.{7})$/\\1 \\2/p' /proc/self/status\n"
+                                                  "read -r pid name state parent group session rest < /proc/$$/stat\n"
+                                                  "[ $session = $$ ] && echo own session; } > out\nexit 7\n");
     EXPECT_EQ(Run(strScript, "s.cmd \"x y\" \"\"", (m_world / "there").c_str()), 7u);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     signal(SIGPIPE, ignored);
     EXPECT_EQ(m_world.Read("there/out"),
-              m_world / "there" + "\n<" + strScript + "><x y><>\nBlk 0000000\nIgn 0000000\n");
+              m_world / "there" + "\n<" + strScript + "><x y><>\nBlk 0000000\nIgn 0000000\nown session\n");
 }
 
 TEST_F(ProcessTest, BareNameIsFoundBesideTheExecutableThenInTheWorkingDirectoryThenAlongThePath)

@@ -32,7 +32,8 @@ constexpr unsigned LONGEST_DYING = 1000;  ///< milliseconds
 constexpr uint64_t LONGEST_LOOK = 60'000; ///< milliseconds of one poll
 constexpr unsigned NAP = 20;              ///< milliseconds between looks at a child that cannot be polled
 
-/// How every child starts: default signals, nothing to read, in its directory.
+/// How every child starts: in a session of its own, so that what it signals to its group does not reach this process,
+/// with default signals, nothing to read, in its directory.
 class CSpawnSettings
 {
 public:
@@ -40,7 +41,7 @@ public:
     {
         sigset_t signals;
         posix_spawnattr_init(&m_attributes);
-        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+        posix_spawnattr_setflags(&m_attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
         sigfillset(&signals);
         posix_spawnattr_setsigdefault(&m_attributes, &signals);
         sigemptyset(&signals);
