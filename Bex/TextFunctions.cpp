@@ -96,7 +96,7 @@ CSimpleString AccountLockName(std::string_view path)
 CSimpleString JoinPath(std::string_view directory, std::string_view name)
 {
     bool bAbsolute = (!name.empty() && name[0] == '/') || (name.size() > 1 && name[1] == ':');
-    return bAbsolute || directory.empty() ? CSimpleString(name) : PathBelow(directory, name);
+    return bAbsolute ? CSimpleString(name) : PathBelow(directory, name);
 }
 
 CSimpleString PathBelow(std::string_view directory, std::string_view name)
@@ -104,7 +104,7 @@ CSimpleString PathBelow(std::string_view directory, std::string_view name)
     CSimpleString strPath;
     strPath.Reserve(static_cast<uint32_t>(directory.size() + name.size() + 1));
     strPath.Append(directory);
-    if (!directory.ends_with('/'))
+    if (!directory.empty() && !directory.ends_with('/'))
         strPath.Append('/');
     strPath.Append(name);
     return strPath;

@@ -35,7 +35,8 @@ CSimpleString AccountLockName(std::string_view path);
 /// A directory and a name as one path; a name that is absolute (begins with "/" or holds ":" as its second
 /// character) is used unchanged, and so is any name without a directory.
 CSimpleString JoinPath(std::string_view directory, std::string_view name);
-/// A name that was found in a directory, as a path: never taken as absolute, whatever it looks like.
+/// A name that was found in a directory, as a path: never taken as absolute, whatever it looks like. Without a
+/// directory the name alone.
 CSimpleString PathBelow(std::string_view directory, std::string_view name);
 
 } // namespace Bex

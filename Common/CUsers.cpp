@@ -17,12 +17,11 @@ constexpr Bex::FrozenLine NO_MONITOR_LINE = 53;
 constexpr Bex::FrozenLine DIRECTORY_SKIPPED_LINE = 111;
 constexpr Bex::FrozenLine NOT_LISTED_LINE = 120;
 
-/// What a sender wrote must not lead out of the spool root, nor count as an absolute path in a join.
+/// What a sender wrote must not lead out of the spool root.
 bool MayNameDirectory(std::string_view name)
 {
     constexpr std::string_view UNFIT("/\0", 2);
-    return !name.empty() && name[0] != '.' && name.substr(1, 1) != ":" &&
-           name.find_first_of(UNFIT) == std::string_view::npos;
+    return !name.empty() && name[0] != '.' && name.find_first_of(UNFIT) == std::string_view::npos;
 }
 
 } // namespace
@@ -102,7 +101,7 @@ bool CUsers::ReadAccounts(CAccounts& accounts) const
 std::unique_ptr<CUserEntry> CUsers::ReadAccount(const char* pszDirectoryName, int iDefaultQuota) const
 {
     Bex::CConfigFile account;
-    account.Load(Bex::JoinPath(Bex::JoinPath(m_strSpoolDirectory, pszDirectoryName), "config")); // none: the defaults
+    account.Load(Bex::JoinPath(Bex::PathBelow(m_strSpoolDirectory, pszDirectoryName), "config")); // none: the defaults
     auto pEntry = std::make_unique<CUserEntry>();
     pEntry->iQuota = account.GetInt(AccountKeys::QUOTA.Name(), iDefaultQuota);
     pEntry->iMaxSize = account.GetInt(AccountKeys::MAX_SIZE);
@@ -123,5 +122,5 @@ Bex::CSimpleString CUsers::UserDirectory(std::string_view name) const
     const Bex::CScopedLock lock(LockObject());
     const SNode* const pNode = Find(name);
     const std::string_view directory = pNode != nullptr ? pNode->value->strDirectory.View() : name;
-    return Bex::JoinPath(m_strSpoolRoot, directory);
+    return Bex::PathBelow(m_strSpoolRoot, directory);
 }

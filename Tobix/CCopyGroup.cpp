@@ -21,7 +21,7 @@ SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::C
     return Write(strDirectory, [&] {
         SSaveResult saved{ESaveResult::Exists};
         while (saved.result == ESaveResult::Exists) {
-            strPath = Bex::JoinPath(strDirectory, NextName());
+            strPath = Bex::PathBelow(strDirectory, NextName());
             saved = mail.SaveNew(strPath, mode);
         }
         return saved;
@@ -31,7 +31,7 @@ SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::C
 SSaveResult CCopyGroup::Save(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                              const Bex::CSimpleString& strName)
 {
-    return Write(strDirectory, [&] { return mail.Save(Bex::JoinPath(strDirectory, strName), mode); });
+    return Write(strDirectory, [&] { return mail.Save(Bex::PathBelow(strDirectory, strName), mode); });
 }
 
 void CCopyGroup::AddDelivered(const Bex::CSimpleString& strName, const Platform::SFileIdentity& identity)

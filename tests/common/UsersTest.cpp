@@ -11,22 +11,22 @@ namespace {
 
 TEST(UsersTest, OneUserPerRealDirectory)
 {
-    const CAccountWorld world({"Ann", "bob", ".hidden"}, "");
+    const CAccountWorld world({"Ann", "c:bob", ".hidden"}, "");
     const CTemporaryDirectory& directory = world.Directory();
     directory.Write("spool/file", "");
-    std::filesystem::create_directory_symlink(directory / "spool/bob", directory / "spool/link");
-    directory.Write("spool/bob/config", "Quota: 5\nMaxSize: 7\n");
+    std::filesystem::create_directory_symlink(directory / "spool/c:bob", directory / "spool/link");
+    directory.Write("spool/c:bob/config", "Quota: 5\nMaxSize: 7\n");
     Config().Set("Quota", "3");
     ASSERT_TRUE(Users().BuildUserList());
     EXPECT_EQ(Users().UserCount(), 2u);
     for (const char* pszNobody : {"Ann", ".hidden", "file", "link", "config", ""})
         EXPECT_FALSE(Users().IsUser(pszNobody)) << pszNobody;
     const Bex::CScopedLock lock(Users().LockObject());
-    ASSERT_TRUE(Users().IsUser("ann") && Users().IsUser("bob"));
+    ASSERT_TRUE(Users().IsUser("ann") && Users().IsUser("c:bob"));
     EXPECT_EQ(Users().Find("ann")->value->iQuota, 3);
     EXPECT_EQ(Users().Find("ann")->value->iMaxSize, 0);
-    EXPECT_EQ(Users().Find("bob")->value->iQuota, 5);
-    EXPECT_EQ(Users().Find("bob")->value->iMaxSize, 7);
+    EXPECT_EQ(Users().Find("c:bob")->value->iQuota, 5);
+    EXPECT_EQ(Users().Find("c:bob")->value->iMaxSize, 7);
 }
 
 TEST(UsersTest, MailboxStaysBelowTheSpoolRoot)
@@ -34,8 +34,9 @@ TEST(UsersTest, MailboxStaysBelowTheSpoolRoot)
     const CAccountWorld world({"Ann"}, "");
     EXPECT_EQ(Users().UserDirectory("ann"), CSimpleString(world.Directory() / "spool/Ann"));
     EXPECT_EQ(Users().UserDirectory("new"), CSimpleString(world.Directory() / "spool/new"));
+    EXPECT_EQ(Users().UserDirectory("c:ann"), CSimpleString(world.Directory() / "spool/c:ann"));
     using namespace std::string_view_literals;
-    for (const std::string_view name : {""sv, "."sv, ".."sv, "../ann"sv, "/etc"sv, "ann/x"sv, "c:ann"sv, "ann\0/x"sv})
+    for (const std::string_view name : {""sv, "."sv, ".."sv, "../ann"sv, "/etc"sv, "ann/x"sv, "ann\0/x"sv})
         EXPECT_EQ(Users().UserDirectory(name), "") << name;
 }
 
