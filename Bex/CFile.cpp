@@ -152,9 +152,11 @@ void CFile::Remove(const CSimpleString& strName)
 bool CFile::RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity)
 {
     Platform::SFileIdentity present;
-    if (Platform::IdentityOf(strName.Text(), present) && present != identity)
+    if (!Platform::IdentityOf(strName.Text(), present)) // gone, or nobody can tell which file it is
+        ThrowFileException(SOURCE_FILE, __LINE__);
+    if (present != identity)
         return false;
-    Remove(strName); // which tells of a file that has gone, too
+    Remove(strName);
     return true;
 }
 

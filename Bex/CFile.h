@@ -57,7 +57,8 @@ public:
     const CSimpleString& Name() const { return m_strName; }
 
     static void Remove(const CSimpleString& strName);
-    /// False, and nothing removed, when the name stands for another file by now, or for another content.
+    /// False, and nothing removed, when the name stands for another file by now, or for another content. A file that
+    /// has gone raises the exception (LIB_NO_ENTRY), and so does one that cannot be looked at, which stays.
     static bool RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity);
     /// False when somebody has it open for writing or locked. For what a crash has left; links and pipes are refused.
     static bool RemoveUnlessInUse(const CSimpleString& strName);

@@ -97,6 +97,11 @@ TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
     const std::string strReplaced = directory.Write("new", "second mail");
     std::filesystem::rename(strReplaced, directory / "replaced");
     std::filesystem::remove(directory / "gone");
+    {
+        const Platform::CInjectedFault unseen(Platform::EFault::Stat, 1, EIO, 3);
+        EXPECT_FALSE(list.RemoveDelivered()); // nobody can tell which file it is
+        EXPECT_TRUE(std::filesystem::exists(directory / "same"));
+    }
     EXPECT_TRUE(list.RemoveDelivered());
     EXPECT_TRUE(list.IsEmpty());
     EXPECT_FALSE(std::filesystem::exists(directory / "same"));
