@@ -1,12 +1,13 @@
 #include "Bex/CLockFile.h"
 
-#include "Platform/FileSystem.h"
+CLockFile::~CLockFile() { CLockFile::Discard(); }
 
-CLockFile::~CLockFile()
+void CLockFile::Discard()
 {
     if (!m_bOpen)
         return;
     // While it is still locked: once it is closed the name may be another process's.
-    Platform::RemoveFile(m_strName.Text());
+    m_handle.Remove();
     m_handle.Close();
+    m_bOpen = false;
 }

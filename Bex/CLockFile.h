@@ -6,5 +6,6 @@
 class CLockFile : public Bex::CFile
 {
 public:
-    ~CLockFile() override; ///< closes and deletes, ignoring errors
+    ~CLockFile() override; ///< discards
+    void Discard();        ///< closes and deletes when it is open, ignoring errors, also when its directory was moved
 };

@@ -24,13 +24,6 @@ void CannotRemove(const char* pszDisplayName, const char* pszReason)
     std::fprintf(stderr, "Unable to remove %s. %s. Code = %d\n", pszDisplayName, pszReason, LastCode());
 }
 
-/// As the service finds it, wherever it was installed from; an empty path stays.
-std::string AbsolutePath(std::string_view strPath)
-{
-    const std::string strNative = Platform::NativePath(strPath);
-    return strNative.empty() || strNative.front() == '/' ? strNative : Platform::WorkingDirectory() + '/' + strNative;
-}
-
 } // namespace
 
 void CService::Install(const char* pszShortName, const char* pszDisplayName, const char* pszParameters)
@@ -50,9 +43,9 @@ void CService::Install(const char* pszShortName, const char* pszDisplayName, con
         return CannotInstall(pszName, "Could not get the module file name");
     entry.strParameters = pszParameters != nullptr ? pszParameters : "";
     bool bPresent = false;
-    entry.strConfigDirectory = AbsolutePath(Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent));
+    entry.strConfigDirectory = Platform::AbsolutePath(Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent));
     for (const CSimpleString& strDirectory : WritableDirectories(Platform::SplitCommandLine(entry.strParameters)))
-        entry.writableDirectories.push_back(AbsolutePath(strDirectory.View()));
+        entry.writableDirectories.push_back(Platform::AbsolutePath(strDirectory.View()));
     if (!registry.Open())
         return CannotInstall(pszName, "Could not open the service control manager");
     if (!registry.Create(entry))

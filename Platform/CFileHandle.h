@@ -37,6 +37,7 @@ public:
 
     bool Open(const char* pszPath, const SOpenMode& mode);
     bool IsOpen() const { return m_iDescriptor >= 0; }
+    bool Remove(); ///< takes away the name that it has by now, wherever its directory was moved
     bool Close();
     int64_t Read(void* pBuffer, size_t nCount);        ///< 0 at the end of the file; short only there
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails

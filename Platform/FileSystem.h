@@ -37,6 +37,8 @@ bool IsNetworkPath(const char* pszPath);
 
 /// A Windows-form path in this system's form: drive dropped, backslashes to slashes. Others come back unchanged.
 std::string NativePath(std::string_view strPath);
+/// The same, from the root on. An empty path stays.
+std::string AbsolutePath(std::string_view strPath);
 
 /// Size in bytes of the file or, for a symbolic link, of the link itself; -1 on failure.
 int64_t FileSize(const char* pszPath);

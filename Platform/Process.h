@@ -2,10 +2,12 @@
 
 #include <string>
 
-/// What this process knows of itself. Thread-safe.
+/// What this process knows of itself. Thread-safe unless said otherwise.
 namespace Platform {
 
 unsigned CurrentProcessId();
 std::string EnvironmentVariable(const char* pszName, bool& bPresent);
+/// Also for the programs that are started. Only while no other thread may look at the environment: at the start.
+void SetEnvironmentVariable(const char* pszName, const char* pszValue);
 
 } // namespace Platform

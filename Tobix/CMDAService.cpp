@@ -66,8 +66,17 @@ CMDAService::~CMDAService() { Bex::CThread::Destroy(std::move(m_pLocalAgent)); }
 
 void CMDAService::Usage() { PrintUsage("TOBIX.EXE"); }
 
+/// The file goes here, not with the object: a thread that was given up keeps the objects to the end of the process.
+int CMDAService::Main()
+{
+    const int iResult = CCommonService::Main();
+    m_pidFile.Discard();
+    return iResult;
+}
+
 bool CMDAService::OnStart()
 {
+    PinConfigurationDirectory();
     CreatePidFile();
     StartPending();
     if (IsDebug())
@@ -89,6 +98,16 @@ bool CMDAService::OnStart()
     return true;
 }
 
+/// The working directory changes, and the programs that are started have others.
+void CMDAService::PinConfigurationDirectory()
+{
+    constexpr char VARIABLE[] = "MAILCONFIGDIR";
+    bool bPresent = false;
+    const std::string strDirectory = Platform::EnvironmentVariable(VARIABLE, bPresent);
+    if (!strDirectory.empty())
+        Platform::SetEnvironmentVariable(VARIABLE, Platform::AbsolutePath(strDirectory).c_str());
+}
+
 /// Nobody depends on the file: what goes wrong with it is ignored.
 void CMDAService::CreatePidFile()
 {
@@ -99,6 +118,7 @@ void CMDAService::CreatePidFile()
     try {
         m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"),
                        Bex::CFile::typeText | Bex::CFile::modeReadWrite | Bex::CFile::modeCreate |
+                           Bex::CFile::modeTruncate |   // whatever a crash has left there
                            Bex::CFile::shareDenyWrite); // a second daemon must not write into it, nor remove it
         m_pidFile.Write(strId.Text(), strId.Length());
     } catch (const Bex::CFileException&) {

@@ -19,6 +19,7 @@ public:
     CMDAService();
     ~CMDAService() override;
 
+    int Main() override;
     int Run() override;
 
 protected:
@@ -31,6 +32,7 @@ protected:
 private:
     class CHourlyCleanup;
 
+    static void PinConfigurationDirectory();
     void CreatePidFile();
     bool EnterConfigurationDirectory();
     bool StartLocalAgent();

@@ -180,12 +180,17 @@ TEST_F(FilesTest, BinaryValuesComeBackAndDamagedOnesDoNot)
 TEST_F(FilesTest, ALockFileGoesWithItsObject)
 {
     {
-        CLockFile closed, open;
+        CLockFile closed, open, moved;
         closed.Open(Path("closed"), TEXT_BOTH | CFile::shareDenyWrite);
         closed.Close();
         open.Open(Path("open"), TEXT_BOTH | CFile::shareDenyWrite);
         EXPECT_EQ(OpenError("open", TEXT_BOTH | CFile::shareDenyWrite), "13/32 Bex/CFile:150");
+        m_directory.Write("before/moved", "");
+        moved.Open(Path("before/moved"), TEXT_BOTH | CFile::shareDenyWrite);
+        std::filesystem::rename(m_directory / "before", m_directory / "after");
+        m_directory.Write("before/moved", "another's");
     }
+    EXPECT_TRUE(std::filesystem::is_empty(m_directory / "after") && CFile::Exists(Path("before/moved")));
     EXPECT_TRUE(CFile::Exists(Path("closed")));
     EXPECT_FALSE(CFile::Exists(Path("open")));
 }

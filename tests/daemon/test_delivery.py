@@ -13,7 +13,8 @@ from world import World, mail, wait_for
 class Delivery(unittest.TestCase):
     def test_one_mail_for_three_recipients_becomes_three_copies(self):
         with World() as world:
-            world.start()
+            (world.etc / "Tobix.pid").write_text("the rest of a daemon that has crashed")
+            world.start(MAILCONFIGDIR=os.path.relpath(world.etc))
             with (world.etc / "Tobix.pid").open() as pid_file:
                 self.assertEqual(pid_file.read(), str(world.process.pid))
                 with self.assertRaises(BlockingIOError):  # a second daemon would leave it alone

@@ -4,8 +4,10 @@
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -160,6 +162,21 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
     *this = CFileHandle();
     m_iDescriptor = file.Release();
     return true;
+}
+
+/// What has the name since it was taken away stays: it is not this file.
+bool CFileHandle::Remove()
+{
+    char path[PATH_MAX];
+    const std::string strLink = "/proc/self/fd/" + std::to_string(m_iDescriptor);
+    const ssize_t iLength = readlink(strLink.c_str(), path, sizeof(path) - 1);
+    struct stat status
+    {};
+    if (iLength < 0 || fstat(m_iDescriptor, &status) != 0)
+        return FailWithErrno();
+    path[iLength] = '\0';
+    errno = ENOENT;
+    return Succeeded(IsNamed(path, status, {.bOnlyRegular = true}) ? unlink(path) : -1);
 }
 
 bool CFileHandle::Close()

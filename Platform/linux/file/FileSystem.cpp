@@ -126,6 +126,12 @@ std::string NativePath(std::string_view strPath)
     return strNative;
 }
 
+std::string AbsolutePath(std::string_view strPath)
+{
+    const std::string strNative = NativePath(strPath);
+    return strNative.empty() || strNative.front() == '/' ? strNative : WorkingDirectory() + '/' + strNative;
+}
+
 int64_t FileSize(const char* pszPath)
 {
     struct stat status

@@ -14,4 +14,6 @@ std::string EnvironmentVariable(const char* pszName, bool& bPresent)
     return bPresent ? pszValue : "";
 }
 
+void SetEnvironmentVariable(const char* pszName, const char* pszValue) { setenv(pszName, pszValue, 1); }
+
 } // namespace Platform
