@@ -184,11 +184,15 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     return EOutcome::Delivered;
 }
 
-/// A busy file is listed again when the directory has changed, as it does when its writer has finished; the end of a
-/// shortage changes nothing there.
+/// A name that went after it was listed is nobody's failure. A busy file is listed again when the directory has
+/// changed, as it does when its writer has finished; the end of a shortage changes nothing there.
 CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded)
 {
     if (loaded.result == ELoadResult::Broken) {
+        Platform::SFileIdentity identity;
+        if (!Platform::IdentityOf(strPath.Text(), identity) &&
+            Platform::LastError().iLibError == Platform::LIB_NO_ENTRY)
+            return EOutcome::Retry;
         Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, NOT_LOADED_LINE,
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;

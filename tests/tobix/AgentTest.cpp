@@ -124,6 +124,18 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
     }
 }
 
+TEST_F(AgentTest, PassesOverANameThatWentAfterItWasListed)
+{
+    Drop("1.eml", "nobody@example.org");
+    Drop("2.eml", "ann@example.org");
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.find("delivering mail '1.eml' failed") != std::string::npos)
+            fs::remove(Path("queue/2.eml"));
+    });
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_FALSE(m_log.Contains("delivering mail '2.eml' failed"));
+}
+
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));
