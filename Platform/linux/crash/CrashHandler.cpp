@@ -1,6 +1,7 @@
 // What the crashed process itself does. From the signal on: calls that are safe in a signal handler, and static memory.
 #include "Platform/CrashHandler.h"
 
+#include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
 #include "Platform/FileSystem.h"
 #include "Platform/linux/base/Result.h"
@@ -17,7 +18,6 @@
 #include <ctime>
 #include <exception>
 #include <fcntl.h>
-#include <memory>
 #include <sys/prctl.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
@@ -241,8 +241,8 @@ bool InstallCrashHandler(unsigned dwLimitMillis)
     const std::string strExecutable = ExecutablePath();
     s_record.szExecutable[strExecutable.copy(s_record.szExecutable, LONGEST_EXECUTABLE)] = '\0';
     // The main thread needs it until the very end of the process.
-    static const CAlternateStack& stack = *std::make_unique<CAlternateStack>().release();
-    const bool bStack = stack.IsValid() || FailWithErrno();
+    static CImmortal<CAlternateStack> stack;
+    const bool bStack = stack->IsValid() || FailWithErrno();
     std::set_terminate(OnTerminate);
     return TakeSignals() && bStack && !strExecutable.empty();
 }
