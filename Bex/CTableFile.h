@@ -20,8 +20,8 @@ public:
     void SetModified() override { m_bModified = true; }
 
     /// Replaces the whole content. False when the file cannot be opened (the content stays; Platform::LastError tells
-    /// why), is larger than the bound (likewise, and logged) or a hook refused; CFileException for a read error after
-    /// the open.
+    /// why), is larger than the bound (logged; what came before it is the content) or a hook refused; CFileException
+    /// for a read error after the open.
     bool Load(const CSimpleString& strFileName)
     {
         m_strFileName = strFileName;
