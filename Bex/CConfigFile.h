@@ -7,6 +7,9 @@
 
 namespace Bex {
 
+/// The environment variable that names the directory of the configuration.
+inline constexpr char CONFIG_DIRECTORY_VARIABLE[] = "MAILCONFIGDIR";
+
 /// A key/value file with typed getters. A default applies only when the key is absent: an empty value is empty.
 /// Any thread: a getter that meets a load waits for its end.
 class CConfigFile : public CStorableStringHash

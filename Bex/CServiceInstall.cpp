@@ -1,5 +1,6 @@
 #include "Bex/CService.h"
 
+#include "Bex/CConfigFile.h"
 #include "Platform/CServiceRegistry.h"
 #include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
@@ -43,7 +44,8 @@ void CService::Install(const char* pszShortName, const char* pszDisplayName, con
         return CannotInstall(pszName, "Could not get the module file name");
     entry.strParameters = pszParameters != nullptr ? pszParameters : "";
     bool bPresent = false;
-    entry.strConfigDirectory = Platform::AbsolutePath(Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent));
+    entry.strConfigDirectory =
+        Platform::AbsolutePath(Platform::EnvironmentVariable(CONFIG_DIRECTORY_VARIABLE, bPresent));
     for (const CSimpleString& strDirectory : WritableDirectories(Platform::SplitCommandLine(entry.strParameters)))
         entry.writableDirectories.push_back(Platform::AbsolutePath(strDirectory.View()));
     if (!registry.Open())

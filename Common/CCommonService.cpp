@@ -1,5 +1,6 @@
 #include "Common/CCommonService.h"
 
+#include "Bex/CConfigFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Version.h"
 #include "Platform/FileSystem.h"
@@ -11,7 +12,7 @@
 Bex::CSimpleString CCommonService::ConfigurationDirectory() const
 {
     bool bPresent = false;
-    const std::string strDirectory = Platform::EnvironmentVariable("MAILCONFIGDIR", bPresent);
+    const std::string strDirectory = Platform::EnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, bPresent);
     return strDirectory.empty() ? ProgramDirectory() : Bex::CSimpleString(Platform::NativePath(strDirectory));
 }
 

@@ -55,6 +55,6 @@ Bex::CStorableStringHash& Masquerading()
 
 Bex::CSimpleString ConfigDirectory()
 {
-    const char* const pszDirectory = std::getenv("MAILCONFIGDIR");
+    const char* const pszDirectory = std::getenv(Bex::CONFIG_DIRECTORY_VARIABLE);
     return Bex::CSimpleString(Platform::NativePath(pszDirectory != nullptr ? pszDirectory : ""));
 }

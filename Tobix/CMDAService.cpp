@@ -101,11 +101,10 @@ bool CMDAService::OnStart()
 /// The working directory changes, and the programs that are started have others.
 void CMDAService::PinConfigurationDirectory()
 {
-    constexpr char VARIABLE[] = "MAILCONFIGDIR";
     bool bPresent = false;
-    const std::string strDirectory = Platform::EnvironmentVariable(VARIABLE, bPresent);
+    const std::string strDirectory = Platform::EnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, bPresent);
     if (!strDirectory.empty())
-        Platform::SetEnvironmentVariable(VARIABLE, Platform::AbsolutePath(strDirectory).c_str());
+        Platform::SetEnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, Platform::AbsolutePath(strDirectory).c_str());
 }
 
 /// Nobody depends on the file: what goes wrong with it is ignored.
