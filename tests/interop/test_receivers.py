@@ -52,20 +52,6 @@ class Receivers(unittest.TestCase):
                 with self.subTest(shape):
                     stored_once(self, "exim", f"shape {shape}")
 
-    def test_domains_that_take_no_mail_now_or_ever(self):
-        temporary = {"missing": "no valid MX returned", "nothing": "no valid MX returned", "lame": "no valid MX returned",
-                     "loop": "failed"}
-        with RemoteWorld(AutoTransRetry=60).start() as world:
-            for name in (*temporary, "null"):
-                world.post(name, mail(f"x@{name}.example", sender="ann@example.org", subject=f"fate {name}"))
-            for name, text in temporary.items():
-                world.wait_for_log(f'{name}.eml" temporarily failed with error 9. I will retry later!')
-                self.assertIn(f"MX resolution for domain '{name}.example' failed", "".join(world.outcome(f"fate {name}")))
-                self.assertIn(text, "".join(world.outcome(f"fate {name}")))
-                self.assertTrue((world.outgoing / f"{name}.eml").exists())
-            world.wait_for_log('null.eml" permanently failed with error 19. I am giving up!')
-            self.assertIn("domain 'null.example' is not used for mail communication (NULL MX)", world.log())
-
     def test_refused_mail_comes_back_to_its_sender(self):
         with RemoteWorld().start() as world:
             for server in ("postfix", "exim", "opensmtpd"):

@@ -38,11 +38,6 @@ class SmartHosts(unittest.TestCase):
                 world.wait_until_sent("1")
                 self.assertIn(mark, stored_once(self, "postfix", f"set {setting}"))
 
-    def test_a_wrong_password_is_final(self):
-        world = self.send(f"{USER}:wrong@smart.example:588", "wrong")
-        world.wait_for_log('1.eml" permanently failed with error 19. I am giving up!')
-        self.assertIn("535", "".join(world.outcome("wrong")))
-
     def test_a_worthless_certificate_stops_who_insists_on_tls_and_nobody_else(self):
         for host in ("mx.untrusted.example:25t", "mx.untrusted.example:465s", "192.0.2.11:587t"):  # a name that it does not hold
             with self.subTest(host):

@@ -28,10 +28,12 @@ public:
     }
     void Serve(const std::string& strDocument, const std::string& strType = "application/pkix-crl")
     {
-        m_thread = std::thread([this, strDocument, strType] {
+        m_thread = std::thread([this, strAnswer = "HTTP/1.0 200 OK\r\nContent-Type: " + strType +
+                                                  "\r\nContent-Length: " + std::to_string(strDocument.size()) +
+                                                  "\r\n\r\n" + strDocument] {
             try {
                 while (true)
-                    Answer(strDocument, strType);
+                    Answer(strAnswer);
             } catch (const Bex::CSocketException&) {
                 // interrupted
             }
@@ -39,7 +41,7 @@ public:
     }
 
 private:
-    void Answer(const std::string& strDocument, const std::string& strType)
+    void Answer(const std::string& strAnswer)
     {
         Bex::CSocket peer;
         Bex::CSocketEndPoint from;
@@ -47,9 +49,6 @@ private:
         std::string strRequest;
         for (char c = 0; !strRequest.ends_with("\r\n\r\n") && peer.Receive(&c, 1, 0) == 1;)
             strRequest += c;
-        const std::string strAnswer = "HTTP/1.0 200 OK\r\nContent-Type: " + strType +
-                                      "\r\nContent-Length: " + std::to_string(strDocument.size()) + "\r\n\r\n" +
-                                      strDocument;
         peer.Send(strAnswer.data(), static_cast<uint32_t>(strAnswer.size()), 0);
         peer.Shutdown(1);
         for (char rest[1000]; peer.Receive(rest, sizeof(rest), 0) > 0;) { // a question, lest the close becomes a reset

@@ -26,9 +26,8 @@ public:
     }
     bool Contains(std::string_view text) const
     {
-        const std::vector<std::string> lines = Lines();
-        return std::any_of(lines.begin(), lines.end(),
-                           [&](const std::string& strLine) { return strLine.find(text) != std::string::npos; });
+        return std::ranges::any_of(Lines(),
+                                   [&](const std::string& strLine) { return strLine.find(text) != strLine.npos; });
     }
     void SetListener(std::function<void(const std::string&)> listener) ///< hears every line on its writer's thread
     {

@@ -6,6 +6,7 @@
 #include "support/CPowerLossModel.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -25,14 +26,10 @@ protected:
     void SetUp() override
     {
         std::string strConfig;
-        for (const auto& [pszName, pszKey] : {std::pair("queue", "QueueDir"),
-                                              {"spool", "SpoolDir"},
-                                              {"error", "ErrorDir"},
-                                              {"outgoing", "OutgoingDir"},
-                                              {"filtered", "FilterDir"},
-                                              {"intercepted", "InterceptDir"}}) {
-            fs::create_directories(Path(pszName));
-            strConfig.append(pszKey).append(": ").append(Path(pszName)).append("\n");
+        for (const std::string strName : {"queue", "spool", "error", "outgoing", "filter", "intercept"}) {
+            fs::create_directories(Path(strName));
+            strConfig += std::string(1, static_cast<char>(std::toupper(strName[0]))) + strName.substr(1) +
+                         "Dir: " + Path(strName) + "\n";
         }
         m_directory.Write("etc/tobix.cfg", strConfig);
         m_directory.Write("etc/domains", "example.org\n");
@@ -200,7 +197,7 @@ TEST_F(AgentTest, LosesNoMailWhenThePowerGoesAtAnyStep)
                              {"eve@far.example,ann@example.org", {{strAnn, 1}, {strOutgoing, 1}}, "", ""},
                              {strMany, {{strOutgoing, WIDE}}, "", ""},
                              {strMany + "ann@example.org", {{strAnn, 1}, {strOutgoing, WIDE}}, "", ""},
-                             {"ann@example.org", {{Path("filtered"), 1}}, "Subject: spam\r\n", ""},
+                             {"ann@example.org", {{Path("filter"), 1}}, "Subject: spam\r\n", ""},
                              {"nobody@example.org", {}, "", ""}};
     for (size_t n = 0; n < mails.size(); ++n) {
         mails[n].strBody = "mail " + std::to_string(n) + std::string(6000, 'x') + "\r\nend\r\n";
