@@ -5,7 +5,7 @@
 #include "Bex/CFileFind.h"
 #include "Bex/CLockFile.h"
 #include "Bex/CTextFile.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
 

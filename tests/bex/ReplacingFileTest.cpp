@@ -1,7 +1,7 @@
 #include "Bex/CFileException.h"
 #include "Bex/CReplacingFile.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/CTemporaryFile.h"
-#include "Platform/FaultInjection.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <atomic>

@@ -1,7 +1,7 @@
 #include "Bex/CConfigFile.h"
 #include "Bex/CFileException.h"
 #include "Bex/CStorableStringList.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>

@@ -3,8 +3,8 @@
 #include "Bex/CInvalidStateException.h"
 #include "Bex/CMutex.h"
 #include "Bex/CThread.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/Clock.h"
-#include "Platform/FaultInjection.h"
 #include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 

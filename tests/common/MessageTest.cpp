@@ -1,7 +1,7 @@
 #include "Bex/CMutex.h"
 #include "Common/CMail.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
 #include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
 

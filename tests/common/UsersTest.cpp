@@ -1,6 +1,6 @@
 #include "CAccountWorld.h"
 #include "Platform/CEventHandle.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 
 #include <cerrno>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "Platform/CDirectoryListing.h"
 #include "Platform/CFileHandle.h"
 #include "Platform/CFlushGroup.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>

@@ -1,8 +1,8 @@
 #include "Platform/CChildProcess.h"
 #include "Platform/CEventHandle.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/CommandLine.h"
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
 #include "support/Becomes.h"
 #include "support/CTemporaryDirectory.h"
 

@@ -1,8 +1,8 @@
 #include "Platform/CDirectoryWatch.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/CTreeWatch.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
-#include "Platform/FaultInjection.h"
 #include "support/Becomes.h"
 #include "support/CTemporaryDirectory.h"
 

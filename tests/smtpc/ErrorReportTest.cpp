@@ -1,7 +1,7 @@
 #include "SMTPc/ErrorReport.h"
 #include "Bex/CSecurityException.h"
 #include "Bex/CSocketException.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "SMTPc/CSMTPException.h"
 #include "support/CTemporaryDirectory.h"
 

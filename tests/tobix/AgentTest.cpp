@@ -1,5 +1,5 @@
 #include "Common/Globals.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "Tobix/CLocalAgent.h"
 #include "support/Becomes.h"
 #include "support/CLogRecorder.h"

@@ -1,5 +1,5 @@
 #include "Bex/CFile.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"

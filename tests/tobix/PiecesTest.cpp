@@ -1,6 +1,6 @@
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"

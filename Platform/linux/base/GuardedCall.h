@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/FaultInjection.h"
+#include "Platform/CCallWatcher.h"
 
 #include <atomic>
 #include <type_traits>

@@ -1,5 +1,6 @@
-#include "Platform/FaultInjection.h"
+#include "Platform/CInjectedFault.h"
 
+#include "Platform/CCallWatcher.h"
 #include "Platform/linux/base/GuardedCall.h"
 
 #include <algorithm>

@@ -2,9 +2,8 @@
 
 #include <cstddef>
 
-/// Lets tests make the calls of the platform layer fail where a disk or a kernel would, and watch those that succeed.
-/// Process-wide: faults and watcher are set before the threads under test run and outlive their calls. Costs one
-/// relaxed load a call when unused.
+/// Lets tests make the calls of the platform layer fail where a disk or a kernel would. Process-wide: faults are set
+/// before the threads under test run and outlive their calls. Costs one relaxed load a call when unused.
 namespace Platform {
 
 enum class EFault {
@@ -47,29 +46,6 @@ private:
     unsigned m_nSkip;
     unsigned m_nTimes;
     int m_iErrno;
-};
-
-/// One call that has succeeded.
-struct SCall
-{
-    EFault kind;
-    const char* pszPath = nullptr;
-    const char* pszTo = nullptr; ///< the new name of a rename or a link
-    int iDescriptor = -1;        ///< the open file; of Open the one that it gave
-    const void* pData = nullptr; ///< what was written
-    size_t nBytes = 0;
-};
-
-/// Is told of each call while it lives, on the calling thread, before the caller goes on; one call at a time.
-class CCallWatcher
-{
-public:
-    CCallWatcher();
-    virtual ~CCallWatcher();
-    CCallWatcher(const CCallWatcher&) = delete;
-    CCallWatcher& operator=(const CCallWatcher&) = delete;
-
-    virtual void OnCall(const SCall& call) = 0; ///< makes no calls of this layer
 };
 
 } // namespace Platform
