@@ -137,6 +137,16 @@ TEST(SendMailTest, LearnsAnewUnderTls)
     EXPECT_TRUE(world.Logged("5 connection to 127.0.0.1 secured"));
 }
 
+TEST(SendMailTest, ForgivesTheCertificateOfALoopbackPeerForThatSessionOnly)
+{
+    CSendWorld world;
+    CTlsWorld::Instance().Need("good");
+    const Replies starts{{"EHLO", OFFERS + "STARTTLS\r\n"}, {"STARTTLS", "220 go\r\n"}, {"MAIL", "450 later\r\n"}};
+    CScriptedServer server(starts, Replies{{"tls", ""}});
+    EXPECT_EQ(world.Send(server, "127.0.0.1:%,ann:secret@127.0.0.1:%s"), EVerdict::ConnectionFailed) << world.Report();
+    EXPECT_EQ(server.Commands(), (Commands{EHLO, "STARTTLS", EHLO, MAIL, "QUIT"}));
+}
+
 TEST(SendMailTest, RefusesWhatCannotBeSent)
 {
     CSendWorld world;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -21,7 +22,8 @@ class CScriptedServer
 public:
     /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload". "drop"
     /// closes the connection, "hang" waits for the client to do so; "endless" repeats what follows it for ever, "last"
-    /// closes behind it. A reply to STARTTLS that begins with 220 is followed by the handshake.
+    /// closes behind it. With "tls" it begins with the handshake; a reply to STARTTLS that begins with 220 is followed
+    /// by the handshake.
     using Replies = std::map<std::string, std::string>;
 
     template <class... TMore>
@@ -31,7 +33,6 @@ public:
         m_listener.Bind("127.0.0.1");
         m_listener.SetCertificateName("good");
         m_listener.Listen(8);
-        m_peer.SetTimeout(LONGEST_WAIT);
         m_thread = std::thread([this] { Serve(); });
     }
     ~CScriptedServer()
@@ -67,9 +68,10 @@ private:
     void Serve()
     {
         for (size_t nConnection = 0;; ++nConnection) {
+            m_peer.emplace().SetTimeout(LONGEST_WAIT); // each has a certificate store of its own
             try {
                 Bex::CSocketEndPoint from;
-                m_listener.Accept(m_peer, from);
+                m_listener.Accept(*m_peer, from);
             } catch (const Bex::CSocketException&) { // the end
                 return;
             }
@@ -78,11 +80,13 @@ private:
                 Talk(m_scripts[std::min(nConnection, m_scripts.size() - 1)]);
             } catch (const Bex::CException&) { // as the clients are tried with it
             }
-            m_peer.Close();
+            m_peer->Close();
         }
     }
     void Talk(const Replies& script)
     {
+        if (script.contains("tls"))
+            m_peer->Negotiate({});
         bool bGoesOn = Answer(script, "greeting", "220 mx.example ready\r\n");
         unsigned nAnswers = 0;
         while (bGoesOn) {
@@ -95,7 +99,7 @@ private:
             const std::string strKey = bCommand ? strWord : "answer" + std::to_string(++nAnswers);
             bGoesOn = Answer(script, strKey, bCommand ? Standard(strWord) : "235 welcome\r\n");
             if (bGoesOn && strWord == "STARTTLS" && m_strSent.starts_with("220"))
-                m_peer.Negotiate({});
+                m_peer->Negotiate({});
             if (bGoesOn && strWord == "DATA" && m_strSent.starts_with("354")) {
                 const std::string strPayload = ReadUpTo("\r\n.\r\n");
                 std::unique_lock lock(m_mutex);
@@ -137,7 +141,7 @@ private:
     {
         while (!text.empty()) {
             const size_t nCount = m_nPiece == 0 ? text.size() : std::min(m_nPiece, text.size());
-            m_peer.Send(text.data(), static_cast<uint32_t>(nCount), 0);
+            m_peer->Send(text.data(), static_cast<uint32_t>(nCount), 0);
             text.remove_prefix(nCount);
             if (m_nPiece != 0)
                 std::this_thread::sleep_for(std::chrono::microseconds(200)); // so that the pieces arrive as such
@@ -148,7 +152,7 @@ private:
         size_t nEnd = 0;
         while ((nEnd = m_strReceived.find(strEnd)) == std::string::npos) {
             char buffer[16384];
-            const uint32_t nCount = m_peer.Receive(buffer, sizeof(buffer), 0);
+            const uint32_t nCount = m_peer->Receive(buffer, sizeof(buffer), 0);
             if (nCount == 0)
                 Bex::ThrowSocketException("CScriptedServer", __LINE__, 10053);
             m_strReceived.append(buffer, nCount);
@@ -166,7 +170,7 @@ private:
     const std::vector<Replies> m_scripts;
     size_t m_nPiece = 0;
     Bex::CSecureSocket m_listener;
-    Bex::CSecureSocket m_peer;
+    std::optional<Bex::CSecureSocket> m_peer;
     std::string m_strReceived;
     std::string m_strSent;
     std::mutex m_mutex;
