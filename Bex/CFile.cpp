@@ -160,6 +160,12 @@ bool CFile::RemoveIfStill(const CSimpleString& strName, const Platform::SFileIde
     return true;
 }
 
+bool CFile::IsReplaced(const CSimpleString& strName, const Platform::SFileIdentity& identity)
+{
+    Platform::SFileIdentity present;
+    return Platform::IdentityOf(strName.Text(), present) && present != identity;
+}
+
 bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
 {
     if (Platform::RemoveUnlessInUse(strName.Text()))

@@ -17,14 +17,6 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
 
-Bex::CSimpleString WithLowerDomain(const Bex::CSimpleString& strAddress)
-{
-    if (!strAddress.Contains('@'))
-        return strAddress;
-    return Bex::CSimpleString::Formatted("%s@%s", strAddress.BeforeFirst('@').Text(),
-                                         strAddress.AfterFirst('@').Lowered().Text());
-}
-
 void CheckAddresses(const SPreparedMail& mail)
 {
     if (!mail.strSender.IsEmpty() && !IsValidAddress(mail.strSender))
@@ -92,34 +84,46 @@ void WriteErrorLine(const Bex::CSimpleString& strText)
 
 CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings(settings) {}
 
-void CSMTPSendThread::SendMail() { m_iResult = static_cast<int>(Attempt().verdict); }
-
-SAttempt CSMTPSendThread::Attempt()
+void CSMTPSendThread::SendMail()
 {
     SLoadedMail loaded;
-    const SLoadResult result = LoadMail(loaded);
-    if (result)
-        return Attempt(loaded);
+    const SLoadResult load = LoadMail(loaded);
+    m_iResult = static_cast<int>((load ? Attempt(loaded) : NotLoaded(load)).verdict);
+}
+
+SAttempt CSMTPSendThread::NotLoaded(const SLoadResult& load) const
+{
     const auto strText = Bex::CSimpleString::Formatted("error: could not open file \"%s\": %d", m_strMailPath.Text(),
-                                                       static_cast<int>(result.error.dwSysError));
+                                                       static_cast<int>(load.error.dwSysError));
     WriteErrorLine(strText);
     Bex::LogError(Bex::MainLog(), "%s", strText.Text());
-    return {.verdict = EVerdict::NotPrepared, .error = result.error};
+    return {.verdict = EVerdict::NotPrepared, .error = load.error};
+}
+
+SAttempt CSMTPSendThread::Failed(const SDeliveryFailure& failure, const CMail& mail) const
+{
+    SPreparedMail prepared;
+    prepared.strRecipient = RecipientOf(mail);
+    prepared.strMessageID = mail.MessageID();
+    Tell(failure, prepared, {});
+    return {failure.verdict};
 }
 
 SAttempt CSMTPSendThread::Attempt(SLoadedMail& loaded)
 {
+    SAttempt attempt{EVerdict::Temporary};
+    const auto failure = FailureOf([&] { attempt = TryToSend(loaded); });
+    return failure ? Failed(*failure, loaded.mail) : attempt;
+}
+
+SAttempt CSMTPSendThread::TryToSend(SLoadedMail& loaded)
+{
     SPreparedMail mail;
     if (!PrepareMessage(loaded, mail))
         return {EVerdict::NotPrepared};
-    if (m_settings.bLowerRecipientDomain)
-        mail.strRecipient = WithLowerDomain(mail.strRecipient);
     CTargetList targets(false);
-    const auto failure = FailureOf([&] { FindTargets(mail, targets); });
-    if (!failure)
-        return TryTargets(mail, targets);
-    Tell(*failure, mail, {});
-    return {failure->verdict};
+    FindTargets(mail, targets);
+    return TryTargets(mail, targets);
 }
 
 /// A second try without TLS is put behind the last target.
@@ -132,7 +136,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
         CSMTPSession session(m_client, m_settings, mail);
         const auto failure = FailureOf([&] { session.Deliver(target); });
         if (!failure)
-            return FinishDelivered(session, mail);
+            return Delivered(session, mail);
         Tell(*failure, mail, DisplayName(target));
         if (failure->IsRefusal())
             FailureOf([&] { session.Quit(); }); // whatever the server makes of it, the outcome is known
@@ -157,30 +161,44 @@ void CSMTPSendThread::Tell(const SDeliveryFailure& failure, const SPreparedMail&
 }
 
 /// The mail is the server's: nothing that fails from here on makes it undelivered.
-SAttempt CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const
+SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& mail) const
+{
+    SAttempt attempt{EVerdict::Delivered};
+    try {
+        FinishDelivered(session, mail, attempt.file);
+    } catch (...) {
+        Bex::LogWarning(Bex::MainLog(), "exception after successful delivery of \"%s\"", m_strMailPath.Text());
+    }
+    return attempt;
+}
+
+void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
-    const EMailFile file = RemoveFiles(mail.fileIdentity);
+    RemoveFiles(mail.fileIdentity, file);
     if (const auto failure = FailureOf([&] { session.Quit(); })) {
         const auto strText =
             Bex::CSimpleString::Formatted("%s after successful delivery: %s", failure->Name(), failure->strText.Text());
         Bex::LogWarning(Bex::MainLog(), "%s", strText.Text());
         WriteErrorLine(strText);
     }
-    return {EVerdict::Delivered, file};
 }
 
-EMailFile CSMTPSendThread::RemoveFiles(const Platform::SFileIdentity& identity) const
+void CSMTPSendThread::RemoveFiles(const Platform::SFileIdentity& identity, EMailFile& file) const
 {
     WriteConsole(stdout, Bex::CSimpleString::Formatted("--> Removing file \"%s\"...\n", m_strMailPath.Text()));
     Bex::LogInfo(Bex::MainLog(), "removing file \"%s\"", m_strMailPath.Text());
-    const EMailFile file = RemoveMail(identity);
+    file = RemoveMail(identity);
+    RemoveReport();
+}
+
+void CSMTPSendThread::RemoveReport() const
+{
     try {
         Bex::CFile::Remove(ErrorReportPath(m_strMailPath));
     } catch (const Bex::CFileException&) { // most mails never failed
     }
-    return file;
 }
 
 EMailFile CSMTPSendThread::RemoveMail(const Platform::SFileIdentity& identity) const

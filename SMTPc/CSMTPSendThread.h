@@ -33,22 +33,29 @@ protected:
     void OnStopRequest() override { m_client.Interrupt(); }
     void Body() override { SendMail(); }
 
-    void SendMail(); ///< one attempt, whose verdict's number stays in m_iResult
-    /// One attempt with the file m_strMailPath. What neither SMTP nor the network raises passes through.
-    SAttempt Attempt();
-    SAttempt Attempt(SLoadedMail& loaded);           ///< the same with what LoadMail loaded of it; takes the body
+    void SendMail();                                 ///< one attempt, whose verdict's number stays in m_iResult
     SLoadResult LoadMail(SLoadedMail& loaded) const; ///< from m_strMailPath; as CMessage::Load
+    /// One attempt with what LoadMail loaded; takes the body. Whatever it raises is told as a failure, but never of a
+    /// mail that a server has accepted.
+    SAttempt Attempt(SLoadedMail& loaded);
+    SAttempt NotLoaded(const SLoadResult& load) const; ///< what comes of a file that cannot be read, which is logged
+    /// What comes of a failure before any target, which is told in report and logs.
+    SAttempt Failed(const SDeliveryFailure& failure, const CMail& mail) const;
+    Bex::CSimpleString RecipientOf(const CMail& mail) const; ///< empty: none
+    void RemoveReport() const;                               ///< of the last failure, if there is one
 
     SDeliverySettings m_settings;
     int m_iResult = 0;
     Bex::CSimpleString m_strMailPath;
 
 private:
-    static bool PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared);
+    bool PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared) const;
+    SAttempt TryToSend(SLoadedMail& loaded);
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets);
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
-    SAttempt FinishDelivered(CSMTPSession& session, const SPreparedMail& mail) const;
-    EMailFile RemoveFiles(const Platform::SFileIdentity& identity) const;
+    SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail) const;
+    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;
+    void RemoveFiles(const Platform::SFileIdentity& identity, EMailFile& file) const;
     EMailFile RemoveMail(const Platform::SFileIdentity& identity) const;
 
     CSMTPClient m_client;

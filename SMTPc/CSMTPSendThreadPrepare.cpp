@@ -30,7 +30,15 @@ std::string_view FirstAddress(std::string_view list)
     return list;
 }
 
-Bex::CSimpleString RecipientOf(const CMail& mail)
+Bex::CSimpleString WithLowerDomain(const Bex::CSimpleString& strAddress)
+{
+    if (!strAddress.Contains('@'))
+        return strAddress;
+    return Bex::CSimpleString::Formatted("%s@%s", strAddress.BeforeFirst('@').Text(),
+                                         strAddress.AfterFirst('@').Lowered().Text());
+}
+
+Bex::CSimpleString Recipient(const CMail& mail)
 {
     Bex::CSimpleString strRecipient = mail.FirstRecipient();
     if (!strRecipient.IsEmpty())
@@ -67,7 +75,12 @@ SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
     return loaded.mail.Load(m_strMailPath, false);
 }
 
-bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared)
+Bex::CSimpleString CSMTPSendThread::RecipientOf(const CMail& mail) const
+{
+    return m_settings.bLowerRecipientDomain ? WithLowerDomain(Recipient(mail)) : Recipient(mail);
+}
+
+bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared) const
 {
     CMail& mail = loaded.mail;
     prepared.strSender = mail.EnvelopeSender();

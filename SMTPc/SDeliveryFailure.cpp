@@ -4,6 +4,8 @@
 #include "Bex/CSocketException.h"
 #include "SMTPc/CSMTPException.h"
 
+#include <exception>
+
 namespace {
 
 using EKind = SDeliveryFailure::EKind;
@@ -19,16 +21,21 @@ SDeliveryFailure Broken(EKind kind, const TException& exception)
             .iLine = exception.Line()};
 }
 
-SDeliveryFailure Refused(EKind kind, const CSMTPException& exception)
+SDeliveryFailure Refused(EKind kind, const Bex::CSimpleString& strText, const Bex::CList<Bex::CSimpleString>& lines)
 {
     const bool bForNow = kind == EKind::Temporary;
     return {.kind = kind,
-            .strText = exception.LastLine(),
-            .lines = exception.Lines(),
+            .strText = strText,
+            .lines = lines,
             .verdict = bForNow ? EVerdict::Temporary : EVerdict::Permanent,
-            .bTryNextTarget = bForNow,
-            .pszSourceFile = exception.SourceFile(),
-            .iLine = exception.Line()};
+            .bTryNextTarget = bForNow};
+}
+
+SDeliveryFailure Unforeseen(const Bex::CSimpleString& strText)
+{
+    Bex::CList<Bex::CSimpleString> lines(false);
+    lines.Append(strText);
+    return Refused(EKind::Temporary, strText, lines);
 }
 
 } // namespace
@@ -42,9 +49,15 @@ SDeliveryFailure SDeliveryFailure::OfCaught()
     } catch (const Bex::CSecurityException& exception) {
         return Broken(EKind::Security, exception);
     } catch (const CSMTPTemporaryException& exception) {
-        return Refused(EKind::Temporary, exception);
+        return Refused(EKind::Temporary, exception.LastLine(), exception.Lines());
     } catch (const CSMTPPermanentException& exception) {
-        return Refused(EKind::Permanent, exception);
+        return Refused(EKind::Permanent, exception.LastLine(), exception.Lines());
+    } catch (const Bex::CException& exception) {
+        char szText[1024];
+        exception.GetMessage(szText, sizeof(szText));
+        return Unforeseen(szText);
+    } catch (const std::exception& exception) {
+        return Unforeseen(exception.what());
     }
 }
 

@@ -17,10 +17,10 @@ struct SDeliveryFailure
     Bex::CList<Bex::CSimpleString> lines{false}; ///< of a refusal: the session's transcript, or the one line there is
     EVerdict verdict;
     bool bTryNextTarget;
-    const char* pszSourceFile; ///< where it was raised
-    int iLine;
+    const char* pszSourceFile = ""; ///< where a broken connection was noticed
+    int iLine = 0;
 
-    /// Of the exception that is being handled; one that means none of the kinds is raised again.
+    /// Of the exception that is being handled; what neither SMTP nor the network raises is a refusal for now.
     static SDeliveryFailure OfCaught();
     /// The server said no, rather than that the connection broke: it can still be parted from politely.
     bool IsRefusal() const { return kind == EKind::Temporary || kind == EKind::Permanent; }

@@ -15,10 +15,11 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
 
-bool RemoveLogged(const Bex::CSimpleString& strFile)
+template <class TRemove>
+bool RemoveLogged(const Bex::CSimpleString& strFile, TRemove Remove)
 {
     try {
-        Bex::CFile::Remove(strFile);
+        Remove();
         return true;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
@@ -37,13 +38,16 @@ void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
 
 } // namespace
 
-bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& strErrorDirectory)
+bool Bounce(const Bex::CSimpleString& strMailPath, const Platform::SFileIdentity& identity,
+            const Bex::CSimpleString& strErrorDirectory)
 {
     const Bex::CSimpleString strReport = ErrorReportPath(strMailPath);
     if (Config().GetFlag(Keys::BOUNCE_DISABLE)) {
-        const bool bMailRemoved = RemoveLogged(strMailPath);
-        return RemoveLogged(strReport) && bMailRemoved;
+        const bool bMailRemoved = RemoveLogged(strMailPath, [&] { Bex::CFile::RemoveIfStill(strMailPath, identity); });
+        return RemoveLogged(strReport, [&] { Bex::CFile::Remove(strReport); }) && bMailRemoved;
     }
+    if (Bex::CFile::IsReplaced(strMailPath, identity))
+        return true;
     const Bex::CSimpleString strPostmaster = Config().GetString(Keys::POSTMASTER_TO);
     const bool bAttach = Config().GetFlag(Keys::BOUNCE_ATTACHMENT);
     const char* pszBulk = Config().GetFlag(Keys::BOUNCE_BULK) ? "-ib " : "";
@@ -58,8 +62,8 @@ bool Bounce(const Bex::CSimpleString& strMailPath, const Bex::CSimpleString& str
         return true;
     }
     RunResponderOn(ForSender("-k "), strErrorDirectory);
-    if (Bex::CThread::IsCallerAbandoned()) // the mail is another thread's by now
-        return true;
+    if (Bex::CThread::IsCallerAbandoned() || Bex::CFile::IsReplaced(strMailPath, identity))
+        return true; // the mail is another thread's, or another, by now
     RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
                    strErrorDirectory);

@@ -15,7 +15,10 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/RemoteAgent";
 constexpr unsigned IDLE_MILLIS = 1000;
-constexpr unsigned REST_PER_LISTING = 9; ///< listing the directory takes at most a tenth of the time
+constexpr uint64_t REST_PER_LISTING = 9; ///< listing the directory takes at most a tenth of a processor
+constexpr unsigned NAMES_PER_LOOK = 1024;
+constexpr uint64_t MICROS_PER_MILLI = 1000;
+constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr int SECONDS_PER_MINUTE = 60;
 
 } // namespace
@@ -31,8 +34,8 @@ void CRemoteAgent::Body()
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) started", Id());
     while (ShallRun()) {
         WaitWhileServiceIsPaused(StopEvent());
-        const unsigned dwFound = ScanOutgoing(Platform::NowSeconds());
-        RestAfterListing();
+        const unsigned dwFound = ScanOutgoing(static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND));
+        StopEvent().Wait(RestMillis(m_nListingMicros));
         if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
     }
@@ -40,27 +43,26 @@ void CRemoteAgent::Body()
 }
 
 /// The delivery threads' own removals are changes, too: they must not make this thread list the directory all day.
-void CRemoteAgent::RestAfterListing() const
+unsigned CRemoteAgent::RestMillis(uint64_t nListingMicros)
 {
-    if (m_nListingMillis > 0)
-        StopEvent().Wait(static_cast<unsigned>(std::min<uint64_t>(m_nListingMillis * REST_PER_LISTING, IDLE_MILLIS)));
+    return static_cast<unsigned>(std::min<uint64_t>(nListingMicros * REST_PER_LISTING / MICROS_PER_MILLI, INT32_MAX));
 }
 
 unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
 {
     ReleaseRetriesWhenDue(iNow);
-    m_nListingMillis = 0;
+    m_nListingMicros = 0;
     if (!m_directory.MayHaveChanged())
         return 0;
-    const uint64_t nStart = Platform::TickCount();
+    const uint64_t nStart = Platform::ThreadMicros();
     const unsigned dwFound = ListNewFiles();
-    m_nListingMillis = std::max<uint64_t>(Platform::TickCount() - nStart, 1);
+    m_nListingMicros = std::max(Platform::ThreadMicros() - nStart, MICROS_PER_MILLI);
     return dwFound;
 }
 
 void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)
 {
-    const int64_t iElapsed = iNow - m_iLastRelease;
+    const int64_t iElapsed = iNow - m_iLastRelease.value_or(INT64_MIN / 2);
     if (iElapsed <= m_iRetryMin || (m_pFiles->HasPending() && iElapsed <= m_iRetryMax))
         return;
     m_iLastRelease = iNow;
@@ -74,7 +76,9 @@ unsigned CRemoteAgent::ListNewFiles()
         Bex::CFileFind find;
         if (!find.Open(Bex::JoinPath(m_directory.Path(), "*.eml")))
             return 0;
-        while (find.Next()) {
+        for (unsigned dwSeen = 0; find.Next(); ++dwSeen) {
+            if (dwSeen % NAMES_PER_LOOK == 0 && StopEvent().IsSet())
+                break; // a million names take seconds
             if (!find.IsDirectory() && AddFile(find.Name()))
                 ++dwCount;
         }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 /// The thread that owns the outgoing queue: it finds new mail files, hands their names to the delivery threads, and
 /// releases those that failed for another try. It never opens a mail file.
@@ -20,8 +21,10 @@ public:
 
     const std::shared_ptr<COutgoingFiles>& Files() const { return m_pFiles; } ///< what the delivery threads take from
 
-    /// One pass at that time (seconds since 1970): the count of new names. For the agent's own thread, and for tests.
+    /// One pass at that time (seconds of a clock that never goes back): the count of new names. For the agent's own
+    /// thread, and for tests.
     unsigned ScanOutgoing(int64_t iNow);
+    static unsigned RestMillis(uint64_t nListingMicros); ///< after a listing that took so much of a processor
 
 protected:
     void Body() override;
@@ -30,12 +33,11 @@ private:
     void ReleaseRetriesWhenDue(int64_t iNow);
     unsigned ListNewFiles();
     bool AddFile(const char* pszName);
-    void RestAfterListing() const;
 
     CWatchedDirectory m_directory;
     std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
-    int64_t m_iLastRelease = 0;    ///< seconds since 1970
-    uint64_t m_nListingMillis = 0; ///< of the last scan; 0 when it listed nothing
-    int64_t m_iRetryMin;           ///< seconds
-    int64_t m_iRetryMax;           ///< seconds
+    std::optional<int64_t> m_iLastRelease; ///< as ScanOutgoing's; none before the first pass
+    uint64_t m_nListingMicros = 0;         ///< of the last scan; 0 when it listed nothing
+    int64_t m_iRetryMin;                   ///< seconds
+    int64_t m_iRetryMax;                   ///< seconds
 };

@@ -62,24 +62,30 @@ bool CSMTPDeliveryThread::TakeFile()
     return true;
 }
 
-/// Whatever one mail raises, the thread goes on with the next one: the mail is tried again later.
+/// Whatever one mail raises, the thread goes on with the next one. A mail that a server has accepted must not be sent
+/// again; any other is.
 void CSMTPDeliveryThread::DeliverGuarded()
 {
+    SAttempt attempt{EVerdict::Temporary};
     try {
-        if (!DeliverFile())
-            MoveToError();
+        DeliverFile(attempt);
         return;
     } catch (const Bex::CException& exception) {
         MailLog::DeliveryRaised(m_strMailPath, exception);
     } catch (const std::exception& exception) {
         MailLog::DeliveryRaised(m_strMailPath, exception);
     }
-    m_pFiles->RetryLater(m_strFileName);
+    if (attempt.verdict != EVerdict::Delivered)
+        m_pFiles->RetryLater(m_strFileName);
 }
 
-void CSMTPDeliveryThread::MoveToError()
+void CSMTPDeliveryThread::MoveToError(const Platform::SFileIdentity& identity)
 {
     Bex::LogError(Bex::MainLog(), "sending mail '%s' failed", m_strFileName.Text());
+    if (Bex::CFile::IsReplaced(m_strMailPath, identity)) {
+        ReleaseUnlessStill(identity);
+        return;
+    }
     const Bex::CSimpleString strTarget = Bex::PathBelow(m_strErrorDirectory, m_strFileName);
     try {
         Bex::CFile::Move(m_strMailPath, strTarget);
@@ -88,9 +94,23 @@ void CSMTPDeliveryThread::MoveToError()
                        Bex::CSimpleString::Formatted("could not rename file \"%s\" to \"%s\"", m_strMailPath.Text(),
                                                      strTarget.Text())
                            .Text());
+        ReleaseUnlessStill(identity);
         return;
     }
+    RemoveReport();
     ReleaseName();
+}
+
+/// The name stays in progress for as long as the file stands there that must not be tried again.
+void CSMTPDeliveryThread::ReleaseUnlessStill(const Platform::SFileIdentity& identity)
+{
+    const bool bReplaced = Bex::CFile::IsReplaced(m_strMailPath, identity);
+    if (bReplaced) {
+        Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
+        RemoveReport(); // of the other mail
+    }
+    if (bReplaced || Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
+        ReleaseName();
 }
 
 /// Another mail may have got the name meanwhile: no scan has taken it, and no change may tell of it any more.
@@ -106,22 +126,27 @@ bool CSMTPDeliveryThread::IsOverdue(int64_t iAgeSeconds, int iMinutes)
     return iAgeSeconds > iMinutes * SECONDS_PER_MINUTE;
 }
 
-bool CSMTPDeliveryThread::DeliverFile()
+void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
 {
     SLoadedMail loaded;
-    const ELoadResult result = LoadForDelivery(loaded);
+    SLoadResult load;
+    const auto failure = FailureOf([&] { load = LoadForDelivery(loaded); });
     SFileState state;
-    if (!ReadFileState(state))
-        return false;
-    SAttempt attempt{EVerdict::FileBusy}; // of a busy file nothing is sent in this pass
-    if (result == ELoadResult::Loaded)
-        attempt = Attempt(loaded);
-    else if (result == ELoadResult::Broken)
-        attempt = Attempt(); // which tells why it cannot
-    return Settle(attempt, loaded.mail, state);
+    bool bSettled = ReadFileState(state);
+    if (bSettled) {
+        if (failure)
+            attempt = Failed(*failure, loaded.mail);
+        else if (load.result == ELoadResult::Busy) // of which nothing is sent in this pass
+            attempt = {EVerdict::FileBusy};
+        else
+            attempt = load ? Attempt(loaded) : NotLoaded(load);
+        bSettled = Settle(attempt, loaded, state);
+    }
+    if (!bSettled)
+        MoveToError(loaded.identity);
 }
 
-ELoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
+SLoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
 {
     const SLoadResult load = LoadMail(loaded);
     if (load.result == ELoadResult::Busy) {
@@ -130,7 +155,7 @@ ELoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
         Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__,
                       load.error.iLibError, m_strMailPath.Text());
     }
-    return load.result;
+    return load;
 }
 
 bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
@@ -150,17 +175,17 @@ bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
     return true;
 }
 
-bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, const CMail& mail, const SFileState& state)
+bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, const SLoadedMail& loaded, const SFileState& state)
 {
     switch (attempt.verdict) {
     case EVerdict::Delivered:
-        return Delivered(attempt, mail, state);
+        return Delivered(attempt, loaded.mail, state);
     case EVerdict::FileBusy:
     case EVerdict::ConnectionFailed:
     case EVerdict::Temporary:
-        return FailedTemporarily(attempt, state);
+        return FailedTemporarily(attempt, loaded.identity, state);
     case EVerdict::Permanent:
-        return FailedPermanently(attempt);
+        return FailedPermanently(attempt, loaded.identity);
     case EVerdict::NotPrepared:
         return Misconfigured(attempt);
     case EVerdict::Stopped:
@@ -190,13 +215,14 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
                  LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
 }
 
-bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const SFileState& state)
+bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const Platform::SFileIdentity& identity,
+                                            const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
     if (IsOverdue(Platform::NowSeconds() - state.iCreated, iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, Number(attempt));
-        return Bounce(m_strMailPath, m_strErrorDirectory);
+        return GiveUp(identity);
     }
     m_pFiles->RetryLater(m_strFileName);
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
@@ -204,11 +230,19 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const SFile
     return true;
 }
 
-bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt) const
+bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt, const Platform::SFileIdentity& identity)
 {
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" permanently failed with error %d. I am giving up!",
                   m_strMailPath.Text(), Number(attempt));
-    return Bounce(m_strMailPath, m_strErrorDirectory);
+    return GiveUp(identity);
+}
+
+bool CSMTPDeliveryThread::GiveUp(const Platform::SFileIdentity& identity)
+{
+    const bool bDisposed = Bounce(m_strMailPath, identity, m_strErrorDirectory);
+    if (bDisposed)
+        ReleaseUnlessStill(identity);
+    return bDisposed;
 }
 
 bool CSMTPDeliveryThread::Misconfigured(const SAttempt& attempt) const

@@ -1,5 +1,5 @@
 #include "Bex/CFile.h"
-#include "Platform/CInjectedFault.h"
+#include "Platform/CCallWatcher.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"
@@ -30,11 +30,31 @@ public:
     }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
+    bool Retries()
+    {
+        Bex::CSimpleString strName;
+        m_pFiles->ReleaseRetries();
+        return m_pFiles->Take(strName);
+    }
     std::filesystem::path Directory() const { return std::filesystem::path(Path()).parent_path(); }
     std::filesystem::path ErrorDirectory() const { return Directory() / "error"; }
 
 private:
     std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
+};
+
+/// Raises what nobody foresees, once, when a call on the mail file has succeeded.
+struct CRaiser : Platform::CCallWatcher
+{
+    CRaiser(Platform::EFault kind, std::string strPath) : m_kind(kind), m_strPath(std::move(strPath)) {}
+    void OnCall(const Platform::SCall& call) override
+    {
+        if (call.kind == m_kind && call.pszPath == m_strPath && !std::exchange(m_bRaised, true))
+            throw std::runtime_error("no such luck");
+    }
+    Platform::EFault m_kind;
+    std::string m_strPath;
+    bool m_bRaised = false;
 };
 
 } // namespace
@@ -47,6 +67,7 @@ struct SFate
     std::string strLogged;
     EFate fate;
     std::string strHeader = ENVELOPE;
+    Platform::EFault raised = Platform::EFault::Link; ///< none such is made
 };
 TEST(DeliveryThreadTest, FollowsTheVerdict)
 {
@@ -57,7 +78,9 @@ TEST(DeliveryThreadTest, FollowsTheVerdict)
           SFate{"550 no\r\n", "120", "permanently failed with error 19. I am", EFate::Gone},
           SFate{"", "120", "failed with error 29, errno 0, winerr 0. Maybe malconfigured?", EFate::InError, ""},
           SFate{"", "120", "failed with error 29, errno 27, winerr 223. Maybe malconfigured?", EFate::InError,
-                std::string(17 << 20, 'x') + "\r\n"}}) {
+                std::string(17 << 20, 'x') + "\r\n"},
+          SFate{"", "120", "temporarily failed with error 9. I will", EFate::Waits, ENVELOPE, Platform::EFault::Open},
+          SFate{"", "-1", "failed for -1 minutes with error 9. I am", EFate::Gone, ENVELOPE, Platform::EFault::Open}}) {
         SCOPED_TRACE(row.strLogged);
         CDeliveryWorld world;
         world.WriteMail(row.strHeader);
@@ -65,11 +88,14 @@ TEST(DeliveryThreadTest, FollowsTheVerdict)
         CScriptedServer server(Replies{{"RCPT", row.strReply}});
         Config().Set("AutoTransTime", row.pszAutoTransTime);
         Config().Set("Bounce.Disable", "1");
+        CRaiser raiser(row.raised, world.Path());
         world.Deliver(server, row.strLogged);
         EXPECT_EQ(world.HasMail(), row.fate == EFate::Waits);
-        EXPECT_EQ(world.Report().empty(), row.fate == EFate::Gone);
+        EXPECT_EQ(world.Report().empty(), row.fate != EFate::Waits);
+        EXPECT_EQ(world.Report().ends_with("follows -----\r\nno such luck"), raiser.m_bRaised && world.HasMail());
         EXPECT_EQ(std::filesystem::exists(world.ErrorDirectory() / "x.eml"), row.fate == EFate::InError);
-        EXPECT_EQ(world.NameIsFree(), row.fate == EFate::InError);
+        EXPECT_EQ(world.Retries(), row.fate == EFate::Waits);
+        EXPECT_EQ(world.NameIsFree(), row.fate != EFate::Waits);
         EXPECT_FALSE(world.Logged("SystemCall"));
     }
 }
@@ -93,23 +119,57 @@ TEST(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
     EXPECT_TRUE(world.HasMail());
     EXPECT_FALSE(world.NameIsFree());
     world.FreeName();
+    world.Log().Take();
+    const CRaiser raiser(Platform::EFault::Remove, world.Path());
     world.Deliver(server, "successfully delivered mail from");
+    EXPECT_TRUE(world.Logged("exception after successful delivery of"));
+    EXPECT_FALSE(world.Retries());
 }
 
-TEST(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
+TEST(DeliveryThreadTest, TriesAgainWhatRaisesWhenItIsGivenUp)
 {
     CDeliveryWorld world;
-    CScriptedServer server(Replies{}, Replies{{"QUIT", "drop"}});
-    std::vector<std::string> moments{"connection to 127.0.0.1 established", "socket error after successful delivery"};
-    world.Log().SetListener([&](const std::string& strLine) { // before and after the removal
-        if (moments.empty() || !Holds(strLine, moments.front()))
-            return;
-        moments.erase(moments.begin());
-        world.WriteMail("X-Envelope-To: new" + std::to_string(moments.size()) + "@far.example\r\n");
-    });
-    world.Deliver(server, "successfully delivered mail from <> to <new0@far.example>");
-    EXPECT_TRUE(world.Logged("successfully delivered mail from <> to <new1@far.example>"));
-    EXPECT_FALSE(world.HasMail());
+    CScriptedServer server(Replies{{"RCPT", "550 no\r\n"}});
+    Config().Set("Bounce.Disable", "1");
+    const CRaiser raiser(Platform::EFault::Remove, world.Path());
+    world.Deliver(server, "delivering \"" + world.Path() + "\": no such luck");
+    EXPECT_TRUE(world.Retries());
+}
+
+struct STakeover
+{
+    std::string strHeader;
+    std::string strReply; ///< to RCPT
+    std::vector<std::string> moments;
+};
+TEST(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
+{
+    for (STakeover row : {STakeover{ENVELOPE,
+                                    "250 ok\r\n", // then before and after the removal
+                                    {"connection to 127.0.0.1 established", "socket error after successful delivery"}},
+                          STakeover{ENVELOPE, "550 no\r\n", {"permanently failed with error 19"}},
+                          STakeover{ENVELOPE, "550 no\r\n", {"SystemCall( "}}, // of the first of two
+                          STakeover{"", "250 ok\r\n", {"Maybe malconfigured?"}}}) {
+        SCOPED_TRACE(row.moments.front());
+        CDeliveryWorld world;
+        world.WriteMail(row.strHeader);
+        std::filesystem::remove(world.ErrorDirectory());
+        CScriptedServer server(Replies{{"RCPT", row.strReply}}, Replies{{"QUIT", "drop"}});
+        Config().Set("Postmaster", "pm@here.example");
+        const bool bOneRun = row.moments.front() == "SystemCall( ";
+        world.Log().SetListener([&](const std::string& strLine) {
+            if (row.moments.empty() || !Holds(strLine, row.moments.front()))
+                return;
+            row.moments.erase(row.moments.begin());
+            world.WriteMail("X-Envelope-To: new" + std::to_string(row.moments.size()) + "@far.example\r\n");
+        });
+        world.Deliver(server, "successfully delivered mail from <> to <new0@far.example>");
+        EXPECT_FALSE(world.HasMail());
+        EXPECT_EQ(world.Report(), "");
+        EXPECT_EQ(world.Logged("SystemCall"), bOneRun);
+        EXPECT_FALSE(world.Logged("-to pm@here.example"));
+        EXPECT_TRUE(world.NameIsFree());
+    }
 }
 
 TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)

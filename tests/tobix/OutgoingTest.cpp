@@ -81,21 +81,26 @@ TEST_F(RemoteAgentTest, ListsOnlyAfterChangesAndKnowsEachFileOnce)
 TEST_F(RemoteAgentTest, ReleasesAllRetriesTogetherByTheClock)
 {
     CRemoteAgent agent;
-    agent.ScanOutgoing(1000000);
+    agent.ScanOutgoing(5); // the machine has just begun
     EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
     agent.Files()->RetryLater("a.eml");
-    agent.ScanOutgoing(1000600);
+    agent.ScanOutgoing(605);
     EXPECT_EQ(TakenFrom(*agent.Files()), "");
-    agent.ScanOutgoing(1000601);
+    agent.ScanOutgoing(606);
     EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
     agent.Files()->RetryLater("a.eml");
     m_directory.Write("outgoing/b.eml", "mail");
-    EXPECT_EQ(agent.ScanOutgoing(1000602), 1u);
-    agent.ScanOutgoing(1002401); // new mail is pending: the longer interval holds
+    EXPECT_EQ(agent.ScanOutgoing(607), 1u);
+    agent.ScanOutgoing(2406); // new mail is pending: the longer interval holds
     EXPECT_EQ(TakenFrom(*agent.Files()), "b.eml");
     EXPECT_EQ(TakenFrom(*agent.Files()), "");
     agent.Files()->AddPending("c.eml");
-    agent.ScanOutgoing(1002402);
+    agent.ScanOutgoing(2407);
     EXPECT_EQ(TakenFrom(*agent.Files()), "c.eml");
     EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
+}
+
+TEST_F(RemoteAgentTest, RestsForAsLongAsListingIsATenthOfAProcessor)
+{
+    EXPECT_EQ(CRemoteAgent::RestMillis(2'000'000), 18'000u);
 }

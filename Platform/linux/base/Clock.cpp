@@ -32,6 +32,13 @@ uint64_t TickCount()
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
+uint64_t ThreadMicros()
+{
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<uint64_t>(used.tv_sec) * 1'000'000 + static_cast<uint64_t>(used.tv_nsec) / 1000;
+}
+
 int64_t NowSeconds()
 {
     timespec now{};
