@@ -74,6 +74,7 @@ private:
     void HandshakePass(uint32_t& dwStatus, uint32_t& dwRequest, bool& bRead);
     void SendToken(const Platform::STlsToken& token, uint32_t dwNothingSent);
     void Renegotiate();
+    void AcceptPeer(const CSimpleString& strTargetName);
     void CheckPeer(const CSimpleString& strTargetName);
     uint32_t VerifyChain(const Platform::CTlsCertificate& certificate, const CSimpleString& strTargetName) const;
     uint32_t CheckRevocation(const Platform::STlsChain& chain) const;

@@ -28,8 +28,7 @@ bool CSecureSocket::Negotiate(const CSimpleString& strTargetName)
     if (m_bServer) {
         CreateCredentials();
         ServerHandshake();
-        if (m_bCheckCertificate)
-            CheckPeer({});
+        AcceptPeer({});
     } else {
         ClientHandshake(strTargetName);
     }
@@ -54,18 +53,26 @@ void CSecureSocket::ClientHandshake(const CSimpleString& strTargetName)
         throw;
     }
     HandshakeLoop(true);
-    if (m_bCheckCertificate)
-        CheckPeer(strTargetName);
+    AcceptPeer(strTargetName);
 }
 
 void CSecureSocket::ServerHandshake() { HandshakeLoop(true); }
 
-/// The peer, or the connection by itself, wants a word between the records. The certificate may be another one now.
+/// The peer, or the connection by itself, wants a word between the records. After a handshake the certificate may be
+/// another one.
 void CSecureSocket::Renegotiate()
 {
+    const bool bHandshake = m_context.IsHandshaking();
     HandshakeLoop(false);
+    if (bHandshake)
+        AcceptPeer(m_strTargetName);
+}
+
+void CSecureSocket::AcceptPeer(const CSimpleString& strTargetName)
+{
     if (m_bCheckCertificate)
-        CheckPeer(m_strTargetName);
+        CheckPeer(strTargetName);
+    m_context.AcceptPeer();
 }
 
 /// Steps until the handshake is done; bytes left in the receive buffer belong to the first record. Whatever fails

@@ -2,6 +2,8 @@
 #include "Bex/CSecureSocket.h"
 #include "Bex/CSecurityException.h"
 #include "Bex/CSocketException.h"
+#include "Platform/linux/tls/TlsHttp.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 #include "support/CTlsWorld.h"
 
@@ -245,9 +247,64 @@ TEST(TlsTest, JudgesTheServersCertificate)
             const uint32_t dwExpected = bCheck && !bAcceptAll ? one.dwStatus : 0;
             EXPECT_EQ(pair.Connect(one.pszTarget), dwExpected);
             EXPECT_EQ(pair.client.IsEstablished(), dwExpected == 0);
+            EXPECT_FALSE(pair.client.IsResumed() && bAcceptAll && one.dwStatus != 0); // the refused one's session
             EXPECT_EQ(log.Take(), bCheck ? strLog : "");
         }
     }
+}
+
+TEST(TlsTest, KeepsTheLatestSessionsWithinABound)
+{
+    const auto Resumes = [](const std::string& strTarget) {
+        CPair pair("big");
+        pair.client.SetProtocols(TLS_PROTOCOL_TLS1_2);
+        pair.client.SetCheckCertificate(false);
+        EXPECT_EQ(pair.Connect(strTarget.c_str()), 0u);
+        return pair.client.IsResumed();
+    };
+    for (int i = 0; i < 80; ++i)
+        EXPECT_FALSE(Resumes(std::to_string(i) + ".test"));
+    EXPECT_TRUE(Resumes("79.test"));
+    EXPECT_FALSE(Resumes("0.test"));
+}
+
+TEST(TlsTest, EndsWithAServerThatNeverStops)
+{
+    for (const auto& [strAnswer, strForEver] :
+         {std::pair{"HTTP/1.0 200 OK\r\n", "a: b\r\n"}, {"HTTP/1.0 200 OK\r\n\r\n", "1234567890"}}) {
+        CHttpServer server;
+        server.Say(strAnswer, strForEver);
+        std::vector<unsigned char> answer;
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(HttpGet(server.Address(), start + std::chrono::milliseconds(300), answer));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    }
+}
+
+TEST(TlsTest, EndsWithAPeerThatUpdatesItsKeysForEver)
+{
+    CPair pair;
+    const uint16_t wPort = pair.listener.LocalEndPoint().Port();
+    pair.listener.Close();
+    std::thread server([wPort] {
+        CTlsWorld::Instance().Run(
+            "yes K | timeout 20 openssl s_server -naccept 1 -cert good.crt -key good.key -accept " +
+            std::to_string(wPort) + " >/dev/null || true");
+    });
+    CSecureSocket& client = pair.client;
+    EXPECT_TRUE(Becomes([&] {
+        if (client.IsEstablished())
+            return true;
+        client.Close();
+        client.Create(FAMILY_IPV4);
+        return StatusOf([&] { client.Connect("127.0.0.1", wPort, "localhost"); }) == 0;
+    }));
+    uint32_t dwStatus = 0;
+    for (int i = 0; i < 5 && dwStatus == 0; ++i)
+        dwStatus = StatusOf([&] { EXPECT_EQ(ReceiveAll(client, 1), ""); });
+    EXPECT_EQ(dwStatus, SEC_E_ILLEGAL_MESSAGE);
+    client.Close();
+    server.join();
 }
 
 TEST(TlsTest, AsksTheClientForItsCertificate)

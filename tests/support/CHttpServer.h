@@ -28,12 +28,15 @@ public:
     }
     void Serve(const std::string& strDocument, const std::string& strType = "application/pkix-crl")
     {
-        m_thread = std::thread([this, strAnswer = "HTTP/1.0 200 OK\r\nContent-Type: " + strType +
-                                                  "\r\nContent-Length: " + std::to_string(strDocument.size()) +
-                                                  "\r\n\r\n" + strDocument] {
+        Say("HTTP/1.0 200 OK\r\nContent-Type: " + strType +
+            "\r\nContent-Length: " + std::to_string(strDocument.size()) + "\r\n\r\n" + strDocument);
+    }
+    void Say(const std::string& strAnswer, const std::string& strForEver = "") ///< the latter again and again
+    {
+        m_thread = std::thread([=, this] {
             try {
                 while (true)
-                    Answer(strAnswer);
+                    Answer(strAnswer, strForEver);
             } catch (const Bex::CSocketException&) {
                 // interrupted
             }
@@ -41,7 +44,7 @@ public:
     }
 
 private:
-    void Answer(const std::string& strAnswer)
+    void Answer(const std::string& strAnswer, const std::string& strForEver)
     {
         Bex::CSocket peer;
         Bex::CSocketEndPoint from;
@@ -50,6 +53,8 @@ private:
         for (char c = 0; !strRequest.ends_with("\r\n\r\n") && peer.Receive(&c, 1, 0) == 1;)
             strRequest += c;
         peer.Send(strAnswer.data(), static_cast<uint32_t>(strAnswer.size()), 0);
+        while (!strForEver.empty())
+            peer.Send(strForEver.data(), static_cast<uint32_t>(strForEver.size()), 0);
         peer.Shutdown(1);
         for (char rest[1000]; peer.Receive(rest, sizeof(rest), 0) > 0;) { // a question, lest the close becomes a reset
         }

@@ -103,6 +103,7 @@ private:
         {"good", {"good", 10}},
         {"older", {"Good", 5, "extendedKeyUsage=serverAuth"}},
         {"expired", {"expired", -1}},
+        {"big", {"big", 10, "nsComment=" + std::string(60'000, 'x')}},
         {"strange", {"strange", 10, "", "stranger"}},
         {"rooted", {"rooted", 10, "", "stranger"}},
         {"client", {"client", 10, "extendedKeyUsage=clientAuth"}},

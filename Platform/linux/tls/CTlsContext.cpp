@@ -19,6 +19,8 @@ constexpr uint8_t FIRST_TYPE = 20; // change_cipher_spec
 constexpr uint8_t LAST_TYPE = 24;  // heartbeat
 constexpr uint8_t MAJOR_VERSION = 3;
 
+// Key updates, tickets and the like of one connection: each costs us more than the peer.
+constexpr unsigned MOST_WITHOUT_DATA = 2000;
 constexpr size_t LONGEST_SERVER_NAME = 255; // RFC 1035 2.3.4
 
 /// The length of the record that the bytes begin with. Garbage is told from the first byte that is wrong, so that no
@@ -55,12 +57,13 @@ STlsBuffer ExtraAfter(const STlsBuffer& buffer, size_t nUsed)
 struct CTlsContext::SState
 {
     std::shared_ptr<STlsCredentialState> pCredentials;
-    std::string strSessionKey; ///< the connection points to it, as to the next
+    COfferedSessions offered; ///< the connection points to it, as to the next
     bool bGoOnWithoutCertificate = false;
     CSslPtr pSsl;
     BIO* pReceived = nullptr; ///< the connection's
     BIO* pToSend = nullptr;
     bool bShutdown = false;
+    unsigned nWithoutData = 0; ///< records
 
     bool Make(uint32_t dwRequest);
     void AimAt(const std::string& strTarget);
@@ -102,8 +105,8 @@ void CTlsContext::SState::AimAt(const std::string& strTarget)
         SSL_set_cert_cb(pSsl.get(), &OnCertificateWanted, &bGoOnWithoutCertificate);
     if (target.strName.empty())
         return;
-    strSessionKey = pCredentials->strSessionScope + ' ' + target.strName;
-    SetSessionKey(*pSsl, strSessionKey);
+    const std::string strSessionKey = pCredentials->strSessionScope + ' ' + target.strName;
+    offered.Watch(*pSsl, strSessionKey);
     if (const CSslSessionPtr pSession = TakeSession(strSessionKey))
         SSL_set_session(pSsl.get(), pSession.get());
 }
@@ -145,8 +148,8 @@ uint32_t CTlsContext::SState::SayGoodbye()
         return StatusOfSslError();
     ERR_clear_error();
     const bool bOneUse = SSL_version(pSsl.get()) >= TLS1_3_VERSION;
-    if (iResult >= 0 && !bOneUse && SSL_session_reused(pSsl.get()) && !strSessionKey.empty())
-        KeepSession(strSessionKey, CSslSessionPtr(SSL_get1_session(pSsl.get())));
+    if (iResult >= 0 && !bOneUse && SSL_session_reused(pSsl.get()))
+        offered.Offer(*pSsl, CSslSessionPtr(SSL_get1_session(pSsl.get())));
     return SEC_E_OK;
 }
 
@@ -263,8 +266,20 @@ uint32_t CTlsContext::Decrypt(std::span<STlsBuffer, 4> buffers)
     buffers[0] = {};
     buffers[1] = {nPlain > 0 ? ETlsBuffer::Data : ETlsBuffer::Empty, received.pData, nPlain};
     buffers[3] = ExtraAfter(received, nRecord);
-    const bool bMustAnswer = !SSL_is_init_finished(pSsl) || m_pState->Waiting() > 0;
+    if (nPlain == 0 && ++m_pState->nWithoutData > MOST_WITHOUT_DATA)
+        return SEC_E_ILLEGAL_MESSAGE;
+    if (IsHandshaking())
+        m_pState->offered.Hold();
+    const bool bMustAnswer = IsHandshaking() || m_pState->Waiting() > 0;
     return nPlain == 0 && bMustAnswer ? SEC_I_RENEGOTIATE : SEC_E_OK;
+}
+
+bool CTlsContext::IsHandshaking() const { return m_pState != nullptr && !SSL_is_init_finished(m_pState->pSsl.get()); }
+
+void CTlsContext::AcceptPeer()
+{
+    if (m_pState != nullptr)
+        m_pState->offered.Accept();
 }
 
 uint32_t CTlsContext::ApplyShutdown()

@@ -4,110 +4,92 @@
 #include "Platform/DnsQuery.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/net/NativeAddress.h"
-#include "Platform/linux/tls/TlsHandles.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <ctime>
-#include <openssl/http.h>
+#include <charconv>
 #include <poll.h>
+#include <string_view>
 
 namespace Platform {
 
 namespace {
 
 constexpr size_t LARGEST_ANSWER = 16u << 20;
-
-/// Keeps a connection that breaks from killing the process: OpenSSL writes to sockets without asking for silence.
-class CPipeSignalGuard
-{
-public:
-    CPipeSignalGuard()
-    {
-        sigemptyset(&m_pipe);
-        sigaddset(&m_pipe, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
-    }
-    ~CPipeSignalGuard()
-    {
-        if (sigismember(&m_before, SIGPIPE) == 1)
-            return;
-        const timespec noWait{};
-        while (sigtimedwait(&m_pipe, nullptr, &noWait) == SIGPIPE) {
-        }
-        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-    }
-    CPipeSignalGuard(const CPipeSignalGuard&) = delete;
-    CPipeSignalGuard& operator=(const CPipeSignalGuard&) = delete;
-
-private:
-    sigset_t m_pipe;
-    sigset_t m_before;
-};
-
-/// Whole seconds that are left, rounded up; 0 when none are, which OpenSSL would take for "no limit".
-int SecondsLeft(CHttpDeadline deadline)
-{
-    const auto left = deadline - std::chrono::steady_clock::now();
-    return left.count() <= 0 ? 0 : static_cast<int>(std::chrono::ceil<std::chrono::seconds>(left).count());
-}
-
-bool Drain(BIO* pAnswer, std::vector<unsigned char>& answer)
-{
-    answer.clear();
-    unsigned char buffer[16384];
-    for (int iRead = 0; pAnswer != nullptr && (iRead = BIO_read(pAnswer, buffer, sizeof(buffer))) > 0;)
-        answer.insert(answer.end(), buffer, buffer + iRead);
-    ERR_clear_error();
-    return !answer.empty();
-}
+constexpr size_t LARGEST_HEAD = 65536;
+constexpr std::string_view SCHEME = "http://";
+constexpr std::string_view HEAD_END = "\r\n\r\n";
+constexpr size_t NONE = std::string_view::npos;
+constexpr uint16_t HTTP_PORT = 80;
 
 struct SUrl
 {
     std::string strHost;
-    std::string strPort;
+    std::string strAuthority; ///< host and port, as the server is told
     std::string strPath;
-    uint16_t wPort = 0;
+    uint16_t wPort = HTTP_PORT;
 };
 
-bool ParseUrl(const std::string& strUrl, SUrl& url)
+/// "http://host[:port][/path]". Whoever writes certificates must not write requests: nothing but visible characters.
+bool ParseUrl(std::string_view text, SUrl& url)
 {
-    char* pszHost = nullptr;
-    char* pszPort = nullptr;
-    char* pszPath = nullptr;
-    int iPort = 0;
-    int iSecure = 0;
-    const bool bParsed = OSSL_HTTP_parse_url(strUrl.c_str(), &iSecure, nullptr, &pszHost, &pszPort, &iPort, &pszPath,
-                                             nullptr, nullptr) == 1;
-    if (bParsed)
-        url = {pszHost, pszPort, pszPath, static_cast<uint16_t>(iPort)};
-    OPENSSL_free(pszHost);
-    OPENSSL_free(pszPort);
-    OPENSSL_free(pszPath);
-    ERR_clear_error();
-    return bParsed && iSecure == 0;
+    if (!text.starts_with(SCHEME) || !std::ranges::all_of(text, [](char c) { return c > ' ' && c < '\x7F'; }))
+        return false;
+    text = text.substr(SCHEME.size(), text.find('#') - SCHEME.size());
+    const size_t nPath = std::min(text.find_first_of("/?"), text.size());
+    url.strAuthority = text.substr(0, nPath);
+    const std::string_view path = text.substr(nPath);
+    url.strPath = std::string(path.starts_with('/') ? "" : "/").append(path);
+    std::string_view host = url.strAuthority;
+    const size_t nColon = host.rfind(':');
+    if (nColon != NONE && host.find(']', nColon) == NONE) {
+        const std::string_view port = host.substr(nColon + 1);
+        const auto [pEnd, error] = std::from_chars(port.begin(), port.end(), url.wPort);
+        if (error != std::errc() || pEnd != port.end())
+            return false;
+        host = host.substr(0, nColon);
+    }
+    if (host.starts_with('[') && host.ends_with(']'))
+        host = host.substr(1, host.size() - 2);
+    url.strHost = host;
+    return !host.empty();
+}
+
+/// Rounded up; 0 when none are left.
+int MillisLeft(CHttpDeadline deadline)
+{
+    const auto left = deadline - std::chrono::steady_clock::now();
+    return left.count() <= 0 ? 0 : static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+}
+
+/// Asked before every step, so that a peer that is always ready gains nothing either.
+bool WaitFor(const CDescriptor& connection, short sEvents, CHttpDeadline deadline)
+{
+    pollfd polled{connection.Get(), sEvents, 0};
+    int iReady = -1;
+    for (int iLeft = MillisLeft(deadline); iReady < 0 && iLeft > 0; iLeft = MillisLeft(deadline)) {
+        iReady = poll(&polled, 1, iLeft);
+        if (iReady < 0 && errno != EINTR)
+            return false;
+    }
+    return iReady > 0;
 }
 
 /// Of one try: a connection that is refused is refused.
-CBioPtr ConnectTo(const SSocketAddress& address, CHttpDeadline deadline)
+CDescriptor ConnectTo(const SSocketAddress& address, CHttpDeadline deadline)
 {
     SNativeAddress native;
     CDescriptor connection(socket(NativeFamily(address.iFamily), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!connection.IsValid() || !ToNative(address, native))
-        return nullptr;
+        return {};
     if (connect(connection.Get(), native.Get(), native.nLength) != 0 && errno != EINPROGRESS)
-        return nullptr;
-    pollfd polled{connection.Get(), POLLOUT, 0};
+        return {};
     int iError = 0;
     socklen_t nErrorLength = sizeof(iError);
-    if (poll(&polled, 1, SecondsLeft(deadline) * 1000) != 1 ||
+    if (!WaitFor(connection, POLLOUT, deadline) ||
         getsockopt(connection.Get(), SOL_SOCKET, SO_ERROR, &iError, &nErrorLength) != 0 || iError != 0)
-        return nullptr;
-    CBioPtr pConnection(BIO_new_socket(connection.Get(), BIO_CLOSE));
-    if (pConnection != nullptr)
-        connection.Release();
-    return pConnection;
+        return {};
+    return connection;
 }
 
 /// Who writes certificates must not hold us with names whose servers are silent: the deadline holds here, too.
@@ -122,7 +104,7 @@ std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily,
             addresses.push_back(address);
         return addresses;
     }
-    const auto nMillis = static_cast<uint32_t>(SecondsLeft(deadline)) * 1000;
+    const auto nMillis = static_cast<uint32_t>(MillisLeft(deadline));
     std::vector<std::string> records;
     if (nMillis == 0 ||
         QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA, nMillis, records) != DNS_OK)
@@ -136,51 +118,110 @@ std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily,
     return addresses;
 }
 
-CBioPtr ConnectTo(const SUrl& url, CHttpDeadline deadline)
+CDescriptor ConnectTo(const SUrl& url, CHttpDeadline deadline)
 {
     for (const int iFamily : {FAMILY_IPV4, FAMILY_IPV6}) {
         for (SSocketAddress& address : AddressesOf(url.strHost, iFamily, deadline)) {
             address.wPort = url.wPort;
-            CBioPtr pConnection = SecondsLeft(deadline) > 0 ? ConnectTo(address, deadline) : nullptr;
-            if (pConnection != nullptr)
-                return pConnection;
+            CDescriptor connection = ConnectTo(address, deadline);
+            if (connection.IsValid())
+                return connection;
         }
     }
-    return nullptr;
+    return {};
 }
 
-/// Without a request to send it is GET, otherwise POST.
-bool Transfer(const std::string& strUrl, const char* pszRequestType, BIO* pRequest, const char* pszAnswerType,
+bool Send(const CDescriptor& connection, std::string_view bytes, CHttpDeadline deadline)
+{
+    while (!bytes.empty()) {
+        if (!WaitFor(connection, POLLOUT, deadline))
+            return false;
+        const ssize_t iSent = send(connection.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (iSent < 0 && errno != EAGAIN && errno != EINTR)
+            return false;
+        bytes.remove_prefix(static_cast<size_t>(std::max<ssize_t>(iSent, 0)));
+    }
+    return true;
+}
+
+/// Appends what has come; false at the end, also that of the time.
+bool ReceiveMore(const CDescriptor& connection, CHttpDeadline deadline, std::string& strReceived, bool& bEnd)
+{
+    char buffer[16384];
+    if (!WaitFor(connection, POLLIN, deadline))
+        return false;
+    const ssize_t iReceived = recv(connection.Get(), buffer, sizeof(buffer), 0);
+    bEnd = iReceived == 0;
+    strReceived.append(buffer, static_cast<size_t>(std::max<ssize_t>(iReceived, 0)));
+    return iReceived >= 0 || errno == EAGAIN || errno == EINTR;
+}
+
+/// The head without the empty line that ends it; what came behind it is the begin of the document.
+bool ReceiveHead(const CDescriptor& connection, CHttpDeadline deadline, std::string& strHead, std::string& strDocument)
+{
+    size_t nEnd = NONE;
+    for (bool bEnd = false; nEnd == NONE;) {
+        const size_t nSearched = strHead.size() - std::min(strHead.size(), HEAD_END.size());
+        if (bEnd || strHead.size() > LARGEST_HEAD || !ReceiveMore(connection, deadline, strHead, bEnd))
+            return false;
+        nEnd = strHead.find(HEAD_END, nSearched);
+    }
+    strDocument = strHead.substr(nEnd + HEAD_END.size());
+    strHead.resize(nEnd);
+    return nEnd <= LARGEST_HEAD && strHead.starts_with("HTTP/1.") && strHead.substr(8, 4) == " 200";
+}
+
+/// Of the field; LARGEST_ANSWER + 1 when there is none, which lets the end of the connection end the document.
+size_t ContentLength(std::string strHead)
+{
+    constexpr std::string_view FIELD = "\ncontent-length:";
+    std::ranges::transform(strHead, strHead.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; });
+    const size_t nField = strHead.find(FIELD);
+    const size_t nDigits = nField == NONE ? NONE : strHead.find_first_not_of(" \t", nField + FIELD.size());
+    size_t nLength = LARGEST_ANSWER + 1;
+    if (nDigits != NONE)
+        std::from_chars(strHead.data() + nDigits, strHead.data() + strHead.size(), nLength);
+    return nLength;
+}
+
+bool Transfer(const std::string& strUrl, std::string_view method, const std::string& strFieldsAndDocument,
               CHttpDeadline deadline, std::vector<unsigned char>& answer)
 {
     SUrl url;
-    if (!strUrl.starts_with("http://") || !ParseUrl(strUrl, url))
+    if (!ParseUrl(strUrl, url))
         return false;
-    const CBioPtr pConnection = ConnectTo(url, deadline);
-    const int iSeconds = SecondsLeft(deadline);
-    if (pConnection == nullptr || iSeconds == 0)
+    const CDescriptor connection = ConnectTo(url, deadline);
+    const std::string strRequest = std::string(method) + " " + url.strPath + " HTTP/1.0\r\nHost: " + url.strAuthority +
+                                   "\r\n" + strFieldsAndDocument;
+    std::string strHead;
+    std::string strDocument;
+    if (!connection.IsValid() || !Send(connection, strRequest, deadline) ||
+        !ReceiveHead(connection, deadline, strHead, strDocument))
         return false;
-    const CPipeSignalGuard guard;
-    const CBioPtr pAnswer(OSSL_HTTP_transfer(nullptr, url.strHost.c_str(), url.strPort.c_str(), url.strPath.c_str(), 0,
-                                             nullptr, nullptr, pConnection.get(), pConnection.get(), nullptr, nullptr,
-                                             0, nullptr, pszRequestType, pRequest, pszAnswerType, 1, LARGEST_ANSWER,
-                                             iSeconds, 0));
-    return Drain(pAnswer.get(), answer);
+    const size_t nLength = ContentLength(strHead);
+    for (bool bEnd = false; !bEnd && strDocument.size() < nLength;) {
+        if (strDocument.size() > LARGEST_ANSWER || !ReceiveMore(connection, deadline, strDocument, bEnd))
+            return false;
+    }
+    answer.assign(strDocument.begin(),
+                  strDocument.begin() + static_cast<ptrdiff_t>(std::min(strDocument.size(), nLength)));
+    return !answer.empty() && answer.size() <= LARGEST_ANSWER;
 }
 
 } // namespace
 
 bool HttpGet(const std::string& strUrl, CHttpDeadline deadline, std::vector<unsigned char>& answer)
 {
-    return Transfer(strUrl, nullptr, nullptr, nullptr, deadline, answer);
+    return Transfer(strUrl, "GET", "\r\n", deadline, answer);
 }
 
 bool HttpAskOcsp(const std::string& strUrl, const std::vector<unsigned char>& request, CHttpDeadline deadline,
                  std::vector<unsigned char>& answer)
 {
-    const CBioPtr pRequest(BIO_new_mem_buf(request.data(), static_cast<int>(request.size())));
-    return pRequest != nullptr &&
-           Transfer(strUrl, "application/ocsp-request", pRequest.get(), "application/ocsp-response", deadline, answer);
+    return Transfer(strUrl, "POST",
+                    "Content-Type: application/ocsp-request\r\nContent-Length: " + std::to_string(request.size()) +
+                        "\r\n\r\n" + std::string(request.begin(), request.end()),
+                    deadline, answer);
 }
 
 } // namespace Platform

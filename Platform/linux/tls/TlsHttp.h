@@ -8,8 +8,8 @@ namespace Platform {
 
 using CHttpDeadline = std::chrono::steady_clock::time_point;
 
-/// Gets what a "http:" address names. False when it could not be had in time, is larger than 16 MiB, is not DER, or
-/// the address is of another kind. Any thread.
+/// Gets what a "http:" address names (RFC 1945). False when it could not be had in time, whatever the server keeps
+/// sending, is larger than 16 MiB behind a head of 64 KiB, or the address is of another kind. Any thread.
 bool HttpGet(const std::string& strUrl, CHttpDeadline deadline, std::vector<unsigned char>& answer);
 /// The same for the answer to an OCSP request (RFC 6960 A).
 bool HttpAskOcsp(const std::string& strUrl, const std::vector<unsigned char>& request, CHttpDeadline deadline,

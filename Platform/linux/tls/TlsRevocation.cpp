@@ -14,6 +14,7 @@ namespace {
 constexpr std::chrono::seconds TIME_FOR_ALL{5};
 constexpr int64_t LONGEST_KEPT = 86'400; // seconds, however long an answer says that it is valid
 constexpr int64_t OFFLINE_KEPT = 300;    // seconds until a silent source is asked again
+constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr size_t MOST_KEPT = 4096;
 
 /// What was found out about certificates, by fingerprint. Any thread.
@@ -24,26 +25,33 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         const auto it = m_answers.find(strKey);
-        if (it == m_answers.end() || it->second.iValidUntil <= NowSeconds())
+        if (it == m_answers.end() || it->second.nUntilTicks <= TickCount())
             return false;
-        answer = it->second;
+        answer = it->second.answer;
         return true;
     }
-    void Keep(const std::string& strKey, SRevocationAnswer answer)
+    /// The time may be set back meanwhile: what is kept ages by the ticks.
+    void Keep(const std::string& strKey, const SRevocationAnswer& answer)
     {
         const std::lock_guard lock(m_mutex);
-        const int64_t iNow = NowSeconds();
-        answer.iValidUntil = std::min(answer.iValidUntil, iNow + LONGEST_KEPT);
+        const auto nSeconds =
+            static_cast<uint64_t>(std::clamp<int64_t>(answer.iValidUntil - NowSeconds(), 0, LONGEST_KEPT));
+        const uint64_t nNow = TickCount();
         if (m_answers.size() >= MOST_KEPT)
-            std::erase_if(m_answers, [iNow](const auto& entry) { return entry.second.iValidUntil <= iNow; });
+            std::erase_if(m_answers, [nNow](const auto& entry) { return entry.second.nUntilTicks <= nNow; });
         if (m_answers.size() >= MOST_KEPT)
             m_answers.erase(m_answers.begin());
-        m_answers[strKey] = answer;
+        m_answers[strKey] = {answer, nNow + nSeconds * MILLIS_PER_SECOND};
     }
 
 private:
+    struct SKept
+    {
+        SRevocationAnswer answer;
+        uint64_t nUntilTicks;
+    };
     std::mutex m_mutex;
-    std::map<std::string, SRevocationAnswer> m_answers;
+    std::map<std::string, SKept> m_answers;
 };
 
 CAnswerCache& Cache()
@@ -52,7 +60,10 @@ CAnswerCache& Cache()
     return cache;
 }
 
-/// OCSP, which is small, before lists; the first that knows.
+CHttpDeadline Now() { return std::chrono::steady_clock::now(); }
+
+/// OCSP, which is small, before lists; the first that knows. Each source gets its share of the time that is left, so
+/// that a silent one does not keep the next from being asked.
 SRevocationAnswer AskSources(X509& certificate, X509& issuer, CHttpDeadline deadline)
 {
     SRevocationAnswer answer;
@@ -61,14 +72,16 @@ SRevocationAnswer AskSources(X509& certificate, X509& issuer, CHttpDeadline dead
     if (responders.empty() && lists.empty())
         return {ERevocation::Good, 0, NowSeconds() + LONGEST_KEPT}; // nobody to ask
 
+    auto nToAsk = static_cast<std::chrono::nanoseconds::rep>(responders.size() + lists.size());
+    const auto Share = [&] { return Now() + (deadline - Now()) / nToAsk--; };
     std::vector<unsigned char> bytes;
     const std::vector<unsigned char> request = MakeOcspRequest(certificate, issuer);
     for (const std::string& strUrl : responders) {
-        if (answer.verdict == ERevocation::Unknown && HttpAskOcsp(strUrl, request, deadline, bytes))
+        if (answer.verdict == ERevocation::Unknown && HttpAskOcsp(strUrl, request, Share(), bytes))
             answer = ReadOcspAnswer(bytes, certificate, issuer);
     }
     for (const std::string& strUrl : lists) {
-        if (answer.verdict == ERevocation::Unknown && HttpGet(strUrl, deadline, bytes))
+        if (answer.verdict == ERevocation::Unknown && HttpGet(strUrl, Share(), bytes))
             answer = ReadRevocationList(bytes, certificate, issuer);
     }
     if (answer.verdict == ERevocation::Unknown)
@@ -87,9 +100,11 @@ SRevocationAnswer Ask(const STlsCertificateData& data, X509& issuer, CHttpDeadli
         answer = ReadOcspAnswer(data.ocspAnswer, *data.pCertificate, issuer);
     if (answer.verdict == ERevocation::Unknown && bSilent)
         return answer;
+    const bool bTimeEnough = deadline - Now() > TIME_FOR_ALL / 2;
     if (answer.verdict == ERevocation::Unknown)
         answer = AskSources(*data.pCertificate, issuer, deadline);
-    Cache().Keep(strKey, answer);
+    if (answer.verdict != ERevocation::Unknown || bTimeEnough || Now() < deadline) // else nobody had the time to answer
+        Cache().Keep(strKey, answer);
     return answer;
 }
 
@@ -102,7 +117,7 @@ bool CheckTlsRevocation(const std::vector<CTlsCertificate>& certificates, STlsRe
     if (certificates.empty() || std::any_of(certificates.begin(), certificates.end(), isNone))
         return false;
     status.dwError = 0;
-    const CHttpDeadline deadline = std::chrono::steady_clock::now() + TIME_FOR_ALL;
+    const CHttpDeadline deadline = Now() + TIME_FOR_ALL;
     for (size_t i = 0; i + 1 < certificates.size(); ++i) {
         X509& issuer = *certificates[i + 1].Data()->pCertificate;
         const SRevocationAnswer answer = Ask(*certificates[i].Data(), issuer, deadline);
