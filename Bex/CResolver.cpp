@@ -11,7 +11,7 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CResolver";
-constexpr uint32_t LONGEST_QUERY = 15'000; ///< milliseconds
+constexpr uint64_t LONGEST_QUERY = 15'000; ///< milliseconds
 
 bool Fail(int iLine, uint32_t dwStatus)
 {
@@ -21,12 +21,14 @@ bool Fail(int iLine, uint32_t dwStatus)
 
 /// Asks and hands each record to the decoder, which refuses a malformed one.
 template <class TDecoder>
-bool Resolve(const CSimpleString& strName, Platform::EDnsType type, TDecoder decode)
+bool Resolve(const CSimpleString& strName, Platform::EDnsType type, const Platform::CWaitLimit& limit, TDecoder decode)
 {
     std::vector<std::string> records;
-    const uint32_t dwStatus = Platform::QueryDns(strName.Text(), type, LONGEST_QUERY, records);
+    const uint32_t dwStatus = Platform::QueryDns(strName.Text(), type, limit.AtMost(LONGEST_QUERY), records);
     if (dwStatus == Platform::DNS_NO_SUCH_NAME || dwStatus == Platform::DNS_NO_RECORDS)
         return true;
+    if (dwStatus == Platform::DNS_CANCELED)
+        return false;
     if (dwStatus != Platform::DNS_OK)
         return Fail(__LINE__, dwStatus);
     for (const std::string& strData : records) {
@@ -38,10 +40,10 @@ bool Resolve(const CSimpleString& strName, Platform::EDnsType type, TDecoder dec
 
 template <class TAddress>
 bool ResolveAddresses(const CSimpleString& strName, Platform::EDnsType type, int iFamily, size_t nBytes,
-                      CList<TAddress>& addresses)
+                      const Platform::CWaitLimit& limit, CList<TAddress>& addresses)
 {
     CList<TAddress> found(false);
-    const bool bDone = Resolve(strName, type, [&](std::string_view data) {
+    const bool bDone = Resolve(strName, type, limit, [&](std::string_view data) {
         Platform::SSocketAddress address;
         if (data.size() != nBytes)
             return false;
@@ -56,11 +58,11 @@ bool ResolveAddresses(const CSimpleString& strName, Platform::EDnsType type, int
 }
 
 template <class TDecode>
-bool ResolveTexts(const CSimpleString& strName, Platform::EDnsType type, TDecode decodeText,
-                  CList<CSimpleString>& texts)
+bool ResolveTexts(const CSimpleString& strName, Platform::EDnsType type, const Platform::CWaitLimit& limit,
+                  TDecode decodeText, CList<CSimpleString>& texts)
 {
     CList<CSimpleString> found(false);
-    const bool bDone = Resolve(strName, type, [&](std::string_view data) {
+    const bool bDone = Resolve(strName, type, limit, [&](std::string_view data) {
         CSimpleString strText;
         if (!decodeText(data, strText))
             return false;
@@ -74,29 +76,29 @@ bool ResolveTexts(const CSimpleString& strName, Platform::EDnsType type, TDecode
 
 } // namespace
 
-bool CResolver::ResolveA(const CSimpleString& strName, CList<CIPv4Address>& addresses)
+bool CResolver::ResolveA(const CSimpleString& strName, CList<CIPv4Address>& addresses, const CLimit& limit)
 {
-    return ResolveAddresses(strName, Platform::EDnsType::A, Platform::FAMILY_IPV4, 4, addresses);
+    return ResolveAddresses(strName, Platform::EDnsType::A, Platform::FAMILY_IPV4, 4, limit, addresses);
 }
 
-bool CResolver::ResolveAAAA(const CSimpleString& strName, CList<CIPv6Address>& addresses)
+bool CResolver::ResolveAAAA(const CSimpleString& strName, CList<CIPv6Address>& addresses, const CLimit& limit)
 {
     if (strName.EqualsNoCase("localhost") || strName.EqualsNoCase("localhost.")) {
         addresses.Append(CIPv6Address("::1"));
         return true;
     }
-    return ResolveAddresses(strName, Platform::EDnsType::AAAA, Platform::FAMILY_IPV6, 16, addresses);
+    return ResolveAddresses(strName, Platform::EDnsType::AAAA, Platform::FAMILY_IPV6, 16, limit, addresses);
 }
 
-bool CResolver::ResolveCNAME(const CSimpleString& strName, CList<CSimpleString>& names)
+bool CResolver::ResolveCNAME(const CSimpleString& strName, CList<CSimpleString>& names, const CLimit& limit)
 {
-    return ResolveTexts(strName, Platform::EDnsType::CNAME, DecodeDnsName, names);
+    return ResolveTexts(strName, Platform::EDnsType::CNAME, limit, DecodeDnsName, names);
 }
 
-bool CResolver::ResolveMX(const CSimpleString& strName, CList<CSimpleString>& names)
+bool CResolver::ResolveMX(const CSimpleString& strName, CList<CSimpleString>& names, const CLimit& limit)
 {
     std::vector<SMailExchange> exchanges;
-    const bool bDone = Resolve(strName, Platform::EDnsType::MX, [&](std::string_view data) {
+    const bool bDone = Resolve(strName, Platform::EDnsType::MX, limit, [&](std::string_view data) {
         SMailExchange exchange;
         if (!DecodeDnsMX(data, exchange))
             return false;
@@ -113,9 +115,9 @@ bool CResolver::ResolveMX(const CSimpleString& strName, CList<CSimpleString>& na
     return true;
 }
 
-bool CResolver::ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts)
+bool CResolver::ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit)
 {
-    return ResolveTexts(strName, Platform::EDnsType::TXT, DecodeDnsTXT, texts);
+    return ResolveTexts(strName, Platform::EDnsType::TXT, limit, DecodeDnsTXT, texts);
 }
 
 } // namespace Bex

@@ -61,6 +61,12 @@ void CSocket::Accept(CSocket& accepted, CSocketEndPoint& peer)
     peer = CSocketEndPoint(address);
 }
 
+void CSocket::SetLimit(const Platform::CWaitLimit& limit)
+{
+    m_limit = limit;
+    m_handle.SetLimit(limit);
+}
+
 int CSocket::AcceptCondition(const Platform::SSocketAddress&) { return 0; }
 
 void CSocket::Close()
@@ -71,7 +77,7 @@ void CSocket::Close()
 
 void CSocket::Connect(const Platform::SSocketAddress& address)
 {
-    if (!m_handle.Connect(address))
+    if (!m_handle.Connect(address, m_dwTimeout))
         ThrowLast(__LINE__);
 }
 

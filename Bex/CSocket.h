@@ -6,7 +6,7 @@
 namespace Bex {
 
 /// A TCP socket that waits at most its time-out and raises CSocketException for every failure; an expired wait or a
-/// socket that is not open is error 10053. Owned and used by one thread; Interrupt may come from any.
+/// socket that is not open is error 10053. Owned and used by one thread.
 class CSocket
 {
 public:
@@ -34,17 +34,17 @@ public:
     bool IsOpen() const { return m_handle.IsOpen(); }
     int Family() const { return m_iFamily; }
     void SetTimeout(uint32_t dwSeconds) { m_dwTimeout = dwSeconds; } ///< NO_LIMIT: no limit
-    /// Ends all waits at that moment (Platform::TickCount) with their time-out, however often the peer moves.
-    void SetDeadline(uint64_t ui64TickCount) { m_handle.SetDeadline(ui64TickCount); }
+    /// Ends all waits, besides their own time-out, however often the peer moves.
+    void SetLimit(const Platform::CWaitLimit& limit);
     void SetConditionalAccept(bool bConditional) { m_bConditionalAccept = bConditional; }
     CSocketEndPoint LocalEndPoint() const;
     CSocketEndPoint PeerEndPoint() const;
-    void Interrupt() { m_handle.Interrupt(); } ///< what waits ends at once; any thread
 
 protected:
     Platform::CSocketHandle m_handle;
     int m_iFamily = Platform::FAMILY_IPV4;
     uint32_t m_dwTimeout = NO_LIMIT;
+    Platform::CWaitLimit m_limit;
     bool m_bConditionalAccept = false;
 };
 

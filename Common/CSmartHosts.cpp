@@ -24,7 +24,8 @@ bool MatchesKey(std::string_view key, std::string_view senderDomain, std::string
 } // namespace
 
 void CSmartHosts::FindSmartHosts(const Bex::CSimpleString& strSenderDomain,
-                                 const Bex::CSimpleString& strRecipientDomain, CTargetList& targets) const
+                                 const Bex::CSimpleString& strRecipientDomain, const Platform::CWaitLimit& limit,
+                                 CTargetList& targets) const
 {
     ptrdiff_t nMostDots = -1;
     Bex::CSimpleString strHosts;
@@ -44,6 +45,6 @@ void CSmartHosts::FindSmartHosts(const Bex::CSimpleString& strSenderDomain,
     Bex::Tokenize(strHosts, ",", entries, false);
     for (const Bex::CSimpleString& strEntry : entries) {
         const SSmartHostEntry entry = ParseSmartHostEntry(strEntry);
-        ResolveHostTargets(targets, entry.strHost, entry.wPort, entry.strUser, entry.strPassword, entry.mode);
+        ResolveHostTargets(targets, entry.strHost, entry.wPort, entry.strUser, entry.strPassword, entry.mode, limit);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "Bex/CConfigFile.h"
 #include "Common/CSmartHost.h"
+#include "Platform/CWaitLimit.h"
 
 /// The relay hosts to use instead of a domain's mail exchangers. Shared between threads.
 class CSmartHosts : public Bex::CConfigFile
@@ -12,5 +13,5 @@ public:
     /// The targets of the most specific key that matches; none when no key does or no host of it resolves. May ask
     /// the resolver.
     void FindSmartHosts(const Bex::CSimpleString& strSenderDomain, const Bex::CSimpleString& strRecipientDomain,
-                        CTargetList& targets) const;
+                        const Platform::CWaitLimit& limit, CTargetList& targets) const;
 };

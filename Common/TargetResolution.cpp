@@ -2,7 +2,6 @@
 
 #include "Bex/CResolver.h"
 #include "Common/Connectivity.h"
-#include "Platform/Clock.h"
 #include "Platform/SocketAddress.h"
 
 #include <utility>
@@ -14,18 +13,14 @@ using Bex::CSimpleString;
 
 constexpr uint16_t SMTP_PORT = 25;
 constexpr unsigned LONGEST_CHAIN = 10;
-/// Milliseconds after which one resolution asks nothing more, however many records a hostile zone hands out. With the
-/// last query's own deadline it stays below what a thread is given to stop.
-constexpr uint64_t LONGEST_RESOLUTION = 40'000;
-/// Nor does it make more of them than this.
-constexpr uint32_t MOST_TARGETS = 256;
+constexpr uint32_t MOST_TARGETS = 256; // however many records a hostile zone hands out
 
 /// Makes the targets of one resolution.
 class CTargetCollector
 {
 public:
-    CTargetCollector(CTargetList& targets, uint16_t wPort, CSmartHost pattern)
-        : m_targets(targets), m_wPort(wPort), m_pattern(std::move(pattern))
+    CTargetCollector(CTargetList& targets, uint16_t wPort, CSmartHost pattern, const Platform::CWaitLimit& limit)
+        : m_targets(targets), m_wPort(wPort), m_pattern(std::move(pattern)), m_limit(limit)
     {}
 
     EResolution CollectDomain(const CSimpleString& strDomain, bool bFirstExchangeOnly, unsigned dwDepth);
@@ -36,15 +31,12 @@ private:
     bool CollectLiteral(const CSimpleString& strHost);
     void CollectAddresses(const CSimpleString& strName);
     void Append(Bex::CSocketEndPoint endPoint);
-    bool GoesOn() const
-    {
-        return m_targets.Count() < MOST_TARGETS && Platform::TickCount() - m_ui64Started < LONGEST_RESOLUTION;
-    }
+    bool GoesOn() const { return m_targets.Count() < MOST_TARGETS && !m_limit.IsOver(); }
 
     CTargetList& m_targets;
     uint16_t m_wPort;
     CSmartHost m_pattern; ///< of which every target is a copy with its own end point
-    uint64_t m_ui64Started = Platform::TickCount();
+    const Platform::CWaitLimit& m_limit;
 };
 
 EResolution CTargetCollector::CollectDomain(const CSimpleString& strDomain, bool bFirstExchangeOnly, unsigned dwDepth)
@@ -52,10 +44,10 @@ EResolution CTargetCollector::CollectDomain(const CSimpleString& strDomain, bool
     if (dwDepth > LONGEST_CHAIN || !GoesOn())
         return EResolution::RetryLater;
     CList<CSimpleString> exchanges(false);
-    Bex::CResolver::ResolveMX(strDomain, exchanges); // a failure is logged; the domain's own addresses may do
+    Bex::CResolver::ResolveMX(strDomain, exchanges, m_limit); // a failure is logged; the domain's own addresses may do
     if (exchanges.IsEmpty()) {
         CList<CSimpleString> names(false);
-        Bex::CResolver::ResolveCNAME(strDomain, names);
+        Bex::CResolver::ResolveCNAME(strDomain, names, m_limit);
         if (!names.IsEmpty())
             return CollectCanonical(names, bFirstExchangeOnly, dwDepth);
         exchanges.Append(strDomain); // RFC 5321 5.1: the implicit exchange
@@ -85,7 +77,7 @@ void CTargetCollector::CollectHost(const CSimpleString& strHost, unsigned dwDept
     if (dwDepth > LONGEST_CHAIN || !GoesOn() || CollectLiteral(strHost))
         return;
     CList<CSimpleString> names(false);
-    Bex::CResolver::ResolveCNAME(strHost, names);
+    Bex::CResolver::ResolveCNAME(strHost, names, m_limit);
     for (const CSimpleString& strName : names)
         CollectHost(strName, dwDepth + 1);
     if (names.IsEmpty())
@@ -107,13 +99,13 @@ void CTargetCollector::CollectAddresses(const CSimpleString& strName)
 {
     if (IsIPv6Usable() && GoesOn()) {
         CList<Bex::CIPv6Address> addresses(false);
-        Bex::CResolver::ResolveAAAA(strName, addresses);
+        Bex::CResolver::ResolveAAAA(strName, addresses, m_limit);
         for (const Bex::CIPv6Address& address : addresses)
             Append(Bex::CSocketEndPoint(address, m_wPort));
     }
     if (IsIPv4Usable() && GoesOn()) {
         CList<Bex::CIPv4Address> addresses(false);
-        Bex::CResolver::ResolveA(strName, addresses);
+        Bex::CResolver::ResolveA(strName, addresses, m_limit);
         for (const Bex::CIPv4Address& address : addresses)
             Append(Bex::CSocketEndPoint(address, m_wPort));
     }
@@ -131,13 +123,14 @@ void CTargetCollector::Append(Bex::CSocketEndPoint endPoint)
 } // namespace
 
 EResolution ResolveTargets(CTargetList& targets, const CSimpleString& strDomain, bool bFirstExchangeOnly,
-                           unsigned dwDepth)
+                           const Platform::CWaitLimit& limit, unsigned dwDepth)
 {
-    return CTargetCollector(targets, SMTP_PORT, {}).CollectDomain(strDomain, bFirstExchangeOnly, dwDepth);
+    return CTargetCollector(targets, SMTP_PORT, {}, limit).CollectDomain(strDomain, bFirstExchangeOnly, dwDepth);
 }
 
 void ResolveHostTargets(CTargetList& targets, const CSimpleString& strHost, uint16_t wPort,
-                        const CSimpleString& strUser, const CSimpleString& strPassword, ETLSMode mode)
+                        const CSimpleString& strUser, const CSimpleString& strPassword, ETLSMode mode,
+                        const Platform::CWaitLimit& limit)
 {
     CSmartHost pattern;
     pattern.strHostName = strHost;
@@ -146,5 +139,5 @@ void ResolveHostTargets(CTargetList& targets, const CSimpleString& strHost, uint
     // Without a secret to protect, TLS is a favour.
     const bool bCredentials = !strUser.IsEmpty() || !strPassword.IsEmpty();
     pattern.mode = mode != ETLSMode::None && !bCredentials ? ETLSMode::Opportunistic : mode;
-    CTargetCollector(targets, wPort, std::move(pattern)).CollectHost(strHost, 0);
+    CTargetCollector(targets, wPort, std::move(pattern), limit).CollectHost(strHost, 0);
 }

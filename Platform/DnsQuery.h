@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/CWaitLimit.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,6 +19,7 @@ enum EDnsStatus : uint32_t {
     DNS_OK = 0,
     DNS_NO_MEMORY = 8,
     DNS_BAD_NAME = 123,
+    DNS_CANCELED = 1223, ///< by the stop
     DNS_TIMED_OUT = 1460,
     DNS_SERVER_FAILED = 9002,
     DNS_NO_SUCH_NAME = 9003,
@@ -27,6 +30,6 @@ enum EDnsStatus : uint32_t {
 
 /// Gives the data of each record of the type as it stood on the wire, names in it not compressed, in the order of the
 /// answer. A name without a dot is asked for with the search suffixes of resolv.conf first, then as it is.
-uint32_t QueryDns(const char* pszName, EDnsType type, uint32_t dwMillis, std::vector<std::string>& records);
+uint32_t QueryDns(const char* pszName, EDnsType type, const CWaitLimit& limit, std::vector<std::string>& records);
 
 } // namespace Platform

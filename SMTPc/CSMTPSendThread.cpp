@@ -13,9 +13,14 @@
 #include "SMTPc/ConsoleText.h"
 #include "SMTPc/ErrorReport.h"
 
+#include <utility>
+
 namespace {
 
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
+constexpr uint64_t MILLIS_PER_SECOND = 1000;
+constexpr uint64_t LONGEST_RESOLUTION = 40'000; // milliseconds, of smart hosts and exchangers together
+constexpr uint64_t TIMEOUTS_PER_ATTEMPT = 2;
 
 void CheckAddresses(const SPreparedMail& mail)
 {
@@ -29,10 +34,10 @@ void CheckAddresses(const SPreparedMail& mail)
             Bex::CSimpleString::Formatted("recipient address <%s> has bad format", mail.strRecipient.Text()));
 }
 
-void ResolveDomain(const Bex::CSimpleString& strDomain, CTargetList& targets)
+void ResolveDomain(const Bex::CSimpleString& strDomain, const Platform::CWaitLimit& limit, CTargetList& targets)
 {
     const char* const pszDomain = strDomain.Text();
-    switch (ResolveTargets(targets, strDomain, BackupDomains().ContainsExact(strDomain))) {
+    switch (ResolveTargets(targets, strDomain, BackupDomains().ContainsExact(strDomain), limit)) {
     case EResolution::RetryLater:
         throw CSMTPTemporaryException(
             SOURCE_FILE, __LINE__,
@@ -52,13 +57,13 @@ void ResolveDomain(const Bex::CSimpleString& strDomain, CTargetList& targets)
 
 /// The smart hosts for the mail, or its recipient's mail exchangers; raises the SMTP exceptions when it cannot go
 /// anywhere.
-void FindTargets(const SPreparedMail& mail, CTargetList& targets)
+void FindTargets(const SPreparedMail& mail, const Platform::CWaitLimit& limit, CTargetList& targets)
 {
     CheckAddresses(mail);
     const Bex::CSimpleString strDomain = mail.strRecipient.AfterFirst('@');
-    SmartHosts().FindSmartHosts(mail.strSender.AfterFirst('@'), strDomain, targets);
+    SmartHosts().FindSmartHosts(mail.strSender.AfterFirst('@'), strDomain, limit, targets);
     if (targets.IsEmpty())
-        ResolveDomain(strDomain, targets);
+        ResolveDomain(strDomain, limit, targets);
 }
 
 Bex::CSimpleString DisplayName(const CSmartHost& target)
@@ -113,7 +118,10 @@ SAttempt CSMTPSendThread::Attempt(SLoadedMail& loaded)
 {
     SAttempt attempt{EVerdict::Temporary};
     const auto failure = FailureOf([&] { attempt = TryToSend(loaded); });
-    return failure ? Failed(*failure, loaded.mail) : attempt;
+    if (!failure)
+        return attempt;
+    // A stop may be all that kept it from its targets.
+    return ShallRun() ? Failed(*failure, loaded.mail) : SAttempt{EVerdict::Stopped};
 }
 
 SAttempt CSMTPSendThread::TryToSend(SLoadedMail& loaded)
@@ -121,19 +129,30 @@ SAttempt CSMTPSendThread::TryToSend(SLoadedMail& loaded)
     SPreparedMail mail;
     if (!PrepareMessage(loaded, mail))
         return {EVerdict::NotPrepared};
+    const Platform::CWaitLimit limit = AttemptLimit();
     CTargetList targets(false);
-    FindTargets(mail, targets);
-    return TryTargets(mail, targets);
+    FindTargets(mail, limit.AtMost(LONGEST_RESOLUTION), targets);
+    return TryTargets(mail, targets, limit);
 }
 
-/// A second try without TLS is put behind the last target.
-SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets)
+Platform::CWaitLimit CSMTPSendThread::AttemptLimit() const
+{
+    return Platform::CWaitLimit(&StopEvent().Waitable())
+        .For(TIMEOUTS_PER_ATTEMPT * m_settings.dwTimeout * MILLIS_PER_SECOND);
+}
+
+/// A second try without TLS is put behind the last target. However many there are, none is begun once the attempt has
+/// lasted long enough; its result is that of the last one.
+SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit)
 {
     EVerdict verdict = EVerdict::Stopped;
+    bool bTried = false;
     for (const CSmartHost& target : targets) { // which grows while it is walked
         if (!ShallRun())
             return {EVerdict::Stopped};
-        CSMTPSession session(m_client, m_settings, mail);
+        if (std::exchange(bTried, true) && !limit.HasTimeLeft())
+            break;
+        CSMTPSession session(m_client, m_settings, mail, limit);
         const auto failure = FailureOf([&] { session.Deliver(target); });
         if (!failure)
             return Delivered(session, mail);

@@ -14,8 +14,8 @@ class CSMTPSession;
 /// A thread that delivers mail files by SMTP, one attempt after the other: the targets of the recipient's domain in
 /// order, until one takes the mail or refuses it for good.
 ///
-/// A stop request interrupts the session at once. A failed attempt leaves an error report beside the mail file; a
-/// successful one removes both, unless another file stands under the mail's name by then.
+/// A stop request ends whatever an attempt waits for at once. A failed attempt leaves an error report beside the mail
+/// file; a successful one removes both, unless another file stands under the mail's name by then.
 class CSMTPSendThread : public Bex::CThread
 {
 public:
@@ -30,7 +30,6 @@ protected:
         Platform::SFileIdentity identity; ///< of the file, from before it was read
     };
 
-    void OnStopRequest() override { m_client.Interrupt(); }
     void Body() override { SendMail(); }
 
     void SendMail();                                 ///< one attempt, whose verdict's number stays in m_iResult
@@ -51,7 +50,8 @@ protected:
 private:
     bool PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared) const;
     SAttempt TryToSend(SLoadedMail& loaded);
-    SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets);
+    Platform::CWaitLimit AttemptLimit() const;
+    SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
     SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail) const;
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;

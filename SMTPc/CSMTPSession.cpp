@@ -2,7 +2,6 @@
 
 #include "Bex/CSocketException.h"
 #include "Common/NormalizeAddress.h"
-#include "Platform/Clock.h"
 #include "SMTPc/CSMTPException.h"
 
 #include <algorithm>
@@ -43,8 +42,9 @@ SExchanges ChooseExchanges(const CSMTPClient::SCapabilities& offered)
 
 } // namespace
 
-CSMTPSession::CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail)
-    : m_client(client), m_settings(settings), m_mail(mail)
+CSMTPSession::CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail,
+                           const Platform::CWaitLimit& attempt)
+    : m_client(client), m_settings(settings), m_mail(mail), m_attempt(attempt)
 {}
 
 CSMTPSession::~CSMTPSession()
@@ -86,10 +86,7 @@ void CSMTPSession::Open(const CSmartHost& target)
 /// A peer that keeps each single wait just short of its time-out must not hold the thread for ever.
 void CSMTPSession::LimitSession() { LimitTo(m_settings.dwSessionLimit + m_mail.payload.Size() / SLOWEST_TRANSFER); }
 
-void CSMTPSession::LimitTo(uint64_t ui64Seconds)
-{
-    m_client.SetDeadline(Platform::TickCount() + ui64Seconds * MILLIS_PER_SECOND);
-}
+void CSMTPSession::LimitTo(uint64_t ui64Seconds) { m_client.SetLimit(m_attempt.For(ui64Seconds * MILLIS_PER_SECOND)); }
 
 void CSMTPSession::Greet()
 {

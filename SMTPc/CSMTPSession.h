@@ -12,7 +12,9 @@
 class CSMTPSession
 {
 public:
-    CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail);
+    /// The stop is that of the attempt's limit, whose time is left to the attempt: a session has its own.
+    CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail,
+                 const Platform::CWaitLimit& attempt);
     ~CSMTPSession(); ///< the connection is closed
     CSMTPSession(const CSMTPSession&) = delete;
     CSMTPSession& operator=(const CSMTPSession&) = delete;
@@ -34,4 +36,5 @@ private:
     CSMTPClient& m_client;
     const SDeliverySettings& m_settings;
     const SPreparedMail& m_mail;
+    const Platform::CWaitLimit& m_attempt;
 };

@@ -1,3 +1,4 @@
+#include "Bex/CEvent.h"
 #include "Bex/CSocket.h"
 #include "Bex/CSocketException.h"
 #include "Bex/DnsRecords.h"
@@ -99,24 +100,28 @@ TEST(SocketTest, TellsOfAPeerThatReset)
     EXPECT_EQ(ErrorOf([&] { pair.client.Send("x"); }), 10054u); // and no signal
 }
 
-TEST(SocketTest, AnInterruptEndsEveryWaitUntilTheSocketIsClosed)
+TEST(SocketTest, AStopEndsEveryWait)
 {
     CPair pair;
     const auto interrupted = [](CSocket& socket, const std::function<void()>& waiting) {
+        CEvent stop;
+        socket.SetLimit(Platform::CWaitLimit(&stop.Waitable()));
         std::thread interrupter([&] {
             Platform::SleepMillis(50); // it waits by then
-            socket.Interrupt();
+            stop.Set();
         });
         const uint32_t dwError = ErrorOf(waiting);
         interrupter.join();
+        socket.SetLimit({});
         return dwError;
     };
     char buffer[1];
     EXPECT_EQ(interrupted(pair.client, [&] { pair.client.Receive(buffer, 1, 0); }), 10053u);
-    EXPECT_EQ(ErrorOf([&] { pair.client.Send("x"); }), 10053u);
     CSocketEndPoint peer;
     EXPECT_EQ(interrupted(pair.listener, [&] { pair.listener.Accept(pair.server, peer); }), 10004u);
     EXPECT_TRUE(pair.server.IsOpen());
+    pair.client.SetLimit(Platform::CWaitLimit().For(0));
+    EXPECT_EQ(ErrorOf([&] { pair.client.Send("x"); }), 10053u);
 
     CSocket full, first, second; // a first one fills its queue of connections
     for (CSocket* pSocket : {&full, &first, &second})

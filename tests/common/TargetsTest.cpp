@@ -42,7 +42,7 @@ protected:
     CTexts Targets(const char* pszDomain, EResolution expected = EResolution::Done, bool bFirst = false)
     {
         CTargetList targets;
-        EXPECT_EQ(ResolveTargets(targets, pszDomain, bFirst), expected);
+        EXPECT_EQ(ResolveTargets(targets, pszDomain, bFirst, {}), expected);
         return Texts(targets);
     }
     void TellHost(const char* pszName, const char* pszIPv4) { Tell(pszName, A, {IPv4(pszIPv4)}); }
@@ -122,7 +122,8 @@ TEST_F(TargetsTest, KnowsFailuresFromEmptyAnswers)
     EXPECT_TRUE(names.IsEmpty());
     Tell("silent.test", A, {}, SILENCE);
     CTexts records;
-    EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, 200, records), Platform::DNS_TIMED_OUT);
+    EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, Platform::CWaitLimit().For(200), records),
+              Platform::DNS_TIMED_OUT);
 }
 
 TEST_F(TargetsTest, GivesOneTextPerRecordAndTakesLongAnswers)
@@ -166,8 +167,9 @@ TEST_F(TargetsTest, AnswersManyThreadsAtOnce)
     for (uint32_t nMillis = 0; nMillis < 6; ++nMillis) {
         threads.emplace_back([&nFound, nMillis] {
             CTexts records;
-            EXPECT_EQ(Platform::QueryDns("silent.test", Platform::EDnsType::A, nMillis, records),
-                      Platform::DNS_TIMED_OUT);
+            EXPECT_EQ(
+                Platform::QueryDns("silent.test", Platform::EDnsType::A, Platform::CWaitLimit().For(nMillis), records),
+                Platform::DNS_TIMED_OUT);
             for (int iName = 0; iName < NAMES; ++iName) {
                 CList<CIPv4Address> addresses;
                 CResolver::ResolveA(CSimpleString::Formatted("n%d.test", iName), addresses);
@@ -208,7 +210,7 @@ TEST_F(TargetsTest, TakesTheSmartHostsOfTheMostSpecificKey)
     Tell("h.test", CNAME, {Name("real.test")});
     CTargetList targets;
     const auto find = [&](const char* pszSender, const char* pszRecipient) {
-        table.FindSmartHosts(pszSender, pszRecipient, targets);
+        table.FindSmartHosts(pszSender, pszRecipient, {}, targets);
         return Texts(targets);
     };
     EXPECT_THAT(find("x.org", "example.org"),

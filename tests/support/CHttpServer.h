@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CEvent.h"
 #include "Bex/CSocket.h"
 #include "Bex/CSocketException.h"
 
@@ -15,10 +16,11 @@ public:
         m_listener.Create(Platform::FAMILY_IPV4);
         m_listener.Bind("127.0.0.1");
         m_listener.Listen(5);
+        m_listener.SetLimit(Platform::CWaitLimit(&m_stop.Waitable()));
     }
     ~CHttpServer()
     {
-        m_listener.Interrupt();
+        m_stop.Set();
         if (m_thread.joinable())
             m_thread.join();
     }
@@ -60,6 +62,7 @@ private:
         }
         peer.Close();
     }
+    Bex::CEvent m_stop;
     Bex::CSocket m_listener;
     std::thread m_thread;
 };

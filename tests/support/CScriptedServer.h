@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CEvent.h"
 #include "Bex/CSecureSocket.h"
 #include "Bex/CSocketException.h"
 #include "support/Becomes.h"
@@ -33,11 +34,12 @@ public:
         m_listener.Bind("127.0.0.1");
         m_listener.SetCertificateName("good");
         m_listener.Listen(8);
+        m_listener.SetLimit(Platform::CWaitLimit(&m_stop.Waitable()));
         m_thread = std::thread([this] { Serve(); });
     }
     ~CScriptedServer()
     {
-        m_listener.Interrupt();
+        m_stop.Set();
         m_thread.join();
     }
     CScriptedServer(const CScriptedServer&) = delete;
@@ -169,6 +171,7 @@ private:
 
     const std::vector<Replies> m_scripts;
     size_t m_nPiece = 0;
+    Bex::CEvent m_stop;
     Bex::CSecureSocket m_listener;
     std::optional<Bex::CSecureSocket> m_peer;
     std::string m_strReceived;

@@ -1,11 +1,8 @@
 #include "Platform/linux/dns/CDnsContext.h"
 
-#include "Platform/Clock.h"
 #include "Platform/linux/base/CSignalsBlocked.h"
+#include "Platform/linux/thread/PollWithin.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unbound.h>
@@ -128,7 +125,7 @@ std::shared_ptr<CDnsContext> CDnsContext::Current()
     return s_pCurrent;
 }
 
-uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, uint64_t ui64Deadline,
+uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, const CWaitLimit& limit,
                             std::vector<std::string>& records)
 {
     if (m_dwStatus != DNS_OK)
@@ -151,7 +148,7 @@ uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, uint64_t 
     if (iError != UB_NOERROR)
         return StatusOfError(iError);
     std::shared_ptr<SAnswer>* pHandedOver = pArgument.release();
-    const uint32_t dwWaited = Wait(*pAnswer, ui64Deadline);
+    const uint32_t dwWaited = Wait(*pAnswer, limit);
     if (dwWaited != DNS_OK) {
         // Once it is cancelled nobody will take the argument; before, another thread is just delivering it.
         if (ub_cancel(m_pContext, iQuestion) == UB_NOERROR)
@@ -164,21 +161,24 @@ uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, uint64_t 
 }
 
 /// Fetches answers until the one that is waited for has arrived.
-uint32_t CDnsContext::Wait(const SAnswer& answer, uint64_t ui64Deadline)
+uint32_t CDnsContext::Wait(const SAnswer& answer, const CWaitLimit& limit)
 {
     for (;;) {
         pollfd polled[] = {{answer.arrived.Get(), POLLIN, 0}, {ub_fd(m_pContext), POLLIN, 0}};
-        const uint64_t ui64Now = TickCount();
-        const uint64_t ui64Left = ui64Deadline - std::min(ui64Deadline, ui64Now);
-        const int iReady = poll(polled, 2, static_cast<int>(std::min<uint64_t>(ui64Left, INT_MAX)));
-        if (iReady < 0 && errno != EINTR)
-            return DNS_SERVER_FAILED;
-        if (iReady > 0 && polled[0].revents != 0)
-            return DNS_OK;
-        if (iReady > 0 && ub_process(m_pContext) != UB_NOERROR)
-            return DNS_SERVER_FAILED;
-        if (iReady == 0 && ui64Left <= INT_MAX)
+        switch (PollWithin(polled, limit)) {
+        case EPollEnd::Stopped:
+            return DNS_CANCELED;
+        case EPollEnd::TimedOut:
             return DNS_TIMED_OUT;
+        case EPollEnd::Failed:
+            return DNS_SERVER_FAILED;
+        case EPollEnd::Ready:
+            break;
+        }
+        if (polled[0].revents != 0)
+            return DNS_OK;
+        if (ub_process(m_pContext) != UB_NOERROR)
+            return DNS_SERVER_FAILED;
     }
 }
 

@@ -27,13 +27,14 @@ public:
     static std::shared_ptr<CDnsContext> Current();
 
     const std::vector<std::string>& Suffixes() const { return m_config.suffixes; }
-    uint32_t Query(const std::string& strName, EDnsType type, uint64_t ui64Deadline, std::vector<std::string>& records);
+    uint32_t Query(const std::string& strName, EDnsType type, const CWaitLimit& limit,
+                   std::vector<std::string>& records);
 
 private:
     struct SAnswer;
 
     bool Configure();
-    uint32_t Wait(const SAnswer& answer, uint64_t ui64Deadline);
+    uint32_t Wait(const SAnswer& answer, const CWaitLimit& limit);
 
     SResolverFile m_file;
     SResolverConfig m_config;

@@ -1,6 +1,5 @@
 #include "Platform/DnsQuery.h"
 
-#include "Platform/Clock.h"
 #include "Platform/linux/dns/CDnsContext.h"
 
 #include <string_view>
@@ -8,9 +7,8 @@
 
 namespace Platform {
 
-uint32_t QueryDns(const char* pszName, EDnsType type, uint32_t dwMillis, std::vector<std::string>& records)
+uint32_t QueryDns(const char* pszName, EDnsType type, const CWaitLimit& limit, std::vector<std::string>& records)
 {
-    const uint64_t ui64Deadline = TickCount() + dwMillis;
     const std::string strName(pszName);
     if (strName.empty())
         return DNS_BAD_NAME;
@@ -19,12 +17,12 @@ uint32_t QueryDns(const char* pszName, EDnsType type, uint32_t dwMillis, std::ve
     if (strName.find('.') == std::string::npos && strcasecmp(pszName, "localhost") != 0) {
         for (const std::string& strSuffix : pContext->Suffixes()) {
             const std::string strFull = std::string(strName).append(".").append(strSuffix);
-            const uint32_t dwStatus = pContext->Query(strFull, type, ui64Deadline, records);
+            const uint32_t dwStatus = pContext->Query(strFull, type, limit, records);
             if (dwStatus != DNS_NO_SUCH_NAME && dwStatus != DNS_NO_RECORDS)
                 return dwStatus;
         }
     }
-    return pContext->Query(strName, type, ui64Deadline, records);
+    return pContext->Query(strName, type, limit, records);
 }
 
 } // namespace Platform

@@ -1,24 +1,19 @@
 #include "Platform/CSocketHandle.h"
 
-#include "Platform/Clock.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/net/NativeAddress.h"
 #include "Platform/linux/net/SocketFailure.h"
+#include "Platform/linux/thread/PollWithin.h"
 
-#include <algorithm>
-#include <atomic>
-#include <climits>
+#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 
 namespace Platform {
 
 namespace {
 
-// Longer than the kernel's own time-out with its usual six repetitions (127 s), for machines that set more.
-constexpr uint32_t CONNECT_SECONDS = 130;
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 
 bool SetFlag(int iSocket, int iLevel, int iOption)
@@ -34,74 +29,49 @@ bool IsPassing(int iErrno)
            iErrno == EHOSTUNREACH || iErrno == ENETUNREACH || iErrno == EHOSTDOWN;
 }
 
-/// Of a wait that ends at a moment; as poll takes it.
-int MillisLeft(uint64_t ui64End)
-{
-    if (ui64End == CSocketHandle::NO_DEADLINE)
-        return -1;
-    const uint64_t ui64Now = TickCount();
-    return static_cast<int>(std::min<uint64_t>(ui64End - std::min(ui64End, ui64Now), INT_MAX));
-}
-
 } // namespace
 
-/// Lives as long as the handle, so that an Interrupt finds its event whatever the owner does with the socket.
 struct CSocketHandle::SState
 {
     CDescriptor socket;
-    CDescriptor interrupt{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-    std::atomic<bool> bInterrupted = false; ///< the event is set; asking this one costs nothing
-    uint64_t ui64Deadline = NO_DEADLINE;
+    CWaitLimit limit;
 
-    enum class EEnd { Ready, Interrupted, TimedOut, Failed };
-    EEnd Wait(short nEvents, uint32_t dwSeconds)
+    EPollEnd Wait(short nEvents, uint32_t dwSeconds) const
     {
-        const uint64_t ui64Now = TickCount();
-        if (ui64Now >= ui64Deadline) // also when there is something: a busy peer must not outlast it
-            return EEnd::TimedOut;
-        const uint64_t ui64End =
-            dwSeconds == NO_LIMIT ? ui64Deadline : std::min(ui64Deadline, ui64Now + dwSeconds * MILLIS_PER_SECOND);
-        for (;;) {
-            pollfd polled[] = {{socket.Get(), nEvents, 0}, {interrupt.Get(), POLLIN, 0}};
-            const int iMillis = MillisLeft(ui64End);
-            const int iReady = poll(polled, 2, iMillis);
-            if (iReady < 0 && errno != EINTR) {
-                FailSocketWithErrno();
-                return EEnd::Failed;
-            }
-            if (iReady > 0)
-                return polled[1].revents != 0 ? EEnd::Interrupted : EEnd::Ready;
-            if (iReady == 0 && iMillis != INT_MAX)
-                return EEnd::TimedOut;
-        }
+        if (!limit.HasTimeLeft()) // also when there is something: a busy peer must not outlast it
+            return EPollEnd::TimedOut;
+        pollfd polled{socket.Get(), nEvents, 0};
+        const EPollEnd end =
+            PollWithin({&polled, 1}, dwSeconds == NO_LIMIT ? limit : limit.AtMost(dwSeconds * MILLIS_PER_SECOND));
+        if (end == EPollEnd::Failed)
+            FailSocketWithErrno();
+        return end;
     }
-    /// Whether a wait may end otherwise than by the socket.
-    bool HasToWait() const { return !socket.IsValid() || bInterrupted || TickCount() >= ui64Deadline; }
-    ESocketWait WaitForUser(short nEvents, uint32_t dwSeconds)
+    ESocketWait WaitForUser(short nEvents, uint32_t dwSeconds) const
     {
         if (!socket.IsValid()) {
             SetLastSocketError(SOCKET_NOT_A_SOCKET);
             return ESocketWait::Failed;
         }
         switch (Wait(nEvents, dwSeconds)) {
-        case EEnd::Ready:
+        case EPollEnd::Ready:
             return ESocketWait::Ready;
-        case EEnd::Failed:
+        case EPollEnd::Failed:
             return ESocketWait::Failed;
         default:
             return ESocketWait::TimedOut;
         }
     }
-    bool FinishConnect()
+    bool FinishConnect(uint32_t dwSeconds) const
     {
-        switch (Wait(POLLOUT, CONNECT_SECONDS)) {
-        case EEnd::Ready:
+        switch (Wait(POLLOUT, dwSeconds)) {
+        case EPollEnd::Ready:
             break;
-        case EEnd::Interrupted:
+        case EPollEnd::Stopped:
             return FailSocket(SOCKET_CANCELED);
-        case EEnd::TimedOut:
+        case EPollEnd::TimedOut:
             return FailSocket(SOCKET_TIMED_OUT);
-        case EEnd::Failed:
+        case EPollEnd::Failed:
             return false;
         }
         int iError = 0;
@@ -141,8 +111,6 @@ bool CSocketHandle::Adopt(CDescriptor&& made)
 {
     if (!m_pState)
         m_pState = std::make_unique<SState>();
-    if (!m_pState->interrupt.IsValid())
-        return FailSocket(SocketErrorFromErrno(EMFILE));
     m_pState->socket = std::move(made);
     return true;
 }
@@ -153,9 +121,6 @@ bool CSocketHandle::Close()
 {
     if (!IsOpen())
         return true;
-    eventfd_t ui64Count = 0;
-    if (m_pState->bInterrupted.exchange(false))
-        eventfd_read(m_pState->interrupt.Get(), &ui64Count);
     return close(m_pState->socket.Release()) == 0 || errno == EINTR || FailSocketWithErrno();
 }
 
@@ -185,9 +150,9 @@ bool CSocketHandle::Accept(CSocketHandle& accepted, SSocketAddress& peer)
         return FailSocket(SOCKET_NOT_A_SOCKET);
     for (;;) {
         switch (m_pState->Wait(POLLIN, NO_LIMIT)) {
-        case SState::EEnd::Ready:
+        case EPollEnd::Ready:
             break;
-        case SState::EEnd::Failed:
+        case EPollEnd::Failed:
             return false;
         default:
             return FailSocket(SOCKET_CANCELED);
@@ -206,7 +171,7 @@ bool CSocketHandle::Accept(CSocketHandle& accepted, SSocketAddress& peer)
     }
 }
 
-bool CSocketHandle::Connect(const SSocketAddress& address)
+bool CSocketHandle::Connect(const SSocketAddress& address, uint32_t dwSeconds)
 {
     SNativeAddress native;
     if (!IsOpen())
@@ -217,13 +182,14 @@ bool CSocketHandle::Connect(const SSocketAddress& address)
         return true;
     if (errno != EINPROGRESS && errno != EINTR) // interrupted, it goes on all the same
         return FailSocketWithErrno();
-    return m_pState->FinishConnect();
+    return m_pState->FinishConnect(dwSeconds);
 }
 
-void CSocketHandle::SetDeadline(uint64_t ui64TickCount)
+void CSocketHandle::SetLimit(const CWaitLimit& limit)
 {
-    if (m_pState)
-        m_pState->ui64Deadline = ui64TickCount;
+    if (!m_pState)
+        m_pState = std::make_unique<SState>();
+    m_pState->limit = limit;
 }
 
 ESocketWait CSocketHandle::WaitReadable(uint32_t dwSeconds)
@@ -261,7 +227,8 @@ int64_t CSocketHandle::Send(const void* pBuffer, size_t nCount, uint32_t dwSecon
 {
     const auto* pNext = static_cast<const char*>(pBuffer);
     size_t nLeft = nCount;
-    bool bMayBlock = !m_pState || m_pState->HasToWait(); // what mostly goes at once is not waited for first
+    // What mostly goes at once is not waited for first.
+    bool bMayBlock = !IsOpen() || m_pState->limit.IsOver();
     do {
         const ESocketWait wait = bMayBlock ? WaitWritable(dwSeconds) : ESocketWait::Ready;
         if (wait == ESocketWait::TimedOut)
@@ -309,14 +276,6 @@ bool CSocketHandle::PeerAddress(SSocketAddress& address) const
         return FailSocketWithErrno();
     address = FromNative(native.Get());
     return true;
-}
-
-void CSocketHandle::Interrupt()
-{
-    if (m_pState) {
-        eventfd_write(m_pState->interrupt.Get(), 1); // a counter that is full is set already
-        m_pState->bInterrupted = true;               // last: a Close that sees it finds the event
-    }
 }
 
 } // namespace Platform

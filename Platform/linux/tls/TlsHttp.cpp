@@ -106,8 +106,8 @@ std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily,
     }
     const auto nMillis = static_cast<uint32_t>(MillisLeft(deadline));
     std::vector<std::string> records;
-    if (nMillis == 0 ||
-        QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA, nMillis, records) != DNS_OK)
+    if (nMillis == 0 || QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA,
+                                 CWaitLimit().For(nMillis), records) != DNS_OK)
         return addresses;
     for (const std::string& strData : records) {
         SSocketAddress address;
