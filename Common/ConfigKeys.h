@@ -32,6 +32,7 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"AutoTransport", Flag, "1",
      "deliver to other hosts; off: mail stays in `OutgoingDir`, and its `newmail.cmd` is run"},
     {"AutoTransport.Threads", Number, "2", "sessions at a time"},
+    {"AutoTransport.ThreadsPerDomain", Number, "0", "sessions at a time with one recipient domain; 0: any number"},
     {"AutoTransRetry", Number, "60", "minutes between tries"},
     {"AutoTransRetryMin", Number, Bex::SameAs("AutoTransRetry"), "the same, without new mail waiting"},
     {"AutoTransRetryMax", Number, Bex::SameAs("AutoTransRetry"), "the same, with new mail waiting"},
@@ -84,6 +85,7 @@ inline constexpr Bex::CFlagKey TRAFFIC_LOGGING(TABLE, "TrafficLogging");
 inline constexpr Bex::CNumberKey DEBUG_LOGGING(TABLE, "DebugLogging");
 inline constexpr Bex::CFlagKey AUTO_TRANSPORT(TABLE, "AutoTransport");
 inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS(TABLE, "AutoTransport.Threads");
+inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS_PER_DOMAIN(TABLE, "AutoTransport.ThreadsPerDomain");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MIN(TABLE, "AutoTransRetryMin");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MAX(TABLE, "AutoTransRetryMax");
 inline constexpr Bex::CNumberKey AUTO_TRANS_TIME(TABLE, "AutoTransTime");

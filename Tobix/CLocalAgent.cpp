@@ -30,9 +30,10 @@ Bex::CSimpleString InterceptListFile()
 
 } // namespace
 
-CLocalAgent::CLocalAgent()
+CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
-      m_interceptor(InterceptListFile(), m_directories.strIntercept), m_router(m_directories, m_interceptor)
+      m_interceptor(InterceptListFile(), m_directories.strIntercept),
+      m_router(m_directories, m_interceptor, std::move(pOutgoing))
 {}
 
 void CLocalAgent::Body()

@@ -19,7 +19,7 @@
 class CLocalAgent : public Bex::CThread
 {
 public:
-    CLocalAgent();
+    explicit CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing = std::make_shared<COutgoingFiles>());
     ~CLocalAgent() override = default;
 
     CInterceptor& Interceptor() { return m_interceptor; }

@@ -150,7 +150,7 @@ bool CMDAService::StartLocalAgent()
         return false;
     }
     try {
-        m_pLocalAgent = std::make_unique<CLocalAgent>();
+        m_pLocalAgent = std::make_unique<CLocalAgent>(m_remoteDelivery.NewFiles());
     } catch (const Bex::CException&) {
     } catch (const std::bad_alloc&) {
     }

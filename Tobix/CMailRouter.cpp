@@ -18,9 +18,10 @@ constexpr Bex::FrozenLine OUTGOING_NOT_WRITTEN_LINE = 385;
 
 } // namespace
 
-CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor)
+CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
+                         std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(directories), m_interceptor(interceptor), m_mailboxes(directories.strQueue),
-      m_identity(LocalHostIdentity::Obtain())
+      m_identity(LocalHostIdentity::Obtain()), m_pOutgoing(std::move(pOutgoing))
 {}
 
 bool CMailRouter::Route(const CMail& mail, CCopyGroup& group)
@@ -79,13 +80,19 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
     if (!strTarget.EqualsNoCase(strAddressed))
         ApplyForwardingRewrites(copy, strAddressed);
     copy.SetRecipients(strTarget);
+    const Bex::CSimpleString strDomain = strTarget.AfterFirst('@').Lowered();
+    Bex::CSimpleString strName;
     const auto NextName = [&] {
-        return name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
-                                      : std::exchange(name.strText, Bex::CSimpleString());
+        m_pOutgoing->Withdraw(strName);
+        strName = name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
+                                         : std::exchange(name.strText, Bex::CSimpleString());
+        m_pOutgoing->Announce(strName, strDomain);
+        return strName;
     };
     Bex::CSimpleString strPath;
     const SSaveResult saved = group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NextName, strPath);
     if (!saved) {
+        m_pOutgoing->Withdraw(strName);
         MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
         return false;
     }

@@ -7,14 +7,19 @@
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailboxStore.h"
+#include "Tobix/COutgoingFiles.h"
 #include "Tobix/SMailDirectories.h"
+
+#include <memory>
 
 /// Filters one mail, makes a copy for each recipient and puts it into a mailbox or into the outgoing directory.
 /// Owned by the local agent and used on its thread.
 class CMailRouter
 {
 public:
-    CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor);
+    /// The domains of what is sent out are told to pOutgoing.
+    CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
+                std::shared_ptr<COutgoingFiles> pOutgoing);
 
     /// False (logged) when the mail failed: copies made so far stay, recipients not reached yet are skipped.
     /// Exceptions of the library pass through and mean the same.
@@ -38,4 +43,5 @@ private:
     CMailboxStore m_mailboxes;
     CFileNames m_names;
     LocalHostIdentity m_identity;
+    std::shared_ptr<COutgoingFiles> m_pOutgoing;
 };

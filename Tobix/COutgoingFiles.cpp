@@ -5,9 +5,12 @@ bool COutgoingFiles::AddPending(std::string_view name)
     const Bex::CScopedLock lock(m_lock);
     if (m_index.contains(name))
         return false;
-    m_lists[PENDING].push_back({Bex::CSimpleString(name), PENDING});
-    const CEntries::iterator entry = std::prev(m_lists[PENDING].end());
-    m_index.emplace(entry->strName.View(), entry);
+    const CEntries::iterator entry = Add(name, PENDING);
+    Queue(entry, PENDING);
+    if (const auto announced = m_announced.find(std::string(name)); announced != m_announced.end()) {
+        SetDomain(*entry, announced->second);
+        m_announced.erase(announced);
+    }
     TellWork();
     return true;
 }
@@ -21,25 +24,26 @@ bool COutgoingFiles::Contains(std::string_view name) const
 bool COutgoingFiles::Take(Bex::CSimpleString& strName)
 {
     const Bex::CScopedLock lock(m_lock);
-    const EList list = m_lists[PENDING].empty() ? RETRY_DUE : PENDING;
-    if (m_lists[list].empty())
-        return false;
-    const CEntries::iterator entry = m_lists[list].begin();
-    strName = entry->strName;
-    Move(entry, IN_PROGRESS);
+    CEntries::iterator entry;
+    while (Next(entry)) {
+        if (!StartUnlessFull(entry))
+            continue;
+        strName = entry->strName;
+        TellWork();
+        return true;
+    }
     TellWork();
-    return true;
+    return false;
 }
 
 void COutgoingFiles::RetryLater(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
     if (const auto found = m_index.find(name); found != m_index.end()) {
+        Leave(*found->second);
         Move(found->second, RETRY_WAIT);
     } else {
-        m_lists[RETRY_WAIT].push_back({Bex::CSimpleString(name), RETRY_WAIT});
-        const CEntries::iterator entry = std::prev(m_lists[RETRY_WAIT].end());
-        m_index.emplace(entry->strName.View(), entry);
+        Add(name, RETRY_WAIT);
     }
     TellWork();
 }
@@ -51,23 +55,34 @@ void COutgoingFiles::FinishDelivery(std::string_view name)
     if (found == m_index.end() || found->second->list != IN_PROGRESS)
         return;
     const CEntries::iterator entry = found->second;
+    Leave(*entry);
+    if (entry->pDomain != nullptr && --entry->pDomain->nNames == 0)
+        m_domains.erase(std::string(entry->pDomain->strName));
     m_index.erase(found); // before the name it points to
     m_lists[IN_PROGRESS].erase(entry);
+    TellWork();
 }
 
 void COutgoingFiles::ReleaseRetries()
 {
     const Bex::CScopedLock lock(m_lock);
-    for (SEntry& entry : m_lists[RETRY_WAIT])
-        entry.list = RETRY_DUE;
-    m_lists[RETRY_DUE].splice(m_lists[RETRY_DUE].end(), m_lists[RETRY_WAIT]);
+    while (!m_lists[RETRY_WAIT].empty())
+        Queue(m_lists[RETRY_WAIT].begin(), RETRY_DUE);
     TellWork();
 }
 
 bool COutgoingFiles::HasPending() const
 {
     const Bex::CScopedLock lock(m_lock);
-    return !m_lists[PENDING].empty();
+    return !m_lists[PENDING].empty() || m_nPendingHeldBack > 0;
+}
+
+COutgoingFiles::CEntries::iterator COutgoingFiles::Add(std::string_view name, EList list)
+{
+    m_lists[list].push_back({.strName = Bex::CSimpleString(name), .list = list});
+    const CEntries::iterator entry = std::prev(m_lists[list].end());
+    m_index.emplace(entry->strName.View(), entry);
+    return entry;
 }
 
 /// To the end of the list.
@@ -77,9 +92,15 @@ void COutgoingFiles::Move(CEntries::iterator entry, EList list)
     entry->list = list;
 }
 
+void COutgoingFiles::Queue(CEntries::iterator entry, EList list)
+{
+    Move(entry, list);
+    entry->turn = {list, ++m_nTurns};
+}
+
 void COutgoingFiles::TellWork()
 {
-    const bool bWork = !m_lists[PENDING].empty() || !m_lists[RETRY_DUE].empty();
+    const bool bWork = !m_lists[PENDING].empty() || !m_lists[RETRY_DUE].empty() || !m_ready.empty();
     if (bWork == m_bWork)
         return;
     if (bWork)

@@ -5,18 +5,27 @@
 #include "Bex/CSimpleString.h"
 
 #include <array>
+#include <compare>
+#include <cstdint>
 #include <list>
+#include <map>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
-/// The names of the outgoing mail files, each in one of four lists: pending (found, not yet taken), retry-due (to be
-/// tried again), retry-wait (failed, waiting for the next release) and in progress (in the hands of a delivery thread).
+/// The names of the outgoing mail files, each in one of these lists: pending (found, not yet taken), retry-due (to be
+/// tried again), retry-wait (failed, waiting for the next release), in progress (in the hands of a delivery thread) and
+/// held back (its turn has come, but enough threads are at its domain; it keeps its place).
 ///
-/// Shared by the remote agent and the delivery threads, under a lock of its own and for as long as one of them lives.
-/// The lists keep their order; finding a name does not depend on their length. Names are compared byte for byte.
+/// Shared by both agents and the delivery threads, under a lock of its own and for as long as one of them lives. The
+/// lists keep their order; no operation depends on their length but the release of retries and the first look at a name
+/// whose domain is full. Names are compared byte for byte, and so are domains.
 class COutgoingFiles
 {
 public:
+    explicit COutgoingFiles(unsigned nPerDomain = 0) : m_nPerDomain(nPerDomain) {} ///< threads at once; 0: any number
+
     bool AddPending(std::string_view name); ///< false when the name is in one of the lists
     bool Contains(std::string_view name) const;
     /// The next name to deliver, pending ones first; it is in progress then. False when there is none.
@@ -26,18 +35,52 @@ public:
     void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
 
+    /// Tells the domain of a name that will be found, so that nobody has to open the file for it. Without a limit
+    /// nothing is kept.
+    void Announce(std::string_view name, std::string_view domain);
+    void Withdraw(std::string_view name);
+    bool WantsDomain(std::string_view name) const; ///< of a name in progress, before anything is done with it
+    /// Tells it; an empty one has no limit. False: the name is another thread's later.
+    bool EnterDomain(std::string_view name, std::string_view domain);
+
     const Platform::IWaitable& WorkWaitable() const { return m_work.Waitable(); } ///< signalled while Take gives one
 
 private:
-    enum EList { PENDING, RETRY_DUE, RETRY_WAIT, IN_PROGRESS, LISTS };
+    enum EList { PENDING, RETRY_DUE, RETRY_WAIT, IN_PROGRESS, HELD_BACK, LISTS };
+    struct STurn
+    {
+        EList list = PENDING; ///< or RETRY_DUE
+        uint64_t nNumber = 0;
+        auto operator<=>(const STurn&) const = default;
+    };
+    struct SDomain;
     struct SEntry
     {
         Bex::CSimpleString strName;
         EList list;
+        STurn turn{};
+        SDomain* pDomain = nullptr; ///< null: unknown, or nobody asks
     };
     using CEntries = std::list<SEntry>;
+    struct SDomain
+    {
+        std::string strName;
+        unsigned nThreads = 0;
+        size_t nNames = 0; ///< with none it goes
+        std::map<STurn, CEntries::iterator> heldBack;
+        std::optional<STurn> ready; ///< where it stands in m_ready
+    };
 
+    CEntries::iterator Add(std::string_view name, EList list);
     void Move(CEntries::iterator entry, EList list);
+    void Queue(CEntries::iterator entry, EList list);
+    void SetDomain(SEntry& entry, std::string_view domain);
+    bool IsFull(const SDomain& domain) const { return domain.nThreads >= m_nPerDomain; }
+    bool StartUnlessFull(CEntries::iterator entry);
+    void Leave(const SEntry& entry);
+    void GiveUpPlace(const SEntry& entry);
+    void TellReady(SDomain& domain);
+    bool Next(CEntries::iterator& entry);
     void TellWork();
 
     mutable Bex::CCriticalSection m_lock;
@@ -45,4 +88,11 @@ private:
     std::unordered_map<std::string_view, CEntries::iterator> m_index; ///< keys are the entries' own names
     Bex::CEvent m_work;
     bool m_bWork = false; ///< the event is set
+
+    const unsigned m_nPerDomain;
+    uint64_t m_nTurns = 0;
+    size_t m_nPendingHeldBack = 0;
+    std::unordered_map<std::string, std::string> m_announced; ///< domains by name
+    std::unordered_map<std::string, SDomain> m_domains;
+    std::map<STurn, SDomain*> m_ready; ///< domains with a thread to spare, by the first name that is held back there
 };

@@ -10,6 +10,8 @@
 #include "Tobix/ServicePause.h"
 
 #include <algorithm>
+#include <exception>
+#include <utility>
 
 namespace {
 
@@ -23,7 +25,8 @@ constexpr int SECONDS_PER_MINUTE = 60;
 
 } // namespace
 
-CRemoteAgent::CRemoteAgent() : m_directory(Config().GetPath(Keys::OUTGOING_DIR))
+CRemoteAgent::CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles)
+    : m_directory(Config().GetPath(Keys::OUTGOING_DIR)), m_pFiles(std::move(pFiles))
 {
     m_iRetryMin = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MIN)} * SECONDS_PER_MINUTE;
     m_iRetryMax = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MAX)} * SECONDS_PER_MINUTE;
@@ -84,10 +87,18 @@ unsigned CRemoteAgent::ListNewFiles()
         }
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
-        m_directory.AskAgain(); // the notification is used up
-        StopEvent().Wait(IDLE_MILLIS);
+        AskAgainLater();
+    } catch (const std::exception& exception) {
+        Bex::LogError(Bex::MainLog(), "listing \"%s\": %s", m_directory.Path().Text(), exception.what());
+        AskAgainLater();
     }
     return dwCount;
+}
+
+void CRemoteAgent::AskAgainLater()
+{
+    m_directory.AskAgain(); // the notification is used up
+    StopEvent().Wait(IDLE_MILLIS);
 }
 
 /// The size is asked only of names that are new: of a long queue most are known. An empty file is still being written,

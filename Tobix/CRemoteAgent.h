@@ -16,7 +16,7 @@
 class CRemoteAgent : public Bex::CThread
 {
 public:
-    CRemoteAgent();
+    explicit CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles);
     ~CRemoteAgent() override = default;
 
     const std::shared_ptr<COutgoingFiles>& Files() const { return m_pFiles; } ///< what the delivery threads take from
@@ -32,10 +32,11 @@ protected:
 private:
     void ReleaseRetriesWhenDue(int64_t iNow);
     unsigned ListNewFiles();
+    void AskAgainLater();
     bool AddFile(const char* pszName);
 
     CWatchedDirectory m_directory;
-    std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
+    std::shared_ptr<COutgoingFiles> m_pFiles;
     std::optional<int64_t> m_iLastRelease; ///< as ScanOutgoing's; none before the first pass
     uint64_t m_nListingMicros = 0;         ///< of the last scan; 0 when it listed nothing
     int64_t m_iRetryMin;                   ///< seconds

@@ -38,6 +38,14 @@ CRemoteDelivery::~CRemoteDelivery()
     Bex::CThread::Destroy(std::move(m_pAgent));
 }
 
+const std::shared_ptr<COutgoingFiles>& CRemoteDelivery::NewFiles()
+{
+    const bool bSends = Config().GetFlag(Keys::AUTO_TRANSPORT);
+    const int iPerDomain = bSends ? Config().GetInt(Keys::AUTO_TRANSPORT_THREADS_PER_DOMAIN) : 0;
+    m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)));
+    return m_pFiles;
+}
+
 bool CRemoteDelivery::StartAgent()
 {
     constexpr char AGENT[] = "remote agent thread";
@@ -45,7 +53,7 @@ bool CRemoteDelivery::StartAgent()
         Bex::LogError(Bex::MainLog(), "%s already instantiated", AGENT);
         return false;
     }
-    m_pAgent = TryMake<CRemoteAgent>();
+    m_pAgent = TryMake<CRemoteAgent>(m_pFiles);
     if (!m_pAgent) {
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
         return false;

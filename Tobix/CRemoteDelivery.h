@@ -19,6 +19,8 @@ public:
     CRemoteDelivery(const CRemoteDelivery&) = delete;
     CRemoteDelivery& operator=(const CRemoteDelivery&) = delete;
 
+    /// Begins anew, for both agents: the names of the outgoing files. To be called before they are started.
+    const std::shared_ptr<COutgoingFiles>& NewFiles();
     bool StartAgent();
     bool StartThreads(); ///< after the agent
     bool HasAgent() const { return m_pAgent != nullptr; }
@@ -29,6 +31,7 @@ public:
 private:
     bool CreateThreads();
 
+    std::shared_ptr<COutgoingFiles> m_pFiles;
     std::unique_ptr<CRemoteAgent> m_pAgent;
     std::vector<std::unique_ptr<CSMTPDeliveryThread>> m_threads;
 };

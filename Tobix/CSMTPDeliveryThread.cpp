@@ -46,10 +46,10 @@ void CSMTPDeliveryThread::Body()
     while (ShallRun()) {
         if (ServiceIsPaused())
             WaitWhileServiceIsPaused(StopEvent());
-        else if (TakeFile())
-            DeliverGuarded();
-        else
+        else if (!TakeFile())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_pFiles->WorkWaitable()}, IDLE_MILLIS);
+        else if (IsDomainsTurn())
+            DeliverGuarded();
     }
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
 }
@@ -60,6 +60,21 @@ bool CSMTPDeliveryThread::TakeFile()
         return false;
     m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
     return true;
+}
+
+/// A file that a scan has found is looked at before anybody knows whether enough threads are at its domain. What cannot
+/// be read has no limit: the delivery tells why.
+bool CSMTPDeliveryThread::IsDomainsTurn()
+{
+    if (!m_pFiles->WantsDomain(m_strFileName))
+        return true;
+    Bex::CSimpleString strDomain;
+    FailureOf([&] {
+        CMail mail;
+        if (mail.Load(m_strMailPath, true))
+            strDomain = RecipientOf(mail).AfterFirst('@').Lowered();
+    });
+    return m_pFiles->EnterDomain(m_strFileName, strDomain);
 }
 
 /// Whatever one mail raises, the thread goes on with the next one. A mail that a server has accepted must not be sent

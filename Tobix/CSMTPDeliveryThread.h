@@ -29,6 +29,7 @@ private:
         int64_t iSize;    ///< bytes
     };
     bool TakeFile();
+    bool IsDomainsTurn();
     void DeliverGuarded();
     void DeliverFile(SAttempt& attempt);
     SLoadResult LoadForDelivery(SLoadedMail& loaded) const;

@@ -60,7 +60,7 @@ protected:
     template <class TCondition>
     void RunAgentUntil(TCondition Condition)
     {
-        CLocalAgent agent;
+        CLocalAgent agent(m_pOutgoing);
         ASSERT_TRUE(agent.Start());
         EXPECT_TRUE(Becomes(Condition));
         EXPECT_TRUE(Becomes([&] { return agent.Stop(); }));
@@ -72,6 +72,7 @@ protected:
 
     CTemporaryDirectory m_directory;
     CLogRecorder m_log;
+    std::shared_ptr<COutgoingFiles> m_pOutgoing = std::make_shared<COutgoingFiles>(1);
 };
 
 using Platform::EFault;
@@ -174,6 +175,16 @@ struct SMail
     std::map<std::string, size_t> copies; ///< by directory; none: the mail ends in the error directory
     std::string strHeader, strBody;
 };
+
+TEST_F(AgentTest, HandsOverTheDomainWithTheName)
+{
+    Drop("1.eml", "bob@Far.Example");
+    RunAgentUntilQueueIsEmpty();
+    const std::string strName = fs::directory_iterator(Path("outgoing"))->path().filename();
+    Bex::CSimpleString strTaken;
+    EXPECT_TRUE(m_pOutgoing->AddPending(strName) && m_pOutgoing->Take(strTaken));
+    EXPECT_FALSE(m_pOutgoing->WantsDomain(strName));
+}
 
 /// The outgoing and the error directory lie on a disk of their own. From some of the cuts the agent starts again.
 TEST_F(AgentTest, LosesNoMailWhenThePowerGoesAtAnyStep)

@@ -16,18 +16,24 @@ const std::string ENVELOPE = "X-Envelope-From: ann@here.example\r\nX-Envelope-To
 class CDeliveryWorld : public CSendWorld
 {
 public:
-    CDeliveryWorld() { std::filesystem::create_directory(ErrorDirectory()); }
+    explicit CDeliveryWorld(unsigned nPerDomain = 0) : m_pFiles(std::make_shared<COutgoingFiles>(nPerDomain))
+    {
+        std::filesystem::create_directory(ErrorDirectory());
+    }
     ~CDeliveryWorld() { Config().RemoveAll(); }
     /// Until the log holds the text.
-    void Deliver(const CScriptedServer& server, const std::string& strUntil)
+    void Deliver(
+        const CScriptedServer& server, const std::string& strUntil, std::function<void()> Meanwhile = [] {})
     {
         Route(server);
         m_pFiles->AddPending("x.eml");
         CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str());
         ASSERT_TRUE(thread.Start());
+        Meanwhile();
         EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
+    COutgoingFiles& Files() { return *m_pFiles; }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
     bool Retries()
@@ -40,7 +46,7 @@ public:
     std::filesystem::path ErrorDirectory() const { return Directory() / "error"; }
 
 private:
-    std::shared_ptr<COutgoingFiles> m_pFiles = std::make_shared<COutgoingFiles>();
+    std::shared_ptr<COutgoingFiles> m_pFiles;
 };
 
 /// Raises what nobody foresees, once, when a call on the mail file has succeeded.
@@ -170,6 +176,20 @@ TEST(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
         EXPECT_FALSE(world.Logged("-to pm@here.example"));
         EXPECT_TRUE(world.NameIsFree());
     }
+}
+
+TEST(DeliveryThreadTest, LooksForTheDomainOnceAndHoldsTheMailBackWhileEnoughThreadsAreThere)
+{
+    CDeliveryWorld world(1);
+    CScriptedServer server(Replies{});
+    Bex::CSimpleString strOther;
+    world.Files().AddPending("y.eml");
+    EXPECT_TRUE(world.Files().Take(strOther) && world.Files().EnterDomain("y.eml", "far.example"));
+    world.Deliver(server, "successfully delivered mail from", [&] {
+        EXPECT_TRUE(Becomes([&] { return !world.Files().WantsDomain("x.eml"); }));
+        EXPECT_TRUE(world.Files().HasPending());
+        world.Files().FinishDelivery("y.eml");
+    });
 }
 
 TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)

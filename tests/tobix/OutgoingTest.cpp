@@ -13,7 +13,7 @@ std::string TakenFrom(COutgoingFiles& files)
 {
     const bool bWork = Bex::WaitForAny({&files.WorkWaitable()}, 0);
     Bex::CSimpleString strName;
-    EXPECT_EQ(files.Take(strName), bWork);
+    EXPECT_TRUE(files.Take(strName) ? bWork : !Bex::WaitForAny({&files.WorkWaitable()}, 0));
     return strName.Text();
 }
 
@@ -52,6 +52,47 @@ TEST(OutgoingFilesTest, KeepsANameInOneListOnly)
     EXPECT_TRUE(files.AddPending("A"));
 }
 
+TEST(OutgoingFilesTest, LetsSoManyThreadsBeAtOneDomainAndTheRestKeepTheirPlaces)
+{
+    COutgoingFiles files(1);
+    for (const auto& [strName, strDomain] : {std::pair{"b", "x"}, {"c", "y"}, {"d", "x"}})
+        files.Announce(strName, strDomain);
+    files.Withdraw("d");
+    for (const char* pszName : {"a", "b", "c", "d"})
+        EXPECT_TRUE(files.AddPending(pszName));
+    EXPECT_EQ(TakenFrom(files), "a");
+    EXPECT_TRUE(files.WantsDomain("a"));
+    EXPECT_TRUE(files.EnterDomain("a", "x"));
+    EXPECT_EQ(TakenFrom(files), "c");
+    EXPECT_FALSE(files.WantsDomain("c"));
+    EXPECT_EQ(TakenFrom(files), "d");
+    EXPECT_FALSE(files.EnterDomain("d", "x"));
+    EXPECT_EQ(TakenFrom(files), "");
+    files.FinishDelivery("c");
+    files.RetryLater("a");
+    files.ReleaseRetries();
+    EXPECT_TRUE(files.HasPending());
+    EXPECT_EQ(TakenFrom(files), "b");
+    EXPECT_EQ(TakenFrom(files), "");
+    files.AddPending("e");
+    files.FinishDelivery("b");
+    EXPECT_EQ(TakenFrom(files), "d");
+    EXPECT_EQ(TakenFrom(files), "e");
+    files.FinishDelivery("d");
+    EXPECT_FALSE(files.HasPending());
+    EXPECT_EQ(TakenFrom(files), "a");
+    for (int i = 0; i < 200'000; ++i) { // takes for ever if each had to look at all
+        files.Announce(std::to_string(i), "x");
+        files.AddPending(std::to_string(i));
+    }
+    EXPECT_EQ(TakenFrom(files), "");
+    files.FinishDelivery("a");
+    for (int i = 0; i < 200'000; ++i) {
+        EXPECT_EQ(TakenFrom(files), std::to_string(i));
+        files.FinishDelivery(std::to_string(i));
+    }
+}
+
 class RemoteAgentTest : public testing::Test
 {
 protected:
@@ -70,7 +111,7 @@ protected:
 
 TEST_F(RemoteAgentTest, ListsOnlyAfterChangesAndKnowsEachFileOnce)
 {
-    CRemoteAgent agent;
+    CRemoteAgent agent(std::make_shared<COutgoingFiles>());
     EXPECT_EQ(agent.ScanOutgoing(1000000), 1u);
     EXPECT_EQ(agent.ScanOutgoing(1000001), 0u);
     m_directory.Write("outgoing/empty.eml", "now it has content");
@@ -80,7 +121,7 @@ TEST_F(RemoteAgentTest, ListsOnlyAfterChangesAndKnowsEachFileOnce)
 
 TEST_F(RemoteAgentTest, ReleasesAllRetriesTogetherByTheClock)
 {
-    CRemoteAgent agent;
+    CRemoteAgent agent(std::make_shared<COutgoingFiles>());
     agent.ScanOutgoing(5); // the machine has just begun
     EXPECT_EQ(TakenFrom(*agent.Files()), "a.eml");
     agent.Files()->RetryLater("a.eml");

@@ -1,0 +1,109 @@
+// How COutgoingFiles keeps to a number of threads for each domain.
+
+#include "Tobix/COutgoingFiles.h"
+
+void COutgoingFiles::Announce(std::string_view name, std::string_view domain)
+{
+    const Bex::CScopedLock lock(m_lock);
+    if (m_nPerDomain > 0)
+        m_announced[std::string(name)] = domain;
+}
+
+void COutgoingFiles::Withdraw(std::string_view name)
+{
+    const Bex::CScopedLock lock(m_lock);
+    m_announced.erase(std::string(name));
+}
+
+bool COutgoingFiles::WantsDomain(std::string_view name) const
+{
+    const Bex::CScopedLock lock(m_lock);
+    const auto found = m_index.find(name);
+    return m_nPerDomain > 0 && found != m_index.end() && found->second->pDomain == nullptr;
+}
+
+bool COutgoingFiles::EnterDomain(std::string_view name, std::string_view domain)
+{
+    const Bex::CScopedLock lock(m_lock);
+    const auto found = m_index.find(name);
+    if (domain.empty() || found == m_index.end() || found->second->pDomain != nullptr)
+        return true;
+    SetDomain(*found->second, domain);
+    const bool bStarted = StartUnlessFull(found->second);
+    TellWork();
+    return bStarted;
+}
+
+void COutgoingFiles::SetDomain(SEntry& entry, std::string_view domain)
+{
+    SDomain& place = m_domains[std::string(domain)];
+    place.strName = domain;
+    ++place.nNames;
+    entry.pDomain = &place;
+}
+
+/// The one whose turn is the first, held back or not.
+bool COutgoingFiles::Next(CEntries::iterator& entry)
+{
+    const EList list = m_lists[PENDING].empty() ? RETRY_DUE : PENDING;
+    const bool bListed = !m_lists[list].empty();
+    if (bListed)
+        entry = m_lists[list].begin();
+    if (m_ready.empty() || (bListed && entry->turn < m_ready.begin()->first))
+        return bListed;
+    entry = m_ready.begin()->second->heldBack.begin()->second;
+    return true;
+}
+
+/// In progress then, or held back until its domain has a thread to spare.
+bool COutgoingFiles::StartUnlessFull(CEntries::iterator entry)
+{
+    SDomain* const pDomain = entry->pDomain;
+    if (pDomain == nullptr) {
+        Move(entry, IN_PROGRESS);
+        return true;
+    }
+    const bool bStarts = !IsFull(*pDomain);
+    if (bStarts) {
+        GiveUpPlace(*entry);
+        Move(entry, IN_PROGRESS);
+        ++pDomain->nThreads;
+    } else {
+        pDomain->heldBack.emplace(entry->turn, entry);
+        Move(entry, HELD_BACK);
+        m_nPendingHeldBack += entry->turn.list == PENDING ? 1 : 0;
+    }
+    TellReady(*pDomain);
+    return bStarts;
+}
+
+/// A thread is done with the name, for now or for good.
+void COutgoingFiles::Leave(const SEntry& entry)
+{
+    if (entry.pDomain == nullptr)
+        return;
+    if (entry.list == IN_PROGRESS)
+        --entry.pDomain->nThreads;
+    GiveUpPlace(entry);
+    TellReady(*entry.pDomain);
+}
+
+void COutgoingFiles::GiveUpPlace(const SEntry& entry)
+{
+    if (entry.list != HELD_BACK)
+        return;
+    entry.pDomain->heldBack.erase(entry.turn);
+    m_nPendingHeldBack -= entry.turn.list == PENDING ? 1 : 0;
+}
+
+void COutgoingFiles::TellReady(SDomain& domain)
+{
+    if (domain.ready)
+        m_ready.erase(*domain.ready);
+    domain.ready.reset();
+    if (IsFull(domain) || domain.heldBack.empty())
+        return;
+    const STurn first = domain.heldBack.begin()->first;
+    m_ready.emplace(first, &domain);
+    domain.ready = first;
+}
