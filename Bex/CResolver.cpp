@@ -12,6 +12,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CResolver";
 constexpr uint64_t LONGEST_QUERY = 15'000; ///< milliseconds
+constexpr uint64_t AT_ONCE = 10;           ///< the same, in which a cache answers
 
 bool Fail(int iLine, uint32_t dwStatus)
 {
@@ -115,8 +116,13 @@ bool CResolver::ResolveMX(const CSimpleString& strName, CList<CSimpleString>& na
     return true;
 }
 
-bool CResolver::ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit)
+bool CResolver::ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit,
+                           const std::function<void()>& BeforeWaiting)
 {
+    std::vector<std::string> records;
+    if (BeforeWaiting && Platform::QueryDns(strName.Text(), Platform::EDnsType::TXT, limit.AtMost(AT_ONCE), records) ==
+                             Platform::DNS_TIMED_OUT)
+        BeforeWaiting(); // the question is on its way, and will be joined
     return ResolveTexts(strName, Platform::EDnsType::TXT, limit, DecodeDnsTXT, texts);
 }
 

@@ -5,6 +5,8 @@
 #include "Bex/CList.h"
 #include "Platform/CWaitLimit.h"
 
+#include <functional>
+
 namespace Bex {
 
 /// Questions to the domain name system, each of them for 15 seconds at most. Any thread.
@@ -22,8 +24,9 @@ public:
     static bool ResolveCNAME(const CSimpleString& strName, CList<CSimpleString>& names, const CLimit& limit = {});
     static bool ResolveMX(const CSimpleString& strName, CList<CSimpleString>& names,
                           const CLimit& limit = {}); ///< by preference
-    static bool ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts,
-                           const CLimit& limit = {}); ///< one per record
+    /// One per record. BeforeWaiting is called while a question is on its way that the cache does not answer at once.
+    static bool ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit = {},
+                           const std::function<void()>& BeforeWaiting = {});
 };
 
 } // namespace Bex

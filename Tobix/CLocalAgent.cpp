@@ -33,7 +33,10 @@ Bex::CSimpleString InterceptListFile()
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
       m_interceptor(InterceptListFile(), m_directories.strIntercept),
-      m_router(m_directories, m_interceptor, std::move(pOutgoing))
+      m_router(m_directories, m_interceptor, std::move(pOutgoing), StopEvent().Waitable(), [this] {
+          FinishGroup();
+          RemoveDelivered();
+      })
 {}
 
 void CLocalAgent::Body()
@@ -179,10 +182,10 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         FinishGroup();
         RemoveDelivered();
     }
-    if (!m_router.Route(mail, m_group))
-        return EOutcome::Failed;
-    m_group.AddDelivered(strName, identity);
-    return EOutcome::Delivered;
+    const EOutcome outcome = m_router.Route(mail, m_group);
+    if (outcome == EOutcome::Delivered)
+        m_group.AddDelivered(strName, identity);
+    return outcome;
 }
 
 /// A name that went after it was listed is nobody's failure. A busy file is listed again when the directory has

@@ -28,7 +28,7 @@ protected:
     void Body() override;
 
 private:
-    enum class EOutcome { Delivered, Retry, Failed };
+    using EOutcome = CMailRouter::EOutcome;
 
     void WaitForWork() const;
     void RemoveUnfinishedFiles() const;

@@ -6,6 +6,7 @@
 #include "Common/IsValidAddress.h"
 #include "Common/MailHlpr.h"
 #include "Platform/CNativeThread.h"
+#include "Tobix/DMARCPolicy.h"
 #include "Tobix/ForwardingRewrites.h"
 #include "Tobix/MailLog.h"
 
@@ -16,25 +17,53 @@ namespace {
 constexpr Bex::FrozenLine FILTERED_NOT_WRITTEN_LINE = 211;
 constexpr Bex::FrozenLine OUTGOING_NOT_WRITTEN_LINE = 385;
 
+/// An alias sends it on to a remote address.
+bool IsSentOn(const CMail& mail)
+{
+    for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
+        if (IsLocalAddress(strRecipient) && !IsLocalAddress(Aliases().ResolveRecipient(strRecipient.Lowered())))
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
-                         std::shared_ptr<COutgoingFiles> pOutgoing)
-    : m_directories(directories), m_interceptor(interceptor), m_mailboxes(directories.strQueue),
-      m_identity(LocalHostIdentity::Obtain()), m_pOutgoing(std::move(pOutgoing))
+                         std::shared_ptr<COutgoingFiles> pOutgoing, const Platform::IWaitable& stop,
+                         std::function<void()> BeforeWaiting)
+    : m_directories(directories), m_interceptor(interceptor), m_stop(&stop), m_BeforeWaiting(std::move(BeforeWaiting)),
+      m_mailboxes(directories.strQueue), m_identity(LocalHostIdentity::Obtain()), m_pOutgoing(std::move(pOutgoing))
 {}
 
-bool CMailRouter::Route(const CMail& mail, CCopyGroup& group)
+CMailRouter::EOutcome CMailRouter::Route(const CMail& mail, CCopyGroup& group)
 {
     if (const EFilterResult result = Filter(mail, group); result != EFilterResult::Passed)
-        return result == EFilterResult::Caught;
+        return result == EFilterResult::Caught ? EOutcome::Delivered : EOutcome::Failed;
+    return LearnAuthorPolicy(mail) ? Deliver(mail, group) : EOutcome::Retry;
+}
+
+/// Before the first copy is made: a stop while name servers are silent leaves nothing that the next start would repeat.
+bool CMailRouter::LearnAuthorPolicy(const CMail& mail)
+{
+    m_strAuthorPolicy = {};
+    const Bex::CSimpleString strDomain = AuthorDomain(mail);
+    if (strDomain.IsEmpty() || !IsSentOn(mail))
+        return true;
+    const auto policy = LookupDMARCPolicy(strDomain, m_stop, m_BeforeWaiting);
+    m_strAuthorPolicy = policy.value_or("");
+    return policy.has_value();
+}
+
+CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
+{
     if (const Bex::CSimpleString strSender = mail.EnvelopeSender().Lowered(); m_interceptor.IsListed(strSender))
         m_interceptor.Intercept(mail, strSender, "sent", group);
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
         if (!RouteRecipient(mail, strRecipient, group))
-            return false;
+            return EOutcome::Failed;
     }
-    return true;
+    return EOutcome::Delivered;
 }
 
 CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& group)
@@ -78,7 +107,7 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
         return false;
     }
     if (!strTarget.EqualsNoCase(strAddressed))
-        ApplyForwardingRewrites(copy, strAddressed);
+        ApplyForwardingRewrites(copy, strAddressed, m_strAuthorPolicy);
     copy.SetRecipients(strTarget);
     const Bex::CSimpleString strDomain = strTarget.AfterFirst('@').Lowered();
     Bex::CSimpleString strName;

@@ -3,6 +3,7 @@
 #include "Bex/CSimpleString.h"
 #include "Common/CMail.h"
 #include "Common/LocalHostIdentity.h"
+#include "Platform/CWaitLimit.h"
 #include "Tobix/CCopyGroup.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
@@ -10,6 +11,7 @@
 #include "Tobix/COutgoingFiles.h"
 #include "Tobix/SMailDirectories.h"
 
+#include <functional>
 #include <memory>
 
 /// Filters one mail, makes a copy for each recipient and puts it into a mailbox or into the outgoing directory.
@@ -17,15 +19,24 @@
 class CMailRouter
 {
 public:
-    /// The domains of what is sent out are told to pOutgoing.
-    CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
-                std::shared_ptr<COutgoingFiles> pOutgoing);
+    enum class EOutcome {
+        Delivered,
+        Retry, ///< nothing was done, the mail stays as it is
+        Failed ///< logged: copies made so far stay, recipients not reached yet are skipped
+    };
 
-    /// False (logged) when the mail failed: copies made so far stay, recipients not reached yet are skipped.
-    /// Exceptions of the library pass through and mean the same.
-    bool Route(const CMail& mail, CCopyGroup& group);
+    /// The domains of what is sent out are told to pOutgoing. BeforeWaiting is called before anything that may take
+    /// long and does not depend on this system; the stop ends it.
+    CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
+                std::shared_ptr<COutgoingFiles> pOutgoing, const Platform::IWaitable& stop,
+                std::function<void()> BeforeWaiting);
+
+    /// Exceptions of the library pass through and mean that the mail failed.
+    EOutcome Route(const CMail& mail, CCopyGroup& group);
 
 private:
+    bool LearnAuthorPolicy(const CMail& mail);
+    EOutcome Deliver(const CMail& mail, CCopyGroup& group);
     enum class EFilterResult { Passed, Caught, Failed };
     EFilterResult Filter(const CMail& mail, CCopyGroup& group);
     bool RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group);
@@ -40,8 +51,11 @@ private:
 
     SMailDirectories m_directories;
     CInterceptor& m_interceptor;
+    Platform::CWaitLimit m_stop;
+    std::function<void()> m_BeforeWaiting;
     CMailboxStore m_mailboxes;
     CFileNames m_names;
     LocalHostIdentity m_identity;
     std::shared_ptr<COutgoingFiles> m_pOutgoing;
+    Bex::CSimpleString m_strAuthorPolicy; ///< of the mail that is being routed; empty unless it is sent on
 };

@@ -2,9 +2,10 @@
 
 #include "Bex/CResolver.h"
 #include "Bex/TextFunctions.h"
+#include "Common/CSilentPeers.h"
+#include "Platform/Clock.h"
 
 #include <algorithm>
-#include <optional>
 #include <string_view>
 
 namespace {
@@ -14,6 +15,10 @@ constexpr std::string_view POLICY_TAG = "p=";
 constexpr char NO_POLICY[] = "none";
 constexpr size_t LONGEST_DOMAIN = 253; // RFC 1035 2.3.4
 constexpr long MOST_PARENT_LABELS = 7;
+// Milliseconds.
+constexpr uint64_t LONGEST_LOOKUP = 10'000;
+constexpr uint64_t SLOW_FAILURE = 1000;    // one that came sooner costs nothing to ask for again
+constexpr uint64_t SILENCE_KEPT = 300'000; // RFC 2308 7.2
 
 std::optional<Bex::CSimpleString> PolicyOf(const Bex::CSimpleString& strText)
 {
@@ -56,10 +61,25 @@ Bex::CSimpleString FindDMARCPolicy(const Bex::CList<Bex::CSimpleString>& texts)
     return NO_POLICY;
 }
 
-Bex::CSimpleString LookupDMARCPolicy(const Bex::CSimpleString& strDomain)
+std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& strDomain,
+                                                    const Platform::CWaitLimit& stop,
+                                                    const std::function<void()>& BeforeWaiting)
 {
+    static CSilentPeers silent;
+    const Bex::CSimpleString strKey = strDomain.Lowered();
+    if (silent.Contains(strKey))
+        return NO_POLICY;
+    const uint64_t ui64Started = Platform::TickCount();
+    const Platform::CWaitLimit limit = stop.For(LONGEST_LOOKUP / (1 + silent.Count()));
     Bex::CList<Bex::CSimpleString> texts(false);
-    for (const Bex::CSimpleString& strName : DMARCNames(strDomain))
-        Bex::CResolver::ResolveTXT(strName, texts); // a failure counts as a name without records
+    bool bAnswered = true;
+    for (const Bex::CSimpleString& strName : DMARCNames(strDomain)) {
+        if (limit.HasTimeLeft()) // a failure counts as a name without records
+            bAnswered = Bex::CResolver::ResolveTXT(strName, texts, limit, BeforeWaiting) && bAnswered;
+    }
+    if (stop.IsStopped())
+        return std::nullopt;
+    if (!bAnswered && (!limit.HasTimeLeft() || Platform::TickCount() - ui64Started >= SLOW_FAILURE))
+        silent.Note(strKey, SILENCE_KEPT);
     return FindDMARCPolicy(texts);
 }

@@ -2,12 +2,21 @@
 
 #include "Bex/CList.h"
 #include "Bex/CSimpleString.h"
+#include "Platform/CWaitLimit.h"
 
+#include <functional>
+#include <optional>
 #include <vector>
 
 /// What a domain asks receivers to do with mail that only claims to come from it (RFC 7489 6.3): the value of the
-/// tag as published, "none" when there is none. Asks the resolver, name by name; any thread.
-Bex::CSimpleString LookupDMARCPolicy(const Bex::CSimpleString& strDomain);
+/// tag as published, "none" when there is none. Nothing when the stop ended the question. Any thread.
+///
+/// Asks the resolver, name by name, for ten seconds at most, and calls BeforeWaiting before an answer is waited for. A
+/// domain whose servers are silent is not asked again for five minutes. The more of these there are, the less time the
+/// next one gets, so that somebody who has many cannot hold the queue.
+std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& strDomain,
+                                                    const Platform::CWaitLimit& stop,
+                                                    const std::function<void()>& BeforeWaiting);
 
 /// The names under which the policy of a domain may stand, in the order in which they are asked for: its own, then
 /// those of its parents, never that of a top-level domain below another. A name with many labels goes straight to

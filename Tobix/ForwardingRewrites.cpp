@@ -28,14 +28,16 @@ void ReplaceAuthor(CMail& copy)
 
 } // namespace
 
+Bex::CSimpleString AuthorDomain(const CMail& mail)
+{
+    return Config().GetFlag(Keys::DMARC_WORKAROUND) ? mail.FromAddress().AfterFirst('@') : Bex::CSimpleString();
+}
+
 void ApplyForwardingRewrites(CMail& copy, const Bex::CSimpleString& strAddressedRecipient,
-                             Bex::CSimpleString (*LookupPolicy)(const Bex::CSimpleString&))
+                             const Bex::CSimpleString& strAuthorPolicy)
 {
     copy.SetResentFor(strAddressedRecipient);
     RewriteEnvelopeSender(copy);
-    if (!Config().GetFlag(Keys::DMARC_WORKAROUND))
-        return;
-    const Bex::CSimpleString& strAuthor = copy.FromAddress();
-    if (strAuthor.Contains('@') && LookupPolicy(strAuthor.AfterFirst('@')) == "reject")
+    if (strAuthorPolicy == "reject")
         ReplaceAuthor(copy);
 }

@@ -2,9 +2,9 @@
 #include "Platform/CInjectedFault.h"
 #include "Tobix/CLocalAgent.h"
 #include "support/Becomes.h"
+#include "support/CDnsServer.h"
 #include "support/CLogRecorder.h"
 #include "support/CPowerLossModel.h"
-#include "support/CTemporaryDirectory.h"
 
 #include <cctype>
 #include <cerrno>
@@ -143,6 +143,21 @@ TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
     fs::create_directory(Path("error"));
     RunAgentUntilQueueIsEmpty();
     EXPECT_EQ(CountIn("error"), 1u);
+}
+
+TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
+{
+    CDnsServer names;
+    names.Tell("_dmarc.far.example", CDnsServer::TXT, {}, CDnsServer::SILENCE);
+    ASSERT_TRUE(Aliases().Load(m_directory.Write("etc/aliases", "info@example.org: al@away.example\n").c_str()));
+    Drop("1.eml", "ann@example.org");
+    Drop("2.eml", "ann@example.org, info@example.org");
+    CLocalAgent agent;
+    ASSERT_TRUE(agent.Start());
+    EXPECT_TRUE(Becomes([&] { return CountIn("queue") == 1; })); // what came before does not wait for the answer
+    EXPECT_GT(names.Asked("_dmarc.far.example", CDnsServer::TXT), 0);
+    EXPECT_TRUE(agent.Stop());
+    EXPECT_EQ(CountIn("queue") + CountIn("spool/ann"), 2u);
 }
 
 TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)

@@ -1,4 +1,5 @@
 #include "Common/Globals.h"
+#include "Tobix/DMARCPolicy.h"
 #include "Tobix/ForwardingRewrites.h"
 #include "Tobix/SRS.h"
 #include "support/CTemporaryDirectory.h"
@@ -106,7 +107,7 @@ protected:
         const std::string strEnvelope = "X-Envelope-From: bob@home.example\r\nX-Envelope-To: ann@example.org\r\n";
         CMail mail;
         mail.Parse(strEnvelope + "From: \"Bob\" <" + pszAuthor + ">\r\n" + strMore + "\r\nbody");
-        ApplyForwardingRewrites(mail, "ann@example.org", &RejectAtFar);
+        ApplyForwardingRewrites(mail, "ann@example.org", RejectAtFar(AuthorDomain(mail)));
         EXPECT_TRUE(m_bSRS == mail.EnvelopeSender().View().ends_with("=home.example=bob@srs.example"));
         return mail.GetHeaderText(EWriteMode::Envelope).Text();
     }
@@ -142,12 +143,12 @@ TEST_F(ForwardingTest, OtherAuthorsStay)
     EXPECT_TRUE(Has(strOff, "<bob@far.example>") && Has(strOff, "X-Resent-For") && !Has(strOff, "Sender:"));
     m_bSRS = false;
     CMail null;
-    ApplyForwardingRewrites(null, "ann@example.org", &RejectAtFar);
+    ApplyForwardingRewrites(null, "ann@example.org", "none");
     EXPECT_TRUE(null.EnvelopeSender().IsEmpty());
     EXPECT_TRUE(Config().Load(m_directory.Write("tobix.cfg", "SRS.Domain: srs.example\n").c_str()));
     CMail mail;
     mail.SetEnvelopeSender("bob@home.example");
-    ApplyForwardingRewrites(mail, "ann@example.org", &RejectAtFar);
+    ApplyForwardingRewrites(mail, "ann@example.org", RejectAtFar(AuthorDomain(mail)));
     EXPECT_EQ(mail.EnvelopeSender(), "bob@home.example");
 }
 
