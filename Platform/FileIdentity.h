@@ -13,6 +13,11 @@ struct SFileIdentity
     int64_t iModified = 0; ///< nanoseconds since 1970-01-01 UTC
 
     bool operator==(const SFileIdentity&) const = default;
+    /// With other times it may hold the same content, or another one of the same size.
+    bool IsSameFile(const SFileIdentity& other) const
+    {
+        return nDevice == other.nDevice && nNumber == other.nNumber && iSize == other.iSize;
+    }
 };
 
 /// Does not follow symbolic links. False: LastError. Any thread.

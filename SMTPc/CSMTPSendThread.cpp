@@ -195,7 +195,7 @@ void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
-    RemoveFiles(mail.fileIdentity, file);
+    RemoveFiles(mail, file);
     if (const auto failure = FailureOf([&] { session.Quit(); })) {
         const auto strText =
             Bex::CSimpleString::Formatted("%s after successful delivery: %s", failure->Name(), failure->strText.Text());
@@ -204,11 +204,11 @@ void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail
     }
 }
 
-void CSMTPSendThread::RemoveFiles(const Platform::SFileIdentity& identity, EMailFile& file) const
+void CSMTPSendThread::RemoveFiles(const SPreparedMail& mail, EMailFile& file) const
 {
     WriteConsole(stdout, Bex::CSimpleString::Formatted("--> Removing file \"%s\"...\n", m_strMailPath.Text()));
     Bex::LogInfo(Bex::MainLog(), "removing file \"%s\"", m_strMailPath.Text());
-    file = RemoveMail(identity);
+    file = RemoveMail(mail);
     RemoveReport();
 }
 
@@ -220,10 +220,10 @@ void CSMTPSendThread::RemoveReport() const
     }
 }
 
-EMailFile CSMTPSendThread::RemoveMail(const Platform::SFileIdentity& identity) const
+EMailFile CSMTPSendThread::RemoveMail(const SPreparedMail& mail) const
 {
     try {
-        if (!Bex::CFile::RemoveIfStill(m_strMailPath, identity))
+        if (!Bex::CFile::RemoveIfStill(m_strMailPath, mail.fileIdentity) && !RemoveIfTouched(mail))
             Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays",
                             m_strMailPath.Text());
         return EMailFile::Gone;
@@ -232,4 +232,18 @@ EMailFile CSMTPSendThread::RemoveMail(const Platform::SFileIdentity& identity) c
                        Bex::CSimpleString::Formatted("could not remove file \"%s\"", m_strMailPath.Text()).Text());
         return exception.LibError() == Platform::LIB_NO_ENTRY ? EMailFile::Gone : EMailFile::Stays;
     }
+}
+
+/// The same mail in the same file is the one that was sent, whatever its times say.
+bool CSMTPSendThread::RemoveIfTouched(const SPreparedMail& sent) const
+{
+    const auto Bytes = [](const SPreparedMail& mail) {
+        return std::string_view(mail.payload.Data(), mail.payload.Size());
+    };
+    SLoadedMail loaded;
+    SPreparedMail present;
+    if (!LoadMail(loaded) || !loaded.identity.IsSameFile(sent.fileIdentity) || !PrepareMessage(loaded, present))
+        return false;
+    return present.strSender == sent.strSender && present.strRecipient == sent.strRecipient &&
+           Bytes(present) == Bytes(sent) && Bex::CFile::RemoveIfStill(m_strMailPath, loaded.identity);
 }

@@ -55,8 +55,9 @@ private:
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
     SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail) const;
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;
-    void RemoveFiles(const Platform::SFileIdentity& identity, EMailFile& file) const;
-    EMailFile RemoveMail(const Platform::SFileIdentity& identity) const;
+    void RemoveFiles(const SPreparedMail& mail, EMailFile& file) const;
+    EMailFile RemoveMail(const SPreparedMail& mail) const;
+    bool RemoveIfTouched(const SPreparedMail& sent) const;
 
     CSMTPClient m_client;
 };

@@ -1,5 +1,6 @@
 // How CSMTPSendThread makes a mail file ready for its sessions.
 
+#include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
@@ -72,7 +73,10 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
 {
     Platform::IdentityOf(m_strMailPath.Text(), loaded.identity); // a missing file fails to load
-    return loaded.mail.Load(m_strMailPath, false);
+    const SLoadResult result = loaded.mail.Load(m_strMailPath, false);
+    if (result && Bex::CFile::IsReplaced(m_strMailPath, loaded.identity)) // which of the two was read?
+        return SLoadResult::Incomplete();
+    return result;
 }
 
 Bex::CSimpleString CSMTPSendThread::RecipientOf(const CMail& mail) const
