@@ -5,7 +5,6 @@
 #include "Bex/CSimpleString.h"
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -13,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 /// The names of the outgoing mail files, each in one of these lists: pending (found, not yet taken), retry-due (to be
 /// tried again), retry-wait (failed, waiting for the next release), in progress (in the hands of a delivery thread) and
@@ -47,18 +47,13 @@ public:
 
 private:
     enum EList { PENDING, RETRY_DUE, RETRY_WAIT, IN_PROGRESS, HELD_BACK, LISTS };
-    struct STurn
-    {
-        EList list = PENDING; ///< or RETRY_DUE
-        uint64_t nNumber = 0;
-        auto operator<=>(const STurn&) const = default;
-    };
+    using CTurn = std::pair<EList, uint64_t>; ///< pending before retry-due, then by number
     struct SDomain;
     struct SEntry
     {
         Bex::CSimpleString strName;
         EList list;
-        STurn turn{};
+        CTurn turn{};
         SDomain* pDomain = nullptr; ///< null: unknown, or nobody asks
     };
     using CEntries = std::list<SEntry>;
@@ -67,8 +62,8 @@ private:
         std::string strName;
         unsigned nThreads = 0;
         size_t nNames = 0; ///< with none it goes
-        std::map<STurn, CEntries::iterator> heldBack;
-        std::optional<STurn> ready; ///< where it stands in m_ready
+        std::map<CTurn, CEntries::iterator> heldBack;
+        std::optional<CTurn> ready; ///< where it stands in m_ready
     };
 
     CEntries::iterator Add(std::string_view name, EList list);
@@ -94,5 +89,5 @@ private:
     size_t m_nPendingHeldBack = 0;
     std::unordered_map<std::string, std::string> m_announced; ///< domains by name
     std::unordered_map<std::string, SDomain> m_domains;
-    std::map<STurn, SDomain*> m_ready; ///< domains with a thread to spare, by the first name that is held back there
+    std::map<CTurn, SDomain*> m_ready; ///< domains with a thread to spare, by the first name that is held back there
 };

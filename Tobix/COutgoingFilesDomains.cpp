@@ -71,7 +71,7 @@ bool COutgoingFiles::StartUnlessFull(CEntries::iterator entry)
     } else {
         pDomain->heldBack.emplace(entry->turn, entry);
         Move(entry, HELD_BACK);
-        m_nPendingHeldBack += entry->turn.list == PENDING ? 1 : 0;
+        m_nPendingHeldBack += entry->turn.first == PENDING ? 1 : 0;
     }
     TellReady(*pDomain);
     return bStarts;
@@ -93,7 +93,7 @@ void COutgoingFiles::GiveUpPlace(const SEntry& entry)
     if (entry.list != HELD_BACK)
         return;
     entry.pDomain->heldBack.erase(entry.turn);
-    m_nPendingHeldBack -= entry.turn.list == PENDING ? 1 : 0;
+    m_nPendingHeldBack -= entry.turn.first == PENDING ? 1 : 0;
 }
 
 void COutgoingFiles::TellReady(SDomain& domain)
@@ -103,7 +103,7 @@ void COutgoingFiles::TellReady(SDomain& domain)
     domain.ready.reset();
     if (IsFull(domain) || domain.heldBack.empty())
         return;
-    const STurn first = domain.heldBack.begin()->first;
+    const CTurn first = domain.heldBack.begin()->first;
     m_ready.emplace(first, &domain);
     domain.ready = first;
 }
