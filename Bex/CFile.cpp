@@ -89,6 +89,7 @@ void CFile::Open(const CSimpleString& strName, uint32_t dwFlags, uint32_t dwPerm
     mode.bCreate = (dwFlags & modeCreate) != 0;
     mode.bTruncate = (dwFlags & modeTruncate) != 0;
     mode.bOnlyRegular = (dwFlags & onlyRegular) != 0;
+    mode.bOnlyComplete = (dwFlags & onlyComplete) != 0;
     mode.dwPermission = dwPermission;
     if (!m_handle.Open(strName.Text(), mode))
         ThrowFileException(SOURCE_FILE, OPEN_LINE);

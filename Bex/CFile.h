@@ -36,6 +36,9 @@ public:
     static constexpr uint32_t typeText = 16384;
     static constexpr uint32_t typeBinary = 32768;
     static constexpr uint32_t onlyRegular = 0x10000; ///< refuse symbolic links, pipes and devices when reading
+    /// When reading: as busy (LIB_ACCESS) refuse a file that changed within the last second, where nobody can tell
+    /// whether it is still being written. Needs a sharing that denies writers.
+    static constexpr uint32_t onlyComplete = 0x20000;
     static constexpr uint32_t PERMISSION_READ_WRITE = 384;
 
     CFile() = default;

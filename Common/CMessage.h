@@ -7,6 +7,7 @@
 #include "Common/SSaveResult.h"
 
 class CHeaderReader;
+class CHeldMailFile;
 
 /// Which lines stand at the top of a written mail.
 enum class EWriteMode {
@@ -17,7 +18,8 @@ enum class EWriteMode {
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.
 ///
-/// Used by one thread at a time; never holds the file or its lock between calls. Abstract: which header lines are
+/// Used by one thread at a time; never holds the file or its lock between calls of
+/// its own. Abstract: which header lines are
 /// written is decided by CMail.
 class CMessage : public CMessagePart
 {
@@ -39,6 +41,8 @@ public:
     /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES is refused (LIB_TOO_BIG). CInvalidParameterException or
     /// CSystemException when the lock cannot be made.
     SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
+    /// The same, the file being taken for as long as the caller keeps it.
+    SLoadResult Load(const Bex::CSimpleString& strPath, CHeldMailFile& file);
     /// Writes a mail file under its lock. It gets its name only when it is complete; an existing file is replaced.
     SSaveResult Save(const Bex::CSimpleString& strPath, EWriteMode mode) const;
     /// The same, but never replaces: Exists when the name is taken.
@@ -58,6 +62,8 @@ public:
 
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
+    template <class TOpen>
+    SLoadResult LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open);
     SSaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
 
     Bex::CTime m_created;

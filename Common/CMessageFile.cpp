@@ -4,6 +4,7 @@
 #include "Bex/CMutex.h"
 #include "Bex/CReplacingFile.h"
 #include "Bex/Log.h"
+#include "Common/CHeldMailFile.h"
 #include "Common/CMessage.h"
 
 namespace {
@@ -35,14 +36,27 @@ bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error)
 
 SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
+    Bex::CFile file;
+    return LoadLocked(strPath, file, bHeadersOnly, [&] {
+        file.Open(strPath,
+                  Bex::CFile::modeRead | Bex::CFile::typeBinary | Bex::CFile::shareDenyWrite | Bex::CFile::onlyRegular);
+    });
+}
+
+SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, CHeldMailFile& file)
+{
+    return LoadLocked(strPath, file, false, [&] { file.Take(strPath); });
+}
+
+template <class TOpen>
+SLoadResult CMessage::LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open)
+{
     Bex::CMutex mutex(LockName(strPath));
     Platform::SError error;
     if (!LockMailFile(mutex, error))
         return SLoadResult::Failure(error);
     try {
-        Bex::CFile file;
-        file.Open(strPath,
-                  Bex::CFile::modeRead | Bex::CFile::typeBinary | Bex::CFile::shareDenyWrite | Bex::CFile::onlyRegular);
+        Open();
         if (file.Seek(0, Platform::ESeekFrom::End) < SHORTEST_MAIL)
             return SLoadResult::Incomplete();
         return Read(file, bHeadersOnly);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/FileIdentity.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -13,10 +15,11 @@ struct SOpenMode
 {
     EAccess access = EAccess::Read;
     EShare share = EShare::DenyNone;
-    bool bCreate = false;      ///< create when missing
-    bool bCreateNew = false;   ///< create, refuse when present (LIB_EXISTS)
-    bool bTruncate = false;    ///< once the file is locked; needs write access
-    bool bOnlyRegular = false; ///< refuse symbolic links (LIB_LOOP), pipes and devices (LIB_NOT_SUPPORTED)
+    bool bCreate = false;       ///< create when missing
+    bool bCreateNew = false;    ///< create, refuse when present (LIB_EXISTS)
+    bool bTruncate = false;     ///< once the file is locked; needs write access
+    bool bOnlyRegular = false;  ///< refuse symbolic links (LIB_LOOP), pipes and devices (LIB_NOT_SUPPORTED)
+    bool bOnlyComplete = false; ///< refuse as busy what changed within a second if its writers cannot be told
     unsigned dwPermission = 0600;
 };
 
@@ -43,6 +46,7 @@ public:
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
     int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
     int64_t Size();                                    ///< in bytes
+    bool Identity(SFileIdentity& identity);            ///< of the file that is open
     int NativeHandle() const { return m_iDescriptor; }
 
 private:

@@ -2,6 +2,8 @@
 
 #include "Bex/TextFunctions.h"
 
+#include <utility>
+
 /// The directory joins before the write, so that a write error from then on reaches the flush.
 template <class TSave>
 SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, TSave SaveCopy)
@@ -34,9 +36,9 @@ SSaveResult CCopyGroup::Save(const CMail& mail, EWriteMode mode, const Bex::CSim
     return Write(strDirectory, [&] { return mail.Save(Bex::PathBelow(strDirectory, strName), mode); });
 }
 
-void CCopyGroup::AddDelivered(const Bex::CSimpleString& strName, const Platform::SFileIdentity& identity)
+void CCopyGroup::AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile)
 {
-    m_delivered.push_back({strName, identity});
+    m_delivered.push_back({strName, std::move(pFile)});
 }
 
 bool CCopyGroup::Finish(std::vector<SDelivered>& delivered)

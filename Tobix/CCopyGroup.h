@@ -1,12 +1,13 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
+#include "Common/CHeldMailFile.h"
 #include "Common/CMail.h"
 #include "Platform/CFlushGroup.h"
-#include "Platform/FileIdentity.h"
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <vector>
 
 /// Queue files that were delivered together with the copies made of them, up to the flush that makes the copies
@@ -22,7 +23,7 @@ public:
     struct SDelivered
     {
         Bex::CSimpleString strName; ///< of the queue file, bare
-        Platform::SFileIdentity identity;
+        std::unique_ptr<CHeldMailFile> pFile;
     };
 
     /// Whether a mail with so many copies still fits.
@@ -36,7 +37,7 @@ public:
     /// The same under this very name; a file that has it is replaced.
     SSaveResult Save(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                      const Bex::CSimpleString& strName);
-    void AddDelivered(const Bex::CSimpleString& strName, const Platform::SFileIdentity& identity);
+    void AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
 
     /// Flushes the copies and empties the group; false (Platform::LastError) when they may be lost.
     bool Finish(std::vector<SDelivered>& delivered);

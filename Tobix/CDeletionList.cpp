@@ -1,9 +1,10 @@
 #include "Tobix/CDeletionList.h"
 
-#include "Bex/CFile.h"
 #include "Bex/CFileException.h"
 #include "Bex/FrozenLine.h"
 #include "Platform/Errors.h"
+
+#include <utility>
 
 namespace {
 
@@ -12,32 +13,34 @@ constexpr Bex::FrozenLine NOT_REMOVED_LINE = 433;
 
 } // namespace
 
-void CDeletionList::Add(const Bex::CSimpleString& strPath, const Platform::SFileIdentity& identity)
+void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile)
 {
-    m_entries.push_back({strPath, identity});
-    m_paths.insert(m_entries.back().strPath.View());
+    m_paths.insert(pFile->Name().View());
+    m_entries.push_back(std::move(pFile));
+    if (m_entries.size() > MOST_HELD)
+        m_entries.back()->LetGo();
 }
 
 bool CDeletionList::RemoveDelivered()
 {
     bool bNewMail = false;
     for (auto entry = m_entries.begin(); entry != m_entries.end();) {
-        const EOutcome outcome = Remove(*entry);
+        const EOutcome outcome = Remove(**entry);
         if (outcome == EOutcome::Kept) {
             ++entry;
             continue;
         }
         bNewMail |= outcome == EOutcome::Replaced;
-        m_paths.erase(entry->strPath.View());
+        m_paths.erase((*entry)->Name().View());
         entry = m_entries.erase(entry);
     }
     return bNewMail;
 }
 
-CDeletionList::EOutcome CDeletionList::Remove(const SEntry& entry)
+CDeletionList::EOutcome CDeletionList::Remove(CHeldMailFile& file)
 {
     try {
-        return Bex::CFile::RemoveIfStill(entry.strPath, entry.identity) ? EOutcome::Gone : EOutcome::Replaced;
+        return file.RemoveIfStill() ? EOutcome::Gone : EOutcome::Replaced;
     } catch (const Bex::CFileException& exception) {
         if (exception.LibError() == Platform::LIB_NO_ENTRY)
             return EOutcome::Gone;

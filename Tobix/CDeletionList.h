@@ -1,20 +1,25 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
-#include "Platform/FileIdentity.h"
+#include "Common/CHeldMailFile.h"
 
 #include <list>
+#include <memory>
 #include <string_view>
 #include <unordered_set>
 
 /// The queue files that have been delivered and are to be deleted, oldest first. Used by the agent's thread.
 ///
 /// A file whose deletion fails stays listed, so that it is not delivered again, and is tried again at the next
-/// call. A name that stands for another file by now is dropped without deleting: that file is new mail.
+/// call. A name that stands for another file or other content by now is dropped without deleting: that is new mail.
+/// The files stay taken until they are gone; those of many failed deletions, which would keep the process from opening
+/// others, do not.
 class CDeletionList
 {
 public:
-    void Add(const Bex::CSimpleString& strPath, const Platform::SFileIdentity& identity);
+    static constexpr size_t MOST_HELD = 256;
+
+    void Add(std::unique_ptr<CHeldMailFile> pFile);
     bool Contains(const Bex::CSimpleString& strPath) const { return m_paths.contains(strPath.View()); }
     bool IsEmpty() const { return m_entries.empty(); }
 
@@ -22,14 +27,9 @@ public:
     bool RemoveDelivered();
 
 private:
-    struct SEntry
-    {
-        Bex::CSimpleString strPath;
-        Platform::SFileIdentity identity; ///< of the file that was delivered
-    };
     enum class EOutcome { Gone, Replaced, Kept };
-    static EOutcome Remove(const SEntry& entry);
+    static EOutcome Remove(CHeldMailFile& file);
 
-    std::list<SEntry> m_entries;
+    std::list<std::unique_ptr<CHeldMailFile>> m_entries;
     std::unordered_set<std::string_view> m_paths; ///< of the entries
 };

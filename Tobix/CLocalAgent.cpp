@@ -13,6 +13,7 @@
 #include "Tobix/StaleFiles.h"
 
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -21,7 +22,6 @@ constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
 constexpr Bex::FrozenLine NOT_LOADED_LINE = 168;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
-constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
 Bex::CSimpleString InterceptListFile()
 {
@@ -50,6 +50,8 @@ void CLocalAgent::Body()
         RemoveDelivered();
         if (m_batch.IsEmpty() && ShallRun())
             WaitForWork();
+        if (std::exchange(m_bBusyFiles, false))
+            m_queue.AskAgain();
     }
     Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) stopped", Id());
 }
@@ -135,12 +137,15 @@ void CLocalAgent::FinishGroup()
         Bex::LogError(Bex::MainLog(), "flushing delivered mail failed (SysError=%d, LibError=%d) at %s:%d",
                       static_cast<int>(error.dwSysError), error.iLibError, SOURCE_FILE, __LINE__);
     }
-    for (const CCopyGroup::SDelivered& file : m_delivered) {
-        if (bFlushed)
-            m_deletions.Add(QueuePath(file.strName), file.identity);
-        else
+    for (CCopyGroup::SDelivered& file : m_delivered) {
+        if (bFlushed) {
+            m_deletions.Add(std::move(file.pFile));
+        } else {
+            file.pFile->LetGo(); // a move to another volume reads it
             MoveToError(file.strName);
+        }
     }
+    m_delivered.clear();
 }
 
 void CLocalAgent::RemoveDelivered()
@@ -168,11 +173,9 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
 
 CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath)
 {
-    Platform::SFileIdentity identity; // from before the load: what replaces the file later is not what was delivered
-    if (!Platform::IdentityOf(strPath.Text(), identity))
-        return NotLoaded(strPath, SLoadResult::Failure(Platform::LastError()));
+    auto pFile = std::make_unique<CHeldMailFile>();
     CMail mail;
-    if (const SLoadResult loaded = mail.Load(strPath, false); !loaded)
+    if (const SLoadResult loaded = mail.Load(strPath, *pFile); !loaded)
         return NotLoaded(strPath, loaded);
     if (mail.Recipients().IsEmpty()) {
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
@@ -184,12 +187,12 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     }
     const EOutcome outcome = m_router.Route(mail, m_group);
     if (outcome == EOutcome::Delivered)
-        m_group.AddDelivered(strName, identity);
+        m_group.AddDelivered(strName, std::move(pFile));
     return outcome;
 }
 
-/// A name that went after it was listed is nobody's failure. A busy file is listed again when the directory has
-/// changed, as it does when its writer has finished; the end of a shortage changes nothing there.
+/// A name that went after it was listed is nobody's failure. A busy file is looked at again before long: neither the
+/// end of its stillness nor a reader of another process that dies, nor the end of a shortage changes the directory.
 CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded)
 {
     if (loaded.result == ELoadResult::Broken) {
@@ -202,10 +205,7 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
         return EOutcome::Failed;
     }
     MailLog::Busy(strPath);
-    if (Platform::IsShortage(loaded.error)) {
-        m_queue.AskAgain();
-        StopEvent().Wait(AFTER_SHORTAGE_MILLIS);
-    }
+    m_bBusyFiles = true;
     return EOutcome::Retry;
 }
 

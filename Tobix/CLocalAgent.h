@@ -47,6 +47,7 @@ private:
     SMailDirectories m_directories;
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
+    bool m_bBusyFiles = false;                     ///< met since the last wait
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;

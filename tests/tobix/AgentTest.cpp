@@ -134,6 +134,15 @@ TEST_F(AgentTest, PassesOverANameThatWentAfterItWasListed)
     EXPECT_FALSE(m_log.Contains("delivering mail '2.eml' failed"));
 }
 
+TEST_F(AgentTest, TakesAFileWhoseWritersCannotBeToldOnceItStandsStill)
+{
+    const Platform::CInjectedFault unleased(EFault::Lease, 1, EACCES, 1000);
+    Drop("1.eml", "ann@example.org");
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(m_log.Contains("Looks like lock"));
+    EXPECT_EQ(CountIn("spool/ann"), 1u);
+}
+
 TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));

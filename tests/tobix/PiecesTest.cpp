@@ -87,24 +87,28 @@ TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
 {
     CTemporaryDirectory directory;
     CDeletionList list;
-    for (const char* pszName : {"same", "replaced", "gone"}) {
-        Platform::SFileIdentity identity;
-        const std::string strPath = directory.Write(pszName, "first");
-        ASSERT_TRUE(Platform::IdentityOf(strPath.c_str(), identity));
-        list.Add(strPath.c_str(), identity);
+    for (const char* pszName : {"same", "replaced", "gone", "touched", "rewritten"}) {
+        const std::string strPath = directory.Write(pszName, "a: b\r\n\r\nfirst");
+        auto pFile = std::make_unique<CHeldMailFile>();
+        CMail mail, other;
+        ASSERT_TRUE(mail.Load(strPath.c_str(), *pFile));
+        EXPECT_EQ(other.Load(strPath.c_str(), false).result, ELoadResult::Busy); // it is ours until it is gone
+        list.Add(std::move(pFile));
         EXPECT_TRUE(list.Contains(strPath.c_str()));
     }
+    directory.Write("rewritten", "a: b\r\n\r\nother");
+    for (const char* pszName : {"touched", "rewritten"})
+        std::filesystem::last_write_time(directory / pszName, {});
     const std::string strReplaced = directory.Write("new", "second mail");
     std::filesystem::rename(strReplaced, directory / "replaced");
     std::filesystem::remove(directory / "gone");
     {
-        const Platform::CInjectedFault unseen(Platform::EFault::Stat, 1, EIO, 3);
+        const Platform::CInjectedFault unseen(Platform::EFault::Stat, 1, EIO, 5);
         EXPECT_FALSE(list.RemoveDelivered()); // nobody can tell which file it is
         EXPECT_TRUE(std::filesystem::exists(directory / "same"));
     }
     EXPECT_TRUE(list.RemoveDelivered());
     EXPECT_TRUE(list.IsEmpty());
-    EXPECT_FALSE(std::filesystem::exists(directory / "same"));
-    EXPECT_TRUE(std::filesystem::exists(directory / "replaced"));
+    EXPECT_EQ(directory.Names(), (std::set<std::string>{"replaced", "rewritten"}));
     EXPECT_FALSE(list.RemoveDelivered());
 }

@@ -3,9 +3,12 @@
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
+#include "Platform/linux/file/IdentityFrom.h"
 
 #include <climits>
 #include <csignal>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <sys/file.h>
@@ -17,6 +20,7 @@ namespace Platform {
 
 namespace {
 
+constexpr int64_t STILL_MILLIS = 1000;
 constexpr int MOST_ATTEMPTS = 16; ///< at a file that others keep removing
 
 int AccessFlags(EAccess access)
@@ -58,17 +62,39 @@ bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
            0;
 }
 
-/// The kernel grants a read lease only while nobody has the file open for writing. Where it cannot grant one at all,
-/// because the file is another user's or the file system has none, the answer is no.
-bool IsOpenForWriting(int iDescriptor)
+enum class EWriters { None, Some, Unknown };
+
+/// The kernel grants a read lease only while nobody has the file open for writing. It cannot grant one at all where the
+/// file is another user's or the file system has none.
+EWriters WritersOf(int iDescriptor)
 {
     // An opener that comes while we have the lease makes the kernel signal us: by one that is ignored by default.
     if (fcntl(iDescriptor, F_SETSIG, SIGURG) != 0)
-        return false;
+        return EWriters::Unknown;
     if (GuardedCall({EFault::Lease}, [&] { return fcntl(iDescriptor, F_SETLEASE, F_RDLCK); }) != 0)
-        return errno == EAGAIN;
+        return errno == EAGAIN ? EWriters::Some : EWriters::Unknown;
     fcntl(iDescriptor, F_SETLEASE, F_UNLCK);
-    return false;
+    return EWriters::None;
+}
+
+/// A change that lies in the future was made before the clock was set back. A writer may give the file whatever time
+/// of modification; the time of the change is the kernel's.
+bool StandsStill(int iDescriptor)
+{
+    struct stat status
+    {};
+    timespec now{};
+    if (fstat(iDescriptor, &status) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0)
+        return false;
+    const auto Millis = [](const timespec& time) { return time.tv_sec * int64_t{1000} + time.tv_nsec / 1'000'000; };
+    return std::abs(Millis(now) - Millis(status.st_ctim)) > STILL_MILLIS;
+}
+
+bool MayBeWritten(int iDescriptor, const SOpenMode& mode)
+{
+    const EWriters writers = WritersOf(iDescriptor);
+    return writers == EWriters::Some ||
+           (writers == EWriters::Unknown && mode.bOnlyComplete && !StandsStill(iDescriptor));
 }
 
 /// Sets errno when the file is not one that the mode asks for.
@@ -106,7 +132,7 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
         return EAttempt::Opened;
     if (!TakeAdvisoryLock(file.Get(), mode))
         return EAttempt::Failed;
-    if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && IsOpenForWriting(file.Get())) {
+    if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && MayBeWritten(file.Get(), mode)) {
         errno = EAGAIN;
         return EAttempt::Failed;
     }
@@ -236,6 +262,16 @@ int64_t CFileHandle::Size()
     struct stat status
     {};
     return Succeeded(GuardedCall({EFault::Stat}, [&] { return fstat(m_iDescriptor, &status); })) ? status.st_size : -1;
+}
+
+bool CFileHandle::Identity(SFileIdentity& identity)
+{
+    struct stat status
+    {};
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return fstat(m_iDescriptor, &status); })))
+        return false;
+    identity = IdentityFrom(status);
+    return true;
 }
 
 } // namespace Platform

@@ -2,8 +2,7 @@
 
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
-
-#include <sys/stat.h>
+#include "Platform/linux/file/IdentityFrom.h"
 
 namespace Platform {
 
@@ -13,10 +12,7 @@ bool IdentityOf(const char* pszPath, SFileIdentity& identity)
     {};
     if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszPath, &status); })))
         return false;
-    identity.nDevice = status.st_dev;
-    identity.nNumber = status.st_ino;
-    identity.iSize = status.st_size;
-    identity.iModified = status.st_mtim.tv_sec * int64_t{1'000'000'000} + status.st_mtim.tv_nsec;
+    identity = IdentityFrom(status);
     return true;
 }
 
