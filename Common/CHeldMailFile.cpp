@@ -13,6 +13,8 @@ constexpr uint32_t PIECE = 65536;
 
 void CHeldMailFile::Take(const Bex::CSimpleString& strPath)
 {
+    m_strName = strPath;
+    Platform::IdentityOf(strPath.Text(), m_identity); // a failure is told by the opening
     Open(strPath, modeRead | typeBinary | shareExclusive | onlyRegular | onlyComplete);
     if (!m_handle.Identity(m_identity))
         Bex::ThrowFileException(SOURCE_FILE, __LINE__);
@@ -36,11 +38,24 @@ int64_t CHeldMailFile::Seek(int64_t iOffset, Platform::ESeekFrom origin)
 bool CHeldMailFile::RemoveIfStill()
 {
     Platform::SFileIdentity present;
+    return IsStill(present) && CFile::RemoveIfStill(Name(), present);
+}
+
+bool CHeldMailFile::MoveIfStill(const Bex::CSimpleString& strTarget)
+{
+    Platform::SFileIdentity present;
+    if (!IsStill(present))
+        return false;
+    LetGo();
+    Move(Name(), strTarget);
+    return true;
+}
+
+bool CHeldMailFile::IsStill(Platform::SFileIdentity& present)
+{
     if (!Platform::IdentityOf(Name().Text(), present)) // gone, or nobody can tell which file it is
         Bex::ThrowFileException(SOURCE_FILE, __LINE__);
-    if (present != m_identity && !(present.IsSameFile(m_identity) && HoldsWhatWasRead(present)))
-        return false;
-    return CFile::RemoveIfStill(Name(), present);
+    return present == m_identity || (present.IsSameFile(m_identity) && HoldsWhatWasRead(present));
 }
 
 bool CHeldMailFile::HoldsWhatWasRead(const Platform::SFileIdentity& present)

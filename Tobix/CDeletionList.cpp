@@ -2,6 +2,7 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/FrozenLine.h"
+#include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
 #include <utility>
@@ -9,42 +10,76 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
+constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
 constexpr Bex::FrozenLine NOT_REMOVED_LINE = 433;
+constexpr uint64_t RETRY_MILLIS = 1000;
+constexpr uint64_t REST_FOR_WORK = 9; ///< a tenth of the time goes into what may be in vain
+
+/// It may also be the target's directory that nobody finds.
+bool IsMissing(const Bex::CSimpleString& strPath)
+{
+    Platform::SFileIdentity identity;
+    return !Platform::IdentityOf(strPath.Text(), identity) && Platform::LastError().iLibError == Platform::LIB_NO_ENTRY;
+}
 
 } // namespace
 
-void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile)
+void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget)
 {
-    m_paths.insert(pFile->Name().View());
-    m_entries.push_back(std::move(pFile));
-    if (m_entries.size() > MOST_HELD)
-        m_entries.back()->LetGo();
+    m_entries.push_back({std::move(pFile), strTarget});
+    m_paths.insert(m_entries.back().pFile->Name().View());
 }
 
 bool CDeletionList::RemoveDelivered()
 {
+    const uint64_t nStarted = Platform::TickCount();
     bool bNewMail = false;
-    for (auto entry = m_entries.begin(); entry != m_entries.end();) {
-        const EOutcome outcome = Remove(**entry);
+    if (HasKept() && nStarted >= m_nRetryTicks) {
+        bNewMail = Try(m_kept);
+        const uint64_t nNow = Platform::TickCount();
+        m_nRetryTicks = nNow + RETRY_MILLIS + REST_FOR_WORK * (nNow - nStarted);
+    }
+    return Try(m_entries) || bNewMail;
+}
+
+bool CDeletionList::Try(Entries& entries)
+{
+    bool bNewMail = false;
+    for (auto next = entries.begin(); next != entries.end();) {
+        const auto entry = next++;
+        const EOutcome outcome = Remove(*entry);
         if (outcome == EOutcome::Kept) {
-            ++entry;
+            Keep(entries, entry);
             continue;
         }
         bNewMail |= outcome == EOutcome::Replaced;
-        m_paths.erase((*entry)->Name().View());
-        entry = m_entries.erase(entry);
+        m_paths.erase(entry->pFile->Name().View());
+        entries.erase(entry);
     }
     return bNewMail;
 }
 
-CDeletionList::EOutcome CDeletionList::Remove(CHeldMailFile& file)
+void CDeletionList::Keep(Entries& entries, Entries::iterator entry)
 {
+    if (&entries == &m_kept)
+        return;
+    if (m_kept.size() >= MOST_HELD)
+        entry->pFile->LetGo();
+    m_kept.splice(m_kept.end(), entries, entry);
+}
+
+CDeletionList::EOutcome CDeletionList::Remove(SEntry& entry)
+{
+    const bool bMove = !entry.strTarget.IsEmpty();
     try {
-        return file.RemoveIfStill() ? EOutcome::Gone : EOutcome::Replaced;
+        const bool bWasStill = bMove ? entry.pFile->MoveIfStill(entry.strTarget) : entry.pFile->RemoveIfStill();
+        return bWasStill ? EOutcome::Gone : EOutcome::Replaced;
     } catch (const Bex::CFileException& exception) {
-        if (exception.LibError() == Platform::LIB_NO_ENTRY)
+        if (exception.LibError() == Platform::LIB_NO_ENTRY && IsMissing(entry.pFile->Name()))
             return EOutcome::Gone;
-        Bex::LogCaught(exception, SOURCE_FILE, NOT_REMOVED_LINE);
+        if (!entry.bLogged)
+            Bex::LogCaught(exception, SOURCE_FILE, bMove ? NOT_MOVED_LINE : NOT_REMOVED_LINE);
+        entry.bLogged = true;
         return EOutcome::Kept;
     }
 }

@@ -3,33 +3,48 @@
 #include "Bex/CSimpleString.h"
 #include "Common/CHeldMailFile.h"
 
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
 
-/// The queue files that have been delivered and are to be deleted, oldest first. Used by the agent's thread.
+/// The queue files that are done with: they have been delivered and are to be deleted, or have failed and are to be
+/// moved to the error directory. Used by the agent's thread.
 ///
-/// A file whose deletion fails stays listed, so that it is not delivered again, and is tried again at the next
-/// call. A name that stands for another file or other content by now is dropped without deleting: that is new mail.
-/// The files stay taken until they are gone; those of many failed deletions, which would keep the process from opening
+/// A file that cannot leave stays listed, so that it is not delivered again; that is logged once, and it is tried again
+/// about once a second. A name that stands for another file or other content by now is dropped: that is new mail. The
+/// files stay taken until they are gone; those of many failed deletions, which would keep the process from opening
 /// others, do not.
 class CDeletionList
 {
 public:
     static constexpr size_t MOST_HELD = 256;
 
-    void Add(std::unique_ptr<CHeldMailFile> pFile);
+    /// With an empty target it is to be deleted. A file that could not be taken is known as well.
+    void Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget = {});
     bool Contains(const Bex::CSimpleString& strPath) const { return m_paths.contains(strPath.View()); }
-    bool IsEmpty() const { return m_entries.empty(); }
+    bool IsEmpty() const { return m_paths.empty(); }
+    bool HasKept() const { return !m_kept.empty(); } ///< files that could not leave
 
-    /// Deletes every listed file it can. True when a name was met that stands for new mail.
+    /// Lets every listed file leave that can. True when a name was met that stands for new mail.
     bool RemoveDelivered();
 
 private:
+    struct SEntry
+    {
+        std::unique_ptr<CHeldMailFile> pFile;
+        Bex::CSimpleString strTarget;
+        bool bLogged = false; ///< that it cannot leave
+    };
+    using Entries = std::list<SEntry>;
     enum class EOutcome { Gone, Replaced, Kept };
-    static EOutcome Remove(CHeldMailFile& file);
+    bool Try(Entries& entries);
+    void Keep(Entries& entries, Entries::iterator entry);
+    static EOutcome Remove(SEntry& entry);
 
-    std::list<std::unique_ptr<CHeldMailFile>> m_entries;
-    std::unordered_set<std::string_view> m_paths; ///< of the entries
+    Entries m_entries; ///< not tried yet, oldest first
+    Entries m_kept;
+    uint64_t m_nRetryTicks = 0;                   ///< when these are tried again
+    std::unordered_set<std::string_view> m_paths; ///< of both
 };

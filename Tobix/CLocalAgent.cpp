@@ -18,7 +18,6 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
-constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
 constexpr Bex::FrozenLine NOT_LOADED_LINE = 168;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
@@ -88,12 +87,16 @@ void CLocalAgent::ListQueue()
     Bex::CFileFind find;
     if (!find.Open(Bex::JoinPath(m_queue.Path(), "*.eml")))
         return;
+    std::set<std::string> busy;
     while (find.Next()) {
+        if (auto told = m_busy.extract(find.Name()))
+            busy.insert(std::move(told));
         if (find.IsDirectory() || static_cast<uint32_t>(find.Size()) == 0)
             continue;
         if (!m_deletions.Contains(QueuePath(find.Name())))
             m_batch.Append(find.Name());
     }
+    m_busy.swap(busy);
 }
 
 /// A pause leaves the rest for another listing, which finds what became of it meanwhile.
@@ -111,19 +114,21 @@ void CLocalAgent::DeliverBatch()
 
 void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
 {
-    if (!ProcessQueueFile(strName))
-        MoveToError(strName);
+    auto pFile = std::make_unique<CHeldMailFile>();
+    if (!ProcessQueueFile(strName, pFile))
+        MoveToError(strName, std::move(pFile));
 }
 
-void CLocalAgent::MoveToError(const Bex::CSimpleString& strName) const
+/// A file that cannot be moved is not delivered again. The first one is waited for; the others must not hold up the
+/// mail of everybody else.
+void CLocalAgent::MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile)
 {
     Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
-    try {
-        Bex::CFile::Move(QueuePath(strName), Bex::PathBelow(m_directories.strError, strName));
-    } catch (const Bex::CFileException& exception) {
-        Bex::LogCaught(exception, SOURCE_FILE, NOT_MOVED_LINE);
+    const bool bOthersWait = m_deletions.HasKept();
+    m_deletions.Add(std::move(pFile), Bex::PathBelow(m_directories.strError, strName));
+    RemoveDelivered();
+    if (!bOthersWait && m_deletions.Contains(QueuePath(strName)))
         StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
-    }
 }
 
 /// The copies are on stable storage before the queue files they were made from may go.
@@ -138,12 +143,10 @@ void CLocalAgent::FinishGroup()
                       static_cast<int>(error.dwSysError), error.iLibError, SOURCE_FILE, __LINE__);
     }
     for (CCopyGroup::SDelivered& file : m_delivered) {
-        if (bFlushed) {
+        if (bFlushed)
             m_deletions.Add(std::move(file.pFile));
-        } else {
-            file.pFile->LetGo(); // a move to another volume reads it
-            MoveToError(file.strName);
-        }
+        else
+            MoveToError(file.strName, std::move(file.pFile));
     }
     m_delivered.clear();
 }
@@ -156,11 +159,11 @@ void CLocalAgent::RemoveDelivered()
 
 /// True when the file was handled or is to be tried again later; whatever a library exception means for the mail,
 /// the agent goes on with the next one.
-bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
+bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile)
 {
     const Bex::CSimpleString strPath = QueuePath(strName);
     try {
-        return DeliverMail(strName, strPath) != EOutcome::Failed;
+        return DeliverMail(strName, strPath, pFile) != EOutcome::Failed;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     } catch (const Bex::CException& exception) {
@@ -171,9 +174,9 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName)
     return false;
 }
 
-CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath)
+CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
+                                               std::unique_ptr<CHeldMailFile>& pFile)
 {
-    auto pFile = std::make_unique<CHeldMailFile>();
     CMail mail;
     if (const SLoadResult loaded = mail.Load(strPath, *pFile); !loaded)
         return NotLoaded(strPath, loaded);
@@ -204,7 +207,8 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }
-    MailLog::Busy(strPath);
+    if (m_busy.emplace(strPath.View().substr(strPath.View().rfind('/') + 1)).second)
+        MailLog::Busy(strPath);
     m_bBusyFiles = true;
     return EOutcome::Retry;
 }

@@ -9,6 +9,9 @@
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
 
+#include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
 /// The thread that empties the queue directory: each mail file in it is delivered and then deleted, or moved to the
@@ -38,16 +41,18 @@ private:
     void DeliverFile(const Bex::CSimpleString& strName);
     void FinishGroup();
     void RemoveDelivered();
-    bool ProcessQueueFile(const Bex::CSimpleString& strName);
-    EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath);
+    bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
+    EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
+                         std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
-    void MoveToError(const Bex::CSimpleString& strName) const;
+    void MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
     Bex::CSimpleString QueuePath(std::string_view name) const;
 
     SMailDirectories m_directories;
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
     bool m_bBusyFiles = false;                     ///< met since the last wait
+    std::set<std::string> m_busy;                  ///< names in the queue that were logged as busy
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;

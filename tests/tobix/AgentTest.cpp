@@ -143,15 +143,22 @@ TEST_F(AgentTest, TakesAFileWhoseWritersCannotBeToldOnceItStandsStill)
     EXPECT_EQ(CountIn("spool/ann"), 1u);
 }
 
-TEST_F(AgentTest, KeepsMailInTheQueueWhileTheErrorDirectoryIsAway)
+TEST_F(AgentTest, DeliversNothingAgainWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));
-    Drop("1.eml", "nobody@example.org");
-    RunAgentUntil([this] { return m_log.Contains("caught at Tobix/LocalAgent:142"); });
-    EXPECT_EQ(CountIn("queue"), 1u);
-    fs::create_directory(Path("error"));
-    RunAgentUntilQueueIsEmpty();
+    Drop("1.eml", "ann@example.org,nobody@example.org");
+    RunAgentUntil([this, nDropped = size_t{1}]() mutable {
+        if (CountIn("spool/ann") == nDropped && nDropped < 4)
+            Drop(std::to_string(++nDropped) + ".eml", "ann@example.org");
+        if (CountIn("queue") == 1 && nDropped == 4)
+            fs::create_directories(Path("error"));
+        return CountIn("queue") == 0;
+    });
     EXPECT_EQ(CountIn("error"), 1u);
+    EXPECT_EQ(CountIn("spool/ann"), 4u);
+    const std::string strLog = m_log.Take(), strNotMoved = "caught at Tobix/LocalAgent:142";
+    EXPECT_LT(strLog.find(strNotMoved), strLog.size());
+    EXPECT_EQ(strLog.find(strNotMoved), strLog.rfind(strNotMoved));
 }
 
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
