@@ -11,11 +11,11 @@ namespace Bex {
 inline constexpr char CONFIG_DIRECTORY_VARIABLE[] = "MAILCONFIGDIR";
 
 /// A key/value file with typed getters. A default applies only when the key is absent: an empty value is empty.
-/// Any thread: a getter that meets a load waits for its end.
+/// Any thread.
 class CConfigFile : public CStorableStringHash
 {
 public:
-    CConfigFile() : CStorableStringHash(MOST_CONFIG_BYTES) {}
+    explicit CConfigFile(uint64_t nMostBytes = MOST_CONFIG_BYTES) : CStorableStringHash(nMostBytes) {}
     ~CConfigFile() override = default;
 
     CSimpleString GetString(const CTextKey& key) const;

@@ -89,6 +89,7 @@ void CFile::Open(const CSimpleString& strName, uint32_t dwFlags, uint32_t dwPerm
     mode.bCreate = (dwFlags & modeCreate) != 0;
     mode.bTruncate = (dwFlags & modeTruncate) != 0;
     mode.bOnlyRegular = (dwFlags & onlyRegular) != 0;
+    mode.bNoDevices = (dwFlags & noDevices) != 0;
     mode.bOnlyComplete = (dwFlags & onlyComplete) != 0;
     mode.dwPermission = dwPermission;
     if (!m_handle.Open(strName.Text(), mode))
@@ -140,6 +141,15 @@ int64_t CFile::Seek(int64_t iOffset, Platform::ESeekFrom origin)
     if (iPosition < 0)
         ThrowFileException(SOURCE_FILE, __LINE__);
     return iPosition;
+}
+
+Platform::SFileIdentity CFile::Identity() const
+{
+    RequireOpen(m_bOpen, __LINE__);
+    Platform::SFileIdentity identity;
+    if (!m_handle.Identity(identity))
+        ThrowFileException(SOURCE_FILE, __LINE__);
+    return identity;
 }
 
 int64_t CFile::Tell() { return CFile::Seek(0, Platform::ESeekFrom::Current); }

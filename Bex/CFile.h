@@ -36,6 +36,7 @@ public:
     static constexpr uint32_t typeText = 16384;
     static constexpr uint32_t typeBinary = 32768;
     static constexpr uint32_t onlyRegular = 0x10000; ///< refuse symbolic links, pipes and devices when reading
+    static constexpr uint32_t noDevices = 0x40000;   ///< refuse pipes and devices, also behind a symbolic link
     /// When reading: as busy (LIB_ACCESS) refuse a file that changed within the last second, where nobody can tell
     /// whether it is still being written. Needs a sharing that denies writers.
     static constexpr uint32_t onlyComplete = 0x20000;
@@ -56,6 +57,7 @@ public:
     virtual int64_t Tell();
 
     bool IsOpen() const { return m_bOpen; }
+    Platform::SFileIdentity Identity() const; ///< of the open file
     bool IsText() const { return (m_dwFlags & typeText) != 0; }
     const CSimpleString& Name() const { return m_strName; }
 

@@ -131,6 +131,13 @@ public:
         FreeNodes();
         SetModified();
     }
+    void Swap(CHashMap& other) ///< which nobody else uses
+    {
+        CScopedLock lock(*m_pLock);
+        m_buckets.swap(other.m_buckets);
+        m_nCount = other.m_nCount.exchange(m_nCount);
+        SetModified();
+    }
     uint32_t Count() const { return m_nCount; }
     ISyncObject& LockObject() const { return *m_pLock; } ///< to hold around a whole walk
 

@@ -99,6 +99,13 @@ public:
         return true;
     }
     void RemoveAll() { Replace({}); }
+    void Swap(CList& other) ///< which nobody else uses
+    {
+        CScopedLock lock(*m_pLock);
+        m_chain.Swap(other.m_chain);
+        other.m_nCount = other.m_chain.nCount;
+        Changed();
+    }
     /// Removes every element equal to the value; the count of those removed.
     uint32_t RemoveEqual(const T& value)
     {

@@ -17,7 +17,6 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CStorableStringHash";
 constexpr char COMMENT = '#';
-constexpr int64_t SECOND = 1'000'000'000;
 
 /// False when it fails for good, which is logged.
 bool CommitPatiently(CReplacingFile& file, const CSimpleString& strTarget)
@@ -78,16 +77,16 @@ CStorableStringHash::SLine CStorableStringHash::Split(std::string_view line) con
     return result;
 }
 
-void CStorableStringHash::LoadLine(const CSimpleString& strLine, CTableReader& reader)
+void CStorableStringHash::LoadLine(const CSimpleString& strLine, CTableReader& reader, CHashMap& content)
 {
     const std::string_view line = TrimmedView(strLine);
     const SLine parts = Split(line);
     if (parts.key) {
         CSimpleString strKey(*parts.key);
         CSimpleString strValue(parts.value);
-        if (Contains(strKey) || !OnLoadEntry(strKey, strValue))
+        if (content.Contains(strKey) || !OnLoadEntry(strKey, strValue))
             return;
-        Set(strKey, std::move(strValue));
+        content.Set(strKey, std::move(strValue));
     }
     reader.Keep(CSimpleString(line));
 }
@@ -102,13 +101,14 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
         return false;
     }
     WriteContent(*file);
+    file->Seek(0, Platform::ESeekFrom::Current); // all of it is written
+    const Platform::SFileIdentity saved = file->Identity();
     file->Close();
     if (!CommitPatiently(*file, strTarget)) {
         file->Leave();
         return false;
     }
-    int64_t iTime = 0;
-    SetSaved(GetLastWriteTime(strTarget, iTime) ? iTime : Platform::NowSeconds() * SECOND);
+    SetSaved(saved);
     return true;
 }
 

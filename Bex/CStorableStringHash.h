@@ -21,7 +21,7 @@ public:
     /// Writes a temporary file and moves it onto the target (null: the file of the last Load). False when the
     /// temporary file cannot be made or the move fails for good; CFileException for a write error in between.
     bool Save(const CSimpleString* pstrFileName = nullptr);
-    bool HasChanged() const { return WasWrittenLater(); } ///< after it was read or saved
+    bool HasChanged() const { return HasFileChanged(); } ///< after it was read or saved
 
     void SetKeepComments(bool bKeep) { m_bKeepComments = bKeep; }
     void SetSeparator(char cSeparator) { m_cSeparator = cSeparator; }
@@ -40,7 +40,7 @@ private:
     };
 
     SLine Split(std::string_view line) const;
-    void LoadLine(const CSimpleString& strLine, CTableReader& reader) override;
+    void LoadLine(const CSimpleString& strLine, CTableReader& reader, CHashMap& content) override;
     void WriteContent(CTextFile& file) const;
     void WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const;
 

@@ -11,13 +11,13 @@ public:
     explicit CStorableStringList(bool bTrim) : CTableFile(MOST_TABLE_BYTES), m_bTrim(bTrim) {}
     ~CStorableStringList() override = default;
 
-    bool HasFileChanged() const { return WasWrittenLater(); } ///< after it was read
+    using CTableFile::HasFileChanged; ///< after it was read
 
 protected:
     virtual bool OnLoadLine(CSimpleString& strEntry); ///< true accepts the entry; may change it
 
 private:
-    void LoadLine(const CSimpleString& strLine, CTableReader& reader) override;
+    void LoadLine(const CSimpleString& strLine, CTableReader& reader, CList& content) override;
 
     bool m_bTrim;
 };

@@ -1,7 +1,6 @@
 #include "Bex/CTableReader.h"
 
 #include "Bex/CFileException.h"
-#include "Platform/FileSystem.h"
 
 namespace Bex {
 
@@ -13,15 +12,12 @@ constexpr char SOURCE_FILE[] = "Bex/CTableReader";
 
 bool CTableReader::Open(const CSimpleString& strName)
 {
-    // The time comes first: what is written between the two is then read again, never missed.
-    int64_t iTime = 0;
-    GetLastWriteTime(strName, iTime);
     try {
-        m_file.Open(strName, CFile::typeText | CFile::modeRead | CFile::shareDenyWrite);
+        m_file.Open(strName, CFile::typeText | CFile::modeRead | CFile::shareDenyWrite | CFile::noDevices);
+        m_identity = m_file.Identity();
     } catch (const CFileException&) {
         return false;
     }
-    m_iFileTime = iTime;
     return true;
 }
 
@@ -48,15 +44,6 @@ void CTableReader::Keep(const CSimpleString& strLine)
     for (; m_nHeldBack > 0; --m_nHeldBack)
         m_lines.Append(CSimpleString());
     m_lines.Append(strLine);
-}
-
-bool GetLastWriteTime(const CSimpleString& strName, int64_t& iTime)
-{
-    Platform::SFileTimes times;
-    if (!Platform::GetFileTimes(strName.Text(), times))
-        return false;
-    iTime = times.iModified;
-    return true;
 }
 
 } // namespace Bex

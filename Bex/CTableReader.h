@@ -16,22 +16,19 @@ class CTableReader
 public:
     CTableReader(uint64_t nMostBytes, CList<CSimpleString>& lines) : m_stream(m_file, nMostBytes), m_lines(lines) {}
 
-    bool Open(const CSimpleString& strName);              ///< false: Platform::LastError tells why
+    bool Open(const CSimpleString& strName);              ///< a regular file; false: Platform::LastError tells why
     bool ReadLine(CSimpleString& strLine);                ///< false at the end and beyond the bound; CFileException
     bool IsWithinBound() const { return m_bWithinBound; } ///< if not, it was logged and is Platform::LastError
     void Keep(const CSimpleString& strLine);              ///< appends to the line list, where no empty line comes last
-    int64_t FileTime() const { return m_iFileTime; }
+    const Platform::SFileIdentity& Identity() const { return m_identity; } ///< of the open file
 
 private:
     CTextFile m_file;
     CFileInputStream m_stream;
     CList<CSimpleString>& m_lines;
     uint64_t m_nHeldBack = 0; ///< empty lines that no other line has followed yet
-    int64_t m_iFileTime = 0;
+    Platform::SFileIdentity m_identity;
     bool m_bWithinBound = true;
 };
-
-/// Of the last write to a file, in nanoseconds since 1970; false when it cannot be told.
-bool GetLastWriteTime(const CSimpleString& strName, int64_t& iTime);
 
 } // namespace Bex

@@ -5,6 +5,7 @@
 #include "Common/CAliasPreresolver.h"
 #include "Common/Globals.h"
 
+#include <utility>
 #include <vector>
 
 CAliases::CAliases() = default;
@@ -48,7 +49,7 @@ bool CAliases::IsGood(const Bex::CSimpleString& strKey, Bex::CSimpleString& strV
         return false;
     if (strValue.Contains('@'))
         return true;
-    Lookup(strValue, strValue); // one step, to what an earlier line said
+    Loading().Lookup(strValue, strValue); // one step, to what an earlier line said
     return Users().IsUser(strValue) && !strKey.EqualsNoCase(strValue);
 }
 
@@ -84,4 +85,14 @@ void CAliases::PreresolveAliases()
     for (const Bex::CSimpleString& strKey : removed) // the index refers to what goes here
         Remove(strKey);
     SetModified();
+    Index();
+}
+
+void CAliases::TakeOver(CAliases& fresh)
+{
+    const Bex::CScopedLock lock(LockObject());
+    CStorableStringHash::TakeOver(fresh);
+    m_pIndex = std::move(fresh.m_pIndex); // its entries have moved with the content
+    m_iGood = fresh.m_iGood;
+    m_iFaulty = fresh.m_iFaulty;
 }

@@ -10,8 +10,9 @@ class CAliasIndex;
 /// The alias table: addresses of the local domains, to other addresses or to users.
 ///
 /// Lookups come from any thread; loading and pre-resolving belong to the main thread. Local domains and users must
-/// be there before it is loaded. Hold the table's lock from Load to the end of PreresolveAliases, so that no lookup
-/// comes between the two; the locks of the domains and of the users are only ever taken inside this one.
+/// be there before it is loaded. A table in use is replaced by one that was loaded and pre-resolved aside (TakeOver),
+/// so that lookups neither wait nor see it half done. The locks of the domains and of the users are only ever taken
+/// inside this one.
 class CAliases : public Bex::CStorableStringHash
 {
 public:
@@ -24,6 +25,8 @@ public:
     Bex::CSimpleString ResolveRecipient(std::string_view address);
     /// Rewrites targets at local domains until they are users or addresses elsewhere; drops what leads nowhere.
     void PreresolveAliases();
+    void TakeOver(CAliases& fresh); ///< its content, which nobody else uses; and its file
+    using CStorableStringHash::Saw;
     int GoodEntries() const { return m_iGood; }
     int FaultyEntries() const { return m_iFaulty; }
 

@@ -16,8 +16,7 @@ void CHeldMailFile::Take(const Bex::CSimpleString& strPath)
     m_strName = strPath;
     Platform::IdentityOf(strPath.Text(), m_identity); // a failure is told by the opening
     Open(strPath, modeRead | typeBinary | shareExclusive | onlyRegular | onlyComplete);
-    if (!m_handle.Identity(m_identity))
-        Bex::ThrowFileException(SOURCE_FILE, __LINE__);
+    m_identity = CFile::Identity();
 }
 
 uint32_t CHeldMailFile::Read(void* pBuffer, uint32_t nCount)

@@ -8,6 +8,7 @@
 class CSmartHosts : public Bex::CConfigFile
 {
 public:
+    CSmartHosts() : CConfigFile(Bex::MOST_TABLE_BYTES) {}
     ~CSmartHosts() override = default;
 
     /// The targets of the most specific key that matches; none when no key does or no host of it resolves. May ask

@@ -19,6 +19,7 @@ struct SOpenMode
     bool bCreateNew = false;    ///< create, refuse when present (LIB_EXISTS)
     bool bTruncate = false;     ///< once the file is locked; needs write access
     bool bOnlyRegular = false;  ///< refuse symbolic links (LIB_LOOP), pipes and devices (LIB_NOT_SUPPORTED)
+    bool bNoDevices = false;    ///< refuse pipes and devices (LIB_NOT_SUPPORTED), also behind a symbolic link
     bool bOnlyComplete = false; ///< refuse as busy what changed within a second if its writers cannot be told
     unsigned dwPermission = 0600;
 };
@@ -46,7 +47,7 @@ public:
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
     int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
     int64_t Size();                                    ///< in bytes
-    bool Identity(SFileIdentity& identity);            ///< of the file that is open
+    bool Identity(SFileIdentity& identity) const;      ///< of the file that is open
     int NativeHandle() const { return m_iDescriptor; }
 
 private:

@@ -20,7 +20,9 @@ struct SFileIdentity
     }
 };
 
-/// Does not follow symbolic links. False: LastError. Any thread.
-bool IdentityOf(const char* pszPath, SFileIdentity& identity);
+enum class ELinks { Keep, Follow };
+
+/// Of a symbolic link, or of what it leads to. False: LastError. Any thread.
+bool IdentityOf(const char* pszPath, SFileIdentity& identity, ELinks links = ELinks::Keep);
 
 } // namespace Platform

@@ -14,9 +14,8 @@ bool HasChanged(const Bex::CStorableStringList& table) { return table.HasFileCha
 
 /// False when it failed or there is no file to load from.
 template <class TTable>
-bool Reload(TTable& table)
+bool Reload(TTable& table, const Bex::CSimpleString& strFile)
 {
-    const Bex::CSimpleString strFile = table.FileName();
     if (strFile.IsEmpty())
         return false;
     try {
@@ -31,20 +30,30 @@ template <class TTable>
 void ReloadIfChanged(TTable& table)
 {
     if (HasChanged(table))
-        Reload(table);
+        Reload(table, table.FileName());
+}
+
+void ReloadAliases()
+{
+    CAliases fresh;
+    const bool bLoaded = Reload(fresh, Aliases().FileName());
+    if (!bLoaded) {
+        Bex::LogError(Bex::MainLog(), "could not reload 'aliases'-file");
+        Aliases().Saw(fresh); // it is not tried again before it changes
+    }
+    Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
+    (bLoaded ? fresh : Aliases()).PreresolveAliases();
+    if (bLoaded)
+        Aliases().TakeOver(fresh);
 }
 
 void ReloadRouting()
 {
-    if (!Reload(LocalDomains()))
+    if (!Reload(LocalDomains(), LocalDomains().FileName()))
         Bex::LogError(Bex::MainLog(), "could not reload 'domains'-file");
     if (!Users().BuildUserList())
         Bex::LogError(Bex::MainLog(), "could not reload user-list");
-    const Bex::CScopedLock lock(Aliases().LockObject()); // no lookup between the load and the pre-resolution
-    if (!Reload(Aliases()))
-        Bex::LogError(Bex::MainLog(), "could not reload 'aliases'-file");
-    Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
-    Aliases().PreresolveAliases();
+    ReloadAliases();
 }
 
 } // namespace
@@ -54,7 +63,7 @@ void ReloadChangedTables(bool bMailboxTreeChanged, CInterceptor* pInterceptor)
     if (HasChanged(LocalDomains()) || bMailboxTreeChanged || HasChanged(Aliases()))
         ReloadRouting();
     ReloadIfChanged(BackupDomains());
-    if (HasChanged(Filters()) && !Reload(Filters()))
+    if (HasChanged(Filters()) && !Reload(Filters(), Filters().FileName()))
         Bex::LogError(Bex::MainLog(), "could not reload 'filters'-file");
     ReloadIfChanged(SmartHosts());
     ReloadIfChanged(Masquerading());

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace Bex;
 namespace fs = std::filesystem;
@@ -92,6 +93,9 @@ TEST_F(TableFilesTest, TellWhenTheFileWasWrittenLaterAndKeepTheContentOfALostOne
     EXPECT_TRUE(table.HasChanged());
     ASSERT_TRUE(table.Load(Path("file")));
     EXPECT_FALSE(table.HasChanged());
+    fs::last_write_time(Write("older", "b: 2\n").Text(), {});
+    fs::rename(Path("older").Text(), path);
+    EXPECT_TRUE(table.HasChanged());
     fs::remove(path);
     EXPECT_FALSE(table.HasChanged());
     EXPECT_FALSE(table.Load(Path("file")));
@@ -107,9 +111,11 @@ TEST_F(TableFilesTest, StandWhateverIsInTheFile)
     EXPECT_FALSE(m_config.Load(Write("endless", "a: " + std::string(2u << 20, 'x'))));
     fs::create_symlink("/dev/zero", m_directory / "device");
     EXPECT_FALSE(m_config.Load(Path("device")) || CStorableStringList(true).Load(Path("device")));
-    EXPECT_FALSE(m_config.Load(Path("")));
+    ASSERT_EQ(mkfifo(Path("pipe").Text(), 0600), 0);
+    EXPECT_FALSE(m_config.Load(Path("")) || m_config.Load(Path("pipe")));
     const CInjectedFault fault(EFault::Read, 1, EIO);
     EXPECT_THROW(m_config.Load(Path("nul")), CFileException);
+    EXPECT_EQ(m_config.GetInt("c", 0), 3); // what was loaded stays
 }
 
 TEST_F(TableFilesTest, AFailedSaveLeavesTheFileAlone)

@@ -77,6 +77,13 @@ TEST(TableReloadTest, TakesUpEachTableThatWasWrittenLaterAndSurvivesThoseThatCan
         EXPECT_NO_THROW(ReloadChangedTables(false, &interceptor)) << strName;
     }
     EXPECT_TRUE(log.Contains("could not reload 'filters'-file"));
+    LocalDomains().Append("l.example");
+    Aliases().Load(directory.Write("aliases", "").c_str());
+    directory.Write("aliases", "a@l.example: b@l.example\nb@l.example: c@far.example\n");
+    ReloadChangedTables(false, &interceptor);
+    EXPECT_EQ(Aliases().ResolveRecipient("a@l.example"), "c@far.example");
+    Aliases().RemoveAll();
+    LocalDomains().RemoveAll();
     Filters().RemoveAll();
     BackupDomains().RemoveAll();
     SmartHosts().RemoveAll();

@@ -103,7 +103,7 @@ bool IsFitting(const struct stat& status, const SOpenMode& mode)
     if (S_ISREG(status.st_mode))
         return true;
     errno = S_ISDIR(status.st_mode) ? EISDIR : EOPNOTSUPP;
-    return !S_ISDIR(status.st_mode) && !mode.bOnlyRegular;
+    return !S_ISDIR(status.st_mode) && !mode.bOnlyRegular && !mode.bNoDevices;
 }
 
 /// False also when the name cannot be looked at any more.
@@ -264,7 +264,7 @@ int64_t CFileHandle::Size()
     return Succeeded(GuardedCall({EFault::Stat}, [&] { return fstat(m_iDescriptor, &status); })) ? status.st_size : -1;
 }
 
-bool CFileHandle::Identity(SFileIdentity& identity)
+bool CFileHandle::Identity(SFileIdentity& identity) const
 {
     struct stat status
     {};

@@ -6,11 +6,13 @@
 
 namespace Platform {
 
-bool IdentityOf(const char* pszPath, SFileIdentity& identity)
+bool IdentityOf(const char* pszPath, SFileIdentity& identity, ELinks links)
 {
     struct stat status
     {};
-    if (!Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszPath, &status); })))
+    if (!Succeeded(GuardedCall({EFault::Stat}, [&] {
+            return links == ELinks::Follow ? stat(pszPath, &status) : lstat(pszPath, &status);
+        })))
         return false;
     identity = IdentityFrom(status);
     return true;
