@@ -160,23 +160,6 @@ void CFile::Remove(const CSimpleString& strName)
         ThrowFileException(SOURCE_FILE, __LINE__);
 }
 
-bool CFile::RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity)
-{
-    Platform::SFileIdentity present;
-    if (!Platform::IdentityOf(strName.Text(), present)) // gone, or nobody can tell which file it is
-        ThrowFileException(SOURCE_FILE, __LINE__);
-    if (present != identity)
-        return false;
-    Remove(strName);
-    return true;
-}
-
-bool CFile::IsReplaced(const CSimpleString& strName, const Platform::SFileIdentity& identity)
-{
-    Platform::SFileIdentity present;
-    return Platform::IdentityOf(strName.Text(), present) && present != identity;
-}
-
 bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
 {
     if (Platform::RemoveUnlessInUse(strName.Text()))

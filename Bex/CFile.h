@@ -62,11 +62,6 @@ public:
     const CSimpleString& Name() const { return m_strName; }
 
     static void Remove(const CSimpleString& strName);
-    /// False, and nothing removed, when the name stands for another file by now, or for another content. A file that
-    /// has gone raises the exception (LIB_NO_ENTRY), and so does one that cannot be looked at, which stays.
-    static bool RemoveIfStill(const CSimpleString& strName, const Platform::SFileIdentity& identity);
-    /// Another file, or another content, stands under the name. False also when none does or nobody can tell.
-    static bool IsReplaced(const CSimpleString& strName, const Platform::SFileIdentity& identity);
     /// False when somebody has it open for writing or locked. For what a crash has left; links and pipes are refused.
     static bool RemoveUnlessInUse(const CSimpleString& strName);
     static void Move(const CSimpleString& strFrom, const CSimpleString& strTo); ///< replaces; across file systems, too

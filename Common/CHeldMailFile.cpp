@@ -13,10 +13,16 @@ constexpr uint32_t PIECE = 65536;
 
 void CHeldMailFile::Take(const Bex::CSimpleString& strPath)
 {
-    m_strName = strPath;
-    Platform::IdentityOf(strPath.Text(), m_identity); // a failure is told by the opening
     Open(strPath, modeRead | typeBinary | shareExclusive | onlyRegular | onlyComplete);
     m_identity = CFile::Identity();
+}
+
+void CHeldMailFile::LookUnlessTaken(const Bex::CSimpleString& strPath)
+{
+    if (IsOpen())
+        return;
+    m_strName = strPath;
+    Platform::IdentityOf(strPath.Text(), m_identity);
 }
 
 uint32_t CHeldMailFile::Read(void* pBuffer, uint32_t nCount)
@@ -34,32 +40,49 @@ int64_t CHeldMailFile::Seek(int64_t iOffset, Platform::ESeekFrom origin)
     return iPosition;
 }
 
-bool CHeldMailFile::RemoveIfStill()
+bool CHeldMailFile::IsReplaced()
 {
     Platform::SFileIdentity present;
-    return IsStill(present) && CFile::RemoveIfStill(Name(), present);
+    return Platform::IdentityOf(Name().Text(), present) && !Is(present);
+}
+
+bool CHeldMailFile::RemoveIfStill()
+{
+    if (!IsStill())
+        return false;
+    Remove(Name());
+    return true;
 }
 
 bool CHeldMailFile::MoveIfStill(const Bex::CSimpleString& strTarget)
 {
-    Platform::SFileIdentity present;
-    if (!IsStill(present))
+    if (!IsStill())
         return false;
-    LetGo();
+    LetOthersRead(); // a move to another volume does
     Move(Name(), strTarget);
     return true;
 }
 
-bool CHeldMailFile::IsStill(Platform::SFileIdentity& present)
+bool CHeldMailFile::IsStill()
 {
+    Platform::SFileIdentity present;
     if (!Platform::IdentityOf(Name().Text(), present)) // gone, or nobody can tell which file it is
         Bex::ThrowFileException(SOURCE_FILE, __LINE__);
-    return present == m_identity || (present.IsSameFile(m_identity) && HoldsWhatWasRead(present));
+    return Is(present);
 }
 
-bool CHeldMailFile::HoldsWhatWasRead(const Platform::SFileIdentity& present)
+bool CHeldMailFile::Is(const Platform::SFileIdentity& present)
 {
-    const uint64_t nBefore = m_digest.Value();
+    if (present == m_identity)
+        return true;
+    if (!present.IsSameFile(m_identity) || !HoldsWhatWasRead())
+        return false;
+    m_identity = present;
+    return true;
+}
+
+bool CHeldMailFile::HoldsWhatWasRead()
+{
     CFile again;
     if (!IsOpen())
         again.Open(Name(), modeRead | typeBinary | shareDenyWrite | onlyRegular);
@@ -69,10 +92,15 @@ bool CHeldMailFile::HoldsWhatWasRead(const Platform::SFileIdentity& present)
     std::array<char, PIECE> piece;
     for (uint32_t nRead = 1; nRead > 0; digest.Add(piece.data(), nRead))
         nRead = file.CFile::Read(piece.data(), PIECE);
-    if (digest.Value() != nBefore)
-        return false;
-    m_identity = present;
-    return true;
+    return digest.Value() == m_digest.Value();
+}
+
+bool CHeldMailFile::LetOthersRead()
+{
+    if (IsOpen() && m_handle.ShareLock())
+        return true;
+    LetGo();
+    return false;
 }
 
 void CHeldMailFile::LetGo()

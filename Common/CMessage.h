@@ -18,9 +18,8 @@ enum class EWriteMode {
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.
 ///
-/// Used by one thread at a time; never holds the file or its lock between calls of
-/// its own. Abstract: which header lines are
-/// written is decided by CMail.
+/// Used by one thread at a time; never holds the file or its lock between calls. Abstract: which header lines
+/// are written is decided by CMail.
 class CMessage : public CMessagePart
 {
 public:

@@ -45,7 +45,14 @@ SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 
 SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, CHeldMailFile& file)
 {
-    return LoadLocked(strPath, file, false, [&] { file.Take(strPath); });
+    try {
+        const SLoadResult loaded = LoadLocked(strPath, file, false, [&] { file.Take(strPath); });
+        file.LookUnlessTaken(strPath);
+        return loaded;
+    } catch (...) {
+        file.LookUnlessTaken(strPath);
+        throw;
+    }
 }
 
 template <class TOpen>

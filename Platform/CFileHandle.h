@@ -43,7 +43,8 @@ public:
     bool IsOpen() const { return m_iDescriptor >= 0; }
     bool Remove(); ///< takes away the name that it has by now, wherever its directory was moved
     bool Close();
-    int64_t Read(void* pBuffer, size_t nCount);        ///< 0 at the end of the file; short only there
+    bool ShareLock();                           ///< of one that is open for reading, with others that only read it
+    int64_t Read(void* pBuffer, size_t nCount); ///< 0 at the end of the file; short only there
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
     int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
     int64_t Size();                                    ///< in bytes

@@ -223,7 +223,7 @@ void CSMTPSendThread::RemoveReport() const
 EMailFile CSMTPSendThread::RemoveMail(const SPreparedMail& mail) const
 {
     try {
-        if (!Bex::CFile::RemoveIfStill(m_strMailPath, mail.fileIdentity) && !RemoveIfTouched(mail))
+        if (!mail.pFile->RemoveIfStill())
             Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays",
                             m_strMailPath.Text());
         return EMailFile::Gone;
@@ -232,18 +232,4 @@ EMailFile CSMTPSendThread::RemoveMail(const SPreparedMail& mail) const
                        Bex::CSimpleString::Formatted("could not remove file \"%s\"", m_strMailPath.Text()).Text());
         return exception.LibError() == Platform::LIB_NO_ENTRY ? EMailFile::Gone : EMailFile::Stays;
     }
-}
-
-/// The same mail in the same file is the one that was sent, whatever its times say.
-bool CSMTPSendThread::RemoveIfTouched(const SPreparedMail& sent) const
-{
-    const auto Bytes = [](const SPreparedMail& mail) {
-        return std::string_view(mail.payload.Data(), mail.payload.Size());
-    };
-    SLoadedMail loaded;
-    SPreparedMail present;
-    if (!LoadMail(loaded) || !loaded.identity.IsSameFile(sent.fileIdentity) || !PrepareMessage(loaded, present))
-        return false;
-    return present.strSender == sent.strSender && present.strRecipient == sent.strRecipient &&
-           Bytes(present) == Bytes(sent) && Bex::CFile::RemoveIfStill(m_strMailPath, loaded.identity);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Bex/CThread.h"
+#include "Common/CHeldMailFile.h"
 #include "Common/CMail.h"
 #include "Common/CSmartHost.h"
 #include "SMTPc/CSMTPClient.h"
@@ -27,7 +28,7 @@ protected:
     struct SLoadedMail
     {
         CMail mail;
-        Platform::SFileIdentity identity; ///< of the file, from before it was read
+        CHeldMailFile file; ///< nobody else may take it during the attempt
     };
 
     void Body() override { SendMail(); }
@@ -57,7 +58,6 @@ private:
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;
     void RemoveFiles(const SPreparedMail& mail, EMailFile& file) const;
     EMailFile RemoveMail(const SPreparedMail& mail) const;
-    bool RemoveIfTouched(const SPreparedMail& sent) const;
 
     CSMTPClient m_client;
 };

@@ -1,6 +1,5 @@
 // How CSMTPSendThread makes a mail file ready for its sessions.
 
-#include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
@@ -72,9 +71,8 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 
 SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
 {
-    Platform::IdentityOf(m_strMailPath.Text(), loaded.identity); // a missing file fails to load
-    const SLoadResult result = loaded.mail.Load(m_strMailPath, false);
-    if (result && Bex::CFile::IsReplaced(m_strMailPath, loaded.identity)) // which of the two was read?
+    const SLoadResult result = loaded.mail.Load(m_strMailPath, loaded.file);
+    if (result && !loaded.file.LetOthersRead()) // who writes a report, and the responder
         return SLoadResult::Incomplete();
     return result;
 }
@@ -96,7 +94,7 @@ bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepare
     Masquerade(mail, prepared.strSender);
     prepared.strIdentity = mail.AuthenticatedAs();
     prepared.strMessageID = mail.MessageID();
-    prepared.fileIdentity = loaded.identity;
+    prepared.pFile = &loaded.file;
     prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.Body().View());
     mail.SetBody({}); // the payload is enough of it in memory
     return true;

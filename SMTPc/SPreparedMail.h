@@ -2,9 +2,10 @@
 
 #include "Bex/CArray.h"
 #include "Bex/CSimpleString.h"
-#include "Platform/FileIdentity.h"
 
-/// Everything that a delivery attempt needs of a mail. A value.
+class CHeldMailFile;
+
+/// Everything that a delivery attempt needs of a mail.
 struct SPreparedMail
 {
     Bex::CSimpleString strSender; ///< empty: the null sender
@@ -12,5 +13,5 @@ struct SPreparedMail
     Bex::CArray<char> payload;      ///< with the end marker
     Bex::CSimpleString strIdentity; ///< who the sender was authenticated as
     Bex::CSimpleString strMessageID;
-    Platform::SFileIdentity fileIdentity; ///< of the file that it was read from
+    CHeldMailFile* pFile = nullptr; ///< that it was read from, which outlives it
 };

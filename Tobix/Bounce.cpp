@@ -38,15 +38,14 @@ void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
 
 } // namespace
 
-bool Bounce(const Bex::CSimpleString& strMailPath, const Platform::SFileIdentity& identity,
-            const Bex::CSimpleString& strErrorDirectory)
+bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Bex::CSimpleString& strErrorDirectory)
 {
     const Bex::CSimpleString strReport = ErrorReportPath(strMailPath);
     if (Config().GetFlag(Keys::BOUNCE_DISABLE)) {
-        const bool bMailRemoved = RemoveLogged(strMailPath, [&] { Bex::CFile::RemoveIfStill(strMailPath, identity); });
+        const bool bMailRemoved = RemoveLogged(strMailPath, [&] { file.RemoveIfStill(); });
         return RemoveLogged(strReport, [&] { Bex::CFile::Remove(strReport); }) && bMailRemoved;
     }
-    if (Bex::CFile::IsReplaced(strMailPath, identity))
+    if (file.IsReplaced())
         return true;
     const Bex::CSimpleString strPostmaster = Config().GetString(Keys::POSTMASTER_TO);
     const bool bAttach = Config().GetFlag(Keys::BOUNCE_ATTACHMENT);
@@ -62,7 +61,7 @@ bool Bounce(const Bex::CSimpleString& strMailPath, const Platform::SFileIdentity
         return true;
     }
     RunResponderOn(ForSender("-k "), strErrorDirectory);
-    if (Bex::CThread::IsCallerAbandoned() || Bex::CFile::IsReplaced(strMailPath, identity))
+    if (Bex::CThread::IsCallerAbandoned() || file.IsReplaced())
         return true; // the mail is another thread's, or another, by now
     RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),

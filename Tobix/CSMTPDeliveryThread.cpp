@@ -94,22 +94,21 @@ void CSMTPDeliveryThread::DeliverGuarded()
         m_pFiles->RetryLater(m_strFileName);
 }
 
-void CSMTPDeliveryThread::MoveToError(const Platform::SFileIdentity& identity)
+void CSMTPDeliveryThread::MoveToError(CHeldMailFile& file)
 {
     Bex::LogError(Bex::MainLog(), "sending mail '%s' failed", m_strFileName.Text());
-    if (Bex::CFile::IsReplaced(m_strMailPath, identity)) {
-        ReleaseUnlessStill(identity);
-        return;
-    }
     const Bex::CSimpleString strTarget = Bex::PathBelow(m_strErrorDirectory, m_strFileName);
     try {
-        Bex::CFile::Move(m_strMailPath, strTarget);
+        if (!file.MoveIfStill(strTarget)) {
+            ReleaseUnlessStill(file);
+            return;
+        }
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__,
                        Bex::CSimpleString::Formatted("could not rename file \"%s\" to \"%s\"", m_strMailPath.Text(),
                                                      strTarget.Text())
                            .Text());
-        ReleaseUnlessStill(identity);
+        ReleaseUnlessStill(file);
         return;
     }
     RemoveReport();
@@ -117,9 +116,9 @@ void CSMTPDeliveryThread::MoveToError(const Platform::SFileIdentity& identity)
 }
 
 /// The name stays in progress for as long as the file stands there that must not be tried again.
-void CSMTPDeliveryThread::ReleaseUnlessStill(const Platform::SFileIdentity& identity)
+void CSMTPDeliveryThread::ReleaseUnlessStill(CHeldMailFile& file)
 {
-    const bool bReplaced = Bex::CFile::IsReplaced(m_strMailPath, identity);
+    const bool bReplaced = file.IsReplaced();
     if (bReplaced) {
         Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
         RemoveReport(); // of the other mail
@@ -158,7 +157,7 @@ void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
         bSettled = Settle(attempt, loaded, state);
     }
     if (!bSettled)
-        MoveToError(loaded.identity);
+        MoveToError(loaded.file);
 }
 
 SLoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
@@ -190,7 +189,7 @@ bool CSMTPDeliveryThread::ReadFileState(SFileState& state) const
     return true;
 }
 
-bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, const SLoadedMail& loaded, const SFileState& state)
+bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, SLoadedMail& loaded, const SFileState& state)
 {
     switch (attempt.verdict) {
     case EVerdict::Delivered:
@@ -198,9 +197,9 @@ bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, const SLoadedMail& loa
     case EVerdict::FileBusy:
     case EVerdict::ConnectionFailed:
     case EVerdict::Temporary:
-        return FailedTemporarily(attempt, loaded.identity, state);
+        return FailedTemporarily(attempt, loaded.file, state);
     case EVerdict::Permanent:
-        return FailedPermanently(attempt, loaded.identity);
+        return FailedPermanently(attempt, loaded.file);
     case EVerdict::NotPrepared:
         return Misconfigured(attempt);
     case EVerdict::Stopped:
@@ -230,14 +229,13 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
                  LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
 }
 
-bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const Platform::SFileIdentity& identity,
-                                            const SFileState& state)
+bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFile& file, const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
     if (IsOverdue(Platform::NowSeconds() - state.iCreated, iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, Number(attempt));
-        return GiveUp(identity);
+        return GiveUp(file);
     }
     m_pFiles->RetryLater(m_strFileName);
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
@@ -245,18 +243,18 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, const Platf
     return true;
 }
 
-bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt, const Platform::SFileIdentity& identity)
+bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt, CHeldMailFile& file)
 {
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" permanently failed with error %d. I am giving up!",
                   m_strMailPath.Text(), Number(attempt));
-    return GiveUp(identity);
+    return GiveUp(file);
 }
 
-bool CSMTPDeliveryThread::GiveUp(const Platform::SFileIdentity& identity)
+bool CSMTPDeliveryThread::GiveUp(CHeldMailFile& file)
 {
-    const bool bDisposed = Bounce(m_strMailPath, identity, m_strErrorDirectory);
+    const bool bDisposed = Bounce(m_strMailPath, file, m_strErrorDirectory);
     if (bDisposed)
-        ReleaseUnlessStill(identity);
+        ReleaseUnlessStill(file);
     return bDisposed;
 }
 

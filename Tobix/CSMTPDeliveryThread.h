@@ -35,15 +35,15 @@ private:
     SLoadResult LoadForDelivery(SLoadedMail& loaded) const;
     bool ReadFileState(SFileState& state) const;
     /// What becomes of the file after the attempt; false, here and below: it is to go to the error directory.
-    bool Settle(const SAttempt& attempt, const SLoadedMail& loaded, const SFileState& state);
+    bool Settle(const SAttempt& attempt, SLoadedMail& loaded, const SFileState& state);
     bool Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state);
-    bool FailedTemporarily(const SAttempt& attempt, const Platform::SFileIdentity& identity, const SFileState& state);
-    bool FailedPermanently(const SAttempt& attempt, const Platform::SFileIdentity& identity);
-    bool GiveUp(const Platform::SFileIdentity& identity);
+    bool FailedTemporarily(const SAttempt& attempt, CHeldMailFile& file, const SFileState& state);
+    bool FailedPermanently(const SAttempt& attempt, CHeldMailFile& file);
+    bool GiveUp(CHeldMailFile& file);
     bool Misconfigured(const SAttempt& attempt) const;
     bool Aborted() const;
-    void MoveToError(const Platform::SFileIdentity& identity);
-    void ReleaseUnlessStill(const Platform::SFileIdentity& identity);
+    void MoveToError(CHeldMailFile& file);
+    void ReleaseUnlessStill(CHeldMailFile& file);
     void ReleaseName();
     static void LogTraffic(const CMail& mail, int64_t iSize);
 

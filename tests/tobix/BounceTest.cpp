@@ -24,7 +24,9 @@ TEST(BounceTest, StartsTheResponderAsTheKeysSay)
         for (const auto& [strKey, strValue] : keys)
             Config().Set(strKey.c_str(), strValue.c_str());
         const CLogRecorder log;
-        EXPECT_TRUE(Bounce("/nowhere/a b.eml", {}, "/")); // as there is no such mail, each program fails and is logged
+        CHeldMailFile file;
+        EXPECT_TRUE(
+            Bounce("/nowhere/a b.eml", file, "/")); // as there is no such mail, each program fails and is logged
         Config().RemoveAll();
         std::vector<std::string> expected, lines = log.Lines();
         for (const std::string& strOptions : options)

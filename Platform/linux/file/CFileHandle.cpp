@@ -54,12 +54,16 @@ bool DeniesWriters(const SOpenMode& mode) { return mode.share == EShare::Exclusi
 /// A writer that denies nothing shares the lock, so that it stays out of a file that somebody else has for himself.
 bool NeedsLock(const SOpenMode& mode) { return mode.share != EShare::DenyNone || mode.access != EAccess::Read; }
 
+bool Lock(int iDescriptor, int iKind)
+{
+    return GuardedCall({EFault::Lock}, [&] { return flock(iDescriptor, iKind | LOCK_NB); }) == 0;
+}
+
 bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
 {
     const bool bShared =
         mode.share == EShare::DenyNone || (mode.share == EShare::DenyWrite && mode.access == EAccess::Read);
-    return GuardedCall({EFault::Lock}, [&] { return flock(iDescriptor, (bShared ? LOCK_SH : LOCK_EX) | LOCK_NB); }) ==
-           0;
+    return Lock(iDescriptor, bShared ? LOCK_SH : LOCK_EX);
 }
 
 enum class EWriters { None, Some, Unknown };
@@ -210,6 +214,8 @@ bool CFileHandle::Close()
     // Gone even when this fails: Linux closes it before it tells of errors or of a signal.
     return Succeeded(GuardedClose(std::exchange(m_iDescriptor, -1)));
 }
+
+bool CFileHandle::ShareLock() { return Lock(m_iDescriptor, LOCK_SH) || FailWithErrno(); }
 
 int64_t CFileHandle::Read(void* pBuffer, size_t nCount)
 {
