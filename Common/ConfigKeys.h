@@ -37,7 +37,7 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"AutoTransRetryMin", Number, Bex::SameAs("AutoTransRetry"), "the same, without new mail waiting"},
     {"AutoTransRetryMax", Number, Bex::SameAs("AutoTransRetry"), "the same, with new mail waiting"},
     {"AutoTransTime", Number, "120", "minutes after which a mail is given up"},
-    {"TimeOut", Number, "90", "seconds an SMTP command may take, 60 to 1200"},
+    {"TimeOut", Number, "90", "seconds that connecting and an SMTP command may take, 60 to 1200"},
     {"UseTLS", Flag, "1", "STARTTLS where it is offered"},
     {"CipherProtocols", Text, "", "protocols allowed, such as `TLS1_2,TLS1_3` (no blanks); empty: the system's choice"},
     {"FQDN", Text, "", "name announced in EHLO; empty: the name of the local address"},

@@ -3,6 +3,7 @@
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Common/CSilentPeers.h"
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
 #include "Common/ReportText.h"
@@ -73,6 +74,31 @@ Bex::CSimpleString DisplayName(const CSmartHost& target)
     return target.endPoint.Address()->Text();
 }
 
+/// Of whatever mail. Who drops what comes to a host costs a time-out each time.
+CSilentPeers& SilentAddresses()
+{
+    static CSilentPeers addresses;
+    return addresses;
+}
+
+Bex::CSimpleString AddressText(const CSmartHost& target)
+{
+    if (target.endPoint.Address() == nullptr)
+        return {};
+    return Bex::CSimpleString::Formatted("%s:%u", target.endPoint.Address()->Text().Text(), target.endPoint.Port());
+}
+
+/// Takes those that did not answer lately out of the list.
+CTargetList TakeSilent(CTargetList& targets)
+{
+    CTargetList others(false);
+    CTargetList silent(false);
+    for (CSmartHost target; targets.PopFirst(target);)
+        (SilentAddresses().Contains(AddressText(target)) ? silent : others).Append(std::move(target));
+    targets.AppendAll(others);
+    return silent;
+}
+
 CSmartHost WithoutTls(const CSmartHost& target)
 {
     CSmartHost copy = target;
@@ -141,32 +167,45 @@ Platform::CWaitLimit CSMTPSendThread::AttemptLimit() const
         .For(TIMEOUTS_PER_ATTEMPT * m_settings.dwTimeout * MILLIS_PER_SECOND);
 }
 
-/// A second try without TLS is put behind the last target. However many there are, none is begun once the attempt has
-/// lasted long enough; its result is that of the last one.
+/// A second try without TLS is put behind the last target, and who is silent behind everybody else. However many there
+/// are, none is begun once the attempt has lasted long enough; its result is that of the last one.
 SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit)
 {
     EVerdict verdict = EVerdict::Stopped;
     bool bTried = false;
-    for (const CSmartHost& target : targets) { // which grows while it is walked
+    CTargetList late = TakeSilent(targets);
+    for (CSmartHost target; targets.PopFirst(target) || late.PopFirst(target);) {
         if (!ShallRun())
             return {EVerdict::Stopped};
         if (std::exchange(bTried, true) && !limit.HasTimeLeft())
             break;
         CSMTPSession session(m_client, m_settings, mail, limit);
         const auto failure = FailureOf([&] { session.Deliver(target); });
+        const bool bSilent = IsSilent(session, target);
         if (!failure)
             return Delivered(session, mail);
         Tell(*failure, mail, DisplayName(target));
         if (failure->IsRefusal())
             FailureOf([&] { session.Quit(); }); // whatever the server makes of it, the outcome is known
         else if (target.mode == ETLSMode::Opportunistic)
-            targets.Append(WithoutTls(target));
+            (bSilent ? late : targets).Append(WithoutTls(target));
         verdict = failure->verdict;
         if (!failure->bTryNextTarget)
             break;
     }
     const bool bStopBrokeIt = verdict == EVerdict::ConnectionFailed && !ShallRun();
     return {bStopBrokeIt ? EVerdict::Stopped : verdict};
+}
+
+/// Remembers it for the mails to come. A stop is nobody's silence.
+bool CSMTPSendThread::IsSilent(const CSMTPSession& session, const CSmartHost& target) const
+{
+    const bool bSilent = session.WasSilent() && ShallRun();
+    if (session.HasAnswered())
+        SilentAddresses().Forget(AddressText(target));
+    else if (bSilent)
+        SilentAddresses().Note(AddressText(target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
+    return bSilent;
 }
 
 /// To the error report, the log and standard error.

@@ -53,6 +53,7 @@ private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
+    bool IsSilent(const CSMTPSession& session, const CSmartHost& target) const;
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
     SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail) const;
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;

@@ -2,6 +2,7 @@
 
 #include "Bex/CSocketException.h"
 #include "Common/NormalizeAddress.h"
+#include "Platform/Clock.h"
 #include "SMTPc/CSMTPException.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace {
 constexpr uint32_t CHUNK = 8192;
 constexpr uint64_t SLOWEST_TRANSFER = 4096; // bytes per second that a payload may need beyond the session's limit
 constexpr uint32_t QUIT_SECONDS = 10;
+constexpr uint32_t LEAST_SILENCE = 10; // seconds, which no failure takes that the other end tells of
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr int SHUTDOWN_SENDING = 1;
 
@@ -44,7 +46,7 @@ SExchanges ChooseExchanges(const CSMTPClient::SCapabilities& offered)
 
 CSMTPSession::CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail,
                            const Platform::CWaitLimit& attempt)
-    : m_client(client), m_settings(settings), m_mail(mail), m_attempt(attempt)
+    : m_client(client), m_settings(settings), m_mail(mail), m_attempt(attempt), m_ui64Begun(Platform::TickCount())
 {}
 
 CSMTPSession::~CSMTPSession()
@@ -64,6 +66,12 @@ void CSMTPSession::Deliver(const CSmartHost& target)
     Authenticate(target);
     SendEnvelope();
     SendPayload();
+}
+
+bool CSMTPSession::WasSilent() const
+{
+    return !m_bAnswered &&
+           Platform::TickCount() - m_ui64Begun >= MILLIS_PER_SECOND * std::min(m_settings.dwTimeout, LEAST_SILENCE);
 }
 
 void CSMTPSession::Open(const CSmartHost& target)
@@ -91,6 +99,7 @@ void CSMTPSession::LimitTo(uint64_t ui64Seconds) { m_client.SetLimit(m_attempt.F
 void CSMTPSession::Greet()
 {
     const int iCode = m_client.ReadReply();
+    m_bAnswered = true;
     if (iCode != 220)
         m_client.Refuse(iCode, CSMTPClient::EOtherReply::Temporary, __LINE__);
     m_client.Hello(m_settings.strHelloName);

@@ -22,6 +22,9 @@ public:
     void Deliver(const CSmartHost& target); ///< returns when the server has accepted the mail
     void Quit();                            ///< does not wait long for the answer
 
+    bool HasAnswered() const { return m_bAnswered; } ///< with as much as a whole greeting
+    bool WasSilent() const;                          ///< it did not answer for as long as one waits for an answer
+
 private:
     void Open(const CSmartHost& target);
     void LimitSession();
@@ -37,4 +40,6 @@ private:
     const SDeliverySettings& m_settings;
     const SPreparedMail& m_mail;
     const Platform::CWaitLimit& m_attempt;
+    const uint64_t m_ui64Begun; ///< as TickCount tells it
+    bool m_bAnswered = false;
 };

@@ -10,6 +10,9 @@ namespace {
 constexpr int SHORTEST_TIMEOUT = 60; // seconds
 constexpr int LONGEST_TIMEOUT = 1200;
 constexpr uint32_t TIMEOUTS_PER_SESSION = 20;
+constexpr uint32_t SECONDS_PER_MINUTE = 60;
+constexpr uint32_t RETRIES_IN_SILENCE = 2;
+constexpr int LONGEST_RETRY = 10'080; // minutes that count, a week
 
 } // namespace
 
@@ -25,6 +28,9 @@ SDeliverySettings SDeliverySettings::FromConfiguration()
     const int iTimeout = std::clamp(config.GetInt(Keys::TIME_OUT), SHORTEST_TIMEOUT, LONGEST_TIMEOUT);
     settings.dwTimeout = static_cast<uint32_t>(iTimeout);
     settings.dwSessionLimit = TIMEOUTS_PER_SESSION * settings.dwTimeout;
+    const int iRetry = std::max(config.GetInt(Keys::AUTO_TRANS_RETRY_MIN), config.GetInt(Keys::AUTO_TRANS_RETRY_MAX));
+    settings.dwSilenceKept =
+        RETRIES_IN_SILENCE * SECONDS_PER_MINUTE * static_cast<uint32_t>(std::clamp(iRetry, 0, LONGEST_RETRY));
     settings.iDebugLevel = config.GetInt(Keys::DEBUG_LOGGING);
     return settings;
 }

@@ -214,6 +214,20 @@ TEST(SendMailTest, AsksForTheExchangesAndStopsAtTheFirstOneOfABackupDomain)
     EXPECT_TRUE(world.Logged("domain 'null.test' is not used for mail communication (NULL MX)"));
 }
 
+TEST(SendMailTest, ReachesALiveTargetBehindSilentOnes)
+{
+    CSendWorld world;
+    world.settings.dwTimeout = 1; // for two of which an attempt begins another one
+    CScriptedServer silent(Replies{{"greeting", "hang"}}), live(Replies{});
+    const std::string strLive = "127.0.0.1:" + std::to_string(live.Port());
+    const auto ui64Started = Platform::TickCount();
+    EXPECT_EQ(world.Send(silent, "127.0.0.1:%,127.0.0.1:%,127.0.0.1:%," + strLive), EVerdict::ConnectionFailed);
+    EXPECT_LT(Platform::TickCount() - ui64Started, 3000u);
+    EXPECT_EQ(world.Send(), EVerdict::Delivered);
+    EXPECT_LT(Platform::TickCount() - ui64Started, 3500u); // a mail to it alone still tries
+    EXPECT_EQ(live.Commands().size(), 5u);
+}
+
 TEST(SendMailTest, StopsInTheMiddleOfASession)
 {
     CSendWorld world;
