@@ -5,6 +5,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/CHeaderReader.h"
 #include "Common/NormalizeAddress.h"
+#include "Platform/Host.h"
 
 #include <algorithm>
 #include <new>
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "Common/Message";
+constexpr uint64_t ALWAYS_POSSIBLE = 64u << 20; ///< bytes of a body for which nobody asks how much memory there is
 constexpr std::string_view END_OF_DATA = "\r\n.\r\n";
 
 /// The text between the first of one character and the last of another; empty when they stand the other way round.
@@ -48,6 +50,14 @@ Platform::SError LogTooBig(const Bex::CFile& file)
 {
     Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: more than %u header lines, %u MB of headers or 4 GB",
                   file.Name().Text(), CMessage::MAX_HEADER_LINES, CMessage::MAX_HEADER_BYTES >> 20);
+    return {Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE};
+}
+
+/// It would be tried again for ever.
+Platform::SError LogBeyondMemory(const Bex::CFile& file)
+{
+    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: this process can never have that much memory",
+                  file.Name().Text());
     return {Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE};
 }
 
@@ -136,6 +146,8 @@ SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         }
         if (nBody > UINT32_MAX)
             return SLoadResult::Failure(LogTooBig(file));
+        if (nBody > ALWAYS_POSSIBLE && nBody > Platform::MostMemory())
+            return SLoadResult::Failure(LogBeyondMemory(file));
         CBody body;
         if (!ReadBody(file, nBody, buffered, body)) // somebody is at the file
             return SLoadResult::Incomplete();

@@ -37,8 +37,8 @@ public:
     Bex::CSimpleString GetHeaderText(EWriteMode mode) const;
 
     /// Reads a mail file under its lock, which is waited for up to 10 s; without it the file is busy. A header block
-    /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES is refused (LIB_TOO_BIG). CInvalidParameterException or
-    /// CSystemException when the lock cannot be made.
+    /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES, or a body beyond all memory, is refused (LIB_TOO_BIG).
+    /// CInvalidParameterException or CSystemException when the lock cannot be made.
     SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
     /// The same, the file being taken for as long as the caller keeps it.
     SLoadResult Load(const Bex::CSimpleString& strPath, CHeldMailFile& file);

@@ -7,11 +7,13 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
 #include "Tobix/StaleFiles.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -21,6 +23,8 @@ constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_LOADED_LINE = 168;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
+constexpr uint64_t LEAST_REST_MILLIS = 1000;
+constexpr uint64_t MOST_REST_MILLIS = 600'000;
 
 Bex::CSimpleString InterceptListFile()
 {
@@ -87,7 +91,7 @@ void CLocalAgent::ListQueue()
     Bex::CFileFind find;
     if (!find.Open(Bex::JoinPath(m_queue.Path(), "*.eml")))
         return;
-    std::set<std::string> busy;
+    std::map<std::string, SBusy> busy;
     while (find.Next()) {
         if (auto told = m_busy.extract(find.Name()))
             busy.insert(std::move(told));
@@ -114,9 +118,19 @@ void CLocalAgent::DeliverBatch()
 
 void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
 {
+    if (HasToRest(strName)) {
+        m_bBusyFiles = true;
+        return;
+    }
     auto pFile = std::make_unique<CHeldMailFile>();
     if (!ProcessQueueFile(strName, pFile))
         MoveToError(strName, std::move(pFile));
+}
+
+bool CLocalAgent::HasToRest(const Bex::CSimpleString& strName) const
+{
+    const auto busy = m_busy.find(strName.Text());
+    return busy != m_busy.end() && Platform::TickCount() < busy->second.nNextTicks;
 }
 
 /// A file that cannot be moved is not delivered again. The first one is waited for; the others must not hold up the
@@ -207,8 +221,14 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }
-    if (m_busy.emplace(strPath.View().substr(strPath.View().rfind('/') + 1)).second)
+    const auto [busy, bNew] = m_busy.try_emplace(std::string(strPath.View().substr(strPath.View().rfind('/') + 1)));
+    if (bNew)
         MailLog::Busy(strPath);
+    // To read it in vain takes long, and each time a line in the log.
+    if (SBusy& state = busy->second; loaded.error.iLibError == Platform::LIB_NO_MEMORY) {
+        state.nWaitMillis = std::clamp(2 * state.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
+        state.nNextTicks = Platform::TickCount() + state.nWaitMillis;
+    }
     m_bBusyFiles = true;
     return EOutcome::Retry;
 }

@@ -9,8 +9,8 @@
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
 
+#include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +44,7 @@ private:
     bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
                          std::unique_ptr<CHeldMailFile>& pFile);
+    bool HasToRest(const Bex::CSimpleString& strName) const;
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
     void MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
     Bex::CSimpleString QueuePath(std::string_view name) const;
@@ -52,7 +53,12 @@ private:
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
     bool m_bBusyFiles = false;                     ///< met since the last wait
-    std::set<std::string> m_busy;                  ///< names in the queue that were logged as busy
+    struct SBusy
+    {
+        uint64_t nWaitMillis = 0; ///< of one that has not fit into memory
+        uint64_t nNextTicks = 0;  ///< when it is tried again
+    };
+    std::map<std::string, SBusy> m_busy; ///< names in the queue that were logged as busy
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;

@@ -7,8 +7,10 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <future>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <tuple>
 
 using namespace std::string_view_literals;
@@ -110,6 +112,22 @@ TEST_F(MessageTest, BoundsTheHeaderBlock)
     EXPECT_EQ(grown.Save((m_directory / "2.eml").c_str(), EWriteMode::ReturnPath).error.iLibError,
               Platform::LIB_TOO_BIG);
     EXPECT_EQ(m_directory.Names().size(), 1u);
+}
+
+TEST_F(MessageTest, RefusesForGoodWhatNeverFitsIntoMemory)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer itself has more memory than any limit";
+#endif
+    std::filesystem::resize_file(m_directory.Write("1.eml", "a: b\n\n"), 3u << 30);
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    const rlimit limit{2u << 30, before.rlim_max};
+    setrlimit(RLIMIT_AS, &limit);
+    CMail mail;
+    const SLoadResult result = mail.Load((m_directory / "1.eml").c_str(), false);
+    setrlimit(RLIMIT_AS, &before);
+    EXPECT_EQ(result.result, ELoadResult::Broken);
 }
 
 TEST_F(MessageTest, DropsOneEndMarkerWhenWriting)

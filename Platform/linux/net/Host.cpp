@@ -2,8 +2,11 @@
 
 #include "Platform/linux/base/Result.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
+#include <sys/resource.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 namespace Platform {
@@ -15,6 +18,21 @@ bool HostName(std::string& strName)
         return false;
     strName = name.data();
     return true;
+}
+
+uint64_t MostMemory()
+{
+    uint64_t nMost = UINT64_MAX;
+    struct sysinfo machine
+    {};
+    if (sysinfo(&machine) == 0)
+        nMost = (uint64_t{machine.totalram} + machine.totalswap) * machine.mem_unit;
+    for (const auto resource : {RLIMIT_AS, RLIMIT_DATA}) {
+        rlimit limit{};
+        if (getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+            nMost = std::min<uint64_t>(nMost, limit.rlim_cur);
+    }
+    return nMost;
 }
 
 } // namespace Platform
