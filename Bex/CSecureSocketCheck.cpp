@@ -101,7 +101,7 @@ uint32_t CSecureSocket::VerifyChain(const CTlsCertificate& certificate, const CS
     if (!m_bServer && (strTargetName.IsEmpty() || !IsUtf8(strTargetName)))
         return SEC_E_WRONG_PRINCIPAL;
     STlsChain chain;
-    uint32_t dwStatus = BuildTlsChain(certificate, m_bServer, chain);
+    uint32_t dwStatus = BuildTlsChain(certificate, m_bServer, m_limit, chain);
     if (IsFailure(dwStatus))
         return dwStatus;
     STlsPolicyStatus policy;
@@ -125,7 +125,7 @@ uint32_t CSecureSocket::CheckRevocation(const STlsChain& chain) const
             certificates.push_back(element.certificate);
     }
     STlsRevocationStatus status;
-    if (CheckTlsRevocation(certificates, status))
+    if (CheckTlsRevocation(certificates, m_limit, status))
         return SEC_E_OK;
     if (status.dwError != E_INVALIDARG) {
         LogError(MainLog(), "CERT_REVOCATION_STATUS.dwError: 0x%08X .dwIndex: %d .dwReason: %d", status.dwError,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/CTlsCredentials.h"
+#include "Platform/CWaitLimit.h"
 
 /// The checks of a peer's certificate. Thread-safe.
 ///
@@ -63,7 +64,8 @@ struct STlsRevocationStatus
 
 /// Builds the chain now, with the certificates that came along with this one. Faults of the chain stand in it; the
 /// result is a failure only when no chain could be built at all.
-uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation, STlsChain& chain);
+uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation, const CWaitLimit& limit,
+                       STlsChain& chain);
 
 /// Judges a chain for TLS as the given end, which looks at the other end's certificate. The name, which may be empty,
 /// must be one of the certificate's. Revocation is not judged.
@@ -71,8 +73,9 @@ uint32_t VerifyTlsPolicy(const STlsChain& chain, ETlsEnd judge, const std::strin
                          STlsPolicyStatus& status);
 
 /// Asks about every certificate of a chain but its root: an enclosed answer, OCSP, then revocation lists, over HTTP,
-/// all within a few seconds; answers are kept while they are valid. A certificate that names no source is good. The
-/// first that is revoked is the result, else the first that could not be asked about. False: status.
-bool CheckTlsRevocation(const std::vector<CTlsCertificate>& certificates, STlsRevocationStatus& status);
+/// all within a few seconds and the limit; answers are kept while they are valid. A certificate that names no source is
+/// good. The first that is revoked is the result, else the first that could not be asked about. False: status.
+bool CheckTlsRevocation(const std::vector<CTlsCertificate>& certificates, const CWaitLimit& limit,
+                        STlsRevocationStatus& status);
 
 } // namespace Platform

@@ -276,7 +276,13 @@ TEST(TlsTest, EndsWithAServerThatNeverStops)
         server.Say(strAnswer, strForEver);
         std::vector<unsigned char> answer;
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_FALSE(HttpGet(server.Address(), start + std::chrono::milliseconds(300), answer));
+        CEvent stop;
+        std::jthread stopper([&stop] {
+            SleepMillis(300);
+            stop.Set();
+        });
+        EXPECT_FALSE(HttpGet(server.Address(), CWaitLimit(&stop.Waitable()), answer));
+        EXPECT_FALSE(HttpGet(server.Address(), CWaitLimit().For(300), answer));
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
     }
 }

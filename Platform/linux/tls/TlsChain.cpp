@@ -100,7 +100,7 @@ STlsChain ChainOf(const CTlsCertificate& certificate, const STACK_OF(X509) * pSt
     return chain;
 }
 
-void NoteRevocation(STlsChain& chain)
+void NoteRevocation(STlsChain& chain, const CWaitLimit& limit)
 {
     std::vector<STlsChainElement>& elements = chain.chains.front().elements;
     std::vector<CTlsCertificate> certificates;
@@ -108,7 +108,7 @@ void NoteRevocation(STlsChain& chain)
     for (const STlsChainElement& element : elements)
         certificates.push_back(element.certificate);
     STlsRevocationStatus status;
-    if (CheckTlsRevocation(certificates, status) || status.dwIndex >= elements.size())
+    if (CheckTlsRevocation(certificates, limit, status) || status.dwIndex >= elements.size())
         return;
     const uint32_t dwTrust =
         status.dwError == CRYPT_E_REVOKED ? CERT_TRUST_IS_REVOKED : CERT_TRUST_REVOCATION_STATUS_UNKNOWN;
@@ -180,7 +180,8 @@ int FindWrongUsage(const STlsSimpleChain& chain, int iPurpose)
 
 } // namespace
 
-uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation, STlsChain& chain)
+uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation, const CWaitLimit& limit,
+                       STlsChain& chain)
 {
     if (certificate.IsEmpty())
         return E_INVALIDARG;
@@ -207,7 +208,7 @@ uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation
         return TRUST_E_FAIL;
     chain = ChainOf(certificate, pBuilt, faults);
     if (bCheckRevocation)
-        NoteRevocation(chain);
+        NoteRevocation(chain, limit);
     return SEC_E_OK;
 }
 

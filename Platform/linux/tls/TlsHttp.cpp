@@ -4,6 +4,7 @@
 #include "Platform/DnsQuery.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/net/NativeAddress.h"
+#include "Platform/linux/thread/PollWithin.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -55,28 +56,15 @@ bool ParseUrl(std::string_view text, SUrl& url)
     return !host.empty();
 }
 
-/// Rounded up; 0 when none are left.
-int MillisLeft(CHttpDeadline deadline)
-{
-    const auto left = deadline - std::chrono::steady_clock::now();
-    return left.count() <= 0 ? 0 : static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
-}
-
 /// Asked before every step, so that a peer that is always ready gains nothing either.
-bool WaitFor(const CDescriptor& connection, short sEvents, CHttpDeadline deadline)
+bool WaitFor(const CDescriptor& connection, short sEvents, const CWaitLimit& limit)
 {
     pollfd polled{connection.Get(), sEvents, 0};
-    int iReady = -1;
-    for (int iLeft = MillisLeft(deadline); iReady < 0 && iLeft > 0; iLeft = MillisLeft(deadline)) {
-        iReady = poll(&polled, 1, iLeft);
-        if (iReady < 0 && errno != EINTR)
-            return false;
-    }
-    return iReady > 0;
+    return limit.HasTimeLeft() && PollWithin({&polled, 1}, limit) == EPollEnd::Ready;
 }
 
 /// Of one try: a connection that is refused is refused.
-CDescriptor ConnectTo(const SSocketAddress& address, CHttpDeadline deadline)
+CDescriptor ConnectTo(const SSocketAddress& address, const CWaitLimit& limit)
 {
     SNativeAddress native;
     CDescriptor connection(socket(NativeFamily(address.iFamily), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -86,14 +74,14 @@ CDescriptor ConnectTo(const SSocketAddress& address, CHttpDeadline deadline)
         return {};
     int iError = 0;
     socklen_t nErrorLength = sizeof(iError);
-    if (!WaitFor(connection, POLLOUT, deadline) ||
+    if (!WaitFor(connection, POLLOUT, limit) ||
         getsockopt(connection.Get(), SOL_SOCKET, SO_ERROR, &iError, &nErrorLength) != 0 || iError != 0)
         return {};
     return connection;
 }
 
-/// Who writes certificates must not hold us with names whose servers are silent: the deadline holds here, too.
-std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily, CHttpDeadline deadline)
+/// Who writes certificates must not hold us with names whose servers are silent: the limit holds here, too.
+std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily, const CWaitLimit& limit)
 {
     std::vector<SSocketAddress> addresses;
     for (const int iLiteral : {FAMILY_IPV4, FAMILY_IPV6}) {
@@ -104,10 +92,9 @@ std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily,
             addresses.push_back(address);
         return addresses;
     }
-    const auto nMillis = static_cast<uint32_t>(MillisLeft(deadline));
     std::vector<std::string> records;
-    if (nMillis == 0 || QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA,
-                                 CWaitLimit().For(nMillis), records) != DNS_OK)
+    if (limit.IsOver() ||
+        QueryDns(strHost.c_str(), iFamily == FAMILY_IPV4 ? EDnsType::A : EDnsType::AAAA, limit, records) != DNS_OK)
         return addresses;
     for (const std::string& strData : records) {
         SSocketAddress address;
@@ -118,12 +105,12 @@ std::vector<SSocketAddress> AddressesOf(const std::string& strHost, int iFamily,
     return addresses;
 }
 
-CDescriptor ConnectTo(const SUrl& url, CHttpDeadline deadline)
+CDescriptor ConnectTo(const SUrl& url, const CWaitLimit& limit)
 {
     for (const int iFamily : {FAMILY_IPV4, FAMILY_IPV6}) {
-        for (SSocketAddress& address : AddressesOf(url.strHost, iFamily, deadline)) {
+        for (SSocketAddress& address : AddressesOf(url.strHost, iFamily, limit)) {
             address.wPort = url.wPort;
-            CDescriptor connection = ConnectTo(address, deadline);
+            CDescriptor connection = ConnectTo(address, limit);
             if (connection.IsValid())
                 return connection;
         }
@@ -131,10 +118,10 @@ CDescriptor ConnectTo(const SUrl& url, CHttpDeadline deadline)
     return {};
 }
 
-bool Send(const CDescriptor& connection, std::string_view bytes, CHttpDeadline deadline)
+bool Send(const CDescriptor& connection, std::string_view bytes, const CWaitLimit& limit)
 {
     while (!bytes.empty()) {
-        if (!WaitFor(connection, POLLOUT, deadline))
+        if (!WaitFor(connection, POLLOUT, limit))
             return false;
         const ssize_t iSent = send(connection.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (iSent < 0 && errno != EAGAIN && errno != EINTR)
@@ -145,10 +132,10 @@ bool Send(const CDescriptor& connection, std::string_view bytes, CHttpDeadline d
 }
 
 /// Appends what has come; false at the end, also that of the time.
-bool ReceiveMore(const CDescriptor& connection, CHttpDeadline deadline, std::string& strReceived, bool& bEnd)
+bool ReceiveMore(const CDescriptor& connection, const CWaitLimit& limit, std::string& strReceived, bool& bEnd)
 {
     char buffer[16384];
-    if (!WaitFor(connection, POLLIN, deadline))
+    if (!WaitFor(connection, POLLIN, limit))
         return false;
     const ssize_t iReceived = recv(connection.Get(), buffer, sizeof(buffer), 0);
     bEnd = iReceived == 0;
@@ -157,12 +144,12 @@ bool ReceiveMore(const CDescriptor& connection, CHttpDeadline deadline, std::str
 }
 
 /// The head without the empty line that ends it; what came behind it is the begin of the document.
-bool ReceiveHead(const CDescriptor& connection, CHttpDeadline deadline, std::string& strHead, std::string& strDocument)
+bool ReceiveHead(const CDescriptor& connection, const CWaitLimit& limit, std::string& strHead, std::string& strDocument)
 {
     size_t nEnd = NONE;
     for (bool bEnd = false; nEnd == NONE;) {
         const size_t nSearched = strHead.size() - std::min(strHead.size(), HEAD_END.size());
-        if (bEnd || strHead.size() > LARGEST_HEAD || !ReceiveMore(connection, deadline, strHead, bEnd))
+        if (bEnd || strHead.size() > LARGEST_HEAD || !ReceiveMore(connection, limit, strHead, bEnd))
             return false;
         nEnd = strHead.find(HEAD_END, nSearched);
     }
@@ -185,22 +172,22 @@ size_t ContentLength(std::string strHead)
 }
 
 bool Transfer(const std::string& strUrl, std::string_view method, const std::string& strFieldsAndDocument,
-              CHttpDeadline deadline, std::vector<unsigned char>& answer)
+              const CWaitLimit& limit, std::vector<unsigned char>& answer)
 {
     SUrl url;
     if (!ParseUrl(strUrl, url))
         return false;
-    const CDescriptor connection = ConnectTo(url, deadline);
+    const CDescriptor connection = ConnectTo(url, limit);
     const std::string strRequest = std::string(method) + " " + url.strPath + " HTTP/1.0\r\nHost: " + url.strAuthority +
                                    "\r\n" + strFieldsAndDocument;
     std::string strHead;
     std::string strDocument;
-    if (!connection.IsValid() || !Send(connection, strRequest, deadline) ||
-        !ReceiveHead(connection, deadline, strHead, strDocument))
+    if (!connection.IsValid() || !Send(connection, strRequest, limit) ||
+        !ReceiveHead(connection, limit, strHead, strDocument))
         return false;
     const size_t nLength = ContentLength(strHead);
     for (bool bEnd = false; !bEnd && strDocument.size() < nLength;) {
-        if (strDocument.size() > LARGEST_ANSWER || !ReceiveMore(connection, deadline, strDocument, bEnd))
+        if (strDocument.size() > LARGEST_ANSWER || !ReceiveMore(connection, limit, strDocument, bEnd))
             return false;
     }
     answer.assign(strDocument.begin(),
@@ -210,18 +197,18 @@ bool Transfer(const std::string& strUrl, std::string_view method, const std::str
 
 } // namespace
 
-bool HttpGet(const std::string& strUrl, CHttpDeadline deadline, std::vector<unsigned char>& answer)
+bool HttpGet(const std::string& strUrl, const CWaitLimit& limit, std::vector<unsigned char>& answer)
 {
-    return Transfer(strUrl, "GET", "\r\n", deadline, answer);
+    return Transfer(strUrl, "GET", "\r\n", limit, answer);
 }
 
-bool HttpAskOcsp(const std::string& strUrl, const std::vector<unsigned char>& request, CHttpDeadline deadline,
+bool HttpAskOcsp(const std::string& strUrl, const std::vector<unsigned char>& request, const CWaitLimit& limit,
                  std::vector<unsigned char>& answer)
 {
     return Transfer(strUrl, "POST",
                     "Content-Type: application/ocsp-request\r\nContent-Length: " + std::to_string(request.size()) +
                         "\r\n\r\n" + std::string(request.begin(), request.end()),
-                    deadline, answer);
+                    limit, answer);
 }
 
 } // namespace Platform

@@ -11,7 +11,7 @@ namespace Platform {
 
 namespace {
 
-constexpr std::chrono::seconds TIME_FOR_ALL{5};
+constexpr uint64_t TIME_FOR_ALL = 5000;  // milliseconds
 constexpr int64_t LONGEST_KEPT = 86'400; // seconds, however long an answer says that it is valid
 constexpr int64_t OFFLINE_KEPT = 300;    // seconds until a silent source is asked again
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
@@ -60,11 +60,9 @@ CAnswerCache& Cache()
     return cache;
 }
 
-CHttpDeadline Now() { return std::chrono::steady_clock::now(); }
-
 /// OCSP, which is small, before lists; the first that knows. Each source gets its share of the time that is left, so
 /// that a silent one does not keep the next from being asked.
-SRevocationAnswer AskSources(X509& certificate, X509& issuer, CHttpDeadline deadline)
+SRevocationAnswer AskSources(X509& certificate, X509& issuer, const CWaitLimit& limit)
 {
     SRevocationAnswer answer;
     const std::vector<std::string> responders = OcspAddresses(certificate);
@@ -72,8 +70,8 @@ SRevocationAnswer AskSources(X509& certificate, X509& issuer, CHttpDeadline dead
     if (responders.empty() && lists.empty())
         return {ERevocation::Good, 0, NowSeconds() + LONGEST_KEPT}; // nobody to ask
 
-    auto nToAsk = static_cast<std::chrono::nanoseconds::rep>(responders.size() + lists.size());
-    const auto Share = [&] { return Now() + (deadline - Now()) / nToAsk--; };
+    uint64_t nToAsk = responders.size() + lists.size();
+    const auto Share = [&] { return limit.AtMost(limit.MillisLeft() / nToAsk--); };
     std::vector<unsigned char> bytes;
     const std::vector<unsigned char> request = MakeOcspRequest(certificate, issuer);
     for (const std::string& strUrl : responders) {
@@ -89,7 +87,7 @@ SRevocationAnswer AskSources(X509& certificate, X509& issuer, CHttpDeadline dead
     return answer;
 }
 
-SRevocationAnswer Ask(const STlsCertificateData& data, X509& issuer, CHttpDeadline deadline)
+SRevocationAnswer Ask(const STlsCertificateData& data, X509& issuer, const CWaitLimit& limit)
 {
     const std::string strKey = Fingerprint(*data.pCertificate) + Fingerprint(issuer);
     SRevocationAnswer answer;
@@ -100,27 +98,29 @@ SRevocationAnswer Ask(const STlsCertificateData& data, X509& issuer, CHttpDeadli
         answer = ReadOcspAnswer(data.ocspAnswer, *data.pCertificate, issuer);
     if (answer.verdict == ERevocation::Unknown && bSilent)
         return answer;
-    const bool bTimeEnough = deadline - Now() > TIME_FOR_ALL / 2;
+    const bool bTimeEnough = limit.MillisLeft() > TIME_FOR_ALL / 2;
     if (answer.verdict == ERevocation::Unknown)
-        answer = AskSources(*data.pCertificate, issuer, deadline);
-    if (answer.verdict != ERevocation::Unknown || bTimeEnough || Now() < deadline) // else nobody had the time to answer
+        answer = AskSources(*data.pCertificate, issuer, limit);
+    const bool bSilence = (bTimeEnough || limit.HasTimeLeft()) && !limit.IsStopped(); // else none had time to answer
+    if (answer.verdict != ERevocation::Unknown || bSilence)
         Cache().Keep(strKey, answer);
     return answer;
 }
 
 } // namespace
 
-bool CheckTlsRevocation(const std::vector<CTlsCertificate>& certificates, STlsRevocationStatus& status)
+bool CheckTlsRevocation(const std::vector<CTlsCertificate>& certificates, const CWaitLimit& caller,
+                        STlsRevocationStatus& status)
 {
     status = {0, E_INVALIDARG, 0};
     const auto isNone = [](const CTlsCertificate& certificate) { return certificate.IsEmpty(); };
     if (certificates.empty() || std::any_of(certificates.begin(), certificates.end(), isNone))
         return false;
     status.dwError = 0;
-    const CHttpDeadline deadline = Now() + TIME_FOR_ALL;
+    const CWaitLimit limit = caller.AtMost(TIME_FOR_ALL);
     for (size_t i = 0; i + 1 < certificates.size(); ++i) {
         X509& issuer = *certificates[i + 1].Data()->pCertificate;
-        const SRevocationAnswer answer = Ask(*certificates[i].Data(), issuer, deadline);
+        const SRevocationAnswer answer = Ask(*certificates[i].Data(), issuer, limit);
         if (answer.verdict == ERevocation::Revoked) {
             status = {static_cast<uint32_t>(i), CRYPT_E_REVOKED, answer.dwReason};
             return false;
