@@ -16,7 +16,7 @@ constexpr uint32_t LONGEST_TRANSFER = 0x7FFFFFFFu;
 [[noreturn]] void ThrowLast(int iLine) { ThrowSocketException(SOURCE_FILE, iLine, Platform::LastSocketError()); }
 
 /// The first address of a literal or a name.
-Platform::SSocketAddress AddressOf(int iFamily, const CSimpleString& strHost)
+Platform::SSocketAddress AddressOf(int iFamily, const CSimpleString& strHost, const Platform::CWaitLimit& limit)
 {
     if (iFamily != Platform::FAMILY_IPV4 && iFamily != Platform::FAMILY_IPV6)
         ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
@@ -24,7 +24,7 @@ Platform::SSocketAddress AddressOf(int iFamily, const CSimpleString& strHost)
     if (Platform::ParseAddress(iFamily, strHost.Text(), address))
         return address;
     std::vector<Platform::SSocketAddress> addresses;
-    const bool bFound = Platform::LookupHost(iFamily, strHost.Text(), addresses);
+    const bool bFound = Platform::LookupHost(iFamily, strHost.Text(), addresses, nullptr, limit);
     if (!bFound && iFamily == Platform::FAMILY_IPV6)
         ThrowLast(__LINE__);
     if (!bFound || addresses.empty())
@@ -83,7 +83,7 @@ void CSocket::Connect(const Platform::SSocketAddress& address)
 
 void CSocket::Connect(const CSimpleString& strHost, uint16_t wPort)
 {
-    Platform::SSocketAddress address = AddressOf(m_iFamily, strHost);
+    Platform::SSocketAddress address = AddressOf(m_iFamily, strHost, m_limit);
     address.wPort = wPort;
     CSocket::Connect(address); // a derived socket adds its own steps once
 }
@@ -93,7 +93,7 @@ void CSocket::Bind(const CSimpleString& strLocalAddress)
     Platform::SSocketAddress address;
     address.iFamily = m_iFamily;
     if (!strLocalAddress.IsEmpty())
-        address = AddressOf(m_iFamily, strLocalAddress);
+        address = AddressOf(m_iFamily, strLocalAddress, m_limit);
     if (!m_handle.Bind(address))
         ThrowLast(__LINE__);
 }

@@ -5,6 +5,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Encodings.h"
 #include "Common/ReportText.h"
+#include "Platform/HostLookup.h"
 #include "SMTPc/CSMTPException.h"
 #include "SMTPc/ConsoleText.h"
 
@@ -183,9 +184,10 @@ Bex::CSimpleString CSMTPClient::OwnName() const
     const Bex::CSocketEndPoint endPoint = LocalEndPoint();
     if (endPoint.Address() == nullptr)
         Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_NO_SUCH_FAMILY);
-    const Bex::CSimpleString& strName = endPoint.Address()->HostName();
-    if (IsOneWord(strName))
-        return strName;
+    std::string strName;
+    if (Platform::LookupName(endPoint.Raw(), strName, m_limit) && IsOneWord(strName) &&
+        strName != endPoint.Address()->Text().View())
+        return std::string_view(strName);
     return Bex::CSimpleString::Formatted("[%s]", endPoint.Address()->Text().Text());
 }
 

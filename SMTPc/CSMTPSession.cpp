@@ -78,6 +78,7 @@ void CSMTPSession::Open(const CSmartHost& target)
 {
     const int iFamily = target.endPoint.Raw().iFamily;
     const bool bIPv6 = iFamily == Platform::FAMILY_IPV6;
+    LimitSession();
     m_client.Create(iFamily);
     m_client.Bind(bIPv6 && !m_settings.strInterface6.IsEmpty() ? m_settings.strInterface6 : m_settings.strInterface);
     m_client.SetSecure(target.mode == ETLSMode::Direct);
@@ -87,7 +88,6 @@ void CSMTPSession::Open(const CSmartHost& target)
     m_client.SetCheckCertificate(true);
     m_client.SetDebugLevel(m_settings.iDebugLevel);
     m_client.SetTimeout(m_settings.dwTimeout);
-    LimitSession();
     m_client.Connect(AddressText(target), target.endPoint.Port(), target.strHostName);
 }
 

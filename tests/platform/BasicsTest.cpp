@@ -104,6 +104,11 @@ TEST(HostTest, IsLookedUpWithItsCanonicalName)
     std::string strCanonical;
     ASSERT_TRUE(LookupHost(FAMILY_IPV4, "localhost", addresses, &strCanonical));
     EXPECT_EQ(AddressText(addresses.at(0)) + ' ' + strCanonical, "127.0.0.1 localhost");
+    CEventHandle stop;
+    ASSERT_TRUE(LookupName(addresses.at(0), strCanonical, CWaitLimit(&stop)));
+    EXPECT_EQ(strCanonical, "localhost");
+    stop.Set();
+    EXPECT_FALSE(LookupName(addresses.at(0), strCanonical, CWaitLimit(&stop)));
 }
 
 } // namespace
