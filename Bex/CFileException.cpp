@@ -1,5 +1,7 @@
 #include "Bex/CFileException.h"
 
+#include "Bex/COutOfMemoryException.h"
+#include "Bex/CSystemException.h"
 #include "Bex/Log.h"
 #include "Bex/SCodeText.h"
 
@@ -66,6 +68,23 @@ void LogCaught(const CFileException& exception, const char* pszCatchingFile, int
     LogError(MainLog(), "%s(SysError=%d, LibError=%d) at %s:%d caught at %s:%d%s%s", exception.ClassName(),
              exception.SysError(), exception.LibError(), exception.SourceFile(), exception.Line(), pszCatchingFile,
              iCatchingLine, pszAction != nullptr ? ": " : "", pszAction != nullptr ? pszAction : "");
+}
+
+bool IsHandledExceptionBusy()
+{
+    try {
+        throw;
+    } catch (const CFileException& exception) {
+        return Platform::IsBusy(exception.Error());
+    } catch (const CSystemException& exception) {
+        return Platform::IsBusy({Platform::LIB_NONE, exception.SysError()});
+    } catch (const COutOfMemoryException&) {
+        return true;
+    } catch (const std::bad_alloc&) { // the standard library's containers
+        return true;
+    } catch (...) {
+        return false;
+    }
 }
 
 } // namespace Bex

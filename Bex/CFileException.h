@@ -33,4 +33,7 @@ private:
 void LogCaught(const CFileException& exception, const char* pszCatchingFile, int iCatchingLine,
                const char* pszAction = nullptr);
 
+/// For catch (...): whether the exception being handled tells of something that is in use or short.
+bool IsHandledExceptionBusy();
+
 } // namespace Bex

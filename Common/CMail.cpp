@@ -112,6 +112,11 @@ void CMail::BuildHeaderLines(Lines& lines, EWriteMode mode) const
         AppendLine(lines, "X-Envelope-From: ", m_addressing.strEnvelopeSender);
         AppendLine(lines, "X-Envelope-To: ", FirstRecipient());
     }
+    if (mode == EWriteMode::Queue) {
+        AppendLine(lines, "X-Envelope-From: ", m_addressing.strEnvelopeSender);
+        AppendLine(lines, "X-Envelope-To: <", JoinedRecipients(), ">");
+        AppendLine(lines, "Return-Path: <", m_addressing.strReturnPath, ">"); // it need not be the sender
+    }
     if (mode == EWriteMode::ReturnPath)
         AppendLine(lines, "Return-Path: <", m_addressing.strReturnPath, ">");
     {
@@ -168,6 +173,16 @@ Bex::CSimpleString CMail::FirstRecipient() const
 {
     Bex::CScopedLock lock(m_recipients.LockObject());
     return m_recipients.IsEmpty() ? Bex::CSimpleString() : *m_recipients.begin();
+}
+
+/// As SetRecipients takes them.
+Bex::CSimpleString CMail::JoinedRecipients() const
+{
+    Bex::CScopedLock lock(m_recipients.LockObject());
+    Bex::CSimpleString strText;
+    for (const Bex::CSimpleString& strRecipient : m_recipients)
+        (strText += strText.IsEmpty() ? "" : ",") += strRecipient;
+    return strText;
 }
 
 void CMail::SetRecipients(std::string_view text)

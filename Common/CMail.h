@@ -59,6 +59,7 @@ private:
         Bex::CSimpleString strResentFor;
     };
 
+    Bex::CSimpleString JoinedRecipients() const;
     bool SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue);
     bool LacksSender() const { return m_addressing.strEnvelopeSender.IsEmpty() && !m_addressing.bSenderIsFinal; }
 

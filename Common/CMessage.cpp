@@ -198,7 +198,7 @@ SSaveResult CMessage::Write(Bex::CFile& file, EWriteMode mode) const
             return {ESaveResult::Failed, LogTooBig(file)};
         file.Write(strHeader.Text(), strHeader.Length());
         std::string_view body = Body().View();
-        if (body.ends_with(END_OF_DATA))
+        if (mode != EWriteMode::Queue && body.ends_with(END_OF_DATA))
             body.remove_suffix(END_OF_DATA.size());
         if (!body.empty())
             file.Write(body.data(), static_cast<uint32_t>(body.size()));

@@ -6,14 +6,23 @@
 #include "Common/SLoadResult.h"
 #include "Common/SSaveResult.h"
 
+#include <functional>
+
 class CHeaderReader;
 class CHeldMailFile;
 
 /// Which lines stand at the top of a written mail.
 enum class EWriteMode {
-    Plain = 0,     ///< neither envelope nor Return-Path lines: what SMTP sends
-    Envelope = 1,  ///< X-Envelope-From and X-Envelope-To
-    ReturnPath = 2 ///< Return-Path
+    Plain = 0,      ///< neither envelope nor Return-Path lines: what SMTP sends
+    Envelope = 1,   ///< X-Envelope-From and X-Envelope-To
+    ReturnPath = 2, ///< Return-Path
+    Queue = 3       ///< the whole envelope: what is read again is the same mail
+};
+
+struct SSaveOptions
+{
+    bool bDurable = false;               ///< on stable storage before it gets its name
+    std::function<void()> BeforeWaiting; ///< for the lock, when it is not had at once; may be null
 };
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.
@@ -41,11 +50,12 @@ public:
     /// CInvalidParameterException or CSystemException when the lock cannot be made.
     SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
     /// The same, the file being taken for as long as the caller keeps it.
-    SLoadResult Load(const Bex::CSimpleString& strPath, CHeldMailFile& file);
+    SLoadResult Load(const Bex::CSimpleString& strPath, CHeldMailFile& file,
+                     const std::function<void()>& BeforeWaiting = nullptr);
     /// Writes a mail file under its lock. It gets its name only when it is complete; an existing file is replaced.
-    SSaveResult Save(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+    SSaveResult Save(const Bex::CSimpleString& strPath, EWriteMode mode, const SSaveOptions& options = {}) const;
     /// The same, but never replaces: Exists when the name is taken.
-    SSaveResult SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const;
+    SSaveResult SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode, const SSaveOptions& options = {}) const;
 
     static constexpr uint32_t MAX_HEADER_BYTES = 16u << 20;
     static constexpr uint32_t MAX_HEADER_LINES = 100000;
@@ -62,8 +72,10 @@ public:
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
     template <class TOpen>
-    SLoadResult LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open);
-    SSaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const;
+    SLoadResult LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open,
+                           const std::function<void()>& BeforeWaiting = nullptr);
+    SSaveResult SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
+                       const SSaveOptions& options) const;
 
     Bex::CTime m_created;
     Bex::CSimpleString m_strFromAddress; ///< as written

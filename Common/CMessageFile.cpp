@@ -22,8 +22,12 @@ Bex::CSimpleString LockName(std::string_view path)
 }
 
 /// Without the lock the file is busy: the library error is then LIB_DEADLOCK.
-bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error)
+bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error, const std::function<void()>& BeforeWaiting)
 {
+    if (mutex.Lock(0))
+        return true;
+    if (BeforeWaiting)
+        BeforeWaiting();
     if (mutex.Lock(LOCK_WAIT_MILLIS))
         return true;
     error = {Platform::LIB_DEADLOCK, Platform::LastError().dwSysError};
@@ -43,10 +47,12 @@ SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
     });
 }
 
-SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, CHeldMailFile& file)
+SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, CHeldMailFile& file,
+                           const std::function<void()>& BeforeWaiting)
 {
     try {
-        const SLoadResult loaded = LoadLocked(strPath, file, false, [&] { file.Take(strPath); });
+        const SLoadResult loaded = LoadLocked(
+            strPath, file, false, [&] { file.Take(strPath); }, BeforeWaiting);
         file.LookUnlessTaken(strPath);
         return loaded;
     } catch (...) {
@@ -56,11 +62,12 @@ SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, CHeldMailFile& fil
 }
 
 template <class TOpen>
-SLoadResult CMessage::LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open)
+SLoadResult CMessage::LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& file, bool bHeadersOnly, TOpen Open,
+                                 const std::function<void()>& BeforeWaiting)
 {
     Bex::CMutex mutex(LockName(strPath));
     Platform::SError error;
-    if (!LockMailFile(mutex, error))
+    if (!LockMailFile(mutex, error, BeforeWaiting))
         return SLoadResult::Failure(error);
     try {
         Open();
@@ -72,21 +79,22 @@ SLoadResult CMessage::LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& 
     }
 }
 
-SSaveResult CMessage::Save(const Bex::CSimpleString& strPath, EWriteMode mode) const
+SSaveResult CMessage::Save(const Bex::CSimpleString& strPath, EWriteMode mode, const SSaveOptions& options) const
 {
-    return SaveAs(strPath, mode, true);
+    return SaveAs(strPath, mode, true, options);
 }
 
-SSaveResult CMessage::SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode) const
+SSaveResult CMessage::SaveNew(const Bex::CSimpleString& strPath, EWriteMode mode, const SSaveOptions& options) const
 {
-    return SaveAs(strPath, mode, false);
+    return SaveAs(strPath, mode, false, options);
 }
 
-SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace) const
+SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode, bool bReplace,
+                             const SSaveOptions& options) const
 {
     Bex::CMutex mutex(LockName(strPath));
     Platform::SError error;
-    if (!LockMailFile(mutex, error))
+    if (!LockMailFile(mutex, error, options.BeforeWaiting))
         return {ESaveResult::Failed, error};
     constexpr SSaveResult TAKEN{ESaveResult::Exists, {Platform::LIB_EXISTS, Platform::SYS_ALREADY_EXISTS}};
     try {
@@ -96,6 +104,8 @@ SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode,
         Bex::CReplacingFile file(strPath);
         if (const SSaveResult written = Write(file, mode); !written)
             return written;
+        if (options.bDurable)
+            file.MakeDurable();
         if (!bReplace)
             return file.CommitNew() ? SSaveResult() : TAKEN;
         file.Commit();

@@ -68,6 +68,11 @@ void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLin
 
 } // namespace
 
+bool HasPostScript(const Bex::CSimpleString& strDirectory)
+{
+    return Platform::KindOf(Bex::JoinPath(strDirectory, "newmail.cmd").Text()) == Platform::EPathKind::File;
+}
+
 bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFile, bool bParallel)
 {
     const Bex::CSimpleString strScript = Bex::JoinPath(strDirectory, "newmail.cmd");

@@ -9,6 +9,7 @@
 /// Runs "newmail.cmd" of the directory for a file (empty: none) unless there is no such script; waits for its end
 /// when not parallel. False when it cannot be started.
 bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFile, bool bParallel);
+bool HasPostScript(const Bex::CSimpleString& strDirectory);
 /// Runs the spam tagger on a mailbox file.
 void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile, bool bParallel);
 /// Runs the automatic responder on a mailbox file.

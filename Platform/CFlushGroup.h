@@ -14,7 +14,7 @@ namespace Platform {
 ///
 /// Owned and used by one thread. A directory must be added before the writes that its flush shall answer for: a
 /// write-back error since then is reported, not lost. Flush answers false and sets LastError when one of the file
-/// systems reports an error.
+/// systems reports an error on which the caller relies.
 class CFlushGroup
 {
 public:
@@ -24,17 +24,20 @@ public:
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
     bool Add(const char* pszDirectory); ///< false: cannot be opened. May be repeated: one look at the directory
-    /// Flushes the file systems that were marked since their last good flush; all stay in the group.
-    bool Flush();
-    /// A directory that was never added is added now; when that fails, so does the next Flush.
-    void MarkWritten(const char* pszDirectory);
+    /// Flushes the file systems that were marked since the last flush; all stay in the group. The failure of one on
+    /// which nobody relies is only told.
+    bool Flush(SError* pUnpromised = nullptr);
+    /// A directory that was never added is added now; when that fails, so does the next Flush. On what is not promised
+    /// nobody relies.
+    void MarkWritten(const char* pszDirectory, bool bPromised = true);
 
 private:
     struct SVolume
     {
         unsigned long nDevice;
         int iDescriptor;
-        bool bWritten;
+        bool bWritten = false;
+        bool bPromised = false;
     };
     bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
 

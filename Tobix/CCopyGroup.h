@@ -13,12 +13,13 @@
 /// Queue files that were delivered together with the copies made of them, up to the flush that makes the copies
 /// durable: only then may the queue files go. Owned and used by the agent's thread.
 ///
-/// One flush for many copies costs little more than one for a single copy. The limit keeps small what a crash
-/// between the flush and the deletions delivers twice.
+/// One flush for many copies costs little more than one for a single copy. The limits keep small what a crash
+/// between the flush and the deletions delivers twice; for the same reason a group ends before anything that waits.
 class CCopyGroup
 {
 public:
     static constexpr uint32_t MOST_COPIES = 64;
+    static constexpr uint64_t MOST_MILLIS = 1000;
 
     struct SDelivered
     {
@@ -26,27 +27,42 @@ public:
         std::unique_ptr<CHeldMailFile> pFile;
     };
 
+    /// End calls Finish and lets the queue files go.
+    explicit CCopyGroup(std::function<void()> End) : m_End(std::move(End)) {}
+
+    void BeginMail();
+    uint32_t CopiesOfMail() const { return m_nCopiesOfMail; } ///< that were promised
+    bool HasLostCopies() const { return m_bLostCopies; }      ///< of this mail, in a flush that failed
+
     /// Whether a mail with so many copies still fits.
     bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + nCopies <= MOST_COPIES; }
     bool IsEmpty() const { return m_delivered.empty() && m_nCopies == 0; }
+    void EndBeforeWaiting();
+    void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago
 
     /// Saves a copy as a new file of the directory, under the first of the names that nothing has yet. The path is
     /// that of the last name tried.
     SSaveResult SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                         const std::function<Bex::CSimpleString()>& NextName, Bex::CSimpleString& strPath);
-    /// The same under this very name; a file that has it is replaced.
-    SSaveResult Save(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
-                     const Bex::CSimpleString& strName);
+    /// The same under this very name; a file that has it is replaced. The copy is no part of the promise.
+    SSaveResult SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
+                          const Bex::CSimpleString& strName);
+    void MarkRemoved(const Bex::CSimpleString& strDirectory); ///< what went from there is flushed with the next group
     void AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
 
-    /// Flushes the copies and empties the group; false (Platform::LastError) when they may be lost.
-    bool Finish(std::vector<SDelivered>& delivered);
+    /// Flushes the copies and empties the group; false (Platform::LastError) when they may be lost. The failure of what
+    /// is not promised is only told.
+    bool Finish(std::vector<SDelivered>& delivered, Platform::SError& unpromised);
 
 private:
     template <class TSave>
-    SSaveResult Write(const Bex::CSimpleString& strDirectory, TSave SaveCopy);
+    SSaveResult Write(const Bex::CSimpleString& strDirectory, bool bPromised, TSave SaveCopy);
 
+    std::function<void()> m_End;
     Platform::CFlushGroup m_flush;
     std::vector<SDelivered> m_delivered;
     uint32_t m_nCopies = 0;
+    uint64_t m_nBegunTicks = 0; ///< when its first copy was written
+    uint32_t m_nCopiesOfMail = 0;
+    bool m_bLostCopies = false;
 };

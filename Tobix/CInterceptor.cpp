@@ -10,6 +10,8 @@
 #include "Platform/FileSystem.h"
 #include "Tobix/MailLog.h"
 
+#include <exception>
+
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/Interceptor";
@@ -78,6 +80,8 @@ void CInterceptor::Intercept(const CMail& mail, const Bex::CSimpleString& strAdd
                       exception.SysError(), exception.SourceFile(), exception.Line());
     } catch (const Bex::CException&) { // no lock for the copy's name
         MailLog::InterceptionFailed(mail);
+    } catch (const std::exception&) { // no memory
+        MailLog::InterceptionFailed(mail);
     }
 }
 
@@ -93,5 +97,5 @@ bool CInterceptor::Store(const CMail& mail, const Bex::CSimpleString& strAddress
     const Bex::CSimpleString strDirectory = DirectoryOf(strAddress);
     if (!Bex::CDirectory::Exists(strDirectory) && !Platform::CreateOneDirectory(strDirectory.Text()))
         return false;
-    return static_cast<bool>(group.Save(mail, EWriteMode::Envelope, strDirectory, CopyName(mail, pszKind)));
+    return static_cast<bool>(group.SaveExtra(mail, EWriteMode::Envelope, strDirectory, CopyName(mail, pszKind)));
 }

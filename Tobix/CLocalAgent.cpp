@@ -25,6 +25,7 @@ constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 constexpr uint64_t LEAST_REST_MILLIS = 1000;
 constexpr uint64_t MOST_REST_MILLIS = 600'000;
+constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
 Bex::CSimpleString InterceptListFile()
 {
@@ -36,10 +37,8 @@ Bex::CSimpleString InterceptListFile()
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
       m_interceptor(InterceptListFile(), m_directories.strIntercept),
-      m_router(m_directories, m_interceptor, std::move(pOutgoing), StopEvent().Waitable(), [this] {
-          FinishGroup();
-          RemoveDelivered();
-      })
+      m_router(m_directories, m_interceptor, std::move(pOutgoing), StopEvent().Waitable()),
+      m_group([this] { EndGroup(); })
 {}
 
 void CLocalAgent::Body()
@@ -110,6 +109,7 @@ void CLocalAgent::DeliverBatch()
     while (ShallRun() && !ServiceIsPaused() && m_batch.PopFirst(strName)) {
         if (!m_deletions.Contains(QueuePath(strName)))
             DeliverFile(strName);
+        m_group.EndIfDue();
     }
     if (!m_batch.IsEmpty())
         m_queue.AskAgain();
@@ -145,12 +145,23 @@ void CLocalAgent::MoveToError(const Bex::CSimpleString& strName, std::unique_ptr
         StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
 }
 
+void CLocalAgent::EndGroup()
+{
+    FinishGroup();
+    RemoveDelivered();
+}
+
 /// The copies are on stable storage before the queue files they were made from may go.
 void CLocalAgent::FinishGroup()
 {
     if (m_group.IsEmpty())
         return;
-    const bool bFlushed = m_group.Finish(m_delivered);
+    Platform::SError unpromised;
+    const bool bFlushed = m_group.Finish(m_delivered, unpromised);
+    if (unpromised.iLibError != Platform::LIB_NONE) {
+        Bex::LogError(Bex::MainLog(), "flushing intercepted or removed mail failed (SysError=%d, LibError=%d) at %s:%d",
+                      static_cast<int>(unpromised.dwSysError), unpromised.iLibError, SOURCE_FILE, __LINE__);
+    }
     if (!bFlushed) {
         const Platform::SError error = Platform::LastError();
         Bex::LogError(Bex::MainLog(), "flushing delivered mail failed (SysError=%d, LibError=%d) at %s:%d",
@@ -167,6 +178,9 @@ void CLocalAgent::FinishGroup()
 
 void CLocalAgent::RemoveDelivered()
 {
+    if (m_deletions.IsEmpty())
+        return;
+    m_group.MarkRemoved(m_directories.strQueue);
     if (m_deletions.RemoveDelivered())
         m_queue.AskAgain();
 }
@@ -177,7 +191,7 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName, std::uniqu
 {
     const Bex::CSimpleString strPath = QueuePath(strName);
     try {
-        return DeliverMail(strName, strPath, pFile) != EOutcome::Failed;
+        return TryMail(strName, strPath, pFile) != EOutcome::Failed;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     } catch (const Bex::CException& exception) {
@@ -188,28 +202,96 @@ bool CLocalAgent::ProcessQueueFile(const Bex::CSimpleString& strName, std::uniqu
     return false;
 }
 
+/// A shortage before the first copy leaves everything as it is.
+CLocalAgent::EOutcome CLocalAgent::TryMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
+                                           std::unique_ptr<CHeldMailFile>& pFile)
+{
+    m_group.BeginMail();
+    try {
+        return DeliverMail(strName, strPath, pFile);
+    } catch (...) {
+        if (m_group.CopiesOfMail() > 0 || !Bex::IsHandledExceptionBusy())
+            throw;
+        return TryLater(strPath);
+    }
+}
+
 CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
                                                std::unique_ptr<CHeldMailFile>& pFile)
 {
     CMail mail;
-    if (const SLoadResult loaded = mail.Load(strPath, *pFile); !loaded)
+    if (const SLoadResult loaded = mail.Load(strPath, *pFile, [this] { m_group.EndBeforeWaiting(); }); !loaded)
         return NotLoaded(strPath, loaded);
     if (mail.Recipients().IsEmpty()) {
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
         return EOutcome::Failed;
     }
-    if (!m_group.HasRoomFor(mail.Recipients().Count())) {
-        FinishGroup();
-        RemoveDelivered();
-    }
-    const EOutcome outcome = m_router.Route(mail, m_group);
+    if (!m_group.HasRoomFor(mail.Recipients().Count()))
+        EndGroup();
+    EOutcome outcome = m_router.Route(mail, m_group);
+    if (outcome == EOutcome::Interrupted)
+        outcome = KeepRest(mail, *pFile);
+    if (m_group.HasLostCopies())
+        return EOutcome::Failed;
     if (outcome == EOutcome::Delivered)
         m_group.AddDelivered(strName, std::move(pFile));
-    return outcome;
+    return outcome == EOutcome::Retry ? TryLater(strPath) : outcome;
 }
 
-/// A name that went after it was listed is nobody's failure. A busy file is looked at again before long: neither the
-/// end of its stillness nor a reader of another process that dies, nor the end of a shortage changes the directory.
+/// Some recipients have their copies, and something is short: a queue file for the others takes the place of this one,
+/// at once and only when it and the copies are on stable storage, so that nobody gets a second copy. While even that
+/// cannot be written there is nothing to do but to wait.
+CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, CHeldMailFile& file)
+{
+    EndGroup();
+    if (m_group.HasLostCopies())
+        return EOutcome::Failed;
+    const CMail rest(mail, m_router.OpenRecipients());
+    for (SSaveResult saved = SaveRest(rest, file); !saved; saved = SaveRest(rest, file)) {
+        if (MailLog::NotSaved(rest, file.Name(), saved.error, __LINE__) == ERouted::Failed)
+            return EOutcome::Failed;
+        if (StopEvent().Wait(AFTER_SHORTAGE_MILLIS))
+            break;
+    }
+    m_group.MarkRemoved(m_directories.strQueue);
+    EndGroup();
+    return EOutcome::Retry;
+}
+
+SSaveResult CLocalAgent::SaveRest(const CMail& rest, CHeldMailFile& file)
+{
+    try {
+        if (!file.IsReplaced())
+            return rest.Save(file.Name(), EWriteMode::Queue, {.bDurable = true, .BeforeWaiting = nullptr});
+        Bex::CSimpleString strPath; // the name belongs to another mail by now
+        const auto NextName = [this] { return m_names.RecipientCopy(Bex::CTime::Now(), Id()); };
+        return m_group.SaveNew(rest, EWriteMode::Queue, m_directories.strQueue, NextName, strPath);
+    } catch (...) {
+        if (!Bex::IsHandledExceptionBusy())
+            throw;
+        return {ESaveResult::Failed, {Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY}};
+    }
+}
+
+/// Neither the end of the stillness of a file nor a reader of another process that dies, nor the end of a shortage
+/// changes the directory.
+CLocalAgent::EOutcome CLocalAgent::TryLater(const Bex::CSimpleString& strPath, Platform::SError error)
+{
+    m_bBusyFiles = true;
+    if (!ShallRun())
+        return EOutcome::Retry;
+    const auto [busy, bNew] = m_busy.try_emplace(std::string(strPath.View().substr(strPath.View().rfind('/') + 1)));
+    if (bNew)
+        MailLog::Busy(strPath);
+    // To read it in vain takes long, and each time a line in the log.
+    if (SBusy& state = busy->second; error.iLibError == Platform::LIB_NO_MEMORY) {
+        state.nWaitMillis = std::clamp(2 * state.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
+        state.nNextTicks = Platform::TickCount() + state.nWaitMillis;
+    }
+    return EOutcome::Retry;
+}
+
+/// A name that went after it was listed is nobody's failure.
 CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded)
 {
     if (loaded.result == ELoadResult::Broken) {
@@ -221,16 +303,7 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }
-    const auto [busy, bNew] = m_busy.try_emplace(std::string(strPath.View().substr(strPath.View().rfind('/') + 1)));
-    if (bNew)
-        MailLog::Busy(strPath);
-    // To read it in vain takes long, and each time a line in the log.
-    if (SBusy& state = busy->second; loaded.error.iLibError == Platform::LIB_NO_MEMORY) {
-        state.nWaitMillis = std::clamp(2 * state.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
-        state.nNextTicks = Platform::TickCount() + state.nWaitMillis;
-    }
-    m_bBusyFiles = true;
-    return EOutcome::Retry;
+    return TryLater(strPath, loaded.error);
 }
 
 Bex::CSimpleString CLocalAgent::QueuePath(std::string_view name) const

@@ -5,6 +5,7 @@
 #include "Bex/CThread.h"
 #include "Tobix/CCopyGroup.h"
 #include "Tobix/CDeletionList.h"
+#include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
@@ -39,12 +40,18 @@ private:
     void ListQueue();
     void DeliverBatch();
     void DeliverFile(const Bex::CSimpleString& strName);
+    void EndGroup();
     void FinishGroup();
     void RemoveDelivered();
     bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
+    EOutcome TryMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
+                     std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
                          std::unique_ptr<CHeldMailFile>& pFile);
     bool HasToRest(const Bex::CSimpleString& strName) const;
+    EOutcome KeepRest(const CMail& mail, CHeldMailFile& file);
+    SSaveResult SaveRest(const CMail& rest, CHeldMailFile& file);
+    EOutcome TryLater(const Bex::CSimpleString& strPath, Platform::SError error = {});
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
     void MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
     Bex::CSimpleString QueuePath(std::string_view name) const;
@@ -62,6 +69,7 @@ private:
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;
+    CFileNames m_names; ///< of the rests of mail whose own names are taken
     CCopyGroup m_group;
     std::vector<CCopyGroup::SDelivered> m_delivered; ///< of the group being finished
 };

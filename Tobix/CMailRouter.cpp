@@ -1,5 +1,6 @@
 #include "Tobix/CMailRouter.h"
 
+#include "Bex/CFileException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -30,40 +31,93 @@ bool IsSentOn(const CMail& mail)
 } // namespace
 
 CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
-                         std::shared_ptr<COutgoingFiles> pOutgoing, const Platform::IWaitable& stop,
-                         std::function<void()> BeforeWaiting)
-    : m_directories(directories), m_interceptor(interceptor), m_stop(&stop), m_BeforeWaiting(std::move(BeforeWaiting)),
-      m_mailboxes(directories.strQueue), m_identity(LocalHostIdentity::Obtain()), m_pOutgoing(std::move(pOutgoing))
+                         std::shared_ptr<COutgoingFiles> pOutgoing, const Platform::IWaitable& stop)
+    : m_directories(directories), m_interceptor(interceptor), m_stop(&stop), m_mailboxes(directories.strQueue),
+      m_identity(LocalHostIdentity::Obtain()), m_pOutgoing(std::move(pOutgoing))
 {}
 
 CMailRouter::EOutcome CMailRouter::Route(const CMail& mail, CCopyGroup& group)
 {
-    if (const EFilterResult result = Filter(mail, group); result != EFilterResult::Passed)
-        return result == EFilterResult::Caught ? EOutcome::Delivered : EOutcome::Failed;
-    return LearnAuthorPolicy(mail) ? Deliver(mail, group) : EOutcome::Retry;
+    switch (Filter(mail, group)) {
+    case EFilterResult::Caught:
+        return EOutcome::Delivered;
+    case EFilterResult::Busy:
+        return EOutcome::Retry;
+    case EFilterResult::Failed:
+        return EOutcome::Failed;
+    case EFilterResult::Passed:
+        break;
+    }
+    if (!LearnAuthorPolicy(mail, group))
+        return EOutcome::Retry;
+    try {
+        const EOutcome outcome = Deliver(mail, group);
+        if (outcome == EOutcome::Delivered || outcome == EOutcome::Failed)
+            InterceptSent(mail, group);
+        return outcome;
+    } catch (...) {
+        InterceptSent(mail, group);
+        throw;
+    }
+}
+
+/// Once for each mail, however often it has to be tried.
+void CMailRouter::InterceptSent(const CMail& mail, CCopyGroup& group)
+{
+    if (const Bex::CSimpleString strSender = mail.EnvelopeSender().Lowered(); m_interceptor.IsListed(strSender))
+        m_interceptor.Intercept(mail, strSender, "sent", group);
 }
 
 /// Before the first copy is made: a stop while name servers are silent leaves nothing that the next start would repeat.
-bool CMailRouter::LearnAuthorPolicy(const CMail& mail)
+bool CMailRouter::LearnAuthorPolicy(const CMail& mail, CCopyGroup& group)
 {
     m_strAuthorPolicy = {};
     const Bex::CSimpleString strDomain = AuthorDomain(mail);
     if (strDomain.IsEmpty() || !IsSentOn(mail))
         return true;
-    const auto policy = LookupDMARCPolicy(strDomain, m_stop, m_BeforeWaiting);
+    const auto policy = LookupDMARCPolicy(strDomain, m_stop, [&group] { group.EndBeforeWaiting(); });
     m_strAuthorPolicy = policy.value_or("");
     return policy.has_value();
 }
 
 CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
 {
-    if (const Bex::CSimpleString strSender = mail.EnvelopeSender().Lowered(); m_interceptor.IsListed(strSender))
-        m_interceptor.Intercept(mail, strSender, "sent", group);
+    m_strOpen = {};
+    ERouted routed = ERouted::Done;
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
-        if (!RouteRecipient(mail, strRecipient, group))
+        if (routed == ERouted::Done)
+            routed = TryRecipient(mail, strRecipient, group);
+        if (routed == ERouted::Failed)
             return EOutcome::Failed;
+        if (routed == ERouted::Busy)
+            (m_strOpen += strRecipient) += ",";
+        else
+            group.EndIfDue();
     }
-    return EOutcome::Delivered;
+    if (m_strOpen.IsEmpty())
+        return EOutcome::Delivered;
+    return group.CopiesOfMail() > 0 ? EOutcome::Interrupted : EOutcome::Retry;
+}
+
+ERouted CMailRouter::TryRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
+{
+    const uint32_t nCopies = group.CopiesOfMail();
+    try {
+        return RouteRecipient(mail, strRecipient, group);
+    } catch (...) {
+        if (!Bex::IsHandledExceptionBusy())
+            throw;
+        return group.CopiesOfMail() > nCopies ? ERouted::Done : ERouted::Busy;
+    }
+}
+
+void CMailRouter::RunScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strPath,
+                            CCopyGroup& group) const
+{
+    const bool bParallel = ScriptsRunInParallel();
+    if (!bParallel && HasPostScript(strDirectory))
+        group.EndBeforeWaiting();
+    RunPostScript(strDirectory, strPath, bParallel);
 }
 
 CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& group)
@@ -75,15 +129,16 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
     const SSaveResult saved = group.SaveNew(
         mail, EWriteMode::Envelope, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath);
     if (!saved) {
-        MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN_LINE);
-        return EFilterResult::Failed;
+        return MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN_LINE) == ERouted::Busy
+                   ? EFilterResult::Busy
+                   : EFilterResult::Failed;
     }
     MailLog::Filtered(mail, strReason);
-    RunPostScript(m_directories.strFilter, strPath, ScriptsRunInParallel());
+    RunScript(m_directories.strFilter, strPath, group);
     return EFilterResult::Caught;
 }
 
-bool CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
+ERouted CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
 {
     CMail copy(mail, strRecipient);
     const Bex::CTime now = Bex::CTime::Now();
@@ -92,19 +147,20 @@ bool CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString& st
     Bex::CSimpleString strTarget = strRecipient;
     if (IsLocalAddress(strTarget))
         strTarget = Aliases().ResolveRecipient(strTarget.Lowered());
-    const bool bRouted = IsLocalAddress(strTarget) ? m_mailboxes.StoreInMailbox(copy, strTarget, strFileName, group)
-                                                   : SendOut(copy, strRecipient, strTarget, {now, strFileName}, group);
-    if (bRouted && m_interceptor.IsListed(strTarget))
+    const ERouted routed = IsLocalAddress(strTarget)
+                               ? m_mailboxes.StoreInMailbox(copy, strTarget, strFileName, group)
+                               : SendOut(copy, strRecipient, strTarget, {now, strFileName}, group);
+    if (routed == ERouted::Done && m_interceptor.IsListed(strTarget))
         m_interceptor.Intercept(copy, strTarget.Lowered(), "received", group);
-    return bRouted;
+    return routed;
 }
 
-bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
-                          SFirstName name, CCopyGroup& group)
+ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
+                             SFirstName name, CCopyGroup& group)
 {
     if (!IsValidAddress(strTarget)) {
         MailLog::RecipientNotValid(copy);
-        return false;
+        return ERouted::Failed;
     }
     if (!strTarget.EqualsNoCase(strAddressed))
         ApplyForwardingRewrites(copy, strAddressed, m_strAuthorPolicy);
@@ -122,13 +178,12 @@ bool CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, c
     const SSaveResult saved = group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NextName, strPath);
     if (!saved) {
         m_pOutgoing->Withdraw(strName);
-        MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
-        return false;
+        return MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
     }
     MailLog::SavedInOutgoing(copy);
     if (!Config().GetFlag(Keys::AUTO_TRANSPORT))
-        RunPostScript(m_directories.strOutgoing, strPath, ScriptsRunInParallel());
-    return true;
+        RunScript(m_directories.strOutgoing, strPath, group);
+    return ERouted::Done;
 }
 
 void CMailRouter::AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const

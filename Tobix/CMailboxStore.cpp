@@ -26,8 +26,8 @@ struct CMailboxStore::SAccount
     uint32_t dwNextUID = 0;         ///< the number after the one used
 };
 
-bool CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
-                                   const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const
+ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
+                                      const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const
 {
     SAccount account;
     account.strDirectory = Users().UserDirectory(strUser);
@@ -35,30 +35,39 @@ bool CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& 
         Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)",
                       Bex::JoinPath(Bex::JoinPath(Users().SpoolRoot(), strUser), "config").Text(),
                       static_cast<int>(Platform::SYS_INVALID_NAME));
-        return false;
+        return ERouted::Failed;
     }
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
-    if (!accountLock.Lock())
-        Bex::ThrowSystemException(SOURCE_FILE, __LINE__, Platform::LastError().dwSysError);
-    if (!LoadAccount(account) || !WriteMailFile(copy, account, group))
-        return false;
+    if (!accountLock.Lock(0)) {
+        group.EndBeforeWaiting();
+        if (!accountLock.Lock())
+            Bex::ThrowSystemException(SOURCE_FILE, __LINE__, Platform::LastError().dwSysError);
+    }
+    ERouted routed = LoadAccount(account);
+    if (routed == ERouted::Done)
+        routed = WriteMailFile(copy, account, group);
+    if (routed != ERouted::Done)
+        return routed;
     RecordNextUID(account);
     MailLog::SavedInMailbox(copy, strUser);
-    RunPrograms(account, strRecipientFileName);
-    return true;
+    RunPrograms(account, strRecipientFileName, group);
+    return ERouted::Done;
 }
 
-bool CMailboxStore::LoadAccount(SAccount& account)
+ERouted CMailboxStore::LoadAccount(SAccount& account)
 {
+    Platform::SetLastError({}); // of a file beyond its bound nothing else tells
     if (account.config.Load(account.strConfigPath))
-        return true;
+        return ERouted::Done;
+    if (Platform::IsBusy(Platform::LastError()))
+        return ERouted::Busy;
     Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
                   static_cast<int>(Platform::LastError().dwSysError));
-    return false;
+    return ERouted::Failed;
 }
 
-bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group)
+ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group)
 {
     const bool bEnvelope =
         account.config.GetFlag(AccountKeys::SAVE_ENVELOPE) || account.config.GetFlag(AccountKeys::RUN_REPLY);
@@ -66,9 +75,7 @@ bool CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGro
     account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
     const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
     const SSaveResult saved = group.SaveNew(copy, mode, account.strDirectory, NextName, account.strMailFile);
-    if (!saved)
-        MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
-    return static_cast<bool>(saved);
+    return saved ? ERouted::Done : MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
 }
 
 /// The mail is stored: when the number cannot be recorded, the next delivery moves past the names already taken.
@@ -82,10 +89,14 @@ void CMailboxStore::RecordNextUID(SAccount& account)
     }
 }
 
-void CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName) const
+void CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName,
+                                CCopyGroup& group) const
 {
     const bool bParallel = ScriptsRunInParallel();
-    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM))
+    const bool bTag = account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM);
+    if (!bParallel && (bTag || account.config.GetFlag(AccountKeys::RUN_REPLY) || HasPostScript(account.strDirectory)))
+        group.EndBeforeWaiting();
+    if (bTag)
         RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
     const Bex::CSimpleString strTemplate = account.config.GetString(AccountKeys::RUN_REPLY_TEMPLATE);
     if (account.config.GetFlag(AccountKeys::RUN_REPLY) && !strTemplate.IsEmpty()) {

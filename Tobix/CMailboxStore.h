@@ -3,6 +3,7 @@
 #include "Bex/CConfigFile.h"
 #include "Common/CMail.h"
 #include "Tobix/CCopyGroup.h"
+#include "Tobix/ERouted.h"
 
 /// Stores copies in the mailboxes of local users, under the lock of the account, and starts the programs that the
 /// account asks for. Owned by the router and used on the local agent's thread.
@@ -12,19 +13,20 @@ public:
     /// The automatic responder's replies go to the queue directory.
     explicit CMailboxStore(const Bex::CSimpleString& strQueueDirectory) : m_strQueueDirectory(strQueueDirectory) {}
 
-    /// False when the mail is not stored (logged). Waits without limit while another process holds the account.
+    /// Waits without limit while another process holds the account; the group ends before that, and before a program
+    /// is waited for.
     /// CSystemException or CInvalidParameterException when the account's lock cannot be made, CFileException when
     /// the account file breaks off while it is read.
-    bool StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
-                        const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
+    ERouted StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
+                           const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
 
 private:
     struct SAccount;
 
-    static bool LoadAccount(SAccount& account);
-    static bool WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group);
+    static ERouted LoadAccount(SAccount& account);
+    static ERouted WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group);
     static void RecordNextUID(SAccount& account);
-    void RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName) const;
+    void RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
 
     Bex::CSimpleString m_strQueueDirectory;
 };

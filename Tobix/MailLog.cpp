@@ -13,11 +13,14 @@ void LogRaised(const Bex::CSimpleString& strPath, const char* pszText)
 
 } // namespace
 
-void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine)
+ERouted NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine)
 {
+    if (Platform::IsBusy(error))
+        return ERouted::Busy;
     Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\" msgid=<%s> from=<%s> to=<%s>\n",
                   "Tobix/LocalAgent", iLine, error.iLibError, strPath.Text(), mail.MessageID().Text(),
                   mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+    return ERouted::Failed;
 }
 
 void SavedInOutgoing(const CMail& mail)

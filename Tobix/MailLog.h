@@ -2,14 +2,16 @@
 
 #include "Bex/CException.h"
 #include "Common/CMail.h"
+#include "Tobix/ERouted.h"
 
 #include <exception>
 
 /// The log lines about one mail that several rooms of the daemon write. Main log; any thread.
 namespace MailLog {
 
-/// "error in <file>:<line>, errno=.. file=.. msgid=.. from=.. to=..", with the error of the write.
-void NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine);
+/// "error in <file>:<line>, errno=.. file=.. msgid=.. from=.. to=..", with the error of the write; says what follows
+/// for the recipient. What is only busy is told of the queue file, once.
+ERouted NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform::SError error, int iLine);
 void SavedInOutgoing(const CMail& mail);
 void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser);
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason);

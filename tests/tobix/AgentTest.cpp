@@ -13,6 +13,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -159,6 +160,36 @@ TEST_F(AgentTest, DeliversNothingAgainWhileTheErrorDirectoryIsAway)
     const std::string strLog = m_log.Take(), strNotMoved = "caught at Tobix/LocalAgent:142";
     EXPECT_LT(strLog.find(strNotMoved), strLog.size());
     EXPECT_EQ(strLog.find(strNotMoved), strLog.rfind(strNotMoved));
+}
+
+TEST_F(AgentTest, NobodyGetsASecondCopyWhenSomethingIsShortAfterTheFirst)
+{
+    Drop("1.eml", "ann@example.org,bob@far.example,cy@far.example", "Return-Path: <re@far.example>\r\n\r\nbody\r\n");
+    std::optional<Platform::CInjectedFault> shortage;
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.ends_with("saved in <ann>"))
+            shortage.emplace(EFault::Open, 1, EMFILE, 2); // the next copy's, then that of the rest
+    });
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(CountIn("spool/ann"), 1u);
+    EXPECT_EQ(CountIn("outgoing"), 2u);
+    EXPECT_TRUE(m_log.Contains("Looks like lock on file"));
+    const std::string strCopy =
+        m_directory.Read("outgoing/" + fs::directory_iterator(Path("outgoing"))->path().filename().string());
+    EXPECT_NE(strCopy.find("To: <ann@example.org>"), std::string::npos) << strCopy;
+    EXPECT_TRUE(strCopy.starts_with("X-Envelope-From: re@far.example\r\n") && strCopy.ends_with("\r\n\r\nbody\r\n"));
+}
+
+TEST_F(AgentTest, LetsAGroupEndBeforeAScriptIsWaitedFor)
+{
+    Config().Set("AsyncScripts", "0");
+    const std::string strScript =
+        m_directory.Write("spool/ann/newmail.cmd", "#!/bin/sh\nls ../../queue >>../../seen\n");
+    fs::permissions(strScript, fs::perms::owner_all);
+    Drop("1.eml", "ann@example.org");
+    Drop("2.eml", "ann@example.org");
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(m_directory.Read("seen"), "1.eml\n2.eml\n2.eml\n");
 }
 
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)

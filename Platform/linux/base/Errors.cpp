@@ -76,7 +76,8 @@ void SetLastError(SError error) { t_lastError = error; }
 
 bool IsShortage(SError error)
 {
-    return error.iLibError == LIB_NO_MEMORY || error.iLibError == LIB_TOO_MANY_OPEN || error.iLibError == LIB_NO_LOCKS;
+    return error.dwSysError == SYS_NO_MEMORY || error.dwSysError == SYS_TOO_MANY_OPEN ||
+           error.dwSysError == SYS_NO_RESOURCES;
 }
 
 bool IsBusy(SError error)

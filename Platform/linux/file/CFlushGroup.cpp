@@ -54,34 +54,39 @@ bool CFlushGroup::Add(const char* pszDirectory)
         if (!directory.IsValid() || fstat(directory.Get(), &status) != 0)
             return FailWithErrno();
         if (!FindVolume(status.st_dev, nVolume))
-            m_volumes.push_back({status.st_dev, directory.Release(), false});
+            m_volumes.push_back({status.st_dev, directory.Release()});
     }
     m_directories.insert_or_assign(pszDirectory, nVolume);
     return true;
 }
 
-void CFlushGroup::MarkWritten(const char* pszDirectory)
+void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
 {
     auto found = m_directories.find(std::string_view(pszDirectory));
     if (found == m_directories.end()) {
         if (!Add(pszDirectory)) {
-            m_missed = LastError();
+            if (bPromised)
+                m_missed = LastError();
             return;
         }
         found = m_directories.find(std::string_view(pszDirectory));
     }
-    m_volumes[found->second].bWritten = true;
+    SVolume& volume = m_volumes[found->second];
+    volume.bWritten = true;
+    volume.bPromised |= bPromised;
 }
 
-bool CFlushGroup::Flush()
+bool CFlushGroup::Flush(SError* pUnpromised)
 {
     SError error = std::exchange(m_missed, {});
     for (SVolume& volume : m_volumes) {
-        if (!volume.bWritten)
+        const bool bPromised = std::exchange(volume.bPromised, false);
+        if (!std::exchange(volume.bWritten, false) || FlushVolume(volume.iDescriptor))
             continue;
-        volume.bWritten = !FlushVolume(volume.iDescriptor);
-        if (volume.bWritten)
+        if (bPromised)
             error = LastError();
+        else if (pUnpromised != nullptr)
+            *pUnpromised = LastError();
     }
     if (error.iLibError == LIB_NONE && error.dwSysError == SYS_NONE)
         return true;
