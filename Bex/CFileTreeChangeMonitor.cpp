@@ -17,7 +17,9 @@ constexpr FrozenLine ALREADY_CREATED_LINE = 93;
 constexpr FrozenLine OPEN_LINE = 104;
 constexpr FrozenLine NO_MEMORY_LINE = 142;
 constexpr FrozenLine WATCH_LINE = 148;
+constexpr FrozenLine NOT_WATCHED_LINE = 224;
 constexpr FrozenLine OVERFLOW_LINE = 228;
+constexpr FrozenLine ROOT_GONE_LINE = 250;
 constexpr size_t LOCAL_BUFFER_BYTES = 327680;
 constexpr size_t NETWORK_BUFFER_BYTES = 65536;
 
@@ -34,6 +36,19 @@ void LogWatchFailure(Platform::SError error)
     else
         LogError(MainLog(), "ReadDirectoryChangesW in %s:%d failed, error-code: 0x%08X", SOURCE_FILE, WATCH_LINE,
                  error.dwSysError);
+}
+
+void LogLoss(Platform::SError loss, bool bHasRoot)
+{
+    if (!bHasRoot)
+        LogError(MainLog(), "ReadDirectoryChangesW in %s:%d failed, error-code: 0x%08X", SOURCE_FILE, ROOT_GONE_LINE,
+                 loss.dwSysError);
+    else if (loss.iLibError != 0)
+        LogError(MainLog(), "GetOverlappedResult in %s:%d failed, error-code: 0x%08X", SOURCE_FILE, NOT_WATCHED_LINE,
+                 loss.dwSysError);
+    else
+        LogError(MainLog(), "GetOverlappedResult in %s:%d indicated insufficient buffer for ReadDirectoryChangesW",
+                 SOURCE_FILE, OVERFLOW_LINE);
 }
 
 } // namespace
@@ -114,15 +129,17 @@ bool CFileTreeChangeMonitor::HasChanged()
     if (!m_watch.IsOpen())
         return false;
     std::vector<Platform::STreeRecord> records;
+    Platform::SError loss;
     // Lost records may have been the ones that count, so losing some is a change, too.
-    bool bChanged = !m_watch.Fetch(records);
+    bool bChanged = !m_watch.Fetch(records, loss);
     if (bChanged)
-        LogError(MainLog(), "GetOverlappedResult in %s:%d indicated insufficient buffer for ReadDirectoryChangesW",
-                 SOURCE_FILE, OVERFLOW_LINE);
+        LogLoss(loss, m_watch.HasRoot());
     for (size_t n = 0; n < records.size(); ++n) {
         const Platform::STreeRecord* const pNext = n + 1 < records.size() ? &records[n + 1] : nullptr;
         bChanged = OnRecord(records[n], pNext) || bChanged;
     }
+    if (!m_watch.HasRoot())
+        m_watch.Close();
     return bChanged;
 }
 

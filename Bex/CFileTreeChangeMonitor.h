@@ -31,6 +31,7 @@ public:
     void Create(const CSimpleString& strDirectory, Platform::CTreeWatch::Filter filter = nullptr);
     bool HasChanged(); ///< true when at least one record counted since the last call; never blocks
     void Destroy();
+    /// False, too, once the directory was moved away, removed or unmounted.
     bool IsCreated() const { return m_watch.IsOpen(); }
     const Platform::IWaitable& Waitable() const { return m_watch; }
 

@@ -53,18 +53,50 @@ bool CUsers::InitUsers()
 
 bool CUsers::LoadUsers(const Bex::CSimpleString& strSpoolDirectory)
 {
-    m_monitor.Destroy();
+    const bool bSameTree = m_strSpoolDirectory == strSpoolDirectory;
     m_strSpoolDirectory = strSpoolDirectory;
+    m_renewal.Begin(m_strSpoolDirectory);
+    Watch();
+    const bool bBuilt = BuildUserList();
+    if (!bBuilt && !bSameTree)
+        Replace({});
+    return bBuilt || (bSameTree && m_nUsers > 0);
+}
+
+void CUsers::Watch()
+{
+    m_monitor.Destroy();
     m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts);
     if (!m_monitor.IsCreated())
         Bex::LogError(Bex::MainLog(), "CUsers::Load failed creating FCM at %s:%d", SOURCE_FILE, NO_MONITOR_LINE);
-    return BuildUserList();
+}
+
+bool CUsers::HasTreeChanged()
+{
+    const bool bChanged = m_monitor.HasChanged();
+    if (!m_renewal.IsDue(m_monitor.IsCreated() && m_bListed))
+        return m_renewal.HasToLook() || bChanged;
+    Watch();
+    return true;
 }
 
 bool CUsers::BuildUserList()
 {
     CAccounts accounts;
-    const bool bListed = ReadAccounts(accounts);
+    Platform::SFileIdentity directory;
+    m_bListed = Platform::IdentityOf(m_strSpoolDirectory.Text(), directory, Platform::ELinks::Follow);
+    m_bListed = ReadAccounts(accounts) && m_bListed;
+    const bool bVolumeAway = accounts.empty() && m_nUsers > 0 && !directory.IsSameInode(m_usersFrom);
+    m_bListed = m_bListed && !bVolumeAway; // its mount point is empty, but no tree of ours
+    if (m_bListed) {
+        Replace(std::move(accounts));
+        m_usersFrom = directory;
+    }
+    return m_bListed;
+}
+
+void CUsers::Replace(CAccounts accounts)
+{
     const Bex::CScopedLock lock(LockObject());
     RemoveAll();
     m_nUsers = static_cast<uint32_t>(accounts.size());
@@ -72,7 +104,6 @@ bool CUsers::BuildUserList()
         const Bex::CSimpleString strName = pAccount->strDirectory.Lowered();
         Set(strName, std::move(pAccount));
     }
-    return bListed;
 }
 
 bool CUsers::ReadAccounts(CAccounts& accounts) const
@@ -88,6 +119,8 @@ bool CUsers::ReadAccounts(CAccounts& accounts) const
             try {
                 accounts.push_back(ReadAccount(find.Name(), iDefaultQuota));
             } catch (const Bex::CFileException& exception) {
+                if (Platform::IsBusy(exception.Error()))
+                    throw;
                 Bex::LogCaught(exception, SOURCE_FILE, DIRECTORY_SKIPPED_LINE);
             }
         }

@@ -3,6 +3,7 @@
 #include "Bex/CFileTreeChangeMonitor.h"
 #include "Bex/CHashMap.h"
 #include "Bex/CSimpleString.h"
+#include "Bex/CWatchRenewal.h"
 
 #include <atomic>
 #include <memory>
@@ -19,8 +20,8 @@ struct CUserEntry
 
 /// The local users: one per directory in the spool directory, by lower-case name.
 ///
-/// Lookups come from any thread; LoadUsers and BuildUserList belong to the main thread. A rebuild reads all accounts
-/// first and then replaces the list at once, so that nobody finds a user missing meanwhile.
+/// Lookups come from any thread; what loads, builds and watches belongs to the main thread. A rebuild reads all
+/// accounts first and then replaces the list at once, so that nobody finds a user missing meanwhile.
 class CUsers : public Bex::CHashMap<Bex::CSimpleString, std::unique_ptr<CUserEntry>>
 {
 public:
@@ -36,7 +37,10 @@ public:
 
     bool InitUsers(); ///< reads SpoolDir; false when the user list cannot be made (logged)
     bool LoadUsers(const Bex::CSimpleString& strSpoolDirectory);
-    bool BuildUserList();
+    bool BuildUserList(); ///< when the listing fails (logged), those that are known stay
+    /// A password file changed, or another directory stands in the place of the tree, or it can be listed again.
+    /// Watches it anew when that is due.
+    bool HasTreeChanged();
     bool IsUser(std::string_view name) const { return Contains(name); }
     CUserChangeMonitor& ChangeMonitor() { return m_monitor; }
     uint32_t UserCount() const { return m_nUsers; }
@@ -48,11 +52,16 @@ public:
 private:
     using CAccounts = std::vector<std::unique_ptr<CUserEntry>>;
 
+    void Watch();
+    void Replace(CAccounts accounts);
     bool ReadAccounts(CAccounts& accounts) const;
     std::unique_ptr<CUserEntry> ReadAccount(const char* pszDirectoryName, int iDefaultQuota) const;
 
     Bex::CSimpleString m_strSpoolDirectory; ///< listed by the last build
     CUserChangeMonitor m_monitor;
+    Bex::CWatchRenewal m_renewal;
+    bool m_bListed = true;               ///< by the last build
+    Platform::SFileIdentity m_usersFrom; ///< the directory in which they were found
     std::atomic<uint32_t> m_nUsers = 0;
     Bex::CSimpleString m_strSpoolRoot;
 };

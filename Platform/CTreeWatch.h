@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/CEventHandle.h"
+#include "Platform/Errors.h"
 
 #include <functional>
 #include <memory>
@@ -44,9 +45,10 @@ public:
     void Close();
     bool IsOpen() const;
     /// Moves out the records of everything that has happened, never waiting for more. False when records were lost
-    /// since the last call (buffer or kernel queue overflow, a directory that cannot be watched, the root gone); the
-    /// records that were kept still come out.
-    bool Fetch(std::vector<STreeRecord>& records);
+    /// since the last call; the records that were kept still come out. The loss is no error for an overflow of buffer
+    /// or kernel queue, else what keeps a directory from being watched, of several the first.
+    bool Fetch(std::vector<STreeRecord>& records, SError& loss);
+    bool HasRoot() const; ///< false, too, when the root was moved away, removed or unmounted: nothing more is told
     int WaitDescriptor() const override; ///< readable while records wait or were lost
 
 private:

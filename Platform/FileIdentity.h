@@ -13,11 +13,9 @@ struct SFileIdentity
     int64_t iModified = 0; ///< nanoseconds since 1970-01-01 UTC
 
     bool operator==(const SFileIdentity&) const = default;
+    bool IsSameInode(const SFileIdentity& other) const { return nDevice == other.nDevice && nNumber == other.nNumber; }
     /// With other times it may hold the same content, or another one of the same size.
-    bool IsSameFile(const SFileIdentity& other) const
-    {
-        return nDevice == other.nDevice && nNumber == other.nNumber && iSize == other.iSize;
-    }
+    bool IsSameFile(const SFileIdentity& other) const { return IsSameInode(other) && iSize == other.iSize; }
 };
 
 enum class ELinks { Keep, Follow };

@@ -208,15 +208,14 @@ void CMDAService::OnCustomControl(unsigned dwControl)
 int CMDAService::Run()
 {
     CHourlyCleanup cleanup;
-    CFileChangeMonitor monitor;
-    monitor.Open(m_strDirectory);
+    CWatchedDirectory directory(m_strDirectory);
     while (IsRunning()) {
         WaitWhilePaused();
         if (RunsHourlyCleanup()) {
             cleanup.Pass();
             StopEvent().Wait(IDLE_MILLIS);
-        } else if (!TakeUpChanges(monitor)) {
-            Bex::WaitForAny({&StopEvent().Waitable(), &monitor.Waitable(), &Users().ChangeMonitor().Waitable()},
+        } else if (!TakeUpChanges(directory)) {
+            Bex::WaitForAny({&StopEvent().Waitable(), &directory.Waitable(), &Users().ChangeMonitor().Waitable()},
                             IDLE_MILLIS);
         }
     }
@@ -230,13 +229,13 @@ void CMDAService::WaitWhilePaused() const
 }
 
 /// False when nothing has changed. What changes while a restart loads the tables shows afterwards.
-bool CMDAService::TakeUpChanges(CFileChangeMonitor& monitor)
+bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
 {
     const std::lock_guard lock(m_workersAndTables);
     if (!IsRunning())
         return true;
-    const bool bDirectoryChanged = monitor.HasChanged();
-    const bool bTreeChanged = !bDirectoryChanged && Users().ChangeMonitor().HasChanged();
+    const bool bDirectoryChanged = directory.MayHaveChanged();
+    const bool bTreeChanged = !bDirectoryChanged && Users().HasTreeChanged();
     if (!bDirectoryChanged && !bTreeChanged)
         return false;
     ReloadChangedTables(bTreeChanged, m_pLocalAgent ? &m_pLocalAgent->Interceptor() : nullptr);

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "Bex/CFileChangeMonitor.h"
 #include "Bex/CLockFile.h"
 #include "Common/CCommonService.h"
 #include "Tobix/CLocalAgent.h"
 #include "Tobix/CRemoteDelivery.h"
+#include "Tobix/CWatchedDirectory.h"
 
 #include <memory>
 #include <mutex>
@@ -43,7 +43,7 @@ private:
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
     void WaitWhilePaused() const;
-    bool TakeUpChanges(CFileChangeMonitor& monitor);
+    bool TakeUpChanges(CWatchedDirectory& directory);
 
     CLockFile m_pidFile;
     Bex::CSimpleString m_strDirectory; ///< of the configuration

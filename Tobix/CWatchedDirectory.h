@@ -2,13 +2,12 @@
 
 #include "Bex/CFileChangeMonitor.h"
 #include "Bex/CSimpleString.h"
-
-#include <cstdint>
+#include "Bex/CWatchRenewal.h"
 
 /// A directory that an agent lists whenever something in it may have changed: at first, and after each notification.
 ///
-/// A watch breaks when its directory goes away, and cannot be opened while the system has none left: it is tried again
-/// from time to time, so that a file that comes meanwhile does not wait for a restart. Used by one thread.
+/// A watch breaks when its directory goes away, and cannot be opened while the system has none left: it is tried again,
+/// so that a file that comes meanwhile does not wait for a restart. Used by one thread.
 class CWatchedDirectory
 {
 public:
@@ -21,10 +20,8 @@ public:
     const Platform::IWaitable& Waitable() const { return m_monitor.Waitable(); }
 
 private:
-    void Rearm();
-
     Bex::CSimpleString m_strPath;
     CFileChangeMonitor m_monitor;
+    Bex::CWatchRenewal m_renewal;
     bool m_bAskAgain = true;
-    uint64_t m_nRearmTicks = 0; ///< when a broken watch is opened again
 };

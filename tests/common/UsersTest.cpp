@@ -48,8 +48,25 @@ TEST(UsersTest, BrokenAccountCostsOnlyItself)
     EXPECT_TRUE(Users().BuildUserList());
     EXPECT_FALSE(Users().IsUser("ann"));
     EXPECT_TRUE(Users().IsUser("bob"));
-    EXPECT_FALSE(Users().LoadUsers(CSimpleString(world.Directory() / "none")));
-    EXPECT_EQ(Users().UserCount(), 0u);
+}
+
+TEST(UsersTest, AreKeptWhileTheirTreeIsAwayAndWatchedAgainWhenItIsBack)
+{
+    const CAccountWorld world({"ann"}, "");
+    const std::filesystem::path spool = world.Directory() / "spool";
+    for (const bool bEmptyInBetween : {false, true}) { // as an unmounted volume leaves it
+        std::filesystem::rename(spool, world.Directory() / "away");
+        if (bEmptyInBetween)
+            std::filesystem::create_directory(spool);
+        while (Users().HasTreeChanged() || Users().ChangeMonitor().IsCreated() != bEmptyInBetween)
+            EXPECT_FALSE(Users().BuildUserList());
+        EXPECT_TRUE(Users().IsUser("ann"));
+        std::filesystem::remove(spool);
+        std::filesystem::rename(world.Directory() / "away", spool);
+        EXPECT_TRUE(Users().HasTreeChanged() && Users().BuildUserList());
+        world.Directory().Write("spool/ann/password", "x");
+        EXPECT_TRUE(Users().HasTreeChanged());
+    }
 }
 
 TEST(UsersTest, OnlyPasswordFilesBelowTheSpoolDirectoryCount)

@@ -57,7 +57,7 @@ TEST(DirectoryWatchTest, TellsOnceOfNamesAndFinishedWrites)
     EXPECT_EQ(resultOf([&] { std::filesystem::remove_all(dir / "away"); }), EResult::Broken);
     const CInjectedFault fault(EFault::WatchDirectory, 1, ENOSPC); // the user has too many
     EXPECT_FALSE(watch.Open(dir.Path().c_str()));
-    EXPECT_EQ(LastError().iLibError, LIB_NO_SPACE);
+    EXPECT_EQ(LastError().iLibError, LIB_NO_LOCKS);
 }
 
 /// Enough events to fill the kernel's queue and what reads from it: one name after the other, so that they are not
@@ -101,7 +101,7 @@ protected:
     std::string Fetched()
     {
         std::vector<STreeRecord> records;
-        EXPECT_TRUE(m_watch.Fetch(records)) << "records were lost";
+        EXPECT_TRUE(m_watch.Fetch(records, m_loss)) << "records were lost";
         static constexpr const char* MARKS[] = {"", "+", "-", "*", "", ""};
         std::string strSeen;
         for (const auto& [action, strName] : records)
@@ -116,6 +116,7 @@ protected:
     }
     CTemporaryDirectory m_directory{CTemporaryDirectory::IN_MEMORY};
     CTreeWatch m_watch;
+    SError m_loss{};
 };
 
 TEST_F(TreeWatchTest, CanBeWaitedOnWhileItIsOpenedAnew)
@@ -165,12 +166,13 @@ TEST_F(TreeWatchTest, FollowsDirectoriesThatAppearMoveAndGo)
     Move("incoming", "tree/in");
     EXPECT_THAT(Fetched(), HasSubstr("+in/deep/file "));
     Move("tree/in", "left");
+    Move("left/deep", "left/below"); // settles the rename, and forgets the directory that it comes from
     EXPECT_EQ(FetchedInTheEnd(), "-in ");
-    Touch(m_directory / "left/deep/file"); // not ours any more
+    Touch(m_directory / "left/below/file"); // not ours any more
     std::filesystem::remove_all(InTree("a/moved"));
     EXPECT_EQ(Fetched(), "-a/moved/d/file -a/moved/d -a/moved ");
     ASSERT_EQ(symlink((m_directory / "left").c_str(), InTree("link").c_str()), 0);
-    Touch(m_directory / "left/deep/file");
+    Touch(m_directory / "left/below/file");
     EXPECT_EQ(Fetched(), "+link ");
 }
 
@@ -211,7 +213,7 @@ TEST_F(TreeWatchTest, ABurstInNewDirectoriesLosesNothing)
     std::set<std::string> seen;
     EXPECT_TRUE(Becomes([&] {
         std::vector<STreeRecord> records;
-        EXPECT_TRUE(m_watch.Fetch(records));
+        EXPECT_TRUE(m_watch.Fetch(records, m_loss));
         for (const STreeRecord& record : records)
             seen.insert(record.strName);
         return seen.size() == DIRECTORIES * (FILES + 1);
@@ -225,13 +227,19 @@ TEST_F(TreeWatchTest, SaysWhenRecordsWereLostAndGoesOn)
     for (int n = 0; n < 10; ++n)
         MakeDirectory(std::to_string(n));
     std::vector<STreeRecord> records;
-    EXPECT_FALSE(m_watch.Fetch(records));
+    EXPECT_FALSE(m_watch.Fetch(records, m_loss));
     EXPECT_FALSE(records.empty());
+    EXPECT_EQ(m_loss.iLibError, 0);
+    const CInjectedFault none(EFault::WatchDirectory, 1, ENOSPC);
+    MakeDirectory("unwatched");
+    EXPECT_FALSE(m_watch.Fetch(records, m_loss));
+    EXPECT_EQ(m_loss.dwSysError, SYS_NO_RESOURCES);
     Touch(InTree("9/file")); // its directory is watched though its coming was lost
     EXPECT_EQ(Fetched(), "*9/file ");
     Move("tree", "away");
     EXPECT_EQ(WaitAny({&m_watch}, DEADLINE), EWaitResult::Signalled);
-    EXPECT_FALSE(m_watch.Fetch(records));
+    EXPECT_FALSE(m_watch.Fetch(records, m_loss) || m_watch.HasRoot());
+    EXPECT_EQ(m_loss.dwSysError, SYS_FILE_NOT_FOUND);
     EXPECT_EQ(Fetched(), "");
 }
 
@@ -246,7 +254,7 @@ TEST_F(TreeWatchTest, AKernelQueueThatOverflowsIsALossAndTheTreeIsFoundAgain)
     MakeDirectory("unseen/below");
     closed.unlock();
     std::vector<STreeRecord> records;
-    EXPECT_FALSE(m_watch.Fetch(records));
+    EXPECT_FALSE(m_watch.Fetch(records, m_loss));
     Touch(InTree("unseen/below/file"));
     EXPECT_EQ(Fetched(), "*unseen/below/file ");
 }

@@ -36,14 +36,17 @@ void CTreeRecords::KeepRename(const std::string& strOld, const std::string& strN
     m_ready.Set();
 }
 
-void CTreeRecords::Lose()
+void CTreeRecords::Lose(SError why)
 {
+    if (m_loss.iLibError == 0)
+        m_loss = why;
     if (!std::exchange(m_bLost, true))
         m_ready.Set();
 }
 
-bool CTreeRecords::Take(std::vector<STreeRecord>& records)
+bool CTreeRecords::Take(std::vector<STreeRecord>& records, SError& loss)
 {
+    loss = std::exchange(m_loss, {});
     records.swap(m_records);
     m_records.clear();
     m_nUsedBytes = 0;

@@ -20,8 +20,8 @@ public:
 
     void Keep(ETreeAction action, const std::string& strName);
     void KeepRename(const std::string& strOld, const std::string& strNew); ///< both halves when either name is wanted
-    void Lose();                                                           ///< something happened that is not told
-    bool Take(std::vector<STreeRecord>& records);                          ///< false when some were lost
+    void Lose(SError why = {});                                            ///< something happened that is not told
+    bool Take(std::vector<STreeRecord>& records, SError& loss);            ///< false when some were lost
 
 private:
     bool IsWanted(const std::string& strName) const { return !m_filter || m_filter(strName); }
@@ -34,6 +34,7 @@ private:
     CTreeWatch::Filter m_filter;
     std::vector<STreeRecord> m_records;
     bool m_bLost = false;
+    SError m_loss; ///< the first that was one
 };
 
 } // namespace Platform

@@ -9,6 +9,7 @@
 #include "Platform/linux/watch/CWatchedTree.h"
 #include "Platform/linux/watch/NotifyQueue.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <mutex>
 #include <utility>
@@ -50,7 +51,13 @@ struct CTreeWatch::SState
     SState(CEventHandle& ready, size_t nBufferBytes, Filter filter) : records(ready, nBufferBytes, std::move(filter)) {}
     ~SState();
     bool Open(const char* pszRoot);
-    bool Fetch(std::vector<STreeRecord>& fetched);
+    bool Fetch(std::vector<STreeRecord>& fetched, SError& loss);
+
+    bool HasRoot()
+    {
+        const std::lock_guard lock(mutex);
+        return !bRootGone;
+    }
 
     void Pump();
     void Drain();
@@ -109,13 +116,13 @@ bool CTreeWatch::SState::Open(const char* pszRoot)
     return pThread != nullptr;
 }
 
-bool CTreeWatch::SState::Fetch(std::vector<STreeRecord>& fetched)
+bool CTreeWatch::SState::Fetch(std::vector<STreeRecord>& fetched, SError& loss)
 {
     const std::lock_guard lock(mutex);
     Drain();
     if (rename.bOpen)
         wake.Set(); // the pump settles it, and may have slept through its coming
-    return records.Take(fetched);
+    return records.Take(fetched, loss);
 }
 
 void CTreeWatch::SState::Pump()
@@ -148,19 +155,19 @@ void CTreeWatch::SState::Drain()
 
 void CTreeWatch::SState::Take(const inotify_event& event, std::string_view strLeaf)
 {
-    if ((event.mask & IN_Q_OVERFLOW) != 0) {
-        bOutOfStep = true;
+    bOutOfStep = bOutOfStep || (event.mask & IN_Q_OVERFLOW) != 0;
+    if (bOutOfStep) // what the tree says of this event is not true any more
         return;
-    }
+    // What happens to the old name of a rename, and the next rename, come after it. Settling may forget directories.
+    const bool bSecondHalf = (event.mask & IN_MOVED_TO) != 0 && event.cookie == rename.dwCookie;
+    const bool bOldName = rename.iParentWatch == event.wd && rename.strLeaf == strLeaf;
+    if (!bSecondHalf && (bOldName || (event.mask & IN_MOVED_FROM) != 0))
+        SettleRename();
     SDirectory* pParent = tree.Find(event.wd);
     if (pParent == nullptr)
         return;
     if (strLeaf.empty())
         return TakeOfDirectoryItself(*pParent, event.mask);
-    // What happens to the old name of a rename comes after the rename.
-    const bool bSecondHalf = (event.mask & IN_MOVED_TO) != 0 && event.cookie == rename.dwCookie;
-    if (rename.bOpen && !bSecondHalf && rename.iParentWatch == event.wd && rename.strLeaf == strLeaf)
-        SettleRename();
 
     tree.RelativeName(*pParent, strLeaf, strName);
     const bool bDirectory = (event.mask & IN_ISDIR) != 0;
@@ -183,7 +190,7 @@ void CTreeWatch::SState::TakeOfDirectoryItself(SDirectory& directory, uint32_t d
 {
     if (&directory == &tree.Root()) {
         if (!std::exchange(bRootGone, true))
-            records.Lose();
+            records.Lose(ErrorFromErrno(ENOENT));
         return;
     }
     if ((dwMask & IN_UNMOUNT) != 0)
@@ -202,7 +209,6 @@ void CTreeWatch::SState::OnAppeared(SDirectory& parent, std::string_view strLeaf
 void CTreeWatch::SState::OnMovedFrom(const SDirectory& parent, std::string_view strLeaf, uint32_t dwCookie,
                                      bool bDirectory)
 {
-    SettleRename();
     rename.bOpen = true;
     rename.bDirectory = bDirectory;
     rename.dwCookie = dwCookie;
@@ -265,7 +271,7 @@ void CTreeWatch::SState::AddDirectory(SDirectory& parent, std::string_view strLe
         bMissed = bMissed || !tree.IsInPlace(parent);
         return;
     case CWatchedTree::EAdded::Failed:
-        return records.Lose();
+        return records.Lose(ErrorFromErrno(errno));
     }
 }
 
@@ -275,7 +281,7 @@ void CTreeWatch::SState::Scan(SDirectory& directory, bool bReport)
     CDirectoryListing listing;
     if (!listing.Read(tree.FullPath(directory, ""))) {
         if (LastError().iLibError != LIB_NO_ENTRY)
-            records.Lose();
+            records.Lose(LastError());
         return;
     }
     std::string strFound;
@@ -329,11 +335,13 @@ void CTreeWatch::Close()
 
 bool CTreeWatch::IsOpen() const { return m_pState != nullptr; }
 
-bool CTreeWatch::Fetch(std::vector<STreeRecord>& records)
+bool CTreeWatch::Fetch(std::vector<STreeRecord>& records, SError& loss)
 {
     records.clear();
-    return m_pState == nullptr || m_pState->Fetch(records);
+    return m_pState == nullptr || m_pState->Fetch(records, loss);
 }
+
+bool CTreeWatch::HasRoot() const { return m_pState != nullptr && m_pState->HasRoot(); }
 
 int CTreeWatch::WaitDescriptor() const { return m_ready.WaitDescriptor(); }
 

@@ -12,10 +12,14 @@
 
 namespace Platform {
 
-/// The watch's number; -1 with errno.
+/// The watch's number; -1 with errno, which is ENOLCK when the system has no more watches.
 inline int AddWatch(int iQueue, const char* pszPath, uint32_t dwEvents)
 {
-    return GuardedCall({EFault::WatchDirectory, pszPath}, [&] { return inotify_add_watch(iQueue, pszPath, dwEvents); });
+    const int iWatch =
+        GuardedCall({EFault::WatchDirectory, pszPath}, [&] { return inotify_add_watch(iQueue, pszPath, dwEvents); });
+    if (iWatch < 0 && errno == ENOSPC) // no disk is full
+        errno = ENOLCK;
+    return iWatch;
 }
 
 /// Hands each event that waits in a non-blocking notification queue to take(event, name), the name empty when the
