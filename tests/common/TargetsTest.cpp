@@ -9,6 +9,7 @@
 #include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <thread>
 
 using namespace Bex;
@@ -49,6 +50,19 @@ protected:
 
     CLogRecorder log;
 };
+
+TEST_F(TargetsTest, AsksAgainWhenDescriptorsWereShort)
+{
+    TellHost("a.test", "192.0.2.1");
+    rlimit whole{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &whole), 0);
+    const rlimit few{4, whole.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_THAT(Targets("a.test"), ElementsAre());
+    setrlimit(RLIMIT_NOFILE, &whole);
+    EXPECT_THAT(Targets("a.test"), ElementsAre("a.test 192.0.2.1 25 1 "));
+    log.Take();
+}
 
 TEST_F(TargetsTest, ListsTheExchangesByPreferenceAndIPv6First)
 {

@@ -85,7 +85,7 @@ struct CDnsContext::SAnswer
 };
 
 CDnsContext::CDnsContext(const SResolverFile& file)
-    : m_file(file), m_config(ReadResolverConfig(file.strPath)), m_pContext(ub_ctx_create())
+    : m_file(file), m_config(ReadResolverConfig(file)), m_pContext(ub_ctx_create())
 {
     if (m_pContext == nullptr)
         m_dwStatus = DNS_NO_MEMORY;
@@ -118,7 +118,7 @@ std::shared_ptr<CDnsContext> CDnsContext::Current()
     std::shared_ptr<CDnsContext> pFormer; // goes after the lock: it waits for the library's thread
     const SResolverFile file = CurrentResolverFile();
     const std::lock_guard lock(s_mutex);
-    if (!s_pCurrent || s_pCurrent->m_file != file) {
+    if (!s_pCurrent || !s_pCurrent->IsWhole() || s_pCurrent->m_file != file) {
         pFormer = std::move(s_pCurrent);
         s_pCurrent = std::make_shared<CDnsContext>(file);
     }

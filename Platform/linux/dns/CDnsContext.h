@@ -33,6 +33,8 @@ public:
 private:
     struct SAnswer;
 
+    /// Else descriptors or memory were short while it was made: the next question makes another.
+    bool IsWhole() const { return m_dwStatus == DNS_OK && m_config.bComplete; }
     bool Configure();
     uint32_t Wait(const SAnswer& answer, const CWaitLimit& limit);
 

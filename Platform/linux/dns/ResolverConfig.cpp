@@ -55,13 +55,14 @@ SResolverFile CurrentResolverFile()
     return file;
 }
 
-SResolverConfig ReadResolverConfig(const std::string& strPath)
+SResolverConfig ReadResolverConfig(const SResolverFile& file)
 {
     SResolverConfig config;
     std::string strText(MOST_BYTES, '\0');
-    std::ifstream file(strPath, std::ios::binary);
-    file.read(strText.data(), static_cast<std::streamsize>(strText.size()));
-    strText.resize(static_cast<size_t>(file.gcount()));
+    std::ifstream stream(file.strPath, std::ios::binary);
+    config.bComplete = stream.is_open() || file.iSize < 0;
+    stream.read(strText.data(), static_cast<std::streamsize>(strText.size()));
+    strText.resize(static_cast<size_t>(stream.gcount()));
     std::istringstream lines(strText);
     for (std::string strLine; std::getline(lines, strLine);)
         ReadLine(strLine, config);

@@ -10,6 +10,7 @@ struct SResolverConfig
 {
     std::vector<std::string> servers; ///< the local machine when the file names none, or cannot be read
     std::vector<std::string> suffixes;
+    bool bComplete = true; ///< false: there is a file, which could not be read
 };
 
 /// The state of a resolv.conf at one time. A symbolic link stands for what it points to.
@@ -25,6 +26,6 @@ struct SResolverFile
 };
 
 SResolverFile CurrentResolverFile();
-SResolverConfig ReadResolverConfig(const std::string& strPath);
+SResolverConfig ReadResolverConfig(const SResolverFile& file);
 
 } // namespace Platform
