@@ -2,6 +2,7 @@
 
 #include "Bex/CSecurityException.h"
 #include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
 #include "Platform/TlsChain.h"
 
 using namespace Platform;
@@ -11,32 +12,6 @@ namespace Bex {
 namespace {
 
 constexpr char SOURCE_FILE[] = "Bex/CSecureSocket";
-
-/// A target name must be text: well-formed UTF-8 (RFC 3629) without surrogates and overlong forms.
-bool IsUtf8(std::string_view text)
-{
-    for (size_t i = 0; i < text.size();) {
-        const auto cFirst = static_cast<uint8_t>(text[i++]);
-        const size_t nMore = cFirst < 0x80       ? 0
-                             : cFirst >> 5 == 6  ? 1
-                             : cFirst >> 4 == 14 ? 2
-                             : cFirst >> 3 == 30 ? 3
-                                                 : 4;
-        if (nMore > 3 || nMore > text.size() - i)
-            return false;
-        uint32_t dwCode = nMore == 0 ? cFirst : cFirst & (0x3Fu >> nMore);
-        for (const size_t nEnd = i + nMore; i < nEnd; ++i) {
-            const auto cNext = static_cast<uint8_t>(text[i]);
-            if (cNext >> 6 != 2)
-                return false;
-            dwCode = dwCode << 6 | (cNext & 0x3Fu);
-        }
-        constexpr uint32_t LEAST[] = {0, 0x80, 0x800, 0x10000};
-        if (dwCode < LEAST[nMore] || dwCode > 0x10FFFF || (dwCode >= 0xD800 && dwCode < 0xE000))
-            return false;
-    }
-    return true;
-}
 
 void LogChain(const STlsChain& chain)
 {

@@ -26,6 +26,31 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix)
     return EqualNoCase(text.substr(0, prefix.size()), prefix);
 }
 
+bool IsUtf8(std::string_view text)
+{
+    for (size_t i = 0; i < text.size();) {
+        const auto cFirst = static_cast<uint8_t>(text[i++]);
+        const size_t nMore = cFirst < 0x80       ? 0
+                             : cFirst >> 5 == 6  ? 1
+                             : cFirst >> 4 == 14 ? 2
+                             : cFirst >> 3 == 30 ? 3
+                                                 : 4;
+        if (nMore > 3 || nMore > text.size() - i)
+            return false;
+        uint32_t dwCode = nMore == 0 ? cFirst : cFirst & (0x3Fu >> nMore);
+        for (const size_t nEnd = i + nMore; i < nEnd; ++i) {
+            const auto cNext = static_cast<uint8_t>(text[i]);
+            if (cNext >> 6 != 2)
+                return false;
+            dwCode = dwCode << 6 | (cNext & 0x3Fu);
+        }
+        constexpr uint32_t LEAST[] = {0, 0x80, 0x800, 0x10000};
+        if (dwCode < LEAST[nMore] || dwCode > 0x10FFFF || (dwCode >= 0xD800 && dwCode < 0xE000))
+            return false;
+    }
+    return true;
+}
+
 void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleString>& list, bool bTrim)
 {
     size_t nStart = 0;

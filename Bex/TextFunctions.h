@@ -17,6 +17,9 @@ std::string_view TrimmedView(std::string_view text);      ///< without white spa
 bool EqualNoCase(std::string_view a, std::string_view b); ///< folds ASCII letters only
 bool StartsWithNoCase(std::string_view text, std::string_view prefix);
 
+/// Well-formed (RFC 3629), without surrogates and overlong forms.
+bool IsUtf8(std::string_view text);
+
 /// Splits at every character that is one of the separators and appends every non-empty piece in order, trimmed if
 /// asked (a piece that trimming empties is appended empty).
 void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleString>& list, bool bTrim);

@@ -9,6 +9,8 @@
 #include "Common/ConfigKeys.h"
 
 inline constexpr char CONFIGURATION_FILE[] = "tobix.cfg"; ///< unless the command line names another
+/// Of the environment: the path of the configuration that the daemon runs with, for the programs that it starts.
+inline constexpr char CONFIGURATION_VARIABLE[] = "TOBIX_CONFIG";
 
 /// The process-wide objects: made on first use, before any thread needs them, and alive until the process ends.
 /// The configuration is written only while no agent runs; each table has its own lock.

@@ -1,6 +1,7 @@
 #include "Responder/AnsweredMail.h"
 
 #include "Bex/TextFunctions.h"
+#include "Platform/Clock.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -33,13 +34,37 @@ bool ForbidsReply(std::string_view line)
                                                                   "X-Autoresponder", "Mailing-List", "X-Mailing-List"});
 }
 
+bool IsOfAddress(char c)
+{
+    return static_cast<unsigned char>(c) > ' ' && std::string_view(",;:<>()\"").find(c) == std::string_view::npos;
+}
+
+/// The list of addresses has this one as it stands, and not only as a part of another.
+bool Names(std::string_view list, std::string_view address)
+{
+    for (size_t n = list.find(address); n != std::string_view::npos; n = list.find(address, n + 1)) {
+        const size_t nEnd = n + address.size();
+        if ((n == 0 || !IsOfAddress(list[n - 1])) && (nEnd == list.size() || !IsOfAddress(list[nEnd])))
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
-void LoadMail(CMail& mail, const Bex::CSimpleString& strPath, bool bHeadersOnly)
+CMail LoadMail(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
-    if (const SLoadResult loaded = mail.Load(strPath, bHeadersOnly); !loaded)
-        throw std::runtime_error(std::string("cannot read \"") + strPath.Text() + "\" (error " +
-                                 std::to_string(loaded.error.iLibError) + ")");
+    constexpr uint64_t LONGEST_WAIT = 10000; // milliseconds
+    constexpr unsigned PAUSE = 100;
+    for (const uint64_t ui64Start = Platform::TickCount();; Platform::SleepMillis(PAUSE)) {
+        CMail mail;
+        const SLoadResult loaded = mail.Load(strPath, bHeadersOnly);
+        if (loaded)
+            return mail;
+        if (loaded.result != ELoadResult::Busy || Platform::TickCount() - ui64Start >= LONGEST_WAIT)
+            throw std::runtime_error(std::string("cannot read \"") + strPath.Text() + "\" (error " +
+                                     std::to_string(loaded.error.iLibError) + ")");
+    }
 }
 
 bool IsBounceSender(std::string_view address)
@@ -66,6 +91,12 @@ bool IsRobotSender(std::string_view address)
             return true;
     }
     return strLocal.View().find("-bounces+") != std::string_view::npos;
+}
+
+bool IsAddressedToRecipient(const CMail& mail)
+{
+    const Bex::CSimpleString strAddress = mail.FirstRecipient().Lowered();
+    return !strAddress.IsEmpty() && (Names(mail.To().Lowered(), strAddress) || Names(mail.Cc().Lowered(), strAddress));
 }
 
 bool IsBulk(const CMail& mail) { return IsOneOf(Bex::TrimmedView(mail.Precedence()), {"bulk", "list", "junk"}); }

@@ -6,12 +6,13 @@
 
 /// What the mail at hand is, as far as answering it goes. Stateless.
 
-/// Loads a mail file or throws std::runtime_error.
-void LoadMail(CMail& mail, const Bex::CSimpleString& strPath, bool bHeadersOnly);
+/// Loads a mail file, waiting for it up to 10 s while it is busy, or throws std::runtime_error.
+CMail LoadMail(const Bex::CSimpleString& strPath, bool bHeadersOnly);
 /// An address that programs report failures from: answering it would begin a loop.
 bool IsBounceSender(std::string_view address);
 /// An address of a program rather than a person: lists, robots, those who want no answer.
 bool IsRobotSender(std::string_view address);
-bool IsBulk(const CMail& mail); ///< Precedence: bulk, list or junk
+bool IsAddressedToRecipient(const CMail& mail); ///< To or Cc names the recipient of the envelope
+bool IsBulk(const CMail& mail);                 ///< Precedence: bulk, list or junk
 /// Sent by a program or to a list (RFC 3834 2): no automatic reply may answer it.
 bool IsAutomatic(const CMail& mail);

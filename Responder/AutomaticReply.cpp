@@ -7,7 +7,7 @@
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
 #include "Responder/CReplyRecord.h"
-#include "Responder/CUnsentMark.h"
+#include "Responder/CToldMark.h"
 #include "Responder/STemplate.h"
 
 #include <stdexcept>
@@ -46,20 +46,17 @@ Bex::CSimpleString Author(const STemplate& text, const CMail& mail)
 
 std::string ReplySubject(const STemplate& text, const CMail& mail)
 {
-    if (!text.strSubject.empty())
-        return HeaderText(text.strSubject);
-    const bool bReply = Bex::StartsWithNoCase(mail.Subject(), "Re:");
-    return HeaderText((bReply ? "" : "Re: ") + std::string(mail.Subject().View()));
+    return !text.strSubject.empty() ? text.strSubject : "Auto: " + std::string(mail.Subject().View()); // RFC 3834 3.1.5
 }
 
 void Compose(CAnswer& answer, const STemplate& text, const CMail& mail)
 {
     answer.SetFrom(Author(text, mail));
-    answer.AddField("Subject", ReplySubject(text, mail));
+    answer.AddText("Subject", ReplySubject(text, mail));
     if (!text.strReplyTo.empty())
         answer.AddField("Reply-To", OneLine(text.strReplyTo, 500));
     if (!text.strOrganization.empty())
-        answer.AddField("Organization", HeaderText(text.strOrganization));
+        answer.AddText("Organization", text.strOrganization);
     answer.AddField("X-Loop", answer.FromAddress());
     const bool bTyped = Bex::StartsWithNoCase(text.strContentType, "text/");
     const STextPart part = bTyped ? MakeTextPart(text.strBody, text.strContentType) : MakeTextPart(text.strBody);
@@ -72,7 +69,7 @@ bool MayAnswer(const CMail& mail)
 {
     const Bex::CSimpleString& strSender = mail.EnvelopeSender();
     return IsUsableAddress(strSender) && strSender.Contains('@') && !IsRobotSender(strSender) && !IsAutomatic(mail) &&
-           !strSender.EqualsNoCase(mail.FirstRecipient()) &&
+           IsAddressedToRecipient(mail) && !strSender.EqualsNoCase(mail.FirstRecipient()) &&
            !strSender.EqualsNoCase(NormalizeAddress(mail.ResentFor()));
 }
 
@@ -84,7 +81,7 @@ const char* Reply(const SCommand& command, const CMail& mail)
     Compose(answer, text, mail);
     if (answer.FromAddress().EqualsNoCase(strSender))
         return "from itself, not to be answered";
-    CReplyRecord record(command.strText);
+    CReplyRecord record(Bex::CSimpleString(DirectoryOf(command.strMail)));
     if (!record.Add(strSender))
         return "answered today already";
     try {
@@ -100,8 +97,7 @@ const char* Reply(const SCommand& command, const CMail& mail)
 
 const char* ReplyAutomatically(const SCommand& command)
 {
-    CMail mail;
-    LoadMail(mail, command.strMail, true);
+    const CMail mail = LoadMail(command.strMail, true);
     const char* pszDone = MayAnswer(mail) ? Reply(command, mail) : "not to be answered";
     if (!command.bKeep)
         RemoveIfPresent(command.strMail);

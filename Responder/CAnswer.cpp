@@ -17,19 +17,13 @@ constexpr size_t LONGEST_NAME = 200;
     throw std::runtime_error(strAction + " \"" + strPath.Text() + "\" (error " + std::to_string(error.iLibError) + ")");
 }
 
-std::string DirectoryOf(const Bex::CSimpleString& strPath)
-{
-    const size_t nSlash = strPath.View().rfind('/');
-    return nSlash == std::string_view::npos ? "." : std::string(strPath.View().substr(0, nSlash + 1));
-}
-
 std::string QuotedName(std::string_view name)
 {
     if (HasEightBit(name))
-        return HeaderText(name, LONGEST_NAME);
+        return HeaderText("From", name, LONGEST_NAME) + "\r\n\t";
     std::string strName = OneLine(name, LONGEST_NAME);
     std::erase_if(strName, [](char c) { return c == '"' || c == '\\'; });
-    return "\"" + strName + "\"";
+    return "\"" + strName + "\" ";
 }
 
 } // namespace
@@ -49,6 +43,8 @@ void CAnswer::AddField(std::string_view name, std::string_view value)
     AddLine(std::string(name).append(": ").append(value));
 }
 
+void CAnswer::AddText(std::string_view name, std::string_view value) { AddField(name, HeaderText(name, value)); }
+
 void CAnswer::AddLine(const std::string& strLine) { m_lines.Append(Bex::CSimpleString(strLine)); }
 
 void CAnswer::SetText(const std::string& strBody)
@@ -66,7 +62,7 @@ void CAnswer::BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode
     Append("X-Envelope-From: <>");
     Append("X-Envelope-To: " + m_strTo);
     Append("Message-ID: <" + UniqueText() + "@" + strFrom.substr(strFrom.rfind('@') + 1) + ">");
-    Append("From: " + (FromName().IsEmpty() ? "" : QuotedName(FromName()) + " ") + "<" + strFrom + ">");
+    Append("From: " + (FromName().IsEmpty() ? "" : QuotedName(FromName())) + "<" + strFrom + ">");
     Append("To: " + m_strTo);
     Append("Date: " + std::string(Date().View()));
     Append("MIME-Version: 1.0");
@@ -94,6 +90,12 @@ void CAnswer::QueueInto(const Bex::CSimpleString& strDirectory) const
     Queue(Bex::JoinPath(strDirectory, Bex::CSimpleString("b_" + UniqueText() + ".eml")));
 }
 
+std::string DirectoryOf(const Bex::CSimpleString& strPath)
+{
+    const size_t nSlash = strPath.View().rfind('/');
+    return nSlash == std::string_view::npos ? "." : std::string(strPath.View().substr(0, nSlash + 1));
+}
+
 std::string UniqueText()
 {
     static unsigned nCount = 0;
@@ -104,8 +106,10 @@ std::string UniqueText()
 
 bool IsUsableAddress(std::string_view address)
 {
-    return !address.empty() && std::none_of(address.begin(), address.end(), [](char c) {
-        return static_cast<unsigned char>(c) <= ' ' || c == '\x7f' ||
-               std::string_view(",;<>()\"").find(c) != std::string_view::npos;
-    });
+    constexpr size_t LONGEST_ADDRESS = 320; // RFC 5321 4.5.3.1
+    return !address.empty() && address.size() <= LONGEST_ADDRESS &&
+           std::none_of(address.begin(), address.end(), [](char c) {
+               return static_cast<unsigned char>(c) <= ' ' || c == '\x7f' ||
+                      std::string_view(",;<>()\"").find(c) != std::string_view::npos;
+           });
 }

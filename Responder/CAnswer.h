@@ -15,6 +15,7 @@ public:
     CAnswer(const std::string& strEnvelopeTo, std::string_view answeredID, std::string_view answeredReferences);
 
     void AddField(std::string_view name, std::string_view value); ///< the value as it shall stand in the mail
+    void AddText(std::string_view name, std::string_view value);  ///< any text, encoded as it needs it
     void AddLine(const std::string& strLine);
     void SetText(const std::string& strBody);
     void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const override;
@@ -30,7 +31,9 @@ private:
     Bex::CList<Bex::CSimpleString> m_lines;
 };
 
+std::string DirectoryOf(const Bex::CSimpleString& strPath);
 /// A text that no other run of this program comes up with: of letters and digits.
 std::string UniqueText();
-/// A bare address that can be mailed to: not empty, without blanks, control characters and separators.
+/// A bare address that can be mailed to: not empty nor longer than any can be, without blanks, control characters and
+/// separators.
 bool IsUsableAddress(std::string_view address);

@@ -17,8 +17,8 @@ constexpr size_t LONGEST_ADDRESS = 320; // RFC 5321 4.5.3.1
 
 } // namespace
 
-CReplyRecord::CReplyRecord(const Bex::CSimpleString& strTemplate)
-    : m_strPath(Bex::CSimpleString(strTemplate) += ".replied"), m_lock(Bex::AccountLockName(m_strPath))
+CReplyRecord::CReplyRecord(const Bex::CSimpleString& strMailbox)
+    : m_strPath(Bex::PathBelow(strMailbox, "responder.replied")), m_lock(Bex::AccountLockName(m_strPath))
 {
     if (!m_lock.Lock(LOCK_WAIT_MILLIS))
         throw std::runtime_error(std::string("cannot lock \"") + m_strPath.Text() + "\"");

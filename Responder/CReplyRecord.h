@@ -6,7 +6,8 @@
 #include <map>
 #include <string>
 
-/// Who got an automatic reply within the last day: the file "TEMPLATE.replied", one line "seconds address" each.
+/// Who got an automatic reply of an account within the last day: the file "responder.replied" in its mailbox directory,
+/// one line "seconds address" each.
 ///
 /// Locked, for all programs of this user, from its making to its end; entries older than a day go, and there are at
 /// most MOST_SENDERS: then nobody else is answered, as so many senders in a day are no people. Used by one thread.
@@ -16,7 +17,7 @@ public:
     static constexpr size_t MOST_SENDERS = 5000;
 
     /// Throws std::runtime_error when the lock is not to be had, CFileException when the file cannot be read.
-    explicit CReplyRecord(const Bex::CSimpleString& strTemplate);
+    explicit CReplyRecord(const Bex::CSimpleString& strMailbox);
 
     /// Records the sender; false when it was answered within a day or there are too many. The record is on disk
     /// before the reply is: a reply too few does less harm than one to every mail.

@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t LONGEST_LINE = 998; // RFC 5322 2.1.1
 constexpr size_t ENCODED_LINE = 76;  // RFC 2045 6.7
-constexpr size_t WORD_BYTES = 42;    // of the text in an encoded word, which holds 75 characters
+constexpr size_t LONGEST_WORD = 75;  // RFC 2047 2, in a line of ENCODED_LINE characters
 constexpr uint32_t MOST_REFERENCES = 20;
 constexpr size_t LONGEST_REFERENCE = 250;
 
@@ -59,25 +59,40 @@ void AppendQuotedPrintable(std::string& strOut, std::string_view line)
     }
 }
 
-/// The end of the longest piece that does not part a UTF-8 character.
-size_t WordEnd(std::string_view value)
+/// The longest piece of so many bytes that does not part a UTF-8 character; some in any case.
+size_t WordEnd(std::string_view value, size_t nMost)
 {
-    size_t nEnd = std::min(value.size(), WORD_BYTES);
-    while (nEnd > WORD_BYTES - 4 && nEnd < value.size() && (value[nEnd] & 0xc0) == 0x80)
+    size_t nEnd = std::min(value.size(), nMost);
+    while (nEnd + 4 > nMost && nEnd > 1 && nEnd < value.size() && (value[nEnd] & 0xc0) == 0x80)
         --nEnd;
     return nEnd;
 }
+
+/// 8-bit text whose character set nobody told (RFC 1428).
+const char* CharacterSetOf(std::string_view text) { return Bex::IsUtf8(text) ? "utf-8" : "unknown-8bit"; }
 
 } // namespace
 
 bool HasEightBit(std::string_view text) { return std::any_of(text.begin(), text.end(), IsEightBit); }
 
+bool IsTransportable(std::string_view text)
+{
+    bool bAll = true;
+    ForEachLine(text, [&](std::string_view line) {
+        bAll = bAll && line.size() <= LONGEST_LINE && line.find_first_of(std::string_view("\0\r", 2)) == line.npos;
+    });
+    return bAll;
+}
+
 STextPart MakeTextPart(std::string_view text, std::string_view contentType)
 {
     bool bEncode = false;
     ForEachLine(text, [&](std::string_view line) { bEncode = bEncode || NeedsEncoding(line); });
+    std::string strType = OneLine(contentType, LONGEST_LINE / 2);
+    if (Bex::CSimpleString(strType).Lowered().View().find("charset") == std::string_view::npos)
+        strType.append("; charset=").append(CharacterSetOf(text));
     STextPart part;
-    part.fields.push_back(std::string("Content-Type: ").append(OneLine(contentType, LONGEST_LINE / 2)));
+    part.fields.push_back("Content-Type: " + strType);
     part.fields.push_back(std::string("Content-Transfer-Encoding: ") + (bEncode ? "quoted-printable" : "7bit"));
     ForEachLine(text, [&](std::string_view line) {
         if (bEncode)
@@ -93,27 +108,32 @@ std::string OneLine(std::string_view value, size_t nMost)
 {
     std::string strLine;
     for (const char c : value) {
+        if (strLine.size() == nMost) {
+            strLine.resize(WordEnd(strLine + c, nMost));
+            break;
+        }
         if (!IsControl(c))
             strLine += c;
         else if (!strLine.ends_with(' '))
             strLine += ' ';
-        if (strLine.size() == nMost)
-            break;
     }
     return std::string(Bex::TrimmedView(strLine));
 }
 
-std::string HeaderText(std::string_view value, size_t nMost)
+std::string HeaderText(std::string_view name, std::string_view value, size_t nMost)
 {
-    std::string strLine = OneLine(value, nMost);
+    const std::string strLine = OneLine(value, nMost);
     if (!HasEightBit(strLine))
         return strLine;
+    const std::string strStart = std::string("=?") + CharacterSetOf(strLine) + "?B?";
     std::string strWords;
-    for (std::string_view rest = strLine; !rest.empty(); rest.remove_prefix(WordEnd(rest))) {
-        const std::string_view word = rest.substr(0, WordEnd(rest));
-        strWords += strWords.empty() ? "=?utf-8?B?" : "\r\n\t=?utf-8?B?";
-        strWords += Base64Encode(Bex::CSimpleString(word));
+    size_t nRoom = ENCODED_LINE - std::min(name.size() + 2, ENCODED_LINE / 2);
+    for (std::string_view rest = strLine; !rest.empty(); nRoom = LONGEST_WORD) {
+        const size_t nEnd = WordEnd(rest, (std::min(nRoom, LONGEST_WORD) - strStart.size() - 2) / 4 * 3);
+        strWords += (strWords.empty() ? "" : "\r\n\t") + strStart;
+        strWords += Base64Encode(Bex::CSimpleString(rest.substr(0, nEnd)));
         strWords += "?=";
+        rest.remove_prefix(nEnd);
     }
     return strWords;
 }

@@ -1,13 +1,15 @@
 #include "Responder/Notification.h"
 
+#include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/ReportText.h"
 #include "Platform/FileSystem.h"
+#include "Platform/Process.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
-#include "Responder/CUnsentMark.h"
+#include "Responder/CToldMark.h"
 #include "Responder/SFailure.h"
 
 #include <stdexcept>
@@ -25,68 +27,96 @@ struct SReport
     std::string strText;
 };
 
-void LoadReport(const Bex::CSimpleString& strPath, const CMail& returned, const std::string& strHost, SReport& report)
+SReport LoadReport(const Bex::CSimpleString& strPath, const CMail& returned, const std::string& strHost)
 {
-    if (Platform::KindOf(strPath.Text()) != Platform::EPathKind::Missing &&
-        Platform::FileSize(strPath.Text()) >= SMALLEST_REPORT) {
-        LoadMail(report.mail, strPath, false);
+    const bool bPresent = Platform::KindOf(strPath.Text()) == Platform::EPathKind::File &&
+                          Platform::FileSize(strPath.Text()) >= SMALLEST_REPORT;
+    SReport report{.mail = bPresent ? LoadMail(strPath, false) : CMail(), .strText = {}};
+    if (bPresent)
         report.strText = report.mail.Body().View();
-    } else {
+    else
         report.strText = std::string(ReportText::PERMANENT_ERRORS) + "\r\n" + returned.FirstRecipient().Text() + "\r\n";
-    }
     if (report.mail.FromAddress().IsEmpty()) {
-        const std::string strDefault = "postmaster@" + strHost;
-        report.mail.SetFrom(Bex::CSimpleString::Formatted(
-            "\"%s\" <%s>", ReportText::AUTHOR, Config().GetString(Keys::POSTMASTER.Name(), strDefault.c_str()).Text()));
+        const Bex::CSimpleString strPostmaster = Config().GetString(Keys::POSTMASTER);
+        const std::string strAddress = strPostmaster.IsEmpty() ? "postmaster@" + strHost : strPostmaster.Text();
+        report.mail.SetFrom(Bex::CSimpleString::Formatted("\"%s\" <%s>", ReportText::AUTHOR, strAddress.c_str()));
     }
+    return report;
 }
 
+/// The daemon hands over which one it runs with.
 void LoadConfiguration()
 {
-    const Bex::CSimpleString strPath = Bex::JoinPath(ConfigDirectory(), CONFIGURATION_FILE);
+    bool bPresent = false;
+    const std::string strOfDaemon = Platform::EnvironmentVariable(CONFIGURATION_VARIABLE, bPresent);
+    const Bex::CSimpleString strPath =
+        strOfDaemon.empty() ? Bex::JoinPath(ConfigDirectory(), CONFIGURATION_FILE) : Bex::CSimpleString(strOfDaemon);
     if (!Config().Load(strPath))
         throw std::runtime_error(std::string("cannot load the configuration \"") + strPath.Text() + "\"");
+    // Relative paths in it are meant from its directory, where the daemon works.
+    if (!Platform::SetWorkingDirectory(DirectoryOf(strPath).c_str()))
+        throw std::runtime_error(std::string("cannot enter the directory of \"") + strPath.Text() + "\"");
 }
 
-/// Whom the notification goes to, parted by commas.
-std::string Receivers(const SCommand& command, const CMail& returned)
+using CAddresses = Bex::CList<Bex::CSimpleString>;
+
+CAddresses AddressesIn(std::string_view text)
 {
-    Bex::CList<Bex::CSimpleString> addresses(false);
-    if (command.strTo.empty())
-        addresses.Append(returned.EnvelopeSender());
-    else
-        Bex::Tokenize(command.strTo, " ,;<>", addresses, false);
+    CAddresses addresses(false);
+    Bex::Tokenize(text, " ,;<>", addresses, false);
+    return addresses;
+}
+
+/// Parted by commas.
+std::string UsableOf(const CAddresses& addresses)
+{
     std::string strList;
     for (const Bex::CSimpleString& strAddress : addresses) {
-        if (!IsUsableAddress(strAddress))
-            throw std::runtime_error("cannot send to <" + OneLine(strAddress, 200) + ">");
-        strList.append(strList.empty() ? "" : ",").append(strAddress.View());
+        if (IsUsableAddress(strAddress))
+            strList.append(strList.empty() ? "" : ",").append(strAddress.View());
     }
-    if (strList.empty())
-        throw std::runtime_error("nobody to send to");
     return strList;
 }
 
-/// The part that brings the mail back, or nothing.
+/// A report to the postmaster that came back: the last trace of what it tells.
+bool IsNoticeToPostmaster(const CMail& returned)
+{
+    if (!Bex::StartsWithNoCase(returned.ContentType(), "multipart/report"))
+        return false;
+    for (const Bex::CSimpleString& strAddress : AddressesIn(Config().GetString(Keys::POSTMASTER_TO))) {
+        if (strAddress.EqualsNoCase(returned.FirstRecipient()))
+            return true;
+    }
+    return false;
+}
+
+std::string FieldsOf(const STextPart& part)
+{
+    std::string strFields;
+    for (const std::string& strField : part.fields)
+        strFields += strField + "\r\n";
+    return strFields;
+}
+
+/// The part that brings the mail back, or nothing. A mail cannot be encoded in it (RFC 2046 5.2.1): of one that could
+/// be changed on its way the header is returned.
 std::string ReturnedPart(const SCommand& command, const CMail& returned)
 {
     if (command.returned == SCommand::EReturn::Nothing)
         return {};
-    const Bex::CSimpleString strHeader = returned.GetHeaderText(EWriteMode::Plain);
-    std::string strContent(strHeader.View());
-    const bool bFull =
-        command.returned == SCommand::EReturn::Full && Platform::FileSize(command.strMail.Text()) <= MOST_RETURNED;
-    if (bFull) {
-        CMail whole;
-        LoadMail(whole, command.strMail, false);
-        strContent += whole.Body().View();
+    std::string strContent(returned.GetHeaderText(EWriteMode::Plain).View());
+    const size_t nHeader = strContent.size() - 2; // RFC 6522 3: no blank line at the end
+    if (command.returned == SCommand::EReturn::Full && Platform::FileSize(command.strMail.Text()) <= MOST_RETURNED) {
+        strContent += LoadMail(command.strMail, false).Body().View();
         if (strContent.ends_with("\r\n.\r\n")) // the end of the data is no part of it
             strContent.resize(strContent.size() - 3);
-    } else {
-        strContent.resize(strContent.size() - 2); // RFC 6522 3: no blank line at the end
+        if (IsTransportable(strContent))
+            return std::string("Content-Type: message/rfc822\r\nContent-Transfer-Encoding: ") +
+                   (HasEightBit(strContent) ? "8bit" : "7bit") + "\r\n\r\n" + strContent;
     }
-    return std::string("Content-Type: ") + (bFull ? "message/rfc822" : "text/rfc822-headers") +
-           "\r\nContent-Transfer-Encoding: " + (HasEightBit(strContent) ? "8bit" : "7bit") + "\r\n\r\n" + strContent;
+    strContent.resize(nHeader);
+    const STextPart part = MakeTextPart(strContent, "text/rfc822-headers");
+    return FieldsOf(part) + "\r\n" + part.strBody;
 }
 
 std::string Boundary(const std::string& strText, const std::string& strReturned)
@@ -104,11 +134,8 @@ void SetParts(CAnswer& answer, const std::string& strReport, const std::string& 
     STextPart text = MakeTextPart(strReport);
     const std::string strBoundary = Boundary(text.strBody, strReturned);
     const std::string strDelimiter = "--" + strBoundary;
-    std::string strBody = strDelimiter + "\r\n";
-    for (const std::string& strField : text.fields)
-        strBody += strField + "\r\n";
-    strBody += "\r\n" + text.strBody + "\r\n" + strDelimiter + "\r\nContent-Type: message/delivery-status\r\n\r\n" +
-               strStatus + "\r\n";
+    std::string strBody = strDelimiter + "\r\n" + FieldsOf(text) + "\r\n" + text.strBody + "\r\n" + strDelimiter +
+                          "\r\nContent-Type: message/delivery-status\r\n\r\n" + strStatus + "\r\n";
     if (!strReturned.empty())
         strBody += strDelimiter + "\r\n" + strReturned + "\r\n";
     if (HasEightBit(strReturned)) // RFC 2045 6.4: the whole is what its parts are
@@ -118,41 +145,90 @@ void SetParts(CAnswer& answer, const std::string& strReport, const std::string& 
                     "multipart/report; report-type=delivery-status;\r\n\tboundary=\"" + strBoundary + "\"");
 }
 
-void Notify(const SCommand& command, const CMail& returned)
+void Notify(const SCommand& command, const CMail& returned, const std::string& strReceivers)
 {
-    LoadConfiguration();
     const std::string strHost(LocalHostIdentity::Obtain().strHostName.View());
-    SReport report;
-    LoadReport(command.strText, returned, strHost, report);
+    const SReport report = LoadReport(command.strText, returned, strHost);
     SFailure failure = SFailure::FromReport(report.strText);
     if (failure.strRecipient.empty())
         failure.strRecipient = returned.FirstRecipient();
 
-    CAnswer answer(Receivers(command, returned), returned.MessageID(), returned.References());
+    CAnswer answer(strReceivers, returned.MessageID(), returned.References());
     answer.SetFrom(
         Bex::CSimpleString::Formatted("\"%s\" <%s>", report.mail.FromName().Text(), report.mail.FromAddress().Text()));
-    const std::string strSubject = HeaderText(report.mail.Subject());
-    answer.AddField("Subject", strSubject.empty() ? ReportText::SUBJECT : strSubject);
+    answer.AddText("Subject", report.mail.Subject().IsEmpty() ? ReportText::SUBJECT : report.mail.Subject().Text());
     SetParts(answer, report.strText, failure.StatusText(strHost), ReturnedPart(command, returned));
     answer.QueueInto(Config().GetPath(Keys::QUEUE_DIR));
 }
 
+enum class EOutcome { Told, Nobody, LastTrace };
+
+/// What is to be done about a mail, and who is told.
+struct SPlan
+{
+    EOutcome outcome = EOutcome::Told;
+    CToldMark::EWho who = CToldMark::EWho::Postmaster;
+    std::string strReceivers{};
+};
+
+/// Of a mail whose sender is no address the postmaster's own run tells, or this one if there is none to come.
+SPlan PlanFor(const SCommand& command, const CMail& returned)
+{
+    if (IsBounceSender(returned.EnvelopeSender()))
+        return {.outcome = IsNoticeToPostmaster(returned) ? EOutcome::LastTrace : EOutcome::Nobody};
+    if (!command.bIgnoreBulk && IsBulk(returned))
+        return {.outcome = EOutcome::Nobody};
+    SPlan plan{.strReceivers = UsableOf(AddressesIn(command.strTo))};
+    if (!command.strTo.empty() && plan.strReceivers.empty())
+        throw std::runtime_error("cannot send to <" + OneLine(command.strTo, 200) + ">");
+    if (!command.strTo.empty())
+        return plan;
+    if (IsUsableAddress(returned.EnvelopeSender()))
+        return {.who = CToldMark::EWho::Sender, .strReceivers = returned.EnvelopeSender().Text()};
+    if (!command.bKeep)
+        plan.strReceivers = UsableOf(AddressesIn(Config().GetString(Keys::POSTMASTER_TO)));
+    if (plan.strReceivers.empty())
+        plan.outcome = command.bKeep ? EOutcome::Nobody : EOutcome::LastTrace;
+    return plan;
+}
+
+/// The marks go last: what a crash leaves is known for told.
+void Dispose(const SCommand& command, EOutcome outcome, const CToldMark& sender)
+{
+    const CToldMark postmaster(command.strMail, CToldMark::EWho::Postmaster);
+    if (!command.strTo.empty() && !sender.IsSet())
+        throw std::runtime_error("the sender was not told before: the mail is kept");
+    const std::string_view path = command.strMail.View();
+    if (outcome == EOutcome::LastTrace)
+        Bex::CFile::Move(command.strMail,
+                         Bex::PathBelow(Config().GetPath(Keys::ERROR_DIR), path.substr(path.rfind('/') + 1)));
+    else
+        RemoveIfPresent(command.strMail);
+    RemoveIfPresent(command.strText);
+    sender.Remove();
+    postmaster.Remove();
+}
+
 } // namespace
 
-const char* NotifySender(const SCommand& command)
+const char* NotifySender(const SCommand& given)
 {
-    if (Platform::KindOf(command.strMail.Text()) == Platform::EPathKind::Missing)
-        throw std::runtime_error(std::string("there is no mail \"") + command.strMail.Text() + "\"");
-    CUnsentMark mark(command.strText, command.bKeep);
-    CMail returned;
-    LoadMail(returned, command.strMail, true);
-    const bool bAnswer = !IsBounceSender(returned.EnvelopeSender()) && (command.bIgnoreBulk || !IsBulk(returned));
-    if (bAnswer)
-        Notify(command, returned);
-    mark.Sent();
-    if (!command.bKeep) {
-        RemoveIfPresent(command.strMail);
-        RemoveIfPresent(command.strText);
+    static constexpr const char* DONE[] = {"notification queued", "not to be answered", "moved to the error directory"};
+    SCommand command = given;
+    command.strMail = Bex::CSimpleString(Platform::AbsolutePath(given.strMail));
+    command.strText = Bex::CSimpleString(Platform::AbsolutePath(given.strText));
+    const CToldMark sender(command.strMail, CToldMark::EWho::Sender);
+    LoadConfiguration();
+    const CMail returned = LoadMail(command.strMail, true);
+    const SPlan plan = PlanFor(command, returned);
+    const CToldMark mark(command.strMail, plan.who);
+    if (plan.outcome == EOutcome::Told && !mark.IsSet()) {
+        Notify(command, returned, plan.strReceivers);
+        mark.Set();
     }
-    return bAnswer ? "notification queued" : "not to be answered";
+    if (!command.bKeep)
+        Dispose(command, plan.outcome, sender);
+    else if (command.strTo.empty() && !sender.IsSet())
+        sender.Set(); // also when nobody was to be told
+    return DONE[static_cast<int>(plan.outcome)];
 }

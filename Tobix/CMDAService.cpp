@@ -88,6 +88,7 @@ bool CMDAService::OnStart()
     m_strFileName = ConfigurationFileName(Arguments(), CONFIGURATION_FILE);
     if (!EnterConfigurationDirectory())
         return false;
+    HandOverConfiguration();
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
     if (!setUp.Run() || !StartLocalAgent())
         return false;
@@ -105,6 +106,12 @@ void CMDAService::PinConfigurationDirectory()
     const std::string strDirectory = Platform::EnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, bPresent);
     if (!strDirectory.empty())
         Platform::SetEnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, Platform::AbsolutePath(strDirectory).c_str());
+}
+
+void CMDAService::HandOverConfiguration() const
+{
+    const Bex::CSimpleString strPath = Bex::JoinPath(m_strDirectory, Platform::NativePath(m_strFileName));
+    Platform::SetEnvironmentVariable(CONFIGURATION_VARIABLE, Platform::AbsolutePath(strPath).c_str());
 }
 
 /// Nobody depends on the file: what goes wrong with it is ignored.

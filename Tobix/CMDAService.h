@@ -33,6 +33,7 @@ private:
     class CHourlyCleanup;
 
     static void PinConfigurationDirectory();
+    void HandOverConfiguration() const;
     void CreatePidFile();
     bool EnterConfigurationDirectory();
     bool StartLocalAgent();

@@ -119,12 +119,12 @@ void CSMTPDeliveryThread::MoveToError(CHeldMailFile& file)
 void CSMTPDeliveryThread::ReleaseUnlessStill(CHeldMailFile& file)
 {
     const bool bReplaced = file.IsReplaced();
-    if (bReplaced) {
+    if (bReplaced)
         Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
-        RemoveReport(); // of the other mail
-    }
-    if (bReplaced || Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
-        ReleaseName();
+    if (!bReplaced && Platform::KindOf(m_strMailPath.Text()) != Platform::EPathKind::Missing)
+        return;
+    RemoveReport(); // of a mail that is no more
+    ReleaseName();
 }
 
 /// Another mail may have got the name meanwhile: no scan has taken it, and no change may tell of it any more.
@@ -237,7 +237,10 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFi
                       m_strMailPath.Text(), iMinutes, Number(attempt));
         return GiveUp(file);
     }
-    m_pFiles->RetryLater(m_strFileName);
+    if (Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
+        ReleaseUnlessStill(file);
+    else
+        m_pFiles->RetryLater(m_strFileName);
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" temporarily failed with error %d. I will retry later!",
                   m_strMailPath.Text(), Number(attempt));
     return true;

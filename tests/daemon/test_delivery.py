@@ -99,6 +99,7 @@ class Programs(unittest.TestCase):
         for path in (world.etc / "spamscan.exe", world.etc / "responder.exe", world.spool / "newmail.cmd",
                      world.outgoing / "newmail.cmd", world.filtered / "newmail.cmd"):
             path.write_text(f"""#!/bin/sh
+                [ "$TOBIX_CONFIG" = {world.etc}/tobix.cfg ] || exit 1
                 echo "${{0##*/}} in $(pwd):$(printf ' [%s]' "$@") $#" >>{self.record}
                 while [ -e {world.root}/hold ]; do sleep 0.02; done
                 echo "${{0##*/}} ended" >>{self.record}\n""")

@@ -5,6 +5,7 @@ import pathlib
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 from email import policy
@@ -26,7 +27,8 @@ class Responder(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.root)
         self.queue, self.mail = self.root / "queue", self.root / "out" / "x y.eml"
         self.report, self.template = self.root / "out" / "x y.eml.err", self.root / "away.txt"
-        for name in ("queue", "out", "etc"):
+        self.error = self.root / "error"
+        for name in ("queue", "out", "etc", "error"):
             (self.root / name).mkdir()
         (self.root / "etc" / "tobix.cfg").write_text(f"QueueDir: {self.queue}\nPostmaster: pm@example.org\n")
         self.put()
@@ -35,9 +37,9 @@ class Responder(unittest.TestCase):
         self.mail.write_bytes(content)
         self.report.write_bytes(report)
 
-    def run_it(self, *arguments, code=0):
+    def run_it(self, *arguments, code=0, **environment):
         done = subprocess.run([os.environ["RESPONDER"], self.mail, *arguments], capture_output=True, timeout=60, check=False,
-                              env={**os.environ, "MAILCONFIGDIR": str(self.root / "etc")})
+                              env={**os.environ, "MAILCONFIGDIR": str(self.root / "etc"), **environment})
         self.assertEqual(done.returncode, code, done)
         self.assertEqual(len(done.stderr.splitlines()) > 0, code != 0, done)
         self.assertTrue("-s" not in arguments or done.stdout == b"")
@@ -63,9 +65,8 @@ class Responder(unittest.TestCase):
     def bounce(self, *arguments, code=0):
         self.run_it("-t", self.report, "-s", *arguments, "-o", code=code)
 
-    def reply(self, content=None, code=0, output="r_1.eml"):
-        if content:
-            self.put(content)
+    def reply(self, content=mail(), code=0, output="r_1.eml"):
+        self.put(content.replace(b"To: all <all@", b"To: Ann <Ann@"))
         self.run_it("-t", self.template, "-o", self.queue / output, "-k", "-s", code=code)
 
     def check(self, part, fields):
@@ -106,16 +107,22 @@ class Bounces(Responder):
         for options, to, left in ((["-b", "full", "-k"], "bob@far.example", BOTH),
                                   (["-b", "header", "-to", "pm@example.org"], "pm@example.org", [])):
             self.bounce(*options)
-            self.assertEqual((self.left(), self.only()["X-Envelope-To"]), (left, to))
+            self.assertEqual((self.left()[-2:], self.only()["X-Envelope-To"]), (left, to))
 
     def test_what_the_sender_was_not_told_about_stays(self):
         self.queue.rename(self.root / "gone")
         self.bounce("-k", code=1)
         (self.root / "gone").rename(self.queue)
-        self.bounce("-to", "pm@example.org", code=1)
-        self.assertEqual((self.left(), self.only()["X-Envelope-To"]), (BOTH, "pm@example.org"))
-        for spoil in (self.mail.unlink, lambda: self.mail.write_bytes(mail(sender="a b@x")),
-                      (self.root / "etc" / "tobix.cfg").unlink):
+        for notes in (1, 0):  # the postmaster once only
+            self.bounce("-to", "pm@example.org", code=1)
+            self.assertEqual((self.left()[-2:], [note["X-Envelope-To"] for note in self.queued()]),
+                             (BOTH, ["pm@example.org"] * notes))
+        self.bounce("-k")
+        self.bounce("-k")
+        self.assertEqual(self.only()["X-Envelope-To"], "bob@far.example")
+        self.bounce("-to", "pm@example.org")
+        self.assertEqual((self.left(), self.queued()), ([], []))
+        for spoil in (self.mail.unlink, (self.root / "etc" / "tobix.cfg").unlink):
             self.put()
             spoil()
             before = self.left()
@@ -128,21 +135,55 @@ class Bounces(Responder):
     def test_null_and_bounce_senders_and_bulk_without_ib_are_only_disposed_of(self):
         for content in (mail(sender="<>"), mail(sender="MAILER-DAEMON@far.example"), mail(extra="Precedence: bulk\r\n")):
             self.put(content)
-            for options, left in ((["-k"], BOTH), ([], [])):
+            for options, left in ((["-k"], BOTH), (["-to", "pm@example.org"], [])):
                 self.bounce(*options)
-                self.assertEqual((self.left(), self.queued()), (left, []))
+                self.assertEqual((self.left()[-2:], self.queued()), (left, []))
         self.put(content)
         self.bounce("-ib")
         self.only()
+
+    def test_what_nobody_can_be_told_goes_to_the_postmaster_else_aside(self):
+        notice = mail("pm@example.org", sender="<>", extra="Content-Type: multipart/report; boundary=x\r\n")
+        unusable = mail(sender='"john doe"@x')
+        for content, to, told in ((unusable, "", []), (notice, "pm@example.org", []), (unusable, "pm@example.org", ["pm@example.org"])):
+            config = self.root / "other.cfg"
+            config.write_text(f"QueueDir: queue\nErrorDir: error\nPostmaster:\nPostmaster.To: {to}\n")
+            self.put(content, report=b"")
+            self.run_it("-t", self.report, "-s", "-o", TOBIX_CONFIG=str(config))
+            notes = self.queued()
+            self.assertEqual((self.left(), [note["X-Envelope-To"] for note in notes]), ([], told))
+            self.assertEqual([path.read_bytes() for path in self.error.iterdir()], [] if told else [content])
+            for path in self.error.iterdir():
+                path.unlink()
+        self.assertIn("postmaster@", notes[0]["From"])  # an empty one is no address
+
+    def test_a_mail_is_waited_for_and_its_name_and_report_may_be_odd(self):
+        self.report.unlink()
+        self.report.mkdir()
+        with open(self.mail, "rb+") as writer:
+            timer = threading.Timer(0.5, writer.close)
+            timer.start()
+            self.bounce()
+            timer.join()
+        self.mail, self.report = (self.mail.parent / ("n" * 251 + end) for end in (".eml", ".eml.err"))
+        self.mail.write_bytes(mail())
+        self.bounce("-k")
+        self.bounce("-to", "pm@example.org")
+        self.assertEqual((self.left(), len(self.queued())), (["x y.eml.err"], 3))
 
     def test_hostile_mail_stays_inside_its_part(self):
         self.put(mail("eve@far.example", body="--=_1x\r\n.\r\n..x\r\nContent-Type: evil\r\n@\r\n.\r\n",
                       extra="References: " + ("<" + "r" * 300 + "@x>\r\n\t") * 50 + "\r\n").replace(b"\n@", b"\n" + b"\xe4" * 600))
         self.bounce("-b", "full")
         note = self.only()
-        _, _, returned = note.iter_parts()
-        self.assertEqual(note["Content-Transfer-Encoding"], "8bit")
+        text, _, returned = note.iter_parts()
+        self.assertEqual((note["Content-Transfer-Encoding"], text.get_content_charset()), ("8bit", "unknown-8bit"))
         self.assertIn(b"Content-Type: evil", returned.get_payload(0).get_payload(decode=True))
+        self.put(mail(body="x" * 999 + "\r\n", extra="X-Long: " + "y" * 2000 + "\r\n"))
+        self.bounce("-b", "full")  # queued() looks at the lengths
+        _, _, returned = self.only().iter_parts()
+        self.assertEqual((returned.get_content_type(), returned["Content-Transfer-Encoding"]),
+                         ("text/rfc822-headers", "quoted-printable"))
 
 
 class Replies(Responder):
@@ -159,7 +200,7 @@ class Replies(Responder):
         self.assertEqual(note.get_content().replace("\r", ""), "It: is\n.\nlate.\n")
         self.reply(mail(sender="BOB@far.example"))
         self.assertEqual(self.queued(), [])
-        record = self.root / "away.txt.replied"
+        record = self.mail.parent / "responder.replied"
         record.write_text(f"{int(time.time()) - 86401} bob@far.example\njunk\n" + "9" * 40 + " x\n")
         self.reply()
         self.only()
@@ -176,10 +217,11 @@ class Replies(Responder):
         told = {"From": '"Ann B." <ann.b@example.org>', "Reply-To": "x@example.org"}
         self.template.write_text("".join(f"{name.lower()}: {value}\n" for name, value in told.items()) + "\nAway.\n")
         self.reply(mail(sender="eve@far.example"))
-        self.check(self.only(), {"Subject": "Re: Hello", **told})
+        self.check(self.only(), {"Subject": "Auto: Hello", **told})
 
     def test_robots_lists_and_itself_get_none(self):
-        for content in (mail(sender="no-reply@x"), mail(sender="Ann@example.org"), mail(sender="root"), mail(extra="List-Id: <l.x>\r\n")):
+        for content in (mail(sender="no-reply@x"), mail(sender="Ann@example.org"), mail(sender="root"), mail(extra="List-Id: <l.x>\r\n"),
+                        mail().replace(b"To: all <all@", b"To: all <joann@")):
             self.reply(content)
             self.assertEqual(self.queued(), [], content)
         self.reply(mail(extra="Auto-Submitted: no\r\nX-Auto-Response-Suppress: None\r\n"))

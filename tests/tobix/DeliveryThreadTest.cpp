@@ -142,6 +142,19 @@ TEST(DeliveryThreadTest, TriesAgainWhatRaisesWhenItIsGivenUp)
     EXPECT_TRUE(world.Retries());
 }
 
+TEST(DeliveryThreadTest, LeavesNoReportOfAMailThatWentMeanwhile)
+{
+    CDeliveryWorld world;
+    CScriptedServer server(Replies{{"RCPT", "450 no\r\n"}});
+    world.Log().SetListener([&](const std::string& strLine) {
+        if (Holds(strLine, "connection to 127.0.0.1 established"))
+            std::filesystem::remove(world.Path());
+    });
+    world.Deliver(server, "temporarily failed with error 9. I will");
+    EXPECT_EQ(world.Report(), "");
+    EXPECT_TRUE(world.NameIsFree());
+}
+
 struct STakeover
 {
     std::string strHeader;
