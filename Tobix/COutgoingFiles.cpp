@@ -1,5 +1,7 @@
 #include "Tobix/COutgoingFiles.h"
 
+#include "Platform/Clock.h"
+
 bool COutgoingFiles::AddPending(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
@@ -77,9 +79,17 @@ bool COutgoingFiles::HasPending() const
     return !m_lists[PENDING].empty() || m_nPendingHeldBack > 0;
 }
 
+int64_t COutgoingFiles::SecondsKnown(std::string_view name) const
+{
+    const Bex::CScopedLock lock(m_lock);
+    const auto found = m_index.find(name);
+    const uint64_t nNow = Platform::TickCount();
+    return static_cast<int64_t>(found == m_index.end() ? 0 : (nNow - found->second->nSinceTicks) / 1000);
+}
+
 COutgoingFiles::CEntries::iterator COutgoingFiles::Add(std::string_view name, EList list)
 {
-    m_lists[list].push_back({.strName = Bex::CSimpleString(name), .list = list});
+    m_lists[list].push_back({.strName = Bex::CSimpleString(name), .list = list, .nSinceTicks = Platform::TickCount()});
     const CEntries::iterator entry = std::prev(m_lists[list].end());
     m_index.emplace(entry->strName.View(), entry);
     return entry;

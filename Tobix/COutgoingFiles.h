@@ -34,6 +34,7 @@ public:
     void FinishDelivery(std::string_view name); ///< forgets a name that is in progress
     void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
+    int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
 
     /// Tells the domain of a name that will be found, so that nobody has to open the file for it. Without a limit
     /// nothing is kept.
@@ -53,6 +54,7 @@ private:
     {
         Bex::CSimpleString strName;
         EList list;
+        uint64_t nSinceTicks;
         CTurn turn{};
         SDomain* pDomain = nullptr; ///< null: unknown, or nobody asks
     };

@@ -135,9 +135,9 @@ void CSMTPDeliveryThread::ReleaseName()
         m_pFiles->AddPending(m_strFileName);
 }
 
-bool CSMTPDeliveryThread::IsOverdue(int64_t iAgeSeconds, int iMinutes)
+bool CSMTPDeliveryThread::IsOverdue(int64_t iAgeSeconds, int64_t iSecondsKnown, int iMinutes)
 {
-    return iAgeSeconds > iMinutes * SECONDS_PER_MINUTE;
+    return (iAgeSeconds < 0 ? iSecondsKnown : iAgeSeconds) > iMinutes * SECONDS_PER_MINUTE;
 }
 
 void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
@@ -232,7 +232,7 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
 bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFile& file, const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
-    if (IsOverdue(Platform::NowSeconds() - state.iCreated, iMinutes)) {
+    if (IsOverdue(Platform::NowSeconds() - state.iCreated, m_pFiles->SecondsKnown(m_strFileName), iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, Number(attempt));
         return GiveUp(file);

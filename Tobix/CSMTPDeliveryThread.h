@@ -16,8 +16,9 @@ public:
                         const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory);
     ~CSMTPDeliveryThread() override = default;
 
-    /// Whether a mail has waited for longer than AutoTransTime, in minutes, allows.
-    static bool IsOverdue(int64_t iAgeSeconds, int iMinutes);
+    /// Whether a mail has waited for longer than AutoTransTime, in minutes, allows. A file that seems to come from the
+    /// future, as the time was set back, is as old as its name is known.
+    static bool IsOverdue(int64_t iAgeSeconds, int64_t iSecondsKnown, int iMinutes);
 
 protected:
     void Body() override;

@@ -2,6 +2,7 @@
 #include "Bex/CSecureSocket.h"
 #include "Bex/CSecurityException.h"
 #include "Bex/CSocketException.h"
+#include "Platform/TlsChain.h"
 #include "Platform/linux/tls/TlsHttp.h"
 #include "support/Becomes.h"
 #include "support/CLogRecorder.h"
@@ -311,6 +312,24 @@ TEST(TlsTest, EndsWithAPeerThatUpdatesItsKeysForEver)
     EXPECT_EQ(dwStatus, SEC_E_ILLEGAL_MESSAGE);
     client.Close();
     server.join();
+}
+
+TEST(TlsTest, RemembersNoSilenceOfASourceForWhichNoTimeWasLeft)
+{
+    for (const char* pszName : {"silent", "revoked"})
+        CTlsWorld::Instance().Need(pszName);
+    CCertificateStore store;
+    store.Open(false);
+    STlsChain chain;
+    ASSERT_EQ(BuildTlsChain(store.FindCertificate("revoked"), false, CWaitLimit(), chain), SEC_E_OK);
+    std::vector<CTlsCertificate> certificates{store.FindCertificate("silent")};
+    for (const STlsChainElement& element : chain.chains.at(0).elements)
+        certificates.push_back(element.certificate);
+    STlsRevocationStatus status;
+    CheckTlsRevocation(certificates, CWaitLimit(), status); // the first source takes all the time
+    EXPECT_FALSE(CheckTlsRevocation(certificates, CWaitLimit(), status));
+    EXPECT_EQ(status.dwError, CRYPT_E_REVOKED);
+    EXPECT_EQ(status.dwIndex, 1u);
 }
 
 TEST(TlsTest, AsksTheClientForItsCertificate)

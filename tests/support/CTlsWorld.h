@@ -97,6 +97,7 @@ private:
     CDnsServer m_dns;
     CHttpServer m_lists;
     CHttpServer m_responder;
+    CHttpServer m_silent; // takes questions and never answers
     const std::string m_strList = "crlDistributionPoints=URI:" + m_lists.Address();
     const std::string m_strResponder = "authorityInfoAccess=OCSP;URI:" + m_responder.Address("ocsp.test");
     std::map<std::string, SWanted> m_wanted = {
@@ -112,6 +113,7 @@ private:
         {"confirmed", {"confirmed", 10, m_strResponder}},
         {"denied", {"denied", 10, m_strResponder}},
         {"elsewhere", {"elsewhere", 10, "crlDistributionPoints=URI:ldap://ldap.test/ca"}},
+        {"silent", {"silent", 10, "authorityInfoAccess=OCSP;URI:" + m_silent.Address()}},
         {"offline", {"offline", 10, "authorityInfoAccess=OCSP;URI:http://127.0.0.1:1/"}},
     };
 };

@@ -108,10 +108,11 @@ TEST(DeliveryThreadTest, FollowsTheVerdict)
 
 TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
 {
-    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(120 * 60, 120));
-    EXPECT_TRUE(CSMTPDeliveryThread::IsOverdue(120 * 60 + 1, 120));
-    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(-1, 0));
-    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(INT32_MAX, INT32_MAX));
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(120 * 60, 0, 120));
+    EXPECT_TRUE(CSMTPDeliveryThread::IsOverdue(120 * 60 + 1, 0, 120));
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(-1, 0, 0));
+    EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(INT32_MAX, 0, INT32_MAX));
+    EXPECT_TRUE(CSMTPDeliveryThread::IsOverdue(-1, 120 * 60 + 1, 120)); // the time was set back
 }
 
 TEST(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
