@@ -2,10 +2,12 @@
 
 #include "Bex/CInvalidParameterException.h"
 #include "Bex/CInvalidStateException.h"
-#include "Bex/CSystemException.h"
 #include "Bex/FrozenLine.h"
+#include "Bex/Log.h"
 #include "Platform/CEventHandle.h"
 #include "Platform/Errors.h"
+
+#include <atomic>
 
 namespace Bex {
 
@@ -22,6 +24,17 @@ Platform::CNamedMutex& Checked(const std::unique_ptr<Platform::CNamedMutex>& pMu
     return *pMutex;
 }
 
+/// Once until they work again: every mail meets it.
+void TellWhetherLocksWork(bool bWork)
+{
+    static std::atomic<bool> s_bWork = true;
+    const Platform::SError error = Platform::LastError();
+    if (s_bWork.exchange(bWork) && !bWork)
+        LogError(MainLog(), "no place for named locks can be used (SysError=%d, LibError=%d): mail has to wait",
+                 static_cast<int>(error.dwSysError), error.iLibError);
+    Platform::SetLastError(error);
+}
+
 } // namespace
 
 CMutex::CMutex(const CSimpleString& strName)
@@ -29,14 +42,24 @@ CMutex::CMutex(const CSimpleString& strName)
     if (strName.Length() > LONGEST_NAME)
         ThrowInvalidParameterException(SOURCE_FILE, __LINE__);
     m_pMutex = std::make_unique<Platform::CNamedMutex>(strName.View());
-    if (!m_pMutex->IsValid())
-        ThrowSystemException(SOURCE_FILE, __LINE__, Platform::LastError().dwSysError);
 }
 
 bool CMutex::Lock(unsigned dwMillis)
 {
     const Platform::ELockResult result = Checked(m_pMutex).Lock(dwMillis);
+    TellWhetherLocksWork(result != Platform::ELockResult::Failed);
     return result == Platform::ELockResult::Acquired || result == Platform::ELockResult::Abandoned;
+}
+
+bool CMutex::Lock(unsigned dwMillis, const std::function<void()>& BeforeWaiting)
+{
+    if (Lock(0))
+        return true;
+    if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT)
+        return false;
+    if (BeforeWaiting)
+        BeforeWaiting();
+    return Lock(dwMillis);
 }
 
 bool CMutex::Lock() { return Lock(Platform::INFINITE); }

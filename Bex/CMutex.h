@@ -4,22 +4,25 @@
 #include "Bex/ISyncObject.h"
 #include "Platform/CNamedMutex.h"
 
+#include <functional>
 #include <memory>
 
 namespace Bex {
 
 /// A mutex that threads and processes of one user share by its name; abandoned counts as acquired.
 ///
-/// Used by one thread. Lock and Unlock of an object without a mutex raise CInvalidStateException.
+/// Used by one thread. Lock answers false when the time is up (Platform::SYS_TIMEOUT), or at once while the system has
+/// no place for named locks, which is logged when it begins. Lock and Unlock of an object without a mutex raise
+/// CInvalidStateException.
 class CMutex : public ISyncObject
 {
 public:
     CMutex() = default;
-    /// A name longer than 260 characters raises CInvalidParameterException, a mutex that cannot be made
-    /// CSystemException.
-    explicit CMutex(const CSimpleString& strName);
+    explicit CMutex(const CSimpleString& strName); ///< CInvalidParameterException for more than 260 characters
 
     bool Lock(unsigned dwMillis) override;
+    /// The function, if any, is called before there is something to wait for.
+    bool Lock(unsigned dwMillis, const std::function<void()>& BeforeWaiting);
     bool Lock() override;
     bool Unlock() override;
     void Close(); ///< lets go of the lock and the mutex

@@ -24,15 +24,12 @@ Bex::CSimpleString LockName(std::string_view path)
 /// Without the lock the file is busy: the library error is then LIB_DEADLOCK.
 bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error, const std::function<void()>& BeforeWaiting)
 {
-    if (mutex.Lock(0))
-        return true;
-    if (BeforeWaiting)
-        BeforeWaiting();
-    if (mutex.Lock(LOCK_WAIT_MILLIS))
+    if (mutex.Lock(LOCK_WAIT_MILLIS, BeforeWaiting))
         return true;
     error = {Platform::LIB_DEADLOCK, Platform::LastError().dwSysError};
-    Bex::LogError(Bex::MainLog(), "CMutex::Lock failed in %s:%d, error=%d", SOURCE_FILE, __LINE__,
-                  static_cast<int>(error.dwSysError));
+    if (error.dwSysError == Platform::SYS_TIMEOUT)
+        Bex::LogError(Bex::MainLog(), "CMutex::Lock failed in %s:%d, error=%d", SOURCE_FILE, __LINE__,
+                      static_cast<int>(error.dwSysError));
     return false;
 }
 

@@ -14,8 +14,9 @@ enum class EFault {
     Truncate,
     Flush, ///< of a file or a directory
     FlushVolume,
-    Lock,  ///< of a file that is opened
-    Lease, ///< by which an open file learns of its writers
+    Lock,     ///< of a file that is opened
+    Lease,    ///< by which an open file learns of its writers
+    LockName, ///< in the file of named locks, also the opening of that
     Stat,
     Rename, ///< EINVAL: the file system cannot refuse to replace
     Link,

@@ -15,14 +15,14 @@ enum class ELockResult { Acquired, Abandoned, TimedOut, Failed };
 class CNamedMutex
 {
 public:
-    explicit CNamedMutex(std::string_view strName); ///< IsValid is false when it could not be made (LastError)
-    ~CNamedMutex();                                 ///< unlocks what this object still holds
+    explicit CNamedMutex(std::string_view strName);
+    ~CNamedMutex(); ///< unlocks what this object still holds
     CNamedMutex(const CNamedMutex&) = delete;
     CNamedMutex& operator=(const CNamedMutex&) = delete;
 
-    bool IsValid() const;
-    ELockResult Lock(unsigned dwMillis); ///< Platform::INFINITE waits without limit
-    void Unlock();                       ///< only by the thread that locked
+    /// Platform::INFINITE waits without limit. Failed, at once: no place for named locks works now (LastError).
+    ELockResult Lock(unsigned dwMillis);
+    void Unlock(); ///< only by the thread that locked
 
 private:
     struct SState;

@@ -2,7 +2,6 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/CMutex.h"
-#include "Bex/CSystemException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -39,11 +38,8 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
     }
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
-    if (!accountLock.Lock(0)) {
-        group.EndBeforeWaiting();
-        if (!accountLock.Lock())
-            Bex::ThrowSystemException(SOURCE_FILE, __LINE__, Platform::LastError().dwSysError);
-    }
+    if (!accountLock.Lock(Platform::INFINITE, [&group] { group.EndBeforeWaiting(); }))
+        return ERouted::Busy;
     ERouted routed = LoadAccount(account);
     if (routed == ERouted::Done)
         routed = WriteMailFile(copy, account, group);

@@ -152,7 +152,8 @@ TEST_F(InstallTest, InstallsOnceAndAnotherCopyBesideTheFirst)
     for (const std::string strLine :
          {"Description=Talking Service", "Type=notify", "User=tobix", "ExecStart=" TOBIX_BUILD_DIR "/helper_service_me",
           "Environment=MAILCONFIGDIR=/etc/talker", "ReadWritePaths=-" TOBIX_BUILD_DIR, "ReadWritePaths=-/mail/queue",
-          "ReadWritePaths=\"-/mail/50%% \\\"full\\\"\"", "ReadWritePaths=-/etc/talker", "ReadWritePaths=-/run/lock"})
+          "ReadWritePaths=\"-/mail/50%% \\\"full\\\"\"", "ReadWritePaths=-/etc/talker", "ReadWritePaths=-/run/lock",
+          "RuntimeDirectory=tobix"})
         EXPECT_THAT(strUnit, HasSubstr('\n' + strLine + '\n'));
     EXPECT_EQ(Run({"-install"}), "Unable to install Talking Service. Service is already installed. Code = 1073\n");
 

@@ -154,6 +154,14 @@ TEST(NameLockFileTest, RefusesWhatSomebodyElseMayHavePrepared)
         SetLastError({});
         EXPECT_EQ(CNameLockFile::Open({base.Path().c_str()}) != nullptr, bHarmless);
         EXPECT_EQ(LastError().dwSysError == SYS_NONE, bHarmless);
+        const CTemporaryDirectory next, beforeIt;
+        const auto pNext = CNameLockFile::Open({base.Path().c_str(), next.Path().c_str()});
+        EXPECT_EQ(is_empty(next.Path()), bHarmless);
+        // Whoever comes later has to meet the first one, though another place would do, too.
+        const auto pLater = CNameLockFile::Open({beforeIt.Path().c_str(), base.Path().c_str(), next.Path().c_str()});
+        ASSERT_TRUE(pNext && pLater);
+        EXPECT_EQ(pNext->TryLock(1), CNameLockFile::EResult::Locked);
+        EXPECT_EQ(pLater->TryLock(1), CNameLockFile::EResult::Busy);
     }
 }
 

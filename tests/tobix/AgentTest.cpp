@@ -94,7 +94,9 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
                  {EFault::Remove, 1, EBUSY, 0, "caught at Tobix/LocalAgent:433"},
                  {EFault::Open, 2, EMFILE, 0, "Looks like lock on file"},
                  {EFault::Lock, 1, EAGAIN, 0, "Looks like lock on file"},
-                 {EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"}, // being written
+                 {EFault::LockName, 1, ENOLCK, 0, "no place for named locks can be used"},
+                 {EFault::LockName, 2, ENOLCK, 0, "no place for named locks can be used"}, // the account's
+                 {EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"},                 // being written
                  {EFault::Read, 1, EIO, 1, "errno=5"},
                  {EFault::ReadDirectory, 8, EIO, 0, "caught at Tobix/LocalAgent"},
                  {EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},

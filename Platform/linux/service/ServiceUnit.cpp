@@ -108,7 +108,10 @@ UMask=0027
 # The system is read-only but for these; one that is missing is passed over.
 ProtectSystem=strict
 ProtectHome=read-only
-@WRITABLE@PrivateTmp=yes
+@WRITABLE@# Named locks; other services of the account and programs started by hand share them.
+RuntimeDirectory=tobix
+RuntimeDirectoryPreserve=yes
+PrivateTmp=yes
 PrivateDevices=yes
 ProtectClock=yes
 ProtectControlGroups=yes

@@ -1,9 +1,11 @@
 #include "Platform/linux/thread/CNameLockFile.h"
 
 #include "Platform/Errors.h"
+#include "Platform/linux/base/GuardedCall.h"
 
 #include <cerrno>
 #include <fcntl.h>
+#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -29,9 +31,6 @@ bool IsSafeBase(const char* pszBase)
     return false;
 }
 
-/// The base cannot serve anyone of this user here; the next one may.
-bool IsUnusable(int iErrno) { return iErrno == ENOENT || iErrno == EACCES || iErrno == EROFS; }
-
 bool IsOursAlone(int iDescriptor, mode_t kind)
 {
     struct stat status
@@ -54,15 +53,17 @@ CDescriptor OpenDirectory(const char* pszPath)
     return directory;
 }
 
-CDescriptor OpenFile(int iDirectory)
+CDescriptor OpenFile(int iDirectory, bool bMake)
 {
-    CDescriptor file(openat(iDirectory, "names", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    const int iFlags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | (bMake ? O_CREAT : 0);
+    CDescriptor file(
+        GuardedCall({EFault::LockName}, [&] { return openat(iDirectory, "names", iFlags, S_IRUSR | S_IWUSR); }));
     if (file.IsValid() && !IsOursAlone(file.Get(), S_IFREG))
         return {};
     return file;
 }
 
-bool SetLock(int iDescriptor, short iType, int64_t iByte)
+int SetLock(int iDescriptor, short iType, int64_t iByte)
 {
     struct flock range
     {};
@@ -70,40 +71,77 @@ bool SetLock(int iDescriptor, short iType, int64_t iByte)
     range.l_whence = SEEK_SET;
     range.l_start = iByte;
     range.l_len = 1;
-    return fcntl(iDescriptor, F_OFD_SETLK, &range) == 0;
+    return fcntl(iDescriptor, F_OFD_SETLK, &range);
 }
 
 } // namespace
 
 std::shared_ptr<CNameLockFile> CNameLockFile::Open(std::initializer_list<const char*> bases)
 {
-    for (const char* pszBase : bases) {
-        const std::string strPath = std::string(pszBase) + "/tobix-" + std::to_string(geteuid());
-        if (!IsSafeBase(pszBase) || (mkdir(strPath.c_str(), S_IRWXU) != 0 && errno != EEXIST)) {
-            if (IsUnusable(errno))
-                continue;
-            break;
-        }
-        CDescriptor directory = OpenDirectory(strPath.c_str());
-        if (!directory.IsValid())
-            break;
-        CDescriptor file = OpenFile(directory.Get());
-        if (file.IsValid())
-            return std::shared_ptr<CNameLockFile>(new CNameLockFile(std::move(directory), std::move(file)));
-        if (errno != EROFS)
-            break;
-    }
+    auto pFile = std::make_shared<CNameLockFile>();
+    // Looked for once more after one was made: another process may have found another place at the same time.
+    if (pFile->FindPlaces(bases) && (!pFile->m_places.empty() || (Make(bases) && pFile->FindPlaces(bases))))
+        return pFile;
     SetLastError(ErrorFromErrno(errno));
     return nullptr;
 }
 
-CNameLockFile::CNameLockFile(CDescriptor directory, CDescriptor file)
-    : m_directory(std::move(directory)), m_file(std::move(file))
-{}
+/// False, with errno, when a file that others may use could not be opened for want of something.
+bool CNameLockFile::FindPlaces(std::initializer_list<const char*> bases)
+{
+    for (const char* pszBase : bases) {
+        if (!OpenPlace(pszBase, false, m_places) && IsShortage(ErrorFromErrno(errno)))
+            return false;
+    }
+    return true;
+}
+
+/// False, with errno of the last base that exists, when no base can be used.
+bool CNameLockFile::Make(std::initializer_list<const char*> bases)
+{
+    int iErrno = ENOENT;
+    for (const char* pszBase : bases) {
+        std::vector<SPlace> made;
+        if (OpenPlace(pszBase, true, made))
+            return true;
+        if (errno != ENOENT)
+            iErrno = errno;
+    }
+    errno = iErrno;
+    return false;
+}
+
+bool CNameLockFile::OpenPlace(const char* pszBase, bool bMake, std::vector<SPlace>& places)
+{
+    const std::string strPath = std::string(pszBase) + "/tobix-" + std::to_string(geteuid());
+    if (!IsSafeBase(pszBase) || (bMake && mkdir(strPath.c_str(), S_IRWXU) != 0 && errno != EEXIST))
+        return false;
+    CDescriptor directory = OpenDirectory(strPath.c_str());
+    if (!directory.IsValid())
+        return false;
+    CDescriptor file = OpenFile(directory.Get(), bMake);
+    if (!file.IsValid())
+        return false;
+    places.push_back({std::move(directory), std::move(file)});
+    return true;
+}
 
 CNameLockFile::EResult CNameLockFile::TryLock(int64_t iByte)
 {
-    if (!SetLock(m_file.Get(), F_WRLCK, iByte)) {
+    for (size_t nPlace = 0; nPlace < m_places.size(); ++nPlace) {
+        const EResult result = TryLockIn(m_places[nPlace].file.Get(), iByte);
+        if (result == EResult::Locked)
+            continue;
+        while (nPlace > 0)
+            SetLock(m_places[--nPlace].file.Get(), F_UNLCK, iByte);
+        return result;
+    }
+    return EResult::Locked;
+}
+
+CNameLockFile::EResult CNameLockFile::TryLockIn(int iFile, int64_t iByte)
+{
+    if (GuardedCall({EFault::LockName}, [&] { return SetLock(iFile, F_WRLCK, iByte); }) != 0) {
         if (errno == EAGAIN || errno == EACCES)
             return EResult::Busy;
         SetLastError(ErrorFromErrno(errno));
@@ -112,12 +150,16 @@ CNameLockFile::EResult CNameLockFile::TryLock(int64_t iByte)
     // Looked at after the lock: others that opened the file later would not see a lock on a removed one.
     struct stat status
     {};
-    if (fstat(m_file.Get(), &status) == 0 && status.st_nlink > 0)
+    if (fstat(iFile, &status) == 0 && status.st_nlink > 0)
         return EResult::Locked;
-    Unlock(iByte);
+    SetLock(iFile, F_UNLCK, iByte);
     return EResult::Replaced;
 }
 
-void CNameLockFile::Unlock(int64_t iByte) { SetLock(m_file.Get(), F_UNLCK, iByte); }
+void CNameLockFile::Unlock(int64_t iByte)
+{
+    for (const SPlace& place : m_places)
+        SetLock(place.file.Get(), F_UNLCK, iByte);
+}
 
 } // namespace Platform

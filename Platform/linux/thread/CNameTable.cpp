@@ -64,8 +64,6 @@ uint64_t CNameTable::CurrentOwner()
 
 CNameTable::SEntry* CNameTable::Open(std::string_view strName)
 {
-    if (!LockFile(nullptr))
-        return nullptr;
     const int64_t iByte = ByteOfName(strName);
     const std::lock_guard lock(m_mutex);
     SEntry& entry = m_entries.try_emplace(iByte, iByte).first->second;
@@ -201,7 +199,7 @@ std::shared_ptr<CNameLockFile> CNameTable::LockFile(const CNameLockFile* pReplac
 {
     const std::lock_guard lock(m_mutex);
     if (!m_pFile || m_pFile.get() == pReplaced)
-        m_pFile = CNameLockFile::Open({"/run/lock", "/tmp"});
+        m_pFile = CNameLockFile::Open({"/run/tobix", "/run/lock", "/tmp"});
     return m_pFile;
 }
 

@@ -28,7 +28,7 @@ public:
     /// let go as abandoned.
     static uint64_t CurrentOwner();
 
-    SEntry* Open(std::string_view strName); ///< null: LastError. To be closed once.
+    SEntry* Open(std::string_view strName); ///< to be closed once
     void Close(SEntry* pEntry);
     ELockResult Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis);
     bool IsOwner(const SEntry& entry, uint64_t ui64Owner);

@@ -1,6 +1,5 @@
 #include "Platform/CNamedMutex.h"
 
-#include "Platform/Errors.h"
 #include "Platform/linux/thread/CNameTable.h"
 
 #include <utility>
@@ -22,21 +21,13 @@ CNamedMutex::CNamedMutex(std::string_view strName) : m_pState(std::make_unique<S
 
 CNamedMutex::~CNamedMutex()
 {
-    if (!IsValid())
-        return;
     for (; m_pState->nHeld > 0; --m_pState->nHeld)
         CNameTable::Instance().Release(*m_pState->pEntry, m_pState->ui64Holder);
     CNameTable::Instance().Close(m_pState->pEntry);
 }
 
-bool CNamedMutex::IsValid() const { return m_pState->pEntry != nullptr; }
-
 ELockResult CNamedMutex::Lock(unsigned dwMillis)
 {
-    if (!IsValid()) {
-        SetLastError({LIB_BAD_HANDLE, SYS_INVALID_HANDLE});
-        return ELockResult::Failed;
-    }
     const uint64_t ui64Thread = CNameTable::CurrentOwner();
     const ELockResult result = CNameTable::Instance().Acquire(*m_pState->pEntry, ui64Thread, dwMillis);
     if (result != ELockResult::Acquired && result != ELockResult::Abandoned)
@@ -50,7 +41,7 @@ ELockResult CNamedMutex::Lock(unsigned dwMillis)
 void CNamedMutex::Unlock()
 {
     const uint64_t ui64Thread = CNameTable::CurrentOwner();
-    if (!IsValid() || !CNameTable::Instance().IsOwner(*m_pState->pEntry, ui64Thread))
+    if (!CNameTable::Instance().IsOwner(*m_pState->pEntry, ui64Thread))
         return;
     if (m_pState->ui64Holder != ui64Thread || m_pState->nHeld == 0)
         return; // the thread owns it through another object
