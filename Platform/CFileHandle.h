@@ -26,9 +26,9 @@ struct SOpenMode
 
 /// An open file. Owned by one object, used by one thread.
 ///
-/// Share modes are kept against cooperating openers by advisory locks, and an open for reading that denies writers is
-/// refused (LIB_ACCESS) while any process still has the file open for writing, where the file system can tell. Who
-/// reads and denies nothing is refused by nobody. A symbolic link is never followed when the open may create, truncate
+/// Share modes are kept against cooperating openers by advisory locks, whatever either of the two asks for, and an open
+/// for reading that denies writers is refused (LIB_ACCESS) while any process still has the file open for writing, where
+/// the file system can tell. A symbolic link is never followed when the open may create, truncate
 /// or write. No open waits, neither for another end of a pipe nor for a lock. A directory is refused
 /// (LIB_IS_DIRECTORY). Operations answer -1 or false and set LastError on failure.
 class CFileHandle
@@ -43,8 +43,10 @@ public:
     bool IsOpen() const { return m_iDescriptor >= 0; }
     bool Remove(); ///< takes away the name that it has by now, wherever its directory was moved
     bool Close();
-    bool ShareLock();                           ///< of one that is open for reading, with others that only read it
-    int64_t Read(void* pBuffer, size_t nCount); ///< 0 at the end of the file; short only there
+    bool ShareLock(); ///< of one that reads and excludes everybody, with others that only read
+    /// The very file that the reader has open, which says how it is shared; the path is for the faults of tests.
+    bool OpenWriter(const CFileHandle& reader, const char* pszPath);
+    int64_t Read(void* pBuffer, size_t nCount);        ///< 0 at the end of the file; short only there
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
     int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
     int64_t Size();                                    ///< in bytes

@@ -46,10 +46,16 @@ TEST_F(FileSystemTest, ASecondOpenerIsBusyAsTheSharingSays)
 {
     constexpr SOpenMode READER{}, WRITER{.access = EAccess::Write};
     constexpr SOpenMode ALONE{.access = EAccess::Write, .share = EShare::Exclusive};
+    constexpr SOpenMode READ_ALONE{.share = EShare::Exclusive}, DENY_READ{.share = EShare::DenyRead};
     constexpr SOpenMode PID_FILE{.access = EAccess::ReadWrite, .share = EShare::DenyWrite, .bCreate = true};
     const std::tuple<SOpenMode, SOpenMode, bool> cases[] = {
         {READ_DENY_WRITE, READ_DENY_WRITE, false},
         {READER, WRITER, false},
+        {READ_DENY_WRITE, WRITER, true},
+        {READ_ALONE, READER, true},
+        {READER, ALONE, true},
+        {DENY_READ, READER, true},
+        {DENY_READ, WRITER, false},
         {READ_DENY_WRITE, WRITE_EXCLUSIVE, true}, // and nothing is cut off
         {READ_DENY_WRITE, PID_FILE, true},
         {WRITER, READ_DENY_WRITE, true},

@@ -4,6 +4,7 @@
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 #include "Platform/linux/file/IdentityFrom.h"
+#include "Platform/linux/file/ShareClaim.h"
 
 #include <climits>
 #include <csignal>
@@ -11,7 +12,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <string>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -50,21 +50,6 @@ int OpenFlags(const SOpenMode& mode)
 }
 
 bool DeniesWriters(const SOpenMode& mode) { return mode.share == EShare::Exclusive || mode.share == EShare::DenyWrite; }
-
-/// A writer that denies nothing shares the lock, so that it stays out of a file that somebody else has for himself.
-bool NeedsLock(const SOpenMode& mode) { return mode.share != EShare::DenyNone || mode.access != EAccess::Read; }
-
-bool Lock(int iDescriptor, int iKind)
-{
-    return GuardedCall({EFault::Lock}, [&] { return flock(iDescriptor, iKind | LOCK_NB); }) == 0;
-}
-
-bool TakeAdvisoryLock(int iDescriptor, const SOpenMode& mode)
-{
-    const bool bShared =
-        mode.share == EShare::DenyNone || (mode.share == EShare::DenyWrite && mode.access == EAccess::Read);
-    return Lock(iDescriptor, bShared ? LOCK_SH : LOCK_EX);
-}
 
 enum class EWriters { None, Some, Unknown };
 
@@ -132,9 +117,9 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
     {};
     if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
         return EAttempt::Failed;
-    if (!S_ISREG(status.st_mode) || !NeedsLock(mode))
+    if (!S_ISREG(status.st_mode))
         return EAttempt::Opened;
-    if (!TakeAdvisoryLock(file.Get(), mode))
+    if (!ClaimShare(file.Get(), mode))
         return EAttempt::Failed;
     if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && MayBeWritten(file.Get(), mode)) {
         errno = EAGAIN;
@@ -194,6 +179,17 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
     return true;
 }
 
+bool CFileHandle::OpenWriter(const CFileHandle& reader, const char* pszPath)
+{
+    const std::string strLink = "/proc/self/fd/" + std::to_string(reader.m_iDescriptor);
+    CDescriptor file(GuardedCall({EFault::Open, pszPath}, [&] { return open(strLink.c_str(), O_WRONLY | O_CLOEXEC); }));
+    if (!file.IsValid())
+        return FailWithErrno();
+    *this = CFileHandle();
+    m_iDescriptor = file.Release();
+    return true;
+}
+
 /// What has the name since it was taken away stays: it is not this file.
 bool CFileHandle::Remove()
 {
@@ -215,7 +211,10 @@ bool CFileHandle::Close()
     return Succeeded(GuardedClose(std::exchange(m_iDescriptor, -1)));
 }
 
-bool CFileHandle::ShareLock() { return Lock(m_iDescriptor, LOCK_SH) || FailWithErrno(); }
+bool CFileHandle::ShareLock()
+{
+    return ReplaceClaim(m_iDescriptor, {.share = EShare::Exclusive}, {.share = EShare::DenyWrite}) || FailWithErrno();
+}
 
 int64_t CFileHandle::Read(void* pBuffer, size_t nCount)
 {

@@ -33,18 +33,6 @@ std::string NumberedPath(const std::string& strPath, unsigned nNumber)
     return strPath.substr(0, nName) + "." + std::to_string(nNumber) + (strName.starts_with('.') ? "" : ".") + strName;
 }
 
-/// Somebody else may have given the name to another file since.
-bool AreTheSame(const CFileHandle& one, const CFileHandle& other)
-{
-    struct stat first
-    {
-    }, second{};
-    if (fstat(one.NativeHandle(), &first) != 0 || fstat(other.NativeHandle(), &second) != 0)
-        return FailWithErrno();
-    errno = EBUSY;
-    return (first.st_dev == second.st_dev && first.st_ino == second.st_ino) || FailWithErrno();
-}
-
 } // namespace
 
 CTemporaryFile::~CTemporaryFile()
@@ -84,8 +72,7 @@ bool CTemporaryFile::Create(const char* pszTarget, CFileHandle& writer, const ch
             {.share = EShare::DenyWrite, .bCreateNew = true, .bOnlyRegular = true, .dwPermission = dwPermission});
     };
     return MakeUnder(pszTemporary != nullptr ? pszTemporary : TemporaryPathFor(m_strTarget), Make) &&
-           writer.Open(m_strPath.c_str(), {.access = EAccess::Write, .bOnlyRegular = true}) &&
-           AreTheSame(m_holder, writer);
+           writer.OpenWriter(m_holder, m_strPath.c_str());
 }
 
 bool CTemporaryFile::CreateLink(const char* pszTarget, const char* pszContent)

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Platform/CFileHandle.h"
+
+namespace Platform {
+
+/// Tells all other openers how this one uses the file, for as long as the descriptor is open. False when one of them
+/// denies that, or when what they do is denied by this one (errno EAGAIN); then it must be closed.
+bool ClaimShare(int iDescriptor, const SOpenMode& mode);
+
+/// Between the two claims nobody gets what both of them deny.
+bool ReplaceClaim(int iDescriptor, const SOpenMode& before, const SOpenMode& after);
+
+} // namespace Platform
