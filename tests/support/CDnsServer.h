@@ -33,7 +33,8 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t nLength = sizeof(address);
         auto* pAddress = reinterpret_cast<sockaddr*>(&address);
-        if (bind(m_iSocket, pAddress, nLength) != 0 || getsockname(m_iSocket, pAddress, &nLength) != 0)
+        if (bind(m_iListener, pAddress, nLength) != 0 || getsockname(m_iListener, pAddress, &nLength) != 0 ||
+            listen(m_iListener, 8) != 0 || bind(m_iSocket, pAddress, nLength) != 0)
             throw std::runtime_error("no port for a name server");
         std::string strConfig = "nameserver 127.0.0.1@";
         strConfig.append(std::to_string(ntohs(address.sin_port))).append("\nsearch corp.test\n");
@@ -45,6 +46,7 @@ public:
         m_stop.Set();
         m_thread.join();
         close(m_iSocket);
+        close(m_iListener);
     }
     CDnsServer(const CDnsServer&) = delete;
     CDnsServer& operator=(const CDnsServer&) = delete;
@@ -93,23 +95,40 @@ public:
 private:
     using CQuestion = std::pair<std::string, int>;
     static constexpr size_t HEADER = 12;
+    static constexpr size_t LONGEST_DATAGRAM = 1232; ///< what is longer has to be asked for over TCP
 
     void Serve()
     {
         std::array<char, 65536> query;
         for (;;) {
-            pollfd polled[] = {{m_stop.WaitDescriptor(), POLLIN, 0}, {m_iSocket, POLLIN, 0}};
-            poll(polled, 2, -1);
+            pollfd polled[] = {{m_stop.WaitDescriptor(), POLLIN, 0}, {m_iSocket, POLLIN, 0}, {m_iListener, POLLIN, 0}};
+            poll(polled, 3, -1);
             if (polled[0].revents != 0)
                 return;
+            if (polled[2].revents != 0)
+                ServeConnection(query.data(), query.size());
+            if (polled[1].revents == 0)
+                continue;
             sockaddr_storage peer{};
             socklen_t nPeer = sizeof(peer);
             auto* pPeer = reinterpret_cast<sockaddr*>(&peer);
             const ssize_t nRead = recvfrom(m_iSocket, query.data(), query.size(), 0, pPeer, &nPeer);
-            const std::string strReply = Reply(std::string(query.data(), static_cast<size_t>(nRead)));
+            std::string strReply = Reply(std::string(query.data(), static_cast<size_t>(nRead)));
+            if (strReply.size() > LONGEST_DATAGRAM)
+                strReply.replace(2, std::string::npos, Short(0x8380) + Short(0) + Short(0) + Short(0) + Short(0));
             if (!strReply.empty())
                 sendto(m_iSocket, strReply.data(), strReply.size(), 0, pPeer, nPeer);
         }
+    }
+
+    void ServeConnection(char* pQuery, size_t nSize) ///< one question over TCP
+    {
+        const int iPeer = accept(m_iListener, nullptr, nullptr);
+        const ssize_t nRead = recv(iPeer, pQuery, nSize, 0);
+        const std::string strReply = nRead > 2 ? Reply(std::string(pQuery + 2, static_cast<size_t>(nRead) - 2)) : "";
+        const std::string strCounted = Short(strReply.size()) + strReply;
+        send(iPeer, strCounted.data(), strCounted.size(), MSG_NOSIGNAL);
+        close(iPeer);
     }
 
     std::string Reply(const std::string& strQuery) ///< empty: silence
@@ -146,6 +165,7 @@ private:
 
     CTemporaryDirectory m_directory;
     const int m_iSocket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int m_iListener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::mutex m_mutex;
     std::map<CQuestion, std::pair<int, CData>> m_answers; ///< type 0: the name exists
     std::map<CQuestion, int> m_asked;
