@@ -1,6 +1,7 @@
 #include "Bex/CFile.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/FileSystem.h"
@@ -156,12 +157,14 @@ int64_t CFile::Tell() { return CFile::Seek(0, Platform::ESeekFrom::Current); }
 
 void CFile::Remove(const CSimpleString& strName)
 {
+    CThread::EndIfAbandoned();
     if (!Platform::RemoveFile(strName.Text()))
         ThrowFileException(SOURCE_FILE, __LINE__);
 }
 
 bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
 {
+    CThread::EndIfAbandoned();
     if (Platform::RemoveUnlessInUse(strName.Text()))
         return true;
     if (!Platform::IsBusy(Platform::LastError()))
@@ -171,6 +174,7 @@ bool CFile::RemoveUnlessInUse(const CSimpleString& strName)
 
 void CFile::Move(const CSimpleString& strFrom, const CSimpleString& strTo)
 {
+    CThread::EndIfAbandoned();
     if (!Platform::MoveFileReplacing(strFrom.Text(), strTo.Text()))
         ThrowFileException(SOURCE_FILE, __LINE__);
 }

@@ -1,6 +1,7 @@
 #include "Bex/CReplacingFile.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CThread.h"
 
 #include <utility>
 
@@ -35,8 +36,10 @@ void CReplacingFile::Close()
     m_bComplete = true;
 }
 
+/// Before it gets a name.
 void CReplacingFile::Complete()
 {
+    CThread::EndIfAbandoned();
     if (!m_bComplete)
         Close();
 }

@@ -1,5 +1,6 @@
 #include "Bex/CThread.h"
 
+#include "Bex/CAbandonment.h"
 #include "Bex/CException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
@@ -62,12 +63,17 @@ bool CThread::Start()
     return false;
 }
 
+void CThread::RequestStop()
+{
+    m_stop.Set();
+    m_running.Reset();
+    OnStopRequest();
+}
+
 bool CThread::Stop()
 {
     try {
-        m_stop.Set();
-        m_running.Reset();
-        OnStopRequest();
+        RequestStop();
         if (m_state != EState::Idle && !m_finished.Wait(STOP_WAIT_MILLIS)) {
             LogError(MainLog(), "Wait timed out in %s:%d", SOURCE_FILE, STOP_LINE);
             return false;
@@ -123,6 +129,17 @@ void CThread::Destroy(std::unique_ptr<CThread> pThread)
 
 bool CThread::IsCallerAbandoned() { return t_pCurrent != nullptr && t_pCurrent->m_state == EState::GivenUp; }
 
+void CThread::EndIfAbandoned()
+{
+    if (IsCallerAbandoned())
+        throw CAbandonment();
+}
+
+bool CThread::IsCallerStopped()
+{
+    return t_pCurrent != nullptr && (t_pCurrent->m_stop.IsSet() || t_pCurrent->m_state == EState::GivenUp);
+}
+
 bool CThread::AnyAbandoned() { return s_nAbandoned != 0; }
 
 void CThread::Procedure(void* pThread)
@@ -131,7 +148,10 @@ void CThread::Procedure(void* pThread)
     std::srand(static_cast<unsigned>(Platform::NowSeconds()));
     pSelf->m_running.Set();
     t_pCurrent = pSelf;
-    pSelf->Body();
+    try {
+        pSelf->Body();
+    } catch (const CAbandonment&) { // everything is let go of by now
+    }
     t_pCurrent = nullptr;
     pSelf->m_running.Reset();
     pSelf->End();

@@ -27,8 +27,9 @@ protected:
     virtual void Body() {}
 
 public:
-    bool Start(); ///< failures are logged; an object whose thread has ended can be started again
-    bool Stop();  ///< asks, waits up to 1000 ms; true when no thread runs, at once when none ever did
+    bool Start();       ///< failures are logged; an object whose thread has ended can be started again
+    void RequestStop(); ///< asks only; for several workers that are to end at the same time
+    bool Stop();        ///< asks, waits up to 1000 ms; true when no thread runs, at once when none ever did
     /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
     /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
@@ -40,7 +41,11 @@ public:
     /// Whether the calling thread was terminated: it shall come to its end and hold nothing that others wait for.
     /// Costs next to nothing, so that every step may ask; false on a thread that is none of these.
     static bool IsCallerAbandoned();
-    static bool AnyAbandoned(); ///< a terminated thread still runs: the process must end without clean-up
+    /// Raises CAbandonment on a thread that was terminated. Whatever others could see asks this first: files that get
+    /// or lose a name, flushes, programs that are started, commands to servers.
+    static void EndIfAbandoned();
+    static bool IsCallerStopped(); ///< the calling thread was asked to stop, or terminated; false on other threads
+    static bool AnyAbandoned();    ///< a terminated thread still runs: the process must end without clean-up
 
 protected:
     bool ShallRun() const { return m_running.IsSet() && !m_stop.IsSet(); }

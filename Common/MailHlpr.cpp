@@ -36,6 +36,7 @@ Bex::CSimpleString Quoted(const Bex::CSimpleString& strArgument)
 Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString& strCommandLine,
                   const Bex::CSimpleString& strDirectory, int iLine, const Bex::CSimpleString& strLoggedPath)
 {
+    Bex::CThread::EndIfAbandoned();
     Child pChild = Platform::CChildProcess::Start(strProgram, strCommandLine, strDirectory.Text());
     if (!pChild) {
         Bex::LogError(Bex::MainLog(), "CreateProcess in %s:%d for \"%s\" failed, error = %d", SOURCE_FILE, iLine,
@@ -44,15 +45,17 @@ Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString
     return pChild;
 }
 
-/// A thread that was given up waits no longer: it would keep the account locked for as long as the program hangs.
+/// A stop ends the wait, not the program.
 bool HasRunToItsEnd(Platform::CChildProcess& child, uint64_t ui64Millis = std::numeric_limits<uint64_t>::max())
 {
-    constexpr unsigned LOOK_MILLIS = 500;
+    constexpr unsigned LOOK_MILLIS = 100;
     const uint64_t ui64Started = Platform::TickCount();
     while (!child.Wait(LOOK_MILLIS)) {
-        if (Bex::CThread::IsCallerAbandoned() || Platform::TickCount() - ui64Started >= ui64Millis)
+        Bex::CThread::EndIfAbandoned();
+        if (Bex::CThread::IsCallerStopped() || Platform::TickCount() - ui64Started >= ui64Millis)
             return false;
     }
+    Bex::CThread::EndIfAbandoned();
     return true;
 }
 
@@ -108,13 +111,14 @@ void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimple
 
 uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory)
 {
+    Bex::CThread::EndIfAbandoned();
     Child pChild = Platform::CChildProcess::Start({}, strCommandLine, strWorkingDirectory.Text());
     if (!pChild)
         return Platform::LastError().dwSysError;
     uint32_t dwExitCode = 0;
     if (!HasRunToItsEnd(*pChild, LONGEST_COMMAND)) {
-        if (Bex::CThread::IsCallerAbandoned())
-            return Platform::SYS_TIMEOUT; // the program goes on
+        if (Bex::CThread::IsCallerStopped())
+            return Platform::SYS_OPERATION_ABORTED; // the program goes on
         if (!pChild->Terminate())
             return Platform::LastError().dwSysError;
     }

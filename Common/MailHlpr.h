@@ -4,7 +4,8 @@
 
 #include <cstdint>
 
-/// Starting the programs that hang on a delivery. Any thread; every failure to start is logged.
+/// Starting the programs that hang on a delivery. Any thread; every failure to start is logged. Where a program is
+/// waited for, a stop of the calling thread ends the wait and leaves the program running.
 
 /// Runs "newmail.cmd" of the directory for a file (empty: none) unless there is no such script; waits for its end
 /// when not parallel. False when it cannot be started.
@@ -15,8 +16,8 @@ void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpl
 /// Runs the automatic responder on a mailbox file.
 void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile,
                   const Bex::CSimpleString& strTemplate, const Bex::CSimpleString& strOutput, bool bParallel);
-/// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed. A
-/// thread that is given up meanwhile gets a time-out and leaves the program running.
+/// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed
+/// (SYS_OPERATION_ABORTED: a stop ended the wait).
 uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory);
 /// The value of Scripts.Execution.Parallel: started programs are not waited for.
 bool ScriptsRunInParallel();

@@ -1,6 +1,7 @@
 #include "SMTPc/CSMTPClient.h"
 
 #include "Bex/CSocketException.h"
+#include "Bex/CThread.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Encodings.h"
@@ -83,6 +84,7 @@ void CSMTPClient::Connect(const Bex::CSimpleString& strAddress, uint16_t wPort, 
 
 uint32_t CSMTPClient::SendCommand(const char* pszText)
 {
+    Bex::CThread::EndIfAbandoned();
     const Bex::CSimpleString strText(pszText);
     return SendShown(strText, strText);
 }

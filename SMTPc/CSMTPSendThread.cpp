@@ -224,6 +224,8 @@ SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& 
     SAttempt attempt{EVerdict::Delivered};
     try {
         FinishDelivered(session, mail, attempt.file);
+    } catch (const Bex::CAbandonment&) {
+        throw;
     } catch (...) {
         Bex::LogWarning(Bex::MainLog(), "exception after successful delivery of \"%s\"", m_strMailPath.Text());
     }

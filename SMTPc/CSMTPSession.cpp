@@ -1,6 +1,7 @@
 #include "SMTPc/CSMTPSession.h"
 
 #include "Bex/CSocketException.h"
+#include "Bex/CThread.h"
 #include "Common/NormalizeAddress.h"
 #include "Platform/Clock.h"
 #include "SMTPc/CSMTPException.h"
@@ -151,6 +152,7 @@ void CSMTPSession::SendPayload()
     const char* const pPayload = m_mail.payload.Data();
     const uint32_t nSize = m_mail.payload.Size();
     for (uint32_t nSent = 0; nSent < nSize;) {
+        Bex::CThread::EndIfAbandoned();
         const uint32_t nChunk = std::min(CHUNK, nSize - nSent);
         m_client.Send(pPayload + nSent, nChunk, 0);
         nSent += nChunk;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CAbandonment.h"
 #include "Bex/CList.h"
 #include "Bex/CSimpleString.h"
 #include "SMTPc/SAttempt.h"
@@ -35,6 +36,8 @@ std::optional<SDeliveryFailure> FailureOf(TStep step)
     try {
         step();
         return std::nullopt;
+    } catch (const Bex::CAbandonment&) {
+        throw;
     } catch (...) {
         return SDeliveryFailure::OfCaught();
     }

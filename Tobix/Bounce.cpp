@@ -61,8 +61,8 @@ bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Be
         return true;
     }
     RunResponderOn(ForSender("-k "), strErrorDirectory);
-    if (Bex::CThread::IsCallerAbandoned() || file.IsReplaced())
-        return true; // the mail is another thread's, or another, by now
+    if (Bex::CThread::IsCallerStopped() || file.IsReplaced())
+        return true; // the next start goes on with it, or it is another by now
     RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
                    strErrorDirectory);

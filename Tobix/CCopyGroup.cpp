@@ -1,5 +1,6 @@
 #include "Tobix/CCopyGroup.h"
 
+#include "Bex/CThread.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
 
@@ -46,6 +47,7 @@ void CCopyGroup::AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr
 
 bool CCopyGroup::Finish(std::vector<SDelivered>& delivered, Platform::SError& unpromised)
 {
+    Bex::CThread::EndIfAbandoned();
     delivered.clear();
     delivered.swap(m_delivered);
     m_nCopies = 0;

@@ -39,24 +39,45 @@ bool RunsHourlyCleanup() { return Config().GetFlag(Keys::HOURLY_CLEANUP) && !Con
 
 } // namespace
 
-/// Runs the script of the outgoing directory in its first pass and then once an hour, at the minute it began in.
+/// Runs the script of the outgoing directory in its first pass and then once an hour, at the minute it began in. One
+/// that takes longer is waited for before the next, but holds nothing else up.
 class CMDAService::CHourlyCleanup
 {
 public:
+    ~CHourlyCleanup()
+    {
+        if (m_pRun)
+            m_pRun->Stop();
+        Bex::CThread::Destroy(std::move(m_pRun));
+    }
     void Pass()
     {
-        const int iMinute = Platform::LocalNow().iMinute;
-        if (iMinute != m_iStartMinute) {
-            m_bDue = true;
-        } else if (m_bDue) {
-            m_bDue = false;
-            RunPostScript(Config().GetPath(Keys::OUTGOING_DIR), "", ScriptsRunInParallel());
-        }
+        const bool bThatMinute = Platform::LocalNow().iMinute == m_iStartMinute;
+        if (m_bFirst || (bThatMinute && m_bDue))
+            StartRun();
+        m_bDue = !bThatMinute;
+        m_bFirst = false;
     }
 
 private:
+    class CRun : public Bex::CThread
+    {
+        void Body() override { RunPostScript(Config().GetPath(Keys::OUTGOING_DIR), "", ScriptsRunInParallel()); }
+    };
+    void StartRun()
+    {
+        if (m_pRun && !m_pRun->HasFinished())
+            return;
+        if (m_pRun)
+            m_pRun->Stop();
+        m_pRun = std::make_unique<CRun>();
+        m_pRun->Start();
+    }
+
     int m_iStartMinute = Platform::LocalNow().iMinute;
-    bool m_bDue = true;
+    bool m_bFirst = true;
+    bool m_bDue = false;
+    std::unique_ptr<CRun> m_pRun;
 };
 
 CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
@@ -76,6 +97,7 @@ int CMDAService::Main()
 
 bool CMDAService::OnStart()
 {
+    Platform::RaiseDescriptorLimit();
     PinConfigurationDirectory();
     CreatePidFile();
     StartPending();
@@ -90,13 +112,24 @@ bool CMDAService::OnStart()
         return false;
     HandOverConfiguration();
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
-    if (!setUp.Run() || !StartLocalAgent())
-        return false;
-    StartPending();
-    if (!StartConfiguredTransport())
+    if (!setUp.Run() || !StartWorkers())
         return false;
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent launched and fully operational");
     return true;
+}
+
+/// When it fails those that were started are stopped, as at an end.
+bool CMDAService::StartWorkers()
+{
+    if (!StartLocalAgent())
+        return false;
+    StartPending();
+    if (StartConfiguredTransport())
+        return true;
+    RequestStops();
+    StopLocalAgent(Platform::EServiceState::StartPending);
+    StopRemoteDelivery(Platform::EServiceState::StartPending);
+    return false;
 }
 
 /// The working directory changes, and the programs that are started have others.
@@ -165,12 +198,23 @@ bool CMDAService::StartLocalAgent()
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", LOCAL_AGENT);
         return false;
     }
-    return ThreadControl::Start(*m_pLocalAgent, LOCAL_AGENT);
+    if (ThreadControl::Start(*m_pLocalAgent, LOCAL_AGENT))
+        return true;
+    m_pLocalAgent.reset();
+    return false;
 }
 
 bool CMDAService::StopLocalAgent(Platform::EServiceState state)
 {
     return ThreadControl::Stop(std::move(m_pLocalAgent), LOCAL_AGENT, [this, state] { Report(state); });
+}
+
+/// The workers end at the same time; they are then waited for one by one.
+void CMDAService::RequestStops()
+{
+    if (m_pLocalAgent)
+        m_pLocalAgent->RequestStop();
+    m_remoteDelivery.RequestStops();
 }
 
 bool CMDAService::StartRemoteDelivery() { return m_remoteDelivery.StartAgent() && m_remoteDelivery.StartThreads(); }
@@ -191,6 +235,7 @@ void CMDAService::OnStop()
     Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     {
         const std::lock_guard lock(m_workersAndTables);
+        RequestStops();
         StopLocalAgent(Platform::EServiceState::StopPending);
         Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
         StopRemoteDelivery(Platform::EServiceState::StopPending);
@@ -204,6 +249,7 @@ void CMDAService::OnCustomControl(unsigned dwControl)
         return;
     const std::lock_guard lock(m_workersAndTables);
     LogState("restarting");
+    RequestStops();
     StopLocalAgent(Platform::EServiceState::None);
     StopRemoteDelivery(Platform::EServiceState::None);
     CSetUp(CSetUp::EMode::Restart, IsDebug(), ConfigurationDirectory(), m_strFileName, [] {}).Run();

@@ -36,6 +36,8 @@ private:
     void HandOverConfiguration() const;
     void CreatePidFile();
     bool EnterConfigurationDirectory();
+    bool StartWorkers();
+    void RequestStops();
     bool StartLocalAgent();
     bool StopLocalAgent(Platform::EServiceState state);
     bool StartConfiguredTransport(); ///< if there is to be one

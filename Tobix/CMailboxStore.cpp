@@ -2,6 +2,7 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/CMutex.h"
+#include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -41,14 +42,15 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
     if (!accountLock.Lock(Platform::INFINITE, [&group] { group.EndBeforeWaiting(); }))
         return ERouted::Busy;
     ERouted routed = LoadAccount(account);
+    if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() && WaitsForPrograms(account))
+        routed = ERouted::Busy;
     if (routed == ERouted::Done)
         routed = WriteMailFile(copy, account, group);
     if (routed != ERouted::Done)
         return routed;
     RecordNextUID(account);
     MailLog::SavedInMailbox(copy, strUser);
-    RunPrograms(account, strRecipientFileName, group);
-    return ERouted::Done;
+    return RunPrograms(account, strRecipientFileName, group);
 }
 
 ERouted CMailboxStore::LoadAccount(SAccount& account)
@@ -85,20 +87,35 @@ void CMailboxStore::RecordNextUID(SAccount& account)
     }
 }
 
-void CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName,
-                                CCopyGroup& group) const
+bool CMailboxStore::WaitsForPrograms(const SAccount& account)
+{
+    return !ScriptsRunInParallel() &&
+           (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM) || account.config.GetFlag(AccountKeys::RUN_REPLY) ||
+            HasPostScript(account.strDirectory));
+}
+
+/// After a stop nothing more is started. Where that leaves something out, the recipient stays open: the next start
+/// repeats the copy, with all its programs.
+ERouted CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName,
+                                   CCopyGroup& group) const
 {
     const bool bParallel = ScriptsRunInParallel();
-    const bool bTag = account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM);
-    if (!bParallel && (bTag || account.config.GetFlag(AccountKeys::RUN_REPLY) || HasPostScript(account.strDirectory)))
+    const bool bWaits = WaitsForPrograms(account);
+    if (bWaits)
         group.EndBeforeWaiting();
-    if (bTag)
+    const auto IsCut = [bWaits] { return bWaits && Bex::CThread::IsCallerStopped(); };
+    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM))
         RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
     const Bex::CSimpleString strTemplate = account.config.GetString(AccountKeys::RUN_REPLY_TEMPLATE);
     if (account.config.GetFlag(AccountKeys::RUN_REPLY) && !strTemplate.IsEmpty()) {
+        if (IsCut())
+            return ERouted::Busy;
         const Bex::CSimpleString strOutput =
             Bex::JoinPath(m_strQueueDirectory, Bex::CSimpleString::Formatted("r_%s", strRecipientFileName.Text()));
         RunResponder(account.strDirectory, account.strMailFile, strTemplate, strOutput, bParallel);
     }
+    if (IsCut() && HasPostScript(account.strDirectory))
+        return ERouted::Busy;
     RunPostScript(account.strDirectory, account.strMailFile, bParallel);
+    return ERouted::Done;
 }

@@ -26,7 +26,8 @@ private:
     static ERouted LoadAccount(SAccount& account);
     static ERouted WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group);
     static void RecordNextUID(SAccount& account);
-    void RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
+    static bool WaitsForPrograms(const SAccount& account);
+    ERouted RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
 
     Bex::CSimpleString m_strQueueDirectory;
 };

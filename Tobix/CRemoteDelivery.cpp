@@ -58,7 +58,10 @@ bool CRemoteDelivery::StartAgent()
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
         return false;
     }
-    return ThreadControl::Start(*m_pAgent, AGENT);
+    if (ThreadControl::Start(*m_pAgent, AGENT))
+        return true;
+    m_pAgent.reset();
+    return false;
 }
 
 bool CRemoteDelivery::StartThreads()
@@ -67,29 +70,38 @@ bool CRemoteDelivery::StartThreads()
         Bex::LogError(Bex::MainLog(), "%s already instantiated", THREADS);
         return false;
     }
-    if (!CreateThreads())
-        return false;
-    for (size_t n = 0; n < m_threads.size(); ++n) {
-        if (!ThreadControl::Start(*m_threads[n], ThreadName(n).Text()))
+    const int iThreads = std::max(1, Config().GetInt(Keys::AUTO_TRANSPORT_THREADS));
+    const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
+    for (int n = 0; n < iThreads; ++n) {
+        if (!StartThread(settings))
             return false;
     }
     Bex::LogInfo(Bex::MainLog(), "%s started", THREADS);
     return true;
 }
 
-bool CRemoteDelivery::CreateThreads()
+/// One after the other: a number that cannot be had is told where it ends.
+bool CRemoteDelivery::StartThread(const SDeliverySettings& settings)
 {
-    m_threads.resize(static_cast<size_t>(std::max(1, Config().GetInt(Keys::AUTO_TRANSPORT_THREADS))));
-    const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
-    for (size_t n = 0; n < m_threads.size(); ++n) {
-        m_threads[n] = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
-                                                    Config().GetPath(Keys::OUTGOING_DIR));
-        if (!m_threads[n]) {
-            Bex::LogError(Bex::MainLog(), "could not instantiate %s", ThreadName(n).Text());
-            return false;
-        }
+    const Bex::CSimpleString strName = ThreadName(m_threads.size());
+    auto pThread = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
+                                                Config().GetPath(Keys::OUTGOING_DIR));
+    if (!pThread) {
+        Bex::LogError(Bex::MainLog(), "could not instantiate %s", strName.Text());
+        return false;
     }
+    if (!ThreadControl::Start(*pThread, strName.Text()))
+        return false;
+    m_threads.push_back(std::move(pThread));
     return true;
+}
+
+void CRemoteDelivery::RequestStops()
+{
+    for (const std::unique_ptr<CSMTPDeliveryThread>& pThread : m_threads)
+        pThread->RequestStop();
+    if (m_pAgent)
+        m_pAgent->RequestStop();
 }
 
 bool CRemoteDelivery::StopThreads(const std::function<void()>& Report)

@@ -24,12 +24,13 @@ public:
     bool StartAgent();
     bool StartThreads(); ///< after the agent
     bool HasAgent() const { return m_pAgent != nullptr; }
+    void RequestStops();
     /// Report is called while a thread takes its time to end.
     bool StopThreads(const std::function<void()>& Report);
     bool StopAgent(const std::function<void()>& Report); ///< after the threads
 
 private:
-    bool CreateThreads();
+    bool StartThread(const SDeliverySettings& settings);
 
     std::shared_ptr<COutgoingFiles> m_pFiles;
     std::unique_ptr<CRemoteAgent> m_pAgent;

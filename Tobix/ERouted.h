@@ -4,5 +4,5 @@
 enum class ERouted {
     Done,
     Failed, ///< logged
-    Busy    ///< nothing was stored: something is in use or short, and will not be for ever
+    Busy    ///< has to be tried again: something is in use or short, or a stop cut it short
 };

@@ -209,6 +209,25 @@ TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
     EXPECT_EQ(CountIn("queue") + CountIn("spool/ann"), 2u);
 }
 
+TEST_F(AgentTest, WaitsForNoScriptAfterAStopAndTouchesNothingOnceItIsGivenUp)
+{
+    const fs::path ran = Path("spool/ann/ran"), script = Path("spool/ann/newmail.cmd");
+    m_directory.Write("spool/ann/newmail.cmd", "touch ran; while [ -e newmail.cmd ]; do sleep 0.05; done\n");
+    fs::permissions(script, fs::perms::owner_all);
+    Config().Set("Scripts.Execution.Parallel", "0");
+    for (const bool bGivenUp : {false, true}) {
+        Drop("1.eml", "ann@example.org,bob@far.example");
+        auto pAgent = std::make_unique<CLocalAgent>(m_pOutgoing);
+        ASSERT_TRUE(pAgent->Start() && Becomes([&] { return fs::exists(ran); }) && fs::remove(ran));
+        EXPECT_TRUE(bGivenUp ? pAgent->Terminate() : pAgent->Stop());
+        Bex::CThread::Destroy(std::move(pAgent));
+        EXPECT_TRUE(Becomes([] { return !Bex::CThread::AnyAbandoned(); }));
+        EXPECT_EQ(CountIn("queue"), bGivenUp ? 1u : 0u);
+        EXPECT_EQ(CountIn("outgoing"), 1u); // of the first mail
+    }
+    fs::remove(script);
+}
+
 TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
 {
     m_directory.Write("outgoing/.2026.eml.tmp", "half");

@@ -8,6 +8,7 @@
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/process/CReaper.h"
+#include "Platform/linux/process/DescriptorLimit.h"
 #include "Platform/linux/process/ProgramSearch.h"
 
 #include <algorithm>
@@ -188,6 +189,7 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
         SetLastError(StartError(iErrno, pszWorkingDirectory));
         return nullptr;
     }
+    LowerDescriptorLimit(pState->iProcess);
     pState->process = OpenProcess(pState->iProcess);
     return std::unique_ptr<CChildProcess>(new CChildProcess(std::move(pState)));
 }
@@ -198,7 +200,7 @@ CChildProcess::~CChildProcess()
 {
     m_pState->Look();
     if (!m_pState->exitCode)
-        CReaper::Instance().Adopt(m_pState->iProcess, std::move(m_pState->process));
+        CReaper::Instance().Adopt(m_pState->iProcess);
 }
 
 unsigned CChildProcess::Id() const { return static_cast<unsigned>(m_pState->iProcess); }

@@ -4,9 +4,7 @@
 #include "Platform/CNativeThread.h"
 #include "Platform/linux/base/CSignalsBlocked.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <sys/epoll.h>
+#include <chrono>
 #include <sys/wait.h>
 
 namespace Platform {
@@ -17,54 +15,36 @@ CReaper& CReaper::Instance()
     return *s_reaper;
 }
 
-void CReaper::Adopt(pid_t iProcess, CDescriptor process)
+void CReaper::Adopt(pid_t iProcess)
 {
     const std::lock_guard lock(m_mutex);
-    Sweep();
-    if (process.IsValid() && StartWatching() && Watch(process))
-        process.Release(); // the thread closes it
-    else
-        m_unwatched.push_back(iProcess);
+    Sweep(); // also where no thread can be had
+    m_children.push_back(iProcess);
+    StartThread();
+    m_adopted.notify_one();
 }
 
-bool CReaper::StartWatching()
+void CReaper::StartThread()
 {
-    if (m_poll.IsValid())
-        return true;
-    CDescriptor poll(epoll_create1(EPOLL_CLOEXEC));
-    if (!poll.IsValid())
-        return false;
+    if (m_bRuns)
+        return;
     const CSignalsBlocked blocked; // they belong to whoever the program lets wait for them
-    m_poll = std::move(poll);
-    if (CNativeThread::Create(Run, this))
-        return true;
-    m_poll.Close();
-    return false;
-}
-
-bool CReaper::Watch(const CDescriptor& process)
-{
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = process.Get();
-    return epoll_ctl(m_poll.Get(), EPOLL_CTL_ADD, process.Get(), &event) == 0;
+    m_bRuns = CNativeThread::Create(Run, this) != nullptr;
 }
 
 void CReaper::Sweep()
 {
-    std::erase_if(m_unwatched, [](pid_t iProcess) { return waitpid(iProcess, nullptr, WNOHANG) != 0; });
+    std::erase_if(m_children, [](pid_t iProcess) { return waitpid(iProcess, nullptr, WNOHANG) != 0; });
 }
 
 void CReaper::Run(void* pReaper)
 {
-    const int iPoll = static_cast<CReaper*>(pReaper)->m_poll.Get();
+    CReaper& self = *static_cast<CReaper*>(pReaper);
+    std::unique_lock lock(self.m_mutex);
     for (;;) {
-        epoll_event event{};
-        if (epoll_wait(iPoll, &event, 1, -1) != 1)
-            continue;
-        const CDescriptor process(event.data.fd);
-        siginfo_t ignored{};
-        waitid(P_PIDFD, static_cast<id_t>(process.Get()), &ignored, WEXITED | WNOHANG);
+        self.m_adopted.wait(lock, [&self] { return !self.m_children.empty(); });
+        self.m_adopted.wait_for(lock, std::chrono::seconds(1));
+        self.Sweep();
     }
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Platform/linux/base/CDescriptor.h"
-
+#include <condition_variable>
 #include <mutex>
 #include <sys/types.h>
 #include <vector>
@@ -9,24 +8,24 @@
 namespace Platform {
 
 /// Waits for the children that nobody else waits for, so that they do not stay behind as zombies. Touches no other
-/// child of the process. One per process, with one thread from the first child on; never destroyed.
+/// child of the process, and costs no descriptor for each: it looks at them once a second while there are any. One per
+/// process, with one thread from the first child on; never destroyed.
 class CReaper
 {
 public:
     static CReaper& Instance();
 
-    /// Takes a child over. Without a descriptor for it, or without a thread, it is looked at whenever another comes.
-    void Adopt(pid_t iProcess, CDescriptor process);
+    void Adopt(pid_t iProcess); ///< any thread
 
 private:
-    bool StartWatching();
-    bool Watch(const CDescriptor& process);
+    void StartThread();
     void Sweep();
     static void Run(void* pReaper);
 
-    std::mutex m_mutex;
-    CDescriptor m_poll; ///< epoll of the adopted; valid once the thread runs
-    std::vector<pid_t> m_unwatched;
+    std::mutex m_mutex; ///< over all that follows
+    std::condition_variable m_adopted;
+    std::vector<pid_t> m_children;
+    bool m_bRuns = false;
 };
 
 } // namespace Platform

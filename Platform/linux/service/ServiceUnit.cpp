@@ -99,6 +99,8 @@ RestartSec=10
 TimeoutStopSec=300
 # Programs that it started for a mail finish that mail.
 KillMode=process
+# Sessions, queue files and watched directories take one each.
+LimitNOFILE=524288
 
 # The account comes from sysusers.d; it must own the mail directories.
 User=@USER@
