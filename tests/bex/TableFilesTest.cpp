@@ -2,6 +2,7 @@
 #include "Bex/CFileException.h"
 #include "Bex/CStorableStringList.h"
 #include "Platform/CInjectedFault.h"
+#include "Platform/DataOrder.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>
@@ -34,6 +35,20 @@ protected:
     CTemporaryDirectory m_directory;
     CConfigFile m_config;
 };
+
+TEST_F(TableFilesTest, IsFlushedBeforeItReplacesUnlessTheFileSystemOrdersThat)
+{
+    EXPECT_FALSE(Platform::OrdersDataBeforeReplacing("/proc"));
+    CTemporaryDirectory memory(CTemporaryDirectory::IN_MEMORY);
+    for (CTemporaryDirectory* pDirectory : {&memory, &m_directory}) {
+        ASSERT_TRUE(m_config.Load(CSimpleString(pDirectory->Write("config", "a: 1\n"))));
+        const CInjectedFault unflushed(EFault::Flush, 1, EIO);
+        if (pDirectory == &memory || Platform::OrdersDataBeforeReplacing(m_directory.Path().c_str()))
+            EXPECT_TRUE(m_config.Save());
+        else
+            EXPECT_THROW(m_config.Save(), CFileException);
+    }
+}
 
 TEST_F(TableFilesTest, AValueIsReadAndTheLinesAreWrittenBack)
 {

@@ -1,0 +1,61 @@
+#include "Platform/DataOrder.h"
+
+#include <array>
+#include <climits>
+#include <fstream>
+#include <linux/magic.h>
+#include <map>
+#include <mutex>
+#include <string>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace Platform {
+
+namespace {
+
+/// What the kernel tells under the name of the block device; other mount tables leave out what is the default. Without
+/// a journal no order of the data is among it.
+bool IsOrderedExt4(dev_t device)
+{
+    const std::string strLink = "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
+    std::array<char, PATH_MAX> buffer;
+    const ssize_t iLength = readlink(strLink.c_str(), buffer.data(), buffer.size());
+    if (iLength <= 0)
+        return false;
+    const std::string strTarget(buffer.data(), static_cast<size_t>(iLength));
+    std::ifstream options("/proc/fs/ext4/" + strTarget.substr(strTarget.rfind('/') + 1) + "/options");
+    bool bOrdered = false;
+    bool bAllocatesFirst = false;
+    for (std::string strOption; std::getline(options, strOption);) {
+        bOrdered |= strOption == "data=ordered" || strOption == "data=journal";
+        bAllocatesFirst |= strOption == "auto_da_alloc";
+    }
+    return bOrdered && bAllocatesFirst;
+}
+
+} // namespace
+
+bool OrdersDataBeforeReplacing(const char* pszPath)
+{
+    struct statfs fileSystem
+    {};
+    struct stat status
+    {};
+    if (statfs(pszPath, &fileSystem) != 0 || stat(pszPath, &status) != 0)
+        return false;
+    if (fileSystem.f_type == TMPFS_MAGIC || fileSystem.f_type == RAMFS_MAGIC)
+        return true;
+    if (fileSystem.f_type != EXT4_SUPER_MAGIC)
+        return false;
+    static std::mutex s_mutex;
+    static std::map<dev_t, bool> s_known;
+    const std::lock_guard lock(s_mutex);
+    const auto known = s_known.find(status.st_dev);
+    return known != s_known.end() ? known->second
+                                  : s_known.emplace(status.st_dev, IsOrderedExt4(status.st_dev)).first->second;
+}
+
+} // namespace Platform
