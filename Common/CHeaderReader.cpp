@@ -27,6 +27,8 @@ CHeaderReader::EResult CHeaderReader::Next(std::string& strField)
         if (IsTooBig())
             return EResult::TooBig;
     }
+    if (m_strLine.capacity() > BUFFER_SIZE) // a long one would be in memory twice
+        std::string().swap(m_strLine);
     return EResult::Field;
 }
 

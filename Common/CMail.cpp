@@ -3,6 +3,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/NormalizeAddress.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -187,8 +188,13 @@ Bex::CSimpleString CMail::JoinedRecipients() const
 
 void CMail::SetRecipients(std::string_view text)
 {
+    constexpr std::string_view SEPARATORS = ",;<>";
     Lines recipients(false); // the text may belong to one of the old ones
-    Bex::Tokenize(text, ",;<>", recipients, false);
+    const auto nSeparators =
+        std::count_if(text.begin(), text.end(), [&](char c) { return SEPARATORS.find(c) != SEPARATORS.npos; });
+    m_bTooManyRecipients = nSeparators >= MAX_RECIPIENTS;
+    if (!m_bTooManyRecipients)
+        Bex::Tokenize(text, SEPARATORS, recipients, false);
     m_recipients = std::move(recipients);
     if (m_addressing.strTo.IsEmpty() && !m_recipients.IsEmpty())
         m_addressing.strTo = Bex::CSimpleString::Formatted("<%s>", FirstRecipient().Text());

@@ -25,7 +25,9 @@ public:
     void SetReturnPath(const Bex::CSimpleString& strAddress);
     const Bex::CList<Bex::CSimpleString>& Recipients() const { return m_recipients; }
     Bex::CSimpleString FirstRecipient() const; ///< empty when there is none
-    /// Replaces the recipients by the pieces of the text between ",", ";", "<" and ">".
+    static constexpr ptrdiff_t MAX_RECIPIENTS = 100'000;
+    /// Replaces the recipients by the pieces of the text between ",", ";", "<" and ">"; by none, and the mail
+    /// is too big to be read, when there are more than MAX_RECIPIENTS.
     void SetRecipients(std::string_view text);
     Bex::CList<Bex::CSimpleString>& Received() { return m_received; } ///< newest first
     const Bex::CList<Bex::CSimpleString>& Received() const { return m_received; }
@@ -40,6 +42,9 @@ public:
     const Bex::CSimpleString& AuthenticatedAs() const { return m_addressing.strAuthenticatedAs; }
     const Bex::CSimpleString& ResentFor() const { return m_addressing.strResentFor; }
     void SetResentFor(const Bex::CSimpleString& strValue) { m_addressing.strResentFor = strValue; }
+
+protected:
+    bool HasTooManyRecipients() const override { return m_bTooManyRecipients; }
 
 private:
     struct SAddressing
@@ -65,5 +70,6 @@ private:
 
     Bex::CList<Bex::CSimpleString> m_received;
     Bex::CList<Bex::CSimpleString> m_recipients;
+    bool m_bTooManyRecipients = false;
     SAddressing m_addressing;
 };

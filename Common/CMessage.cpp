@@ -54,10 +54,9 @@ Platform::SError LogTooBig(const Bex::CFile& file)
 }
 
 /// It would be tried again for ever.
-Platform::SError LogBeyondMemory(const Bex::CFile& file)
+Platform::SError LogTooBig(const Bex::CFile& file, const char* pszWhy)
 {
-    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: this process can never have that much memory",
-                  file.Name().Text());
+    Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: %s", file.Name().Text(), pszWhy);
     return {Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE};
 }
 
@@ -135,6 +134,8 @@ SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         bool bHasHeader = false;
         if (!ReadHeaders(reader, bHasHeader))
             return SLoadResult::Failure(LogTooBig(file));
+        if (HasTooManyRecipients())
+            return SLoadResult::Failure(LogTooBig(file, "it has too many recipients"));
         if (bHeadersOnly)
             return {};
         std::string_view buffered = reader.Buffered();
@@ -147,7 +148,7 @@ SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         if (nBody > UINT32_MAX)
             return SLoadResult::Failure(LogTooBig(file));
         if (nBody > ALWAYS_POSSIBLE && nBody > Platform::MostMemory())
-            return SLoadResult::Failure(LogBeyondMemory(file));
+            return SLoadResult::Failure(LogTooBig(file, "this process can never have that much memory"));
         CBody body;
         if (!ReadBody(file, nBody, buffered, body)) // somebody is at the file
             return SLoadResult::Incomplete();

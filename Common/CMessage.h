@@ -69,6 +69,9 @@ public:
     const Bex::CSimpleString& References() const { return m_strReferences; }
     const Bex::CSimpleString& MimeVersion() const { return m_strMimeVersion; }
 
+protected:
+    virtual bool HasTooManyRecipients() const { return false; } ///< such a mail is not read
+
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);
     template <class TOpen>

@@ -13,10 +13,13 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Common/MessagePart";
 
-/// A parameter that is absent leaves what it had.
+constexpr size_t LONGEST_PARAMETER = 65536;
+
+/// A parameter that is absent, or longer than any that means something, leaves what it had.
 void TakeParameter(const Bex::CSimpleString& strValue, std::string_view key, Bex::CSimpleString& strParameter)
 {
-    if (std::optional<std::string_view> text = HeaderFields::Parameter(strValue, key))
+    std::optional<std::string_view> text = HeaderFields::Parameter(strValue, key);
+    if (text && text->size() <= LONGEST_PARAMETER)
         strParameter = HeaderFields::Unfolded(*text);
 }
 
@@ -29,13 +32,13 @@ CMessagePart::CMessagePart(const CMessagePart& other) = default;
 int CMessagePart::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
 {
     if (strName.EqualsNoCase("Content-Type")) {
-        SetContentType(strValue);
+        SetContentType(std::move(strValue));
     } else if (strName.EqualsNoCase("Content-Transfer-Encoding")) {
         m_strTransferEncoding = std::move(strValue);
     } else if (strName.EqualsNoCase("Content-Language")) {
         m_strLanguage = std::move(strValue);
     } else if (strName.EqualsNoCase("Content-Disposition")) {
-        SetContentDisposition(strValue);
+        SetContentDisposition(std::move(strValue));
     } else if (strName.EqualsNoCase("Content-Description")) {
         m_strDescription = std::move(strValue);
     } else {
@@ -53,9 +56,9 @@ int CMessagePart::ParseHeaderLine(std::string_view line)
     return field ? SetHeader(Bex::CSimpleString(field->name), Bex::CSimpleString(field->value)) : 0;
 }
 
-void CMessagePart::SetContentType(const Bex::CSimpleString& strValue)
+void CMessagePart::SetContentType(Bex::CSimpleString strValue)
 {
-    m_strContentType = strValue;
+    m_strContentType = std::move(strValue);
     if (HeaderFields::IsMultipart(m_strContentType)) {
         TakeParameter(m_strContentType, "boundary=", m_strBoundary);
         return;
@@ -64,9 +67,9 @@ void CMessagePart::SetContentType(const Bex::CSimpleString& strValue)
     TakeParameter(m_strContentType, "charset=", m_strCharset);
 }
 
-void CMessagePart::SetContentDisposition(const Bex::CSimpleString& strValue)
+void CMessagePart::SetContentDisposition(Bex::CSimpleString strValue)
 {
-    m_strDisposition = strValue;
+    m_strDisposition = std::move(strValue);
     if (Bex::StartsWithNoCase(m_strDisposition, "attachment"))
         TakeParameter(m_strDisposition, "filename=", m_strFileName);
 }

@@ -29,8 +29,8 @@ public:
     virtual int SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue);
 
     int ParseHeaderLine(std::string_view line); ///< one unfolded line; 0 when it has no colon
-    void SetContentType(const Bex::CSimpleString& strValue);
-    void SetContentDisposition(const Bex::CSimpleString& strValue);
+    void SetContentType(Bex::CSimpleString strValue);
+    void SetContentDisposition(Bex::CSimpleString strValue);
     bool Parse(std::string_view bytes); ///< header block, blank line, body; false when it is not that
     /// Applies the header block at the start of the bytes; gives what stands behind its blank line, or nothing when
     /// there is no blank line with at least one byte behind it.

@@ -1,5 +1,6 @@
 #include "Common/CMessagePart.h"
 
+#include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Encodings.h"
 #include "Common/HeaderFields.h"
@@ -88,8 +89,10 @@ public:
     {
         if (content.boundary.empty())
             return SearchText(content, body);
+        m_bTooDeep = m_bTooDeep || nDepth >= CMessagePart::MIME_DEPTH;
         return nDepth < CMessagePart::MIME_DEPTH && SearchParts(content.boundary, body, nDepth);
     }
+    bool IsTooDeep() const { return m_bTooDeep; } ///< something was not searched
 
 private:
     bool SearchText(const SContent& content, std::string_view text)
@@ -130,6 +133,7 @@ private:
     TextTest m_test;
     void* m_pContext;
     Bex::CSimpleString& m_strPhrase;
+    bool m_bTooDeep = false;
 };
 
 } // namespace
@@ -138,5 +142,10 @@ bool CMessagePart::SearchTextParts(const CMessagePart& entity, TextTest test, vo
                                    Bex::CSimpleString& strPhrase)
 {
     const SContent content{entity.ContentType(), entity.Boundary(), entity.TransferEncoding()};
-    return CMimeSearch(test, pContext, strPhrase).Search(content, entity.Body().View(), 0);
+    CMimeSearch search(test, pContext, strPhrase);
+    const bool bFound = search.Search(content, entity.Body().View(), 0);
+    if (search.IsTooDeep())
+        Bex::LogWarning(Bex::MainLog(), "the parts of a mail that are nested deeper than %u levels are not searched",
+                        MIME_DEPTH);
+    return bFound;
 }

@@ -1,4 +1,5 @@
 #include "Common/CMessagePart.h"
+#include "support/CLogRecorder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -183,7 +184,9 @@ TEST(MimeSearch, TakesBoundedWork)
 {
     constexpr char OUTER[] = "multipart/mixed; boundary=b1000";
     EXPECT_THAT(SSearch(Nested(100, 1), OUTER).texts, ElementsAre("innermost"));
+    const CLogRecorder log;
     EXPECT_THAT(SSearch(Nested(101, 1), OUTER).texts, IsEmpty());
+    EXPECT_EQ(log.Lines().size(), 1u);
     EXPECT_THAT(SSearch(Nested(60, 2), OUTER).texts, ElementsAre("innermost", "innermost")); // not 2 to the 60th
     EXPECT_EQ(SSearch(Repeated(100000, Part("text")) + "--b--\r\n").texts.size(), 100000u);
     // Delimiters that nearly match everywhere.

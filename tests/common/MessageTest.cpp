@@ -106,6 +106,8 @@ TEST_F(MessageTest, BoundsTheHeaderBlock)
     EXPECT_FALSE(isTooBig("Subject: " + std::string(CMessage::MAX_HEADER_BYTES - 11, 'x') + "\n"));
     EXPECT_TRUE(isTooBig("Subject: " + std::string(CMessage::MAX_HEADER_BYTES - 10, 'x') + "\n"));
     EXPECT_TRUE(isTooBig(std::string(CMessage::MAX_HEADER_BYTES + 1000, ' ')));
+    EXPECT_FALSE(isTooBig("X-Envelope-To: " + std::string(CMail::MAX_RECIPIENTS - 1, ',') + "\n"));
+    EXPECT_TRUE(isTooBig("X-Envelope-To: " + std::string(CMail::MAX_RECIPIENTS, ',') + "\n"));
 
     CMail grown; // by a line too much to be read again
     ASSERT_TRUE(Load(grown, strLines + "\n"));
