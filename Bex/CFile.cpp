@@ -88,6 +88,7 @@ void CFile::Open(const CSimpleString& strName, uint32_t dwFlags, uint32_t dwPerm
     mode.access = AccessOf(dwFlags);
     mode.share = ShareOf(dwFlags);
     mode.bCreate = (dwFlags & modeCreate) != 0;
+    mode.bCreateNew = (dwFlags & modeNew) != 0;
     mode.bTruncate = (dwFlags & modeTruncate) != 0;
     mode.bOnlyRegular = (dwFlags & onlyRegular) != 0;
     mode.bNoDevices = (dwFlags & noDevices) != 0;

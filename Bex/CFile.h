@@ -29,6 +29,7 @@ public:
     static constexpr uint32_t modeReadWrite = 2;
     static constexpr uint32_t modeCreate = 256; ///< create when missing; needs one of the writing modes
     static constexpr uint32_t modeTruncate = 512;
+    static constexpr uint32_t modeNew = 0x100000; ///< create, refuse what has the name (LIB_EXISTS)
     static constexpr uint32_t shareExclusive = 16;
     static constexpr uint32_t shareDenyWrite = 32;
     static constexpr uint32_t shareDenyRead = 48;

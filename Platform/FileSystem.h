@@ -28,7 +28,8 @@ bool RenameReplacing(const char* pszFrom, const char* pszTo); ///< within one fi
 /// Fails with LIB_EXISTS when the target exists; never replaces it.
 bool RenameNoReplace(const char* pszFrom, const char* pszTo);
 bool GetFileTimes(const char* pszPath, SFileTimes& times);
-EPathKind KindOf(const char* pszPath);        ///< follows symbolic links; Failed sets LastError
+/// Of what a symbolic link leads to, unless it is not followed: then it is Other. Failed sets LastError.
+EPathKind KindOf(const char* pszPath, bool bFollow = true);
 bool CreateOneDirectory(const char* pszPath); ///< one level, mode 0700
 bool SetWorkingDirectory(const char* pszPath);
 std::string WorkingDirectory();

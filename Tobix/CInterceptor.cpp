@@ -97,5 +97,7 @@ bool CInterceptor::Store(const CMail& mail, const Bex::CSimpleString& strAddress
     const Bex::CSimpleString strDirectory = DirectoryOf(strAddress);
     if (!Bex::CDirectory::Exists(strDirectory) && !Platform::CreateOneDirectory(strDirectory.Text()))
         return false;
+    if (Platform::KindOf(strDirectory.Text(), false) != Platform::EPathKind::Directory)
+        return false; // a link in its place may lead anywhere
     return static_cast<bool>(group.SaveExtra(mail, EWriteMode::Envelope, strDirectory, CopyName(mail, pszKind)));
 }

@@ -68,6 +68,8 @@ void CLocalAgent::RemoveUnfinishedFiles() const
 {
     RemoveStaleFiles(m_directories.strOutgoing);
     RemoveStaleFiles(m_directories.strFilter);
+    RemoveStaleFiles(m_directories.strError);
+    RemoveStaleFilesBelow(m_directories.strIntercept);
 }
 
 void CLocalAgent::ScanQueue()

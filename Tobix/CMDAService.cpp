@@ -154,11 +154,12 @@ void CMDAService::CreatePidFile()
     if (strDirectory.IsEmpty())
         return;
     const Bex::CSimpleString strId = Bex::CSimpleString::Formatted("%u", Platform::CurrentProcessId());
+    const Bex::CSimpleString strPath = Bex::JoinPath(strDirectory, "Tobix.pid");
     try {
-        m_pidFile.Open(Bex::JoinPath(strDirectory, "Tobix.pid"),
-                       Bex::CFile::typeText | Bex::CFile::modeReadWrite | Bex::CFile::modeCreate |
-                           Bex::CFile::modeTruncate |   // whatever a crash has left there
-                           Bex::CFile::shareDenyWrite); // a second daemon must not write into it, nor remove it
+        if (Bex::CFile::Exists(strPath)) // what a crash has left; a second daemon must not touch the first one's
+            Bex::CFile::RemoveUnlessInUse(strPath);
+        m_pidFile.Open(strPath, Bex::CFile::typeText | Bex::CFile::modeReadWrite | Bex::CFile::modeNew |
+                                    Bex::CFile::shareDenyWrite);
         m_pidFile.Write(strId.Text(), strId.Length());
     } catch (const Bex::CFileException&) {
     }

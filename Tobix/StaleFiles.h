@@ -4,4 +4,6 @@
 
 /// Removes the temporary files (".<name>.eml.tmp") that a crash left in a directory of mail files. One that another
 /// process is still writing stays. Call before the agents run; a missing directory holds none. Any thread.
+/// A mailbox needs no call: the next mail takes the same number, and with it the temporary name.
 void RemoveStaleFiles(const Bex::CSimpleString& strDirectory);
+void RemoveStaleFilesBelow(const Bex::CSimpleString& strDirectory); ///< in its directories; links are not followed

@@ -84,6 +84,21 @@ class BadInput(unittest.TestCase):
         self.assertEqual(world.mailbox("carl"), [])
         self.assertTrue((world.queue / "directory.eml").is_dir())
 
+    def test_what_is_planted_is_neither_written_through_nor_followed(self):
+        with World(intercept="ann\ncarl\n") as world:
+            theirs = world.root / "theirs"
+            theirs.mkdir()
+            (theirs / "mail").write_bytes(b"theirs")
+            (world.intercepted / "ann").symlink_to(theirs)
+            (world.intercepted / "carl").mkdir()
+            for path in (world.etc / "Tobix.pid", world.spool / "ann" / ".1.eml.tmp", world.spool / "ann" / "config.tmp",
+                         world.error / ".1.eml.tmp", world.intercepted / "carl" / ".1.eml.tmp"):
+                os.link(theirs / "mail", path)
+            world.start()
+            world.deliver("1.eml", mail())
+            self.assertEqual((world.leftovers(), os.listdir(theirs), (theirs / "mail").read_bytes()), ([], ["mail"], b"theirs"))
+            self.assertEqual((theirs / "mail").stat().st_nlink, 1)
+
     def test_a_file_that_is_still_being_written_waits_for_its_writer(self):
         with World() as world:
             world.start()

@@ -62,9 +62,9 @@ bool CCoreDump::Write(const char* pszPath)
     SOpenMode mode;
     mode.access = EAccess::Write;
     mode.share = EShare::Exclusive;
-    mode.bCreate = true;
-    mode.bTruncate = true;
+    mode.bCreateNew = true;
     mode.bOnlyRegular = true;
+    RemoveFile(pszPath); // whatever has the name is never written to
     if (!m_file.Open(pszPath, mode))
         return false;
     const bool bWritten = WriteContent();

@@ -59,11 +59,12 @@ bool GetFileTimes(const char* pszPath, SFileTimes& times)
     return true;
 }
 
-EPathKind KindOf(const char* pszPath)
+EPathKind KindOf(const char* pszPath, bool bFollow)
 {
     struct stat status
     {};
-    if (GuardedCall({EFault::Stat}, [&] { return stat(pszPath, &status); }) != 0) {
+    const int iFlags = bFollow ? 0 : AT_SYMLINK_NOFOLLOW;
+    if (GuardedCall({EFault::Stat}, [&] { return fstatat(AT_FDCWD, pszPath, &status, iFlags); }) != 0) {
         if (errno == ENOENT || errno == ENOTDIR)
             return EPathKind::Missing;
         FailWithErrno();
