@@ -13,7 +13,7 @@ class Session(socketserver.StreamRequestHandler):
 
     def lines(self):
         try:
-            for line in self.rfile:  # not "yield from": the end of a generator would close the file
+            while line := self.rfile.readline():
                 yield line
         except OSError:  # the client broke off
             pass
@@ -55,8 +55,13 @@ class Session(socketserver.StreamRequestHandler):
             if line == b".\r\n":
                 break
             lines.append(line[1:] if line.startswith(b".") else line)
+        else:  # the client broke off
+            return
+        self.accept(b"".join(lines))
+
+    def accept(self, text):
         with self.server.sink.lock:
-            self.server.sink.mails.append((self.sender, self.recipient, b"".join(lines)))
+            self.server.sink.mails.append((self.sender, self.recipient, text))
         self.reply("250 accepted")
 
 
@@ -67,9 +72,9 @@ class Server(socketserver.ThreadingTCPServer):
 
 
 class Sink:
-    def __init__(self):
+    def __init__(self, address=("127.0.0.1", 0), session=Session):
         self.lock, self.mails, self.deferred, self.silence = threading.Lock(), [], set(), threading.Event()
-        self.server = Server(("127.0.0.1", 0), Session)
+        self.server = Server(address, session)
         self.server.sink = self
         self.port = self.server.server_address[1]
         threading.Thread(target=self.server.serve_forever, daemon=True).start()
