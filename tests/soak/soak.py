@@ -126,6 +126,13 @@ class Soak:
         mine = {1, os.getpid(), self.world.process.pid}
         return [pid for pid in map(int, filter(str.isdigit, os.listdir("/proc"))) if pid not in mine]
 
+    @staticmethod
+    def describe(pid):
+        with contextlib.suppress(OSError):
+            process = pathlib.Path(f"/proc/{pid}")
+            return process.joinpath("cmdline").read_bytes().replace(b"\0", b" ")[:200], process.joinpath("stat").read_text().split()[2:4]
+        return pid
+
     # Mail
 
     def make_mail(self):
@@ -198,7 +205,8 @@ class Soak:
         name = self.random.choice(list(TABLES))
         self.world.drop(name + ".x", TABLES[name].encode() + b"# %d\n" % self.random.randrange(1 << 30), self.world.etc)
         (self.world.etc / (name + ".x")).rename(self.world.etc / name)
-        (self.world.spool / "ann" / "password").touch()
+        with contextlib.suppress(OSError):  # the mailboxes are away, or there is no room
+            (self.world.spool / "ann" / "password").touch()
 
     def kill(self):
         self.world.kill()
@@ -293,7 +301,7 @@ class Soak:
             if state != last:
                 last, since = state, time.monotonic()
             if time.monotonic() > since + WITHOUT_PROGRESS and state != ([], []):
-                self.find(f"stuck: {len(names)} mails {names[:5]}, programs {state[1]}")
+                self.find(f"stuck: {len(names)} mails {names[:5]}, programs {[self.describe(pid) for pid in state[1]]}")
                 return False
             quiet = quiet + 1 if state == ([], []) else 0
             time.sleep(0.2)
