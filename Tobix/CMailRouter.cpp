@@ -1,6 +1,7 @@
 #include "Tobix/CMailRouter.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -85,8 +86,8 @@ CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
     m_strOpen = {};
     ERouted routed = ERouted::Done;
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
-        if (routed == ERouted::Done)
-            routed = TryRecipient(mail, strRecipient, group);
+        if (routed == ERouted::Done) // of very many, a stop cannot wait for the last one
+            routed = Bex::CThread::IsCallerStopped() ? ERouted::Busy : TryRecipient(mail, strRecipient, group);
         if (routed == ERouted::Failed)
             return EOutcome::Failed;
         if (routed == ERouted::Busy)
