@@ -71,7 +71,8 @@ private:
         if (m_pRun)
             m_pRun->Stop();
         m_pRun = std::make_unique<CRun>();
-        m_pRun->Start();
+        if (!m_pRun->Start())
+            m_pRun.reset(); // it would never finish
     }
 
     int m_iStartMinute = Platform::LocalNow().iMinute;
