@@ -156,8 +156,12 @@ void CLocalAgent::EndGroup()
 /// The copies are on stable storage before the queue files they were made from may go.
 void CLocalAgent::FinishGroup()
 {
-    if (m_group.IsEmpty())
-        return;
+    if (!m_group.IsEmpty())
+        FlushGroup();
+}
+
+void CLocalAgent::FlushGroup()
+{
     Platform::SError unpromised;
     const bool bFlushed = m_group.Finish(m_delivered, unpromised);
     if (unpromised.iLibError != Platform::LIB_NONE) {
@@ -256,7 +260,7 @@ CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, CHeldMailFile& fi
             break;
     }
     m_group.MarkRemoved(m_directories.strQueue);
-    EndGroup();
+    FlushGroup(); // though there may be no copy in it: the original must not come back
     return EOutcome::Retry;
 }
 

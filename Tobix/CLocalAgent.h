@@ -42,6 +42,7 @@ private:
     void DeliverFile(const Bex::CSimpleString& strName);
     void EndGroup();
     void FinishGroup();
+    void FlushGroup();
     void RemoveDelivered();
     bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome TryMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
