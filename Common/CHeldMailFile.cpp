@@ -3,6 +3,7 @@
 #include "Bex/CFileException.h"
 
 #include <array>
+#include <utility>
 
 namespace {
 
@@ -105,6 +106,6 @@ bool CHeldMailFile::LetOthersRead()
 
 void CHeldMailFile::LetGo()
 {
-    if (IsOpen())
-        Close();
+    if (std::exchange(m_bOpen, false))
+        m_handle.Close(); // of a file that was only read there is nothing to fail
 }
