@@ -2,11 +2,13 @@
 #include "Common/CSmartHosts.h"
 #include "Common/SmartHostEntry.h"
 #include "Common/TargetResolution.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/DnsQuery.h"
 #include "support/CDnsServer.h"
 #include "support/CLogRecorder.h"
 
 #include <atomic>
+#include <cerrno>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -51,9 +53,13 @@ protected:
     CLogRecorder log;
 };
 
-TEST_F(TargetsTest, AsksAgainWhenDescriptorsWereShort)
+TEST_F(TargetsTest, AsksAgainWhenThreadsOrDescriptorsWereShort)
 {
     TellHost("a.test", "192.0.2.1");
+    {
+        const Platform::CInjectedFault fault(Platform::EFault::CreateThread, 1, EAGAIN, 9);
+        EXPECT_THAT(Targets("a.test"), ElementsAre());
+    }
     rlimit whole{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &whole), 0);
     const rlimit few{4, whole.rlim_max};

@@ -1,5 +1,6 @@
 #include "Platform/linux/dns/CDnsContext.h"
 
+#include "Platform/CNativeThread.h"
 #include "Platform/linux/base/CSignalsBlocked.h"
 #include "Platform/linux/thread/PollWithin.h"
 
@@ -60,6 +61,16 @@ uint32_t StatusOf(const ub_result& result)
                              : RESPONSE_CODES + static_cast<uint32_t>(result.rcode);
 }
 
+/// The library does not tell that it could not have its thread: it would take every question and answer none, and crash
+/// when it is taken down.
+bool CanHaveThread()
+{
+    const auto pThread = CNativeThread::Create([](void*) {}, nullptr);
+    if (pThread != nullptr)
+        pThread->Join();
+    return pThread != nullptr;
+}
+
 } // namespace
 
 /// Where the answer to one question arrives. Shared by the thread that waits and the one that fetches.
@@ -87,7 +98,7 @@ struct CDnsContext::SAnswer
 CDnsContext::CDnsContext(const SResolverFile& file)
     : m_file(file), m_config(ReadResolverConfig(file)), m_pContext(ub_ctx_create())
 {
-    if (m_pContext == nullptr)
+    if (m_pContext == nullptr || !CanHaveThread())
         m_dwStatus = DNS_NO_MEMORY;
     else if (!Configure())
         m_dwStatus = DNS_NO_SERVER;
