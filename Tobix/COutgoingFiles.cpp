@@ -57,11 +57,17 @@ void COutgoingFiles::FinishDelivery(std::string_view name)
     if (found == m_index.end() || found->second->list != IN_PROGRESS)
         return;
     const CEntries::iterator entry = found->second;
-    Leave(*entry);
-    if (entry->pDomain != nullptr && --entry->pDomain->nNames == 0)
-        m_domains.erase(std::string(entry->pDomain->strName));
+    LeaveForGood(*entry);
     m_index.erase(found); // before the name it points to
     m_lists[IN_PROGRESS].erase(entry);
+    TellWork();
+}
+
+void COutgoingFiles::SetAside(std::string_view name)
+{
+    const Bex::CScopedLock lock(m_lock);
+    if (const auto found = m_index.find(name); found != m_index.end() && found->second->list == IN_PROGRESS)
+        LeaveForGood(*found->second);
     TellWork();
 }
 

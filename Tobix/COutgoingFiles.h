@@ -32,6 +32,7 @@ public:
     bool Take(Bex::CSimpleString& strName);
     void RetryLater(std::string_view name);     ///< to retry-wait, wherever it was
     void FinishDelivery(std::string_view name); ///< forgets a name that is in progress
+    void SetAside(std::string_view name);       ///< stays in progress, but no thread is at its domain any more
     void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
     int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
@@ -75,6 +76,7 @@ private:
     bool IsFull(const SDomain& domain) const { return domain.nThreads >= m_nPerDomain; }
     bool StartUnlessFull(CEntries::iterator entry);
     void Leave(const SEntry& entry);
+    void LeaveForGood(SEntry& entry);
     void GiveUpPlace(const SEntry& entry);
     void TellReady(SDomain& domain);
     bool Next(CEntries::iterator& entry);

@@ -88,6 +88,14 @@ void COutgoingFiles::Leave(const SEntry& entry)
     TellReady(*entry.pDomain);
 }
 
+void COutgoingFiles::LeaveForGood(SEntry& entry)
+{
+    Leave(entry);
+    if (entry.pDomain != nullptr && --entry.pDomain->nNames == 0)
+        m_domains.erase(std::string(entry.pDomain->strName));
+    entry.pDomain = nullptr;
+}
+
 void COutgoingFiles::GiveUpPlace(const SEntry& entry)
 {
     if (entry.list != HELD_BACK)

@@ -90,7 +90,9 @@ void CSMTPDeliveryThread::DeliverGuarded()
     } catch (const std::exception& exception) {
         MailLog::DeliveryRaised(m_strMailPath, exception);
     }
-    if (attempt.verdict != EVerdict::Delivered)
+    if (attempt.verdict == EVerdict::Delivered)
+        m_pFiles->SetAside(m_strFileName);
+    else
         m_pFiles->RetryLater(m_strFileName);
 }
 
@@ -121,8 +123,10 @@ void CSMTPDeliveryThread::ReleaseUnlessStill(CHeldMailFile& file)
     const bool bReplaced = file.IsReplaced();
     if (bReplaced)
         Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
-    if (!bReplaced && Platform::KindOf(m_strMailPath.Text()) != Platform::EPathKind::Missing)
+    if (!bReplaced && Platform::KindOf(m_strMailPath.Text()) != Platform::EPathKind::Missing) {
+        m_pFiles->SetAside(m_strFileName);
         return;
+    }
     RemoveReport(); // of a mail that is no more
     ReleaseName();
 }
@@ -210,8 +214,10 @@ bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, SLoadedMail& loaded, c
 
 bool CSMTPDeliveryThread::Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state)
 {
-    if (attempt.file == EMailFile::Gone) // else it must not be sent again
+    if (attempt.file == EMailFile::Gone)
         ReleaseName();
+    else // it must not be sent again
+        m_pFiles->SetAside(m_strFileName);
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));

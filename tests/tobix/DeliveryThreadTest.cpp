@@ -224,7 +224,7 @@ TEST(DeliveryThreadTest, LooksForTheDomainOnceAndHoldsTheMailBackWhileEnoughThre
 
 TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurtherPasses)
 {
-    CDeliveryWorld world;
+    CDeliveryWorld world(1);
     CScriptedServer server(Replies{{"RCPT", "550 no\r\n"}});
     Config().Set("Bounce.Disable", "1");
     const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
@@ -232,4 +232,7 @@ TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurthe
     world.Deliver(server, "could not rename file \"");
     EXPECT_TRUE(world.HasMail());
     EXPECT_FALSE(world.NameIsFree());
+    Bex::CSimpleString strNext; // its domain is free for it
+    world.Files().AddPending("y.eml");
+    EXPECT_TRUE(world.Files().Take(strNext) && world.Files().EnterDomain("y.eml", "far.example"));
 }

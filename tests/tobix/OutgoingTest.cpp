@@ -86,7 +86,7 @@ TEST(OutgoingFilesTest, LetsSoManyThreadsBeAtOneDomainAndTheRestKeepTheirPlaces)
         files.AddPending(std::to_string(i));
     }
     EXPECT_EQ(TakenFrom(files), "");
-    files.FinishDelivery("a");
+    files.SetAside("a");
     for (int i = 0; i < 200'000; ++i) {
         EXPECT_EQ(TakenFrom(files), std::to_string(i));
         files.FinishDelivery(std::to_string(i));
