@@ -2,6 +2,7 @@
 
 #include "Bex/CFile.h"
 #include "Bex/CFileException.h"
+#include "Bex/CSystemException.h"
 #include "Bex/CThread.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
@@ -28,12 +29,17 @@ bool RemoveLogged(const Bex::CSimpleString& strFile, TRemove Remove)
     }
 }
 
+/// A program for which something is short is no answer: the mail is tried again.
 void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strErrorDirectory)
 {
+    Platform::SetLastError({}); // a program that has run sets none
     const uint32_t dwResult = RunCommand(strCommandLine, strErrorDirectory);
-    if (dwResult != 0)
-        Bex::LogError(Bex::MainLog(), "SystemCall( \"%s\" ) failed at %s:%d with error %u", strCommandLine.Text(),
-                      SOURCE_FILE, __LINE__, dwResult);
+    if (dwResult == 0)
+        return;
+    Bex::LogError(Bex::MainLog(), "SystemCall( \"%s\" ) failed at %s:%d with error %u", strCommandLine.Text(),
+                  SOURCE_FILE, __LINE__, dwResult);
+    if (Platform::IsBusy(Platform::LastError()))
+        Bex::ThrowSystemException(SOURCE_FILE, __LINE__, dwResult);
 }
 
 } // namespace

@@ -137,6 +137,10 @@ TEST(DeliveryThreadTest, TriesAgainWhatRaisesWhenItIsGivenUp)
 {
     CDeliveryWorld world;
     CScriptedServer server(Replies{{"RCPT", "550 no\r\n"}});
+    const Platform::CInjectedFault shortage(Platform::EFault::CreateProcess, 1, EAGAIN);
+    world.Deliver(server, "delivering \"" + world.Path() + "\": CSystemException");
+    EXPECT_TRUE(world.Retries());
+    world.FreeName();
     Config().Set("Bounce.Disable", "1");
     const CRaiser raiser(Platform::EFault::Remove, world.Path());
     world.Deliver(server, "delivering \"" + world.Path() + "\": no such luck");
