@@ -4,14 +4,15 @@
 #include "Platform/Host.h"
 #include "Platform/HostLookup.h"
 
-LocalHostIdentity LocalHostIdentity::Obtain()
+LocalHostIdentity LocalHostIdentity::Obtain(const Platform::CWaitLimit& limit)
 {
     std::string strName;
     if (!Platform::HostName(strName))
         return {"0.0.0.0", "unknown"};
     std::string strCanonical;
     std::vector<Platform::SSocketAddress> addresses;
-    if (!Platform::LookupHost(Platform::FAMILY_IPV4, strName.c_str(), addresses, &strCanonical) || addresses.empty())
+    if (!Platform::LookupHost(Platform::FAMILY_IPV4, strName.c_str(), addresses, &strCanonical, limit) ||
+        addresses.empty())
         return {"0.0.0.0", strName.c_str()};
     return {Platform::AddressText(addresses.front()).c_str(), strCanonical.c_str()};
 }

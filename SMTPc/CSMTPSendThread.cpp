@@ -21,6 +21,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LONGEST_RESOLUTION = 40'000; // milliseconds, of smart hosts and exchangers together
+constexpr uint64_t LONGEST_NAMING = 5'000;      // milliseconds, of this host for a report
 constexpr uint64_t TIMEOUTS_PER_ATTEMPT = 2;
 
 void CheckAddresses(const SPreparedMail& mail)
@@ -212,7 +213,8 @@ bool CSMTPSendThread::IsSilent(const CSMTPSession& session, const CSmartHost& ta
 void CSMTPSendThread::Tell(const SDeliveryFailure& failure, const SPreparedMail& mail,
                            const Bex::CSimpleString& strHost) const
 {
-    WriteErrorReport(failure, m_strMailPath, strHost, mail.strRecipient);
+    WriteErrorReport(failure, m_strMailPath, strHost, mail.strRecipient,
+                     Platform::CWaitLimit(&StopEvent().Waitable()).For(LONGEST_NAMING));
     const Bex::CSimpleString strLine = failure.LogLine(mail.strMessageID);
     Bex::LogError(Bex::MainLog(), "%s", strLine.Text());
     WriteErrorLine(strLine);

@@ -20,7 +20,7 @@ constexpr char SOURCE_FILE[] = "SMTPc/ErrorReport";
 constexpr size_t NONE = std::string_view::npos;
 
 /// The keys are read afresh: a report is written rarely, and the running configuration may be older than the file.
-Bex::CSimpleString FromAddress(bool bRefusal)
+Bex::CSimpleString FromAddress(bool bRefusal, const Platform::CWaitLimit& limit)
 {
     Bex::CConfigFile config;
     try {
@@ -31,7 +31,7 @@ Bex::CSimpleString FromAddress(bool bRefusal)
     const Bex::CTextKey& key = bRefusal ? Keys::POSTMASTER_FROM : Keys::POSTMASTER;
     if (config.IsSet(key))
         return config.GetString(key);
-    return Bex::CSimpleString::Formatted("postmaster@%s", LocalHostIdentity::Obtain().strHostName.Text());
+    return Bex::CSimpleString::Formatted("postmaster@%s", LocalHostIdentity::Obtain(limit).strHostName.Text());
 }
 
 /// The field that tells where the mail came from; a refused session quotes the first that names a host.
@@ -62,12 +62,13 @@ std::string Origin(const CMail& mail, bool bRefusal)
            std::string(mail.MessageID().View()) + ">\r\n\r\n";
 }
 
-std::string Head(const Bex::CSimpleString& strMailPath, bool bRefusal)
+std::string Head(const Bex::CSimpleString& strMailPath, bool bRefusal, const Platform::CWaitLimit& limit)
 {
     CMail mail;
     mail.Load(strMailPath, true); // without it there is no origin to tell
-    return std::string("X-Envelope-From: <>\r\nFrom: \"") + ReportText::AUTHOR + "\" <" + FromAddress(bRefusal).Text() +
-           ">\r\nSubject: " + ReportText::SUBJECT + "\r\nContent-Type: text/plain\r\n\r\n" + Origin(mail, bRefusal);
+    return std::string("X-Envelope-From: <>\r\nFrom: \"") + ReportText::AUTHOR + "\" <" +
+           FromAddress(bRefusal, limit).Text() + ">\r\nSubject: " + ReportText::SUBJECT +
+           "\r\nContent-Type: text/plain\r\n\r\n" + Origin(mail, bRefusal);
 }
 
 std::string Errors(const SDeliveryFailure& failure, const Bex::CSimpleString& strRecipient)
@@ -108,11 +109,13 @@ Bex::CSimpleString ErrorReportPath(const Bex::CSimpleString& strMailPath)
 }
 
 void WriteErrorReport(const SDeliveryFailure& failure, const Bex::CSimpleString& strMailPath,
-                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient)
+                      const Bex::CSimpleString& strHostName, const Bex::CSimpleString& strRecipient,
+                      const Platform::CWaitLimit& limit)
 {
     try {
-        Write(ErrorReportPath(strMailPath), Head(strMailPath, failure.IsRefusal()) + Errors(failure, strRecipient) +
-                                                "\r\n" + Transcript(failure, strHostName));
+        Write(ErrorReportPath(strMailPath), Head(strMailPath, failure.IsRefusal(), limit) +
+                                                Errors(failure, strRecipient) + "\r\n" +
+                                                Transcript(failure, strHostName));
     } catch (const Bex::CFileException& exception) {
         WriteConsole(stderr,
                      Bex::CSimpleString::Formatted("%s(SysError=%d, LibError=%d) at %s:%d caught at %s:%d\n",

@@ -1,3 +1,4 @@
+#include "Bex/CEvent.h"
 #include "Common/CMail.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/Version.h"
@@ -127,6 +128,9 @@ TEST(Mail, TellsOfItsReceptionHere)
         EXPECT_EQ(MakeReceivedValue("host", pszFor, time).View(),
                   std::string(strStart.View()) + pszClause + time.MailDate().Text());
     EXPECT_THAT(LocalHostIdentity::Obtain().strAddress.Text(), testing::MatchesRegex("([0-9]+\\.){3}[0-9]+"));
+    Bex::CEvent stop;
+    stop.Set();
+    EXPECT_EQ(LocalHostIdentity::Obtain(Platform::CWaitLimit(&stop.Waitable())).strAddress, "0.0.0.0");
 }
 
 /// TOBIX_MAIL_CORPUS: a directory, however deep, of .eml files that real programs have written.
