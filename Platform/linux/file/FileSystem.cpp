@@ -21,10 +21,10 @@ namespace {
 
 constexpr int64_t NANOSECONDS = 1'000'000'000;
 
-/// File systems whose files live on another machine.
+/// File systems whose files live on another machine, or may: what programs serve (FUSE) cannot be told apart.
 constexpr uint32_t NETWORK_FILE_SYSTEMS[] = {
-    NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
-    AFS_SUPER_MAGIC, AFS_FS_MAGIC,    CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC,
+    NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC,  CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC, AFS_SUPER_MAGIC,   AFS_FS_MAGIC,
+    CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC, FUSE_SUPER_MAGIC, V9FS_MAGIC,       OCFS2_SUPER_MAGIC,
 };
 
 int64_t Nanoseconds(const statx_timestamp& time) { return time.tv_sec * NANOSECONDS + time.tv_nsec; }
