@@ -23,10 +23,10 @@ install_missing() {
     DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
 }
 
-# build_preset PRESET: configures and builds it; prints nothing but failures.
+# build_preset PRESET [TARGET...]: configures it and builds all or the targets; prints nothing but failures.
 build_preset() {
     cmake --preset "$1" >/dev/null
-    cmake --build --preset "$1" -- --quiet
+    cmake --build --preset "$1" -- --quiet "${@:2}"
 }
 
 # timed NAME COMMAND...: runs it and tells how long that took. 77 means that it could not run: as a stage it has failed.

@@ -17,7 +17,7 @@ from sink import Session, Sink  # noqa: E402
 
 HOSTS = 9
 MOODS = {"good": 0, "odd": 0.05, "bad": 0.3, "hopeless": 1}  # how likely a reply is not what it should be
-A, NS, MX = 1, 2, 15
+A, MX = 1, 15
 
 
 class HostileSession(Session):

@@ -52,7 +52,7 @@ class Soak:
         self.corpus = [re.sub(rb"(?i)envelope-", b"Was-", path.read_bytes()) for path in sorted(corpus.rglob("*.eml"))]
         self.due, self.findings, self.baseline, self.killed = [], [], {}, False
         os.environ["TOBIX"] = str(builds[0] / "tobix")
-        self.world = World(users=(), **TABLES_AS_ARGUMENTS)
+        self.world = World(users=())
         self.prepare_tree()
         self.network = Network(seed, self.world.etc)
         self.prepare_environment()
@@ -64,7 +64,8 @@ class Soak:
             (world.volumes / name).mkdir(parents=True)
             run("mount", "-t", "tmpfs", "-o", f"size={VOLUME}", "soak", world.volumes / name)
             run("mount", "--bind", world.volumes / name, world.root / name)
-        (world.etc / "backupdomains").write_text(TABLES["backupdomains"])
+        for name, text in TABLES.items():
+            (world.etc / name).write_text(text)
         for user, settings in USERS.items():
             world.add_user(user, SaveEnvelope=1, **settings)
         (world.spool / "reply" / "template").write_text("Subject: away\n\nI am away.\n")
@@ -342,10 +343,6 @@ class Soak:
             self.find(f"left behind: {[p.name for p in left[:10]]}")
         for path in left:
             path.unlink()
-
-
-TABLES_AS_ARGUMENTS = {"domains": TABLES["domains"], "aliases": TABLES["aliases"], "filters": TABLES["filters"],
-                       "intercept": TABLES["intercept_addresses"]}
 
 
 def main(minutes, seed, *builds):
