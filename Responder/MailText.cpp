@@ -122,7 +122,7 @@ std::string OneLine(std::string_view value, size_t nMost)
 
 std::string HeaderText(std::string_view name, std::string_view value, size_t nMost)
 {
-    const std::string strLine = OneLine(value, nMost);
+    std::string strLine = OneLine(value, nMost);
     if (!HasEightBit(strLine))
         return strLine;
     const std::string strStart = std::string("=?") + CharacterSetOf(strLine) + "?B?";
