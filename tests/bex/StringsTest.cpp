@@ -57,26 +57,6 @@ TEST(StringsTest, PartsOfAString)
     EXPECT_EQ(CSimpleString("none").Domain(), "");
 }
 
-TEST(StringsTest, ReplaceGoesOnAfterTheInsertedText)
-{
-    CSimpleString str("aXaxA");
-    str.ReplaceAll("a", "aa");
-    EXPECT_EQ(str, "aaXaaxA");
-    str.ReplaceAll("aaXaaxA", "");
-    EXPECT_TRUE(str.IsEmpty());
-}
-
-TEST(TextFunctionsTest, TokenizeSkipsEmptyPieces)
-{
-    CList<CSimpleString> list;
-    Tokenize(";a, b ;;c ", ";,", list, true);
-    Tokenize(" d ", ";,", list, false);
-    std::string strAll;
-    for (const CSimpleString& str : list)
-        strAll += std::string(str.View()) + "|";
-    EXPECT_EQ(strAll, "a|b|c| d |");
-}
-
 TEST(TextFunctionsTest, Wildcards)
 {
     EXPECT_TRUE(WildcardMatchCase("", "*") && WildcardMatchCase("abc", "a?c"));

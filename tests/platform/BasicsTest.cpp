@@ -1,6 +1,5 @@
 #include "Platform/CDirectoryWatch.h"
 #include "Platform/CEventHandle.h"
-#include "Platform/CNativeThread.h"
 #include "Platform/Clock.h"
 #include "Platform/ConsoleScreen.h"
 #include "Platform/Errors.h"
@@ -35,13 +34,6 @@ TEST(ErrorsTest, BusyIsToldFromEverythingThatWillNotPass)
     EXPECT_FALSE(IsBusy({}));
 }
 
-TEST(ErrorsTest, LastErrorBelongsToTheThread)
-{
-    SetLastError({LIB_NO_ENTRY, SYS_FILE_NOT_FOUND});
-    std::thread([] { EXPECT_EQ(LastError().dwSysError, SYS_NONE); }).join();
-    EXPECT_EQ(LastError().dwSysError, SYS_FILE_NOT_FOUND);
-}
-
 TEST(EventTest, StaysSetForEveryWaiterUntilReset)
 {
     const CDirectoryWatch nothing;
@@ -60,17 +52,6 @@ TEST(EventTest, StaysSetForEveryWaiterUntilReset)
     EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::Signalled);
     EXPECT_TRUE(event.Reset() && event.Reset());
     EXPECT_EQ(WaitAny({&event}, 0), EWaitResult::TimedOut);
-}
-
-TEST(NativeThreadTest, RunsTheProcedureUnderItsId)
-{
-    unsigned dwSeen = 0;
-    const auto pThread =
-        CNativeThread::Create([](void* pSeen) { *static_cast<unsigned*>(pSeen) = CurrentThreadId(); }, &dwSeen);
-    pThread->Join();
-    EXPECT_EQ(pThread->Id(), dwSeen);
-    EXPECT_NE(pThread->Id(), CurrentThreadId());
-    EXPECT_EQ(CurrentThreadId(), static_cast<unsigned>(gettid()));
 }
 
 TEST(ConsoleTest, WritesInColourAndRestores)
