@@ -46,8 +46,7 @@ class CMDAService::CHourlyCleanup
 public:
     ~CHourlyCleanup()
     {
-        if (m_pRun)
-            m_pRun->Stop();
+        m_pRun->Stop();
         Bex::CThread::Destroy(std::move(m_pRun));
     }
     void Pass()
@@ -66,19 +65,15 @@ private:
     };
     void StartRun()
     {
-        if (m_pRun && !m_pRun->HasFinished())
-            return;
-        if (m_pRun)
-            m_pRun->Stop();
-        m_pRun = std::make_unique<CRun>();
-        if (!m_pRun->Start())
-            m_pRun.reset(); // it would never finish
+        if (!m_bStarted || m_pRun->HasFinished())
+            m_bStarted = m_pRun->Start();
     }
 
     int m_iStartMinute = Platform::LocalNow().iMinute;
     bool m_bFirst = true;
     bool m_bDue = false;
-    std::unique_ptr<CRun> m_pRun;
+    bool m_bStarted = false;
+    std::unique_ptr<CRun> m_pRun = std::make_unique<CRun>(); ///< now, when nothing is short
 };
 
 CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
