@@ -51,10 +51,6 @@ TEST(StringsTest, PartsOfAString)
     EXPECT_THROW(str.At(13), CIndexOutOfBoundsException);
     EXPECT_EQ(str.LocalPart(), "one@two");
     EXPECT_EQ(str.Domain(), "three");
-    EXPECT_EQ(str.BeforeFirst('@'), "one");
-    EXPECT_EQ(str.AfterFirst('@'), "two@three");
-    EXPECT_EQ(CSimpleString("none").LocalPart(), "none");
-    EXPECT_EQ(CSimpleString("none").Domain(), "");
 }
 
 TEST(TextFunctionsTest, Wildcards)
