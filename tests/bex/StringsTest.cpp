@@ -1,4 +1,3 @@
-#include "Bex/CIndexOutOfBoundsException.h"
 #include "Bex/CSimpleString.h"
 #include "Bex/CTime.h"
 #include "Bex/TextFunctions.h"
@@ -40,17 +39,6 @@ TEST(StringsTest, WhatFollowsANulDoesNotSurviveGrowth)
     CSimpleString strSelf("abc");
     strSelf.Append(strSelf).Append(strSelf.View().substr(1));
     EXPECT_EQ(strSelf, "abcabcbcabc");
-}
-
-TEST(StringsTest, PartsOfAString)
-{
-    const CSimpleString str("one@two@three");
-    EXPECT_EQ(str.SubString(4, 3), "two");
-    EXPECT_EQ(str.SubString(13), "");
-    EXPECT_THROW(str.SubString(14), CIndexOutOfBoundsException);
-    EXPECT_THROW(str.At(13), CIndexOutOfBoundsException);
-    EXPECT_EQ(str.LocalPart(), "one@two");
-    EXPECT_EQ(str.Domain(), "three");
 }
 
 TEST(TextFunctionsTest, Wildcards)

@@ -19,7 +19,7 @@ import subprocess
 import sys
 import time
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "tests" / "daemon"))
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tests" / "daemon"))
 from ledger import Ledger  # noqa: E402
 from network import Network  # noqa: E402
 from world import World, as_text, wait_for  # noqa: E402
