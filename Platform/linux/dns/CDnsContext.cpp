@@ -62,9 +62,15 @@ uint32_t StatusOf(const ub_result& result)
 }
 
 /// The library does not tell that it could not have its thread: it would take every question and answer none, and crash
-/// when it is taken down.
-bool CanHaveThread()
+/// when it is taken down. Without its two pairs of sockets it leaves memory behind.
+bool CanHaveItsMeans()
 {
+    CDescriptor sockets[4];
+    for (CDescriptor& socket : sockets) {
+        socket = CDescriptor(eventfd(0, EFD_CLOEXEC));
+        if (!socket.IsValid())
+            return false;
+    }
     const auto pThread = CNativeThread::Create([](void*) {}, nullptr);
     if (pThread != nullptr)
         pThread->Join();
@@ -96,9 +102,9 @@ struct CDnsContext::SAnswer
 };
 
 CDnsContext::CDnsContext(const SResolverFile& file)
-    : m_file(file), m_config(ReadResolverConfig(file)), m_pContext(ub_ctx_create())
+    : m_file(file), m_config(ReadResolverConfig(file)), m_pContext(CanHaveItsMeans() ? ub_ctx_create() : nullptr)
 {
-    if (m_pContext == nullptr || !CanHaveThread())
+    if (m_pContext == nullptr)
         m_dwStatus = DNS_NO_MEMORY;
     else if (!Configure())
         m_dwStatus = DNS_NO_SERVER;
