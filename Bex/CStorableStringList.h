@@ -11,8 +11,6 @@ public:
     explicit CStorableStringList(bool bTrim) : CTableFile(MOST_TABLE_BYTES), m_bTrim(bTrim) {}
     ~CStorableStringList() override = default;
 
-    using CTableFile::HasFileChanged; ///< after it was read
-
 protected:
     virtual bool OnLoadLine(CSimpleString& strEntry); ///< true accepts the entry; may change it
 

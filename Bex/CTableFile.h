@@ -51,6 +51,16 @@ public:
     const CSimpleString& FileName() const { return m_strFileName; } ///< of the last load
     bool IsLoaded() const { return m_bLoaded; }
     bool IsModified() const { return m_bModified; }
+    /// The file is another one than was read or saved, has another size or a later time; false when that cannot be
+    /// told.
+    bool HasFileChanged() const
+    {
+        Platform::SFileIdentity present;
+        if (!Platform::IdentityOf(m_strFileName.Text(), present, Platform::ELinks::Follow))
+            return false;
+        const CScopedLock lock(this->LockObject());
+        return !present.IsSameFile(m_file) || present.iModified > m_file.iModified;
+    }
 
 protected:
     explicit CTableFile(uint64_t nMostBytes) : m_nMostBytes(nMostBytes) {}
@@ -66,16 +76,7 @@ protected:
     }
 
     const CList<CSimpleString>& Lines() const { return m_lines; } ///< that the loads kept
-    /// The file is another one than was read, has another size or a later time; false when that cannot be told.
-    bool HasFileChanged() const
-    {
-        Platform::SFileIdentity present;
-        if (!Platform::IdentityOf(m_strFileName.Text(), present, Platform::ELinks::Follow))
-            return false;
-        const CScopedLock lock(this->LockObject());
-        return !present.IsSameFile(m_file) || present.iModified > m_file.iModified;
-    }
-    void SetSaved(const Platform::SFileIdentity& file) ///< which has the content of this object
+    void SetSaved(const Platform::SFileIdentity& file)            ///< which has the content of this object
     {
         m_bModified = false;
         SetFile(file);

@@ -9,9 +9,6 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/TableReload";
 
-bool HasChanged(const Bex::CStorableStringHash& table) { return table.HasChanged(); }
-bool HasChanged(const Bex::CStorableStringList& table) { return table.HasFileChanged(); }
-
 /// False when it failed or there is no file to load from.
 template <class TTable>
 bool Reload(TTable& table, const Bex::CSimpleString& strFile)
@@ -27,10 +24,16 @@ bool Reload(TTable& table, const Bex::CSimpleString& strFile)
 }
 
 template <class TTable>
+bool Reload(TTable& table)
+{
+    return Reload(table, table.FileName());
+}
+
+template <class TTable>
 void ReloadIfChanged(TTable& table)
 {
-    if (HasChanged(table))
-        Reload(table, table.FileName());
+    if (table.HasFileChanged())
+        Reload(table);
 }
 
 void ReloadAliases()
@@ -49,7 +52,7 @@ void ReloadAliases()
 
 void ReloadRouting()
 {
-    if (!Reload(LocalDomains(), LocalDomains().FileName()))
+    if (!Reload(LocalDomains()))
         Bex::LogError(Bex::MainLog(), "could not reload 'domains'-file");
     if (!Users().BuildUserList())
         Bex::LogError(Bex::MainLog(), "could not reload user-list");
@@ -60,10 +63,10 @@ void ReloadRouting()
 
 void ReloadChangedTables(bool bMailboxTreeChanged, CInterceptor* pInterceptor)
 {
-    if (HasChanged(LocalDomains()) || bMailboxTreeChanged || HasChanged(Aliases()))
+    if (LocalDomains().HasFileChanged() || bMailboxTreeChanged || Aliases().HasFileChanged())
         ReloadRouting();
     ReloadIfChanged(BackupDomains());
-    if (HasChanged(Filters()) && !Reload(Filters(), Filters().FileName()))
+    if (Filters().HasFileChanged() && !Reload(Filters()))
         Bex::LogError(Bex::MainLog(), "could not reload 'filters'-file");
     ReloadIfChanged(SmartHosts());
     ReloadIfChanged(Masquerading());
