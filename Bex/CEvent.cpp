@@ -1,5 +1,6 @@
 #include "Bex/CEvent.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CSystemException.h"
 #include "Bex/FrozenLine.h"
 #include "Platform/Errors.h"
@@ -40,7 +41,11 @@ bool CEvent::Wait(unsigned dwMillis) const { return WaitForAny({&m_handle}, dwMi
 
 bool WaitForAny(std::initializer_list<const Platform::IWaitable*> objects, unsigned dwMillis)
 {
+    if (dwMillis > 0)
+        CActivity::Waits(dwMillis);
     const Platform::EWaitResult result = Platform::WaitAny(objects, dwMillis);
+    if (dwMillis > 0)
+        CActivity::Alive();
     if (result == Platform::EWaitResult::Failed)
         ThrowLastError(__LINE__);
     return result == Platform::EWaitResult::Signalled;

@@ -1,5 +1,6 @@
 #include "Bex/CMutex.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CInvalidParameterException.h"
 #include "Bex/CInvalidStateException.h"
 #include "Bex/FrozenLine.h"
@@ -46,6 +47,8 @@ CMutex::CMutex(const CSimpleString& strName)
 
 bool CMutex::Lock(unsigned dwMillis)
 {
+    const CActivity::CStep step("waits for a lock"); // its holder may be another process
+    CActivity::Waits(dwMillis);
     const Platform::ELockResult result = Checked(m_pMutex).Lock(dwMillis);
     TellWhetherLocksWork(result != Platform::ELockResult::Failed);
     return result == Platform::ELockResult::Acquired || result == Platform::ELockResult::Abandoned;

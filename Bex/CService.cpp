@@ -1,5 +1,6 @@
 #include "Bex/CService.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CNullPointerException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
@@ -60,6 +61,7 @@ private:
 
     void Dispatch()
     {
+        const CActivity activity("dispatcher");
         WaitForAny({&m_open.Waitable(), &m_end.Waitable()}, Platform::INFINITE);
         if (!m_open.IsSet())
             return;
@@ -230,6 +232,7 @@ void CService::RefuseWaitingControls()
 
 void CService::HandleControl(unsigned dwControl)
 {
+    const CActivity::CStep step("handles control %u", dwControl);
     switch (dwControl) {
     case Platform::CONTROL_STOP:
     case Platform::CONTROL_SHUTDOWN:

@@ -1,6 +1,7 @@
 #include "Bex/CThread.h"
 
 #include "Bex/CAbandonment.h"
+#include "Bex/CActivity.h"
 #include "Bex/CException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
@@ -36,7 +37,7 @@ CThread::~CThread()
         m_hThread->Join();
 }
 
-bool CThread::Start()
+bool CThread::Start(std::string_view name)
 {
     std::unique_lock lock(m_lock); // the thread does not end, nor tell its id, before its handle is stored
     if (m_hThread) {
@@ -50,6 +51,7 @@ bool CThread::Start()
     m_running.Reset();
     m_stop.Reset();
     m_finished.Reset();
+    m_strName = name;
     m_hThread = Platform::CNativeThread::Create(&Procedure, this);
     if (m_hThread) {
         m_state = EState::Running;
@@ -149,6 +151,7 @@ void CThread::Procedure(void* pThread)
     pSelf->m_running.Set();
     t_pCurrent = pSelf;
     try {
+        const CActivity activity(pSelf->m_strName);
         pSelf->Body();
     } catch (const CAbandonment&) { // everything is let go of by now
     }
@@ -200,6 +203,7 @@ void CThread::GiveUp(bool bOrphaned)
     m_state = EState::GivenUp;
     m_bOrphaned = bOrphaned;
     ++s_nAbandoned;
+    CActivity::GiveUp(m_hThread->Id());
     m_hThread.reset();
     m_finished.Set();
 }

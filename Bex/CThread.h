@@ -6,6 +6,8 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 
 namespace Bex {
 
@@ -27,7 +29,8 @@ protected:
     virtual void Body() {}
 
 public:
-    bool Start();       ///< failures are logged; an object whose thread has ended can be started again
+    /// Failures are logged; an object whose thread has ended can be started again. The name is its activity's.
+    bool Start(std::string_view name = "worker");
     void RequestStop(); ///< asks only; for several workers that are to end at the same time
     bool Stop();        ///< asks, waits up to 1000 ms; true when no thread runs, at once when none ever did
     /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
@@ -70,7 +73,8 @@ private:
     CEvent m_stop;
     mutable std::mutex m_lock;                  ///< over all that follows; between the ending thread and the controller
     std::atomic<EState> m_state = EState::Idle; ///< may be read without the lock
-    bool m_bOrphaned = false;                   ///< a thread that was given up destroys the object when it ends
+    std::string m_strName;
+    bool m_bOrphaned = false; ///< a thread that was given up destroys the object when it ends
     std::unique_ptr<Platform::CNativeThread> m_hThread;
 };
 

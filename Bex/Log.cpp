@@ -1,9 +1,9 @@
 #include "Bex/Log.h"
 
+#include "Bex/TextFunctions.h"
 #include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -14,12 +14,6 @@ namespace Bex {
 namespace {
 
 constexpr size_t TEXT_SIZE = LONGEST_LOG_TEXT + 1; // with the terminating NUL
-
-bool IsControl(char c)
-{
-    const auto by = static_cast<unsigned char>(c);
-    return by < 0x20 || by == 0x7f;
-}
 
 /// The formatted text, cut, with "?" for every control character but a line end that belongs to the format.
 void FormatText(char (&text)[TEXT_SIZE], const char* pszFormat, va_list arguments)
@@ -32,7 +26,7 @@ void FormatText(char (&text)[TEXT_SIZE], const char* pszFormat, va_list argument
     const size_t nFormat = std::strlen(pszFormat);
     if (!bCut && nFormat > 0 && pszFormat[nFormat - 1] == '\n')
         --pEnd;
-    std::replace_if(text, pEnd, IsControl, '?');
+    MaskControls(text, pEnd);
 }
 
 /// A line that cannot be written is lost; its writer goes on, with the platform's last error as it was.

@@ -63,6 +63,12 @@ void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleS
     }
 }
 
+void MaskControls(char* pBegin, char* pEnd)
+{
+    const auto IsControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    std::replace_if(pBegin, pEnd, IsControl, '?');
+}
+
 std::string_view Unquote(std::string_view text)
 {
     bool bQuoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
@@ -134,5 +140,7 @@ CSimpleString PathBelow(std::string_view directory, std::string_view name)
     strPath.Append(name);
     return strPath;
 }
+
+std::string_view NameOf(std::string_view path) { return path.substr(path.rfind('/') + 1); } // npos is -1
 
 } // namespace Bex

@@ -27,6 +27,8 @@ void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleS
 /// Without one pair of enclosing double quotes, when there is one.
 std::string_view Unquote(std::string_view text);
 
+void MaskControls(char* pBegin, char* pEnd); ///< control characters, line ends among them, become "?"
+
 /// "*" in the pattern matches any run of characters, "?" exactly one; a text that holds "*" or "?" never matches.
 /// Takes at most length times length steps, whatever the pattern.
 bool WildcardMatchCase(std::string_view text, std::string_view pattern);
@@ -41,5 +43,6 @@ CSimpleString JoinPath(std::string_view directory, std::string_view name);
 /// A name that was found in a directory, as a path: never taken as absolute, whatever it looks like. Without a
 /// directory the name alone.
 CSimpleString PathBelow(std::string_view directory, std::string_view name);
+std::string_view NameOf(std::string_view path); ///< what follows the last slash
 
 } // namespace Bex

@@ -4,6 +4,7 @@
 #include "Bex/CMutex.h"
 #include "Bex/CReplacingFile.h"
 #include "Bex/Log.h"
+#include "Bex/TextFunctions.h"
 #include "Common/CHeldMailFile.h"
 #include "Common/CMessage.h"
 
@@ -16,7 +17,7 @@ constexpr int64_t SHORTEST_MAIL = 3;
 /// The file's name without directory and extension; a name that is all extension is taken whole.
 Bex::CSimpleString LockName(std::string_view path)
 {
-    path.remove_prefix(path.rfind('/') + 1);
+    path = Bex::NameOf(path);
     size_t nDot = path.rfind('.');
     return Bex::CSimpleString(nDot == 0 ? path : path.substr(0, nDot));
 }

@@ -1,5 +1,6 @@
 #include "Common/MailHlpr.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
@@ -46,12 +47,15 @@ Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString
 }
 
 /// A stop ends the wait, not the program.
-bool HasRunToItsEnd(Platform::CChildProcess& child, uint64_t ui64Millis = std::numeric_limits<uint64_t>::max())
+bool HasRunToItsEnd(Platform::CChildProcess& child, const char* pszName,
+                    uint64_t ui64Millis = std::numeric_limits<uint64_t>::max())
 {
+    const Bex::CActivity::CStep step("waits for %s", pszName);
     constexpr unsigned LOOK_MILLIS = 100;
     const uint64_t ui64Started = Platform::TickCount();
     while (!child.Wait(LOOK_MILLIS)) {
         Bex::CThread::EndIfAbandoned();
+        Bex::CActivity::Alive();
         if (Bex::CThread::IsCallerStopped() || Platform::TickCount() - ui64Started >= ui64Millis)
             return false;
     }
@@ -66,7 +70,7 @@ void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLin
 {
     Child pChild = StartLogged({}, strCommandLine, strDirectory, iLine, Bex::JoinPath(ConfigDirectory(), pszName));
     if (pChild && !bParallel)
-        HasRunToItsEnd(*pChild);
+        HasRunToItsEnd(*pChild, pszName);
 }
 
 } // namespace
@@ -88,7 +92,7 @@ bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleStr
     if (!pChild)
         return false;
     Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" started", strFile.Text());
-    if (!bParallel && HasRunToItsEnd(*pChild))
+    if (!bParallel && HasRunToItsEnd(*pChild, "newmail.cmd"))
         Bex::LogInfo(Bex::MainLog(), "postprocessing-script for \"%s\" finished", strFile.Text());
     return true;
 }
@@ -116,7 +120,7 @@ uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
     if (!pChild)
         return Platform::LastError().dwSysError;
     uint32_t dwExitCode = 0;
-    if (!HasRunToItsEnd(*pChild, LONGEST_COMMAND)) {
+    if (!HasRunToItsEnd(*pChild, strCommandLine.Text(), LONGEST_COMMAND)) {
         if (Bex::CThread::IsCallerStopped())
             return Platform::SYS_OPERATION_ABORTED; // the program goes on
         if (!pChild->Terminate())

@@ -1,5 +1,6 @@
 #include "SMTPc/CSMTPSendThread.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -180,6 +181,8 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
             return {EVerdict::Stopped};
         if (std::exchange(bTried, true) && !limit.HasTimeLeft())
             break;
+        const Bex::CActivity::CStep step("sends %s to %s", Bex::CSimpleString(Bex::NameOf(m_strMailPath.View())).Text(),
+                                         DisplayName(target).Text());
         CSMTPSession session(m_client, m_settings, mail, limit);
         const auto failure = FailureOf([&] { session.Deliver(target); });
         const bool bSilent = IsSilent(session, target);

@@ -1,5 +1,6 @@
 #include "SMTPc/CSMTPSession.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CSocketException.h"
 #include "Bex/CThread.h"
 #include "Common/NormalizeAddress.h"
@@ -95,7 +96,11 @@ void CSMTPSession::Open(const CSmartHost& target)
 /// A peer that keeps each single wait just short of its time-out must not hold the thread for ever.
 void CSMTPSession::LimitSession() { LimitTo(m_settings.dwSessionLimit + m_mail.payload.Size() / SLOWEST_TRANSFER); }
 
-void CSMTPSession::LimitTo(uint64_t ui64Seconds) { m_client.SetLimit(m_attempt.For(ui64Seconds * MILLIS_PER_SECOND)); }
+void CSMTPSession::LimitTo(uint64_t ui64Seconds)
+{
+    Bex::CActivity::MayTake(ui64Seconds * MILLIS_PER_SECOND);
+    m_client.SetLimit(m_attempt.For(ui64Seconds * MILLIS_PER_SECOND));
+}
 
 void CSMTPSession::Greet()
 {

@@ -1,5 +1,6 @@
 #include "Tobix/CLocalAgent.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
@@ -66,6 +67,7 @@ void CLocalAgent::WaitForWork() const
 
 void CLocalAgent::RemoveUnfinishedFiles() const
 {
+    const Bex::CActivity::CStep step("removes unfinished files");
     RemoveStaleFiles(m_directories.strOutgoing);
     RemoveStaleFiles(m_directories.strFilter);
     RemoveStaleFiles(m_directories.strError);
@@ -77,6 +79,7 @@ void CLocalAgent::ScanQueue()
     m_batch.RemoveAll();
     if (!m_queue.MayHaveChanged())
         return;
+    const Bex::CActivity::CStep step("lists the queue");
     try {
         ListQueue();
     } catch (const Bex::CFileException& exception) {
@@ -124,6 +127,7 @@ void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
         m_bBusyFiles = true;
         return;
     }
+    const Bex::CActivity::CStep step("delivers %s", strName.Text());
     auto pFile = std::make_unique<CHeldMailFile>();
     if (!ProcessQueueFile(strName, pFile))
         MoveToError(strName, std::move(pFile));
@@ -162,6 +166,8 @@ void CLocalAgent::FinishGroup()
 
 void CLocalAgent::FlushGroup()
 {
+    const Bex::CActivity::CStep step("makes copies durable");
+    Bex::CActivity::MayTake(Bex::CActivity::WITHOUT_END); // as long as the disks do
     Platform::SError unpromised;
     const bool bFlushed = m_group.Finish(m_delivered, unpromised);
     if (unpromised.iLibError != Platform::LIB_NONE) {
@@ -186,6 +192,7 @@ void CLocalAgent::RemoveDelivered()
 {
     if (m_deletions.IsEmpty())
         return;
+    const Bex::CActivity::CStep step("removes what was delivered");
     m_group.MarkRemoved(m_directories.strQueue);
     if (m_deletions.RemoveDelivered())
         m_queue.AskAgain();
@@ -286,7 +293,7 @@ CLocalAgent::EOutcome CLocalAgent::TryLater(const Bex::CSimpleString& strPath, P
     m_bBusyFiles = true;
     if (!ShallRun())
         return EOutcome::Retry;
-    const auto [busy, bNew] = m_busy.try_emplace(std::string(strPath.View().substr(strPath.View().rfind('/') + 1)));
+    const auto [busy, bNew] = m_busy.try_emplace(std::string(Bex::NameOf(strPath.View())));
     if (bNew)
         MailLog::Busy(strPath);
     // To read it in vain takes long, and each time a line in the log.

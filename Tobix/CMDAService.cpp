@@ -1,5 +1,6 @@
 #include "Tobix/CMDAService.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
@@ -66,7 +67,7 @@ private:
     void StartRun()
     {
         if (!m_bStarted || m_pRun->HasFinished())
-            m_bStarted = m_pRun->Start();
+            m_bStarted = m_pRun->Start("hourly cleanup");
     }
 
     int m_iStartMinute = Platform::LocalNow().iMinute;
@@ -228,6 +229,7 @@ void CMDAService::StopRemoteDelivery(Platform::EServiceState state)
 
 void CMDAService::OnStop()
 {
+    const Bex::CActivity::CStep step("shuts down");
     LogState("shutting down");
     Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     {
@@ -244,6 +246,7 @@ void CMDAService::OnCustomControl(unsigned dwControl)
 {
     if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
+    const Bex::CActivity::CStep step("restarts");
     const std::lock_guard lock(m_workersAndTables);
     LogState("restarting");
     RequestStops();
@@ -257,6 +260,7 @@ void CMDAService::OnCustomControl(unsigned dwControl)
 
 int CMDAService::Run()
 {
+    const Bex::CActivity activity("main loop");
     CHourlyCleanup cleanup;
     CWatchedDirectory directory(m_strDirectory);
     while (IsRunning()) {
@@ -274,6 +278,9 @@ int CMDAService::Run()
 
 void CMDAService::WaitWhilePaused() const
 {
+    if (!IsPaused())
+        return;
+    const Bex::CActivity::CStep step("pauses");
     while (IsPaused() && IsRunning())
         StopEvent().Wait(PAUSE_MILLIS);
 }
@@ -281,7 +288,9 @@ void CMDAService::WaitWhilePaused() const
 /// False when nothing has changed. What changes while a restart loads the tables shows afterwards.
 bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
 {
+    Bex::CActivity::Waits(Platform::INFINITE); // a restart may take its time
     const std::lock_guard lock(m_workersAndTables);
+    const Bex::CActivity::CStep step("looks after the tables");
     if (!IsRunning())
         return true;
     const bool bDirectoryChanged = directory.MayHaveChanged();

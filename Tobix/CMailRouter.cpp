@@ -1,5 +1,6 @@
 #include "Tobix/CMailRouter.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
@@ -102,6 +103,7 @@ CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
 
 ERouted CMailRouter::TryRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
 {
+    Bex::CActivity::Alive();
     const uint32_t nCopies = group.CopiesOfMail();
     try {
         return RouteRecipient(mail, strRecipient, group);

@@ -1,5 +1,6 @@
 #include "Tobix/CRemoteAgent.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
 #include "Bex/Log.h"
@@ -74,14 +75,18 @@ void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)
 
 unsigned CRemoteAgent::ListNewFiles()
 {
+    const Bex::CActivity::CStep step("lists the outgoing directory");
     unsigned dwCount = 0;
     try {
         Bex::CFileFind find;
         if (!find.Open(Bex::JoinPath(m_directory.Path(), "*.eml")))
             return 0;
         for (unsigned dwSeen = 0; find.Next(); ++dwSeen) {
-            if (dwSeen % NAMES_PER_LOOK == 0 && StopEvent().IsSet())
-                break; // a million names take seconds
+            if (dwSeen % NAMES_PER_LOOK == 0) {
+                Bex::CActivity::Alive();
+                if (StopEvent().IsSet())
+                    break; // a million names take seconds
+            }
             if (!find.IsDirectory() && AddFile(find.Name()))
                 ++dwCount;
         }

@@ -1,5 +1,6 @@
 #include "Tobix/CSMTPDeliveryThread.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -68,6 +69,7 @@ bool CSMTPDeliveryThread::IsDomainsTurn()
 {
     if (!m_pFiles->WantsDomain(m_strFileName))
         return true;
+    const Bex::CActivity::CStep step("looks at %s", m_strFileName.Text());
     Bex::CSimpleString strDomain;
     FailureOf([&] {
         CMail mail;
@@ -81,6 +83,7 @@ bool CSMTPDeliveryThread::IsDomainsTurn()
 /// again; any other is.
 void CSMTPDeliveryThread::DeliverGuarded()
 {
+    const Bex::CActivity::CStep step("delivers %s", m_strFileName.Text());
     SAttempt attempt{EVerdict::Temporary};
     try {
         DeliverFile(attempt);

@@ -1,5 +1,6 @@
 #include "Tobix/CSetUp.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -60,6 +61,7 @@ bool CSetUp::Run()
         {&CSetUp::LoadMasquerading},
     };
     for (const auto& step : STEPS) {
+        Bex::CActivity::Alive();
         if (!(this->*step.Run)() && IsStart())
             return false;
         if (step.bReport)

@@ -1,5 +1,6 @@
 #include "Tobix/ServicePause.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CService.h"
 
 namespace {
@@ -16,6 +17,9 @@ bool ServiceIsPaused()
 
 void WaitWhileServiceIsPaused(const Bex::CEvent& stop)
 {
+    if (!ServiceIsPaused())
+        return;
+    const Bex::CActivity::CStep step("pauses");
     while (ServiceIsPaused() && !stop.IsSet())
         stop.Wait(PAUSE_MILLIS);
 }

@@ -1,5 +1,6 @@
 #include "Tobix/ThreadControl.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/Log.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
@@ -14,6 +15,7 @@ constexpr unsigned POLL_MILLIS = 500;
 void WaitForEnd(const Bex::CThread& thread, const std::function<void()>& Report)
 {
     for (unsigned n = 0; n < POLLS && !thread.HasFinished(); ++n) {
+        Bex::CActivity::Alive();
         Report();
         Platform::SleepMillis(POLL_MILLIS);
     }
@@ -24,7 +26,7 @@ void WaitForEnd(const Bex::CThread& thread, const std::function<void()>& Report)
 
 bool Start(Bex::CThread& thread, const char* pszName)
 {
-    if (!thread.Start()) {
+    if (!thread.Start(pszName)) {
         Bex::LogError(Bex::MainLog(), "could not start %s, error 0x%08X", pszName, Platform::LastError().dwSysError);
         return false;
     }
@@ -38,6 +40,7 @@ bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const std:
         Bex::LogError(Bex::MainLog(), "%s not instantiated", pszName);
         return false;
     }
+    const Bex::CActivity::CStep step("stops %s", pszName);
     const unsigned dwId = pThread->Id();
     if (!pThread->Stop()) {
         Bex::LogWarning(Bex::MainLog(), "stopping %s (id %04X) pending", pszName, dwId);

@@ -1,3 +1,4 @@
+#include "Bex/CActivity.h"
 #include "Bex/CCriticalSection.h"
 #include "Bex/CInvalidParameterException.h"
 #include "Bex/CInvalidStateException.h"
@@ -28,6 +29,16 @@ struct SWorld
     bool bPatient = true; ///< polls the stop event
 };
 using CWorldPtr = std::shared_ptr<SWorld>;
+
+/// What the threads do, and who of them is stuck, so many milliseconds from now.
+std::string Shown(uint64_t ui64Millis)
+{
+    std::string strShown;
+    for (const CActivity::SState& state : CActivity::List(Platform::TickCount() + ui64Millis))
+        strShown += state.strThread + ": " + state.strStep + (state.bStuck ? " (stuck)" : "") +
+                    (state.bGivenUp ? " (given up)\n" : "\n");
+    return strShown;
+}
 
 class ThreadTest : public testing::Test
 {
@@ -96,6 +107,7 @@ TEST_F(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
     EXPECT_FALSE(pWorker->Stop());
     EXPECT_TRUE(pWorker->Terminate());
     EXPECT_TRUE(pWorker->HasFinished());
+    EXPECT_EQ(Shown(3 * CActivity::PATIENCE), "worker: waits (given up)\n");
     EXPECT_EQ(pWorker->Id(), 0U);
     EXPECT_FALSE(pWorker->Start());
     EXPECT_TRUE(CThread::AnyAbandoned());
@@ -133,6 +145,27 @@ TEST_F(ThreadTest, AutoDeleteDestroysAnEndedOrUnstartedWorker)
     EXPECT_FALSE(std::make_unique<CWorker>(m_pWorld, true).release()->Start());
     EXPECT_TRUE(m_pWorld->destroyed.IsSet());
     EXPECT_EQ(m_log.Take(), "3 _beginthreadex failed in Bex/CThread:118 with error 1450\n");
+}
+
+TEST(ActivityTest, AThreadIsStuckWhenItIsSilentForLongerThanItsStepMayTake)
+{
+    constexpr uint64_t SILENT = CActivity::PATIENCE + 1000;
+    const CActivity::CStep unseen("of a thread without activity");
+    const CActivity activity("agent");
+    EXPECT_EQ(Shown(0), "agent: waits\n");
+    {
+        const CActivity::CStep step("delivers %s", "a\nb.eml");
+        EXPECT_EQ(Shown(CActivity::PATIENCE), "agent: delivers a?b.eml\n");
+        EXPECT_EQ(Shown(SILENT), "agent: delivers a?b.eml (stuck)\n");
+        CActivity::MayTake(5000);
+        const CActivity::CStep inner("%s", std::string(300, 'x').c_str());
+        CActivity::Alive(); // takes nothing from what the outer one was granted
+        EXPECT_EQ(Shown(SILENT + 3000), "agent: " + std::string(255, 'x') + "\n");
+        EXPECT_EQ(Shown(SILENT + 5000), "agent: " + std::string(255, 'x') + " (stuck)\n");
+    }
+    EXPECT_EQ(Shown(SILENT), "agent: waits (stuck)\n");
+    CActivity::Waits(Platform::INFINITE);
+    EXPECT_EQ(Shown(1000 * SILENT), "agent: waits\n");
 }
 
 TEST(LockTest, ACriticalSectionIsRecursiveAndTimesOutForOthers)
