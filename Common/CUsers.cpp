@@ -38,13 +38,23 @@ bool CUsers::CUserChangeMonitor::Counts(std::string_view relativeName)
     return nSlash != std::string_view::npos && Bex::EqualNoCase(relativeName.substr(nSlash + 1), "password");
 }
 
+void CUsers::SetSpoolRoot(const Bex::CSimpleString& strRoot)
+{
+    const Bex::CScopedLock lock(LockObject());
+    m_strSpoolRoot = strRoot;
+}
+
+bool CUsers::ReadUsers(const Bex::CSimpleString& strSpoolDirectory)
+{
+    SetSpoolRoot(strSpoolDirectory);
+    m_strSpoolDirectory = strSpoolDirectory;
+    return BuildUserList();
+}
+
 bool CUsers::InitUsers()
 {
     const Bex::CSimpleString strRoot = Config().GetPath(Keys::SPOOL_DIR);
-    {
-        const Bex::CScopedLock lock(LockObject());
-        m_strSpoolRoot = strRoot;
-    }
+    SetSpoolRoot(strRoot);
     Bex::LogInfo(Bex::MainLog(), "creating user-list...");
     if (LoadUsers(strRoot))
         return true;

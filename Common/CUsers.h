@@ -37,6 +37,7 @@ public:
 
     bool InitUsers(); ///< reads SpoolDir; false when the user list cannot be made (logged)
     bool LoadUsers(const Bex::CSimpleString& strSpoolDirectory);
+    bool ReadUsers(const Bex::CSimpleString& strSpoolDirectory); ///< once, without watching; false: not listed (logged)
     bool BuildUserList(); ///< when the listing fails (logged), those that are known stay
     /// A password file changed, or another directory stands in the place of the tree, or it can be listed again.
     /// Watches it anew when that is due.
@@ -52,6 +53,7 @@ public:
 private:
     using CAccounts = std::vector<std::unique_ptr<CUserEntry>>;
 
+    void SetSpoolRoot(const Bex::CSimpleString& strRoot);
     void Watch();
     void Replace(CAccounts accounts);
     bool ReadAccounts(CAccounts& accounts) const;

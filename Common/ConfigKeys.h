@@ -46,6 +46,8 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"HourlyCleanup", Flag, "0",
      "with `AutoTransport` off: run `newmail.cmd` of `OutgoingDir` once an hour, and nothing else in the main loop"},
     {"AllowConfigRestart", Flag, "1", "allow the restart control"},
+    {"Control.Socket", Path, "",
+     "socket by which `tobixctl` asks the daemon, such as `/run/tobix/control`; empty: none"},
     {"Scripts.Execution.Parallel", Flag, Bex::SameAs("AsyncScripts"), "do not wait for the programs that are started"},
     {"AsyncScripts", Flag, "1", "the same; counts while `Scripts.Execution.Parallel` is missing"},
     {"FilterContent", Flag, "1", "apply the content filters"},
@@ -97,6 +99,7 @@ inline constexpr Bex::CTextKey INTERFACE(TABLE, "Interface");
 inline constexpr Bex::CFlagKey RCPT_TO_DOMAIN_TO_LOWER(TABLE, "Rcpt.To.DomainPart.ToLower");
 inline constexpr Bex::CFlagKey HOURLY_CLEANUP(TABLE, "HourlyCleanup");
 inline constexpr Bex::CFlagKey ALLOW_CONFIG_RESTART(TABLE, "AllowConfigRestart");
+inline constexpr Bex::CPathKey CONTROL_SOCKET(TABLE, "Control.Socket");
 inline constexpr Bex::CFlagKey SCRIPTS_IN_PARALLEL(TABLE, "Scripts.Execution.Parallel");
 inline constexpr Bex::CFlagKey FILTER_CONTENT(TABLE, "FilterContent");
 inline constexpr Bex::CFlagKey HEADER_RECEIVED_CREATE(TABLE, "Header.Received.Create");

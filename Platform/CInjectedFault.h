@@ -27,7 +27,8 @@ enum class EFault {
     WatchDirectory,
     CreateProcess,
     OpenProcess,
-    CreateThread
+    CreateThread,
+    LocalSocket ///< any call on a socket between processes of this machine, or on its file
 };
 
 /// While it lives, the nth call from its construction (1 is the next) of that kind fails with the Linux errno, and

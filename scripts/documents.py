@@ -7,7 +7,7 @@ import re
 import sys
 from pathlib import Path, PurePath
 
-PRODUCT = ("Platform", "Bex", "Common", "SMTPc", "Tobix", "Responder")
+PRODUCT = ("Platform", "Bex", "Common", "SMTPc", "Tobix", "Responder", "Control")
 
 
 def names(text):

@@ -1,7 +1,8 @@
 """Holds sources against the table of folders in a document: include_directions.py DOCUMENT SOURCE...
 
 The table's last column is headed "May include": the folders in backticks whose headers a folder may include beside its
-own, "the system" for headers that are not the C++ library's, or "everything".
+own, "the system" for headers that are not the C++ library's, or "everything". The headers of a library such as
+<json/json.hpp> are a folder, too.
 """
 import re
 import sys
@@ -33,7 +34,7 @@ def may_include(folder, bracket, header, folders):
     if allowed == "everything":
         return True
     if bracket == "<":
-        return "the system" in allowed or STANDARD_HEADER.fullmatch(header)
+        return "the system" in allowed or STANDARD_HEADER.fullmatch(header) or f"`{header.split('/')[0]}/`" in allowed
     home = folder_of(header, folders)
     return home is not None and (home == folder or f"`{home}`" in allowed)
 

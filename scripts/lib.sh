@@ -2,7 +2,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-TOBIX_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev libunbound-dev libgtest-dev libgmock-dev libbenchmark-dev)
+TOBIX_PACKAGES=(g++ cmake ninja-build pkg-config libsystemd-dev libssl-dev libunbound-dev libcli11-dev
+    nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev)
 
 # install_missing PACKAGE...: installs what is not there; says which packages are missing when it may not.
 install_missing() {

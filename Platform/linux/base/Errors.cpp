@@ -64,6 +64,9 @@ constexpr SErrnoCase ERRNO_CASES[] = {
     {EUCLEAN, {LIB_IO, SYS_IO}}, // a damaged file system, or a block whose checksum is wrong
     {EBADMSG, {LIB_IO, SYS_IO}},
     {ETIMEDOUT, {LIB_TIMED_OUT, SYS_TIMEOUT}},
+    {EADDRINUSE, {LIB_EXISTS, SYS_ALREADY_EXISTS}},
+    {ECONNREFUSED, {LIB_OTHER, SYS_CONNECTION_REFUSED}},
+    {ECONNRESET, {LIB_BROKEN_PIPE, SYS_BROKEN_PIPE}},
 };
 
 thread_local SError t_lastError;

@@ -1,0 +1,67 @@
+#include "Control/Mailbox.h"
+
+#include "Bex/CFileException.h"
+#include "Common/Globals.h"
+#include "Control/CControlError.h"
+#include "Control/CTerminal.h"
+#include "Control/Figures.h"
+#include "Control/LoadConfiguration.h"
+#include "Control/SMailboxCount.h"
+
+#include <algorithm>
+
+namespace {
+
+void LoadMailboxes(const SOptions& options)
+{
+    LoadConfiguration(options);
+    const Bex::CSimpleString strSpool = Config().GetPath(Keys::SPOOL_DIR);
+    if (!Users().ReadUsers(strSpool))
+        throw CControlError(EExit::Wrong, std::string("cannot list the mailboxes in ") + strSpool.Text() + ": " +
+                                              ErrorText(Platform::LastError()));
+}
+
+std::vector<Bex::CSimpleString> SortedNames()
+{
+    std::vector<Bex::CSimpleString> names;
+    const Bex::CScopedLock lock(Users().LockObject());
+    for (CUsers::CIterator node(Users()); node; ++node)
+        names.push_back(node->key);
+    std::ranges::sort(names, {}, [](const Bex::CSimpleString& strName) { return strName.View(); });
+    return names;
+}
+
+} // namespace
+
+int ListMailboxes(const SOptions& options)
+{
+    LoadMailboxes(options);
+    const CTerminal terminal(options);
+    STable table{{{"USER"}, {"MAILS", true}, {"SIZE", true}, {"LAST CHANGE"}, {"DIRECTORY"}}, {}};
+    auto list = nlohmann::ordered_json::array();
+    EExit exit = EExit::Done;
+    for (const Bex::CSimpleString& strName : SortedNames()) {
+        const Bex::CSimpleString strDirectory = Users().UserDirectory(strName);
+        try {
+            const SMailboxCount count = SMailboxCount::Of(strDirectory);
+            table.rows.push_back({{strName.Text(), EStyle::Strong},
+                                  std::to_string(count.nMails),
+                                  SizeText(count.nBytes),
+                                  MomentText(count.iLastChange),
+                                  strDirectory.Text()});
+            list.push_back({{"user", strName.Text()},
+                            {"directory", strDirectory.Text()},
+                            {"mails", count.nMails},
+                            {"bytes", count.nBytes},
+                            {"last_change", InstantText(count.iLastChange)}});
+        } catch (const Bex::CFileException& exception) {
+            CTerminal::Complain(std::string(strDirectory.Text()) + ": " + ErrorText(exception.Error()));
+            exit = EExit::Wrong;
+        }
+    }
+    if (terminal.IsJson())
+        terminal.Json(list);
+    else
+        terminal.Table(table);
+    return static_cast<int>(exit);
+}

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "Control/SOptions.h"
+
+#include <string>
+
+/// tobixctl mailbox: the local users' mailboxes. Each answers the exit code; CControlError for what ends the command.
+
+int ListMailboxes(const SOptions& options);
