@@ -2,6 +2,7 @@
 
 #include "Bex/CFileException.h"
 #include "Bex/CThread.h"
+#include "Platform/DataOrder.h"
 
 #include <utility>
 
@@ -50,6 +51,15 @@ void CReplacingFile::MakeDurable()
     Require(m_temporary.Flush(), __LINE__);
 }
 
+bool CReplacingFile::StartWriteOut()
+{
+    Complete();
+    if (!Platform::OrdersDataBeforeNames(m_temporary.Path().c_str()))
+        return false;
+    Require(m_temporary.StartWriteOut(), __LINE__);
+    return true;
+}
+
 void CReplacingFile::Commit()
 {
     Complete();
@@ -63,6 +73,12 @@ bool CReplacingFile::CommitNew()
         return true;
     Require(Platform::LastError().iLibError == Platform::LIB_EXISTS, __LINE__);
     return false;
+}
+
+void CReplacingFile::SetTarget(const CSimpleString& strTarget)
+{
+    m_strTarget = strTarget;
+    m_temporary.SetTarget(strTarget.Text());
 }
 
 void CReplacingFile::Leave()

@@ -22,10 +22,12 @@ public:
 
     void Close() override;
     // The following close the file first, if it is open. When one fails it may be called again.
-    void MakeDurable(); ///< the content is on stable storage before it gets its name
-    void Commit();      ///< replaces the target, whose mode and owner it takes
-    bool CommitNew();   ///< false: something has the target's name, and keeps it
-    void Leave();       ///< keeps it under its temporary name, for people to find
+    void MakeDurable();   ///< the content is on stable storage before it gets its name
+    bool StartWriteOut(); ///< the content reaches it before the name does; false where the file system does not order
+    void Commit();        ///< replaces the target, whose mode and owner it takes
+    bool CommitNew();     ///< false: something has the target's name, and keeps it
+    void SetTarget(const CSimpleString& strTarget); ///< another one in the same directory
+    void Leave();                                   ///< keeps it under its temporary name, for people to find
 
 private:
     using CTextFile::Open; // it is open from its making

@@ -6,7 +6,6 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
-#include "Platform/DataOrder.h"
 
 #include <optional>
 #include <unordered_set>
@@ -104,8 +103,7 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
     WriteContent(*file);
     file->Seek(0, Platform::ESeekFrom::Current); // all of it is written
     const Platform::SFileIdentity saved = file->Identity();
-    file->Close();
-    if (!Platform::OrdersDataBeforeReplacing(file->Name().Text()))
+    if (!file->StartWriteOut())
         file->MakeDurable(); // a power cut could leave an empty file in place of the old one
     if (!CommitPatiently(*file, strTarget)) {
         file->Leave();

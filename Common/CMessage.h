@@ -7,6 +7,11 @@
 #include "Common/SSaveResult.h"
 
 #include <functional>
+#include <memory>
+
+namespace Bex {
+class CReplacingFile;
+}
 
 class CHeaderReader;
 class CHeldMailFile;
@@ -21,8 +26,10 @@ enum class EWriteMode {
 
 struct SSaveOptions
 {
-    bool bDurable = false;               ///< on stable storage before it gets its name
+    bool bOrdered = false;               ///< flushed, where nothing less brings the content to the disk before the name
     std::function<void()> BeforeWaiting; ///< for the lock, when it is not had at once; may be null
+    /// Gets there the complete file, still without its name; may be null.
+    std::unique_ptr<Bex::CReplacingFile>* pUnnamed = nullptr;
 };
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.

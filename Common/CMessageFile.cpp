@@ -99,14 +99,18 @@ SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode,
         // A taken name is seen before all of the mail is written for nothing.
         if (!bReplace && Bex::CFile::Exists(strPath))
             return TAKEN;
-        Bex::CReplacingFile file(strPath);
-        if (const SSaveResult written = Write(file, mode); !written)
+        auto pFile = std::make_unique<Bex::CReplacingFile>(strPath);
+        if (const SSaveResult written = Write(*pFile, mode); !written)
             return written;
-        if (options.bDurable)
-            file.MakeDurable();
-        if (!bReplace)
-            return file.CommitNew() ? SSaveResult() : TAKEN;
-        file.Commit();
+        const bool bOrdered = pFile->StartWriteOut();
+        if (!bOrdered && options.bOrdered)
+            pFile->MakeDurable();
+        if (!bOrdered && options.pUnnamed != nullptr)
+            *options.pUnnamed = std::move(pFile);
+        else if (bReplace)
+            pFile->Commit();
+        else if (!pFile->CommitNew())
+            return TAKEN;
         return {};
     } catch (const Bex::CFileException& exception) {
         return {ESaveResult::Failed, exception.Error()};

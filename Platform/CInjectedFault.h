@@ -14,9 +14,11 @@ enum class EFault {
     Truncate,
     Flush, ///< of a file or a directory
     FlushVolume,
-    Lock,     ///< of a file that is opened
-    Lease,    ///< by which an open file learns of its writers
-    LockName, ///< in the file of named locks, also the opening of that
+    WriteOut,       ///< of a file: begun, not waited for
+    FileSystemType, ///< that of a path is then unknown
+    Lock,           ///< of a file that is opened
+    Lease,          ///< by which an open file learns of its writers
+    LockName,       ///< in the file of named locks, also the opening of that
     Stat,
     Rename, ///< EINVAL: the file system cannot refuse to replace
     Link,

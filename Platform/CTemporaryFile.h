@@ -28,12 +28,14 @@ public:
 
     // What follows comes when the writer has closed the file, and none of it after the file has got its name.
 
-    bool Flush(); ///< its content is then on stable storage
+    bool Flush();         ///< its content is then on stable storage
+    bool StartWriteOut(); ///< its content is then on its way there, see OrdersDataBeforeNames
     /// Of a file; anything else, or nothing, of that name changes nothing. The owner where we may give files away.
     bool TakeModeAndOwnerOf(const char* pszPath);
     bool Replace();  ///< becomes the target in place of what has that name
     bool TakeName(); ///< becomes the target; LIB_EXISTS when something has that name
-    void Leave();    ///< stays under its temporary name
+    void SetTarget(const char* pszTarget) { m_strTarget = pszTarget; } ///< another one in the same directory
+    void Leave();                                                      ///< stays under its temporary name
 
 private:
     template <class TMake>

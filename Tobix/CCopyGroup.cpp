@@ -1,5 +1,6 @@
 #include "Tobix/CCopyGroup.h"
 
+#include "Bex/CFileException.h"
 #include "Bex/CThread.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
@@ -22,16 +23,28 @@ SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, bool bProm
 }
 
 SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
-                                const std::function<Bex::CSimpleString()>& NextName, Bex::CSimpleString& strPath)
+                                ENaming naming, std::function<Bex::CSimpleString()> NextName,
+                                Bex::CSimpleString& strPath)
 {
-    return Write(strDirectory, true, [&] {
+    SUnnamed copy;
+    const SSaveOptions options{.bOrdered = naming == ENaming::Durable,
+                               .BeforeWaiting = [this] { EndBeforeWaiting(); },
+                               .pUnnamed = naming == ENaming::WhenDurable ? &copy.pFile : nullptr};
+    const SSaveResult result = Write(strDirectory, true, [&] {
         SSaveResult saved{ESaveResult::Exists};
         while (saved.result == ESaveResult::Exists) {
-            strPath = Bex::PathBelow(strDirectory, NextName());
-            saved = mail.SaveNew(strPath, mode, {.BeforeWaiting = [this] { EndBeforeWaiting(); }});
+            copy.strName = NextName();
+            strPath = Bex::PathBelow(strDirectory, copy.strName);
+            saved = mail.SaveNew(strPath, mode, options);
         }
         return saved;
     });
+    if (copy.pFile) {
+        copy.strDirectory = strDirectory;
+        copy.NextName = std::move(NextName);
+        m_unnamed.push_back(std::move(copy));
+    }
+    return result;
 }
 
 SSaveResult CCopyGroup::SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
@@ -51,9 +64,41 @@ bool CCopyGroup::Finish(std::vector<SDelivered>& delivered, Platform::SError& un
     delivered.clear();
     delivered.swap(m_delivered);
     m_nCopies = 0;
-    const bool bFlushed = m_flush.Flush(&unpromised);
+    bool bFlushed = m_flush.Flush(&unpromised);
+    if (!m_unnamed.empty()) {
+        bFlushed = bFlushed && NameCopies() && m_flush.Flush(&unpromised);
+        DropUnnamed();
+    }
     m_bLostCopies |= !bFlushed && m_nCopiesOfMail > 0;
     return bFlushed;
+}
+
+/// Their names have to be on stable storage, too, before the queue files may go.
+bool CCopyGroup::NameCopies()
+{
+    try {
+        for (SUnnamed& copy : m_unnamed) {
+            while (!copy.pFile->CommitNew()) {
+                copy.strName = copy.NextName();
+                copy.pFile->SetTarget(Bex::PathBelow(copy.strDirectory, copy.strName));
+            }
+            copy.pFile.reset();
+            m_flush.MarkWritten(copy.strDirectory.Text());
+        }
+    } catch (const Bex::CFileException& exception) {
+        Platform::SetLastError(exception.Error());
+        return false;
+    }
+    return true;
+}
+
+void CCopyGroup::DropUnnamed()
+{
+    for (const SUnnamed& copy : m_unnamed) {
+        if (copy.pFile)
+            m_Withdraw(copy.strName);
+    }
+    m_unnamed.clear();
 }
 
 void CCopyGroup::BeginMail()
@@ -70,7 +115,7 @@ void CCopyGroup::EndBeforeWaiting()
 
 void CCopyGroup::EndIfDue()
 {
-    if (!IsEmpty() && Platform::TickCount() - m_nBegunTicks >= MOST_MILLIS)
+    if (m_unnamed.size() >= MOST_COPIES || (!IsEmpty() && Platform::TickCount() - m_nBegunTicks >= MOST_MILLIS))
         m_End();
 }
 

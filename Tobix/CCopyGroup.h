@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CReplacingFile.h"
 #include "Bex/CSimpleString.h"
 #include "Common/CHeldMailFile.h"
 #include "Common/CMail.h"
@@ -8,7 +9,15 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <vector>
+
+/// When a copy gets its final name. Where the file system orders data before names, always at once.
+enum class ENaming {
+    AtOnce,      ///< also elsewhere: a power cut may leave it cut, with the whole mail still in the queue
+    Durable,     ///< at once as well, but flushed before
+    WhenDurable, ///< with the flush of its group
+};
 
 /// Queue files that were delivered together with the copies made of them, up to the flush that makes the copies
 /// durable: only then may the queue files go. Owned and used by the agent's thread.
@@ -27,8 +36,10 @@ public:
         std::unique_ptr<CHeldMailFile> pFile;
     };
 
-    /// End calls Finish and lets the queue files go.
-    explicit CCopyGroup(std::function<void()> End) : m_End(std::move(End)) {}
+    /// End calls Finish and lets the queue files go. Withdraw is told of each name that no copy has got.
+    CCopyGroup(std::function<void()> End, std::function<void(std::string_view)> Withdraw)
+        : m_End(std::move(End)), m_Withdraw(std::move(Withdraw))
+    {}
 
     void BeginMail();
     uint32_t CopiesOfMail() const { return m_nCopiesOfMail; } ///< that were promised
@@ -38,27 +49,38 @@ public:
     bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + nCopies <= MOST_COPIES; }
     bool IsEmpty() const { return m_delivered.empty() && m_nCopies == 0; }
     void EndBeforeWaiting();
-    void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago
+    void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago, or too many wait for their names
 
     /// Saves a copy as a new file of the directory, under the first of the names that nothing has yet. The path is
-    /// that of the last name tried.
-    SSaveResult SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
-                        const std::function<Bex::CSimpleString()>& NextName, Bex::CSimpleString& strPath);
+    /// that of the last name tried; with WhenDurable another one may take its place.
+    SSaveResult SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory, ENaming naming,
+                        std::function<Bex::CSimpleString()> NextName, Bex::CSimpleString& strPath);
     /// The same under this very name; a file that has it is replaced. The copy is no part of the promise.
     SSaveResult SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                           const Bex::CSimpleString& strName);
     void MarkRemoved(const Bex::CSimpleString& strDirectory); ///< what went from there is flushed with the next group
     void AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
 
-    /// Flushes the copies and empties the group; false (Platform::LastError) when they may be lost. The failure of what
-    /// is not promised is only told.
+    /// Flushes the copies, names those that wait for it, and empties the group; false (Platform::LastError) when they
+    /// may be lost. The failure of what is not promised is only told.
     bool Finish(std::vector<SDelivered>& delivered, Platform::SError& unpromised);
 
 private:
+    struct SUnnamed
+    {
+        std::unique_ptr<Bex::CReplacingFile> pFile; ///< null once it has a name
+        Bex::CSimpleString strDirectory;
+        Bex::CSimpleString strName; ///< the next to try
+        std::function<Bex::CSimpleString()> NextName;
+    };
+    bool NameCopies();
+    void DropUnnamed();
     template <class TSave>
     SSaveResult Write(const Bex::CSimpleString& strDirectory, bool bPromised, TSave SaveCopy);
 
     std::function<void()> m_End;
+    std::function<void(std::string_view)> m_Withdraw;
+    std::vector<SUnnamed> m_unnamed;
     Platform::CFlushGroup m_flush;
     std::vector<SDelivered> m_delivered;
     uint32_t m_nCopies = 0;

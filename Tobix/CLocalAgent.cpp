@@ -38,8 +38,9 @@ Bex::CSimpleString InterceptListFile()
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
       m_interceptor(InterceptListFile(), m_directories.strIntercept),
-      m_router(m_directories, m_interceptor, std::move(pOutgoing), StopEvent().Waitable()),
-      m_group([this] { EndGroup(); })
+      m_router(m_directories, m_interceptor, pOutgoing, StopEvent().Waitable()),
+      m_group([this] { EndGroup(); },
+              [pNames = std::move(pOutgoing)](std::string_view name) { pNames->Withdraw(name); })
 {}
 
 void CLocalAgent::Body()
@@ -129,8 +130,11 @@ void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
     }
     const Bex::CActivity::CStep step("delivers %s", strName.Text());
     auto pFile = std::make_unique<CHeldMailFile>();
-    if (!ProcessQueueFile(strName, pFile))
-        MoveToError(strName, std::move(pFile));
+    if (ProcessQueueFile(strName, pFile))
+        return;
+    if (m_group.CopiesOfMail() > 0)
+        EndGroup(); // who has a copy is not served from the error directory
+    MoveToError(strName, std::move(pFile));
 }
 
 bool CLocalAgent::HasToRest(const Bex::CSimpleString& strName) const
@@ -275,10 +279,10 @@ SSaveResult CLocalAgent::SaveRest(const CMail& rest, CHeldMailFile& file)
 {
     try {
         if (!file.IsReplaced())
-            return rest.Save(file.Name(), EWriteMode::Queue, {.bDurable = true, .BeforeWaiting = nullptr});
+            return rest.Save(file.Name(), EWriteMode::Queue, {.bOrdered = true, .BeforeWaiting = nullptr});
         Bex::CSimpleString strPath; // the name belongs to another mail by now
         const auto NextName = [this] { return m_names.RecipientCopy(Bex::CTime::Now(), Id()); };
-        return m_group.SaveNew(rest, EWriteMode::Queue, m_directories.strQueue, NextName, strPath);
+        return m_group.SaveNew(rest, EWriteMode::Queue, m_directories.strQueue, ENaming::Durable, NextName, strPath);
     } catch (...) {
         if (!Bex::IsHandledExceptionBusy())
             throw;

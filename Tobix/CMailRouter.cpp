@@ -30,6 +30,9 @@ bool IsSentOn(const CMail& mail)
     return false;
 }
 
+/// A script is started with the copy's path.
+ENaming NamingBefore(bool bScript) { return bScript ? ENaming::Durable : ENaming::WhenDurable; }
+
 } // namespace
 
 CMailRouter::CMailRouter(const SMailDirectories& directories, CInterceptor& interceptor,
@@ -130,7 +133,8 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
         return EFilterResult::Passed;
     Bex::CSimpleString strPath;
     const SSaveResult saved = group.SaveNew(
-        mail, EWriteMode::Envelope, m_directories.strFilter, [this] { return m_names.FilterCopy(); }, strPath);
+        mail, EWriteMode::Envelope, m_directories.strFilter, NamingBefore(HasPostScript(m_directories.strFilter)),
+        [this] { return m_names.FilterCopy(); }, strPath);
     if (!saved) {
         return MailLog::NotSaved(mail, strPath, saved.error, FILTERED_NOT_WRITTEN_LINE) == ERouted::Busy
                    ? EFilterResult::Busy
@@ -168,23 +172,24 @@ ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed
     if (!strTarget.EqualsNoCase(strAddressed))
         ApplyForwardingRewrites(copy, strAddressed, m_strAuthorPolicy);
     copy.SetRecipients(strTarget);
-    const Bex::CSimpleString strDomain = strTarget.AfterFirst('@').Lowered();
-    Bex::CSimpleString strName;
-    const auto NextName = [&] {
+    const auto NextName = [this, name = std::move(name), strDomain = strTarget.AfterFirst('@').Lowered(),
+                           strName = Bex::CSimpleString()]() mutable {
         m_pOutgoing->Withdraw(strName);
         strName = name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
                                          : std::exchange(name.strText, Bex::CSimpleString());
         m_pOutgoing->Announce(strName, strDomain);
         return strName;
     };
+    const bool bScript = !Config().GetFlag(Keys::AUTO_TRANSPORT) && HasPostScript(m_directories.strOutgoing);
     Bex::CSimpleString strPath;
-    const SSaveResult saved = group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NextName, strPath);
+    const SSaveResult saved =
+        group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NamingBefore(bScript), NextName, strPath);
     if (!saved) {
-        m_pOutgoing->Withdraw(strName);
+        m_pOutgoing->Withdraw(strPath.View().substr(strPath.View().rfind('/') + 1));
         return MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
     }
     MailLog::SavedInOutgoing(copy);
-    if (!Config().GetFlag(Keys::AUTO_TRANSPORT))
+    if (bScript)
         RunScript(m_directories.strOutgoing, strPath, group);
     return ERouted::Done;
 }

@@ -72,7 +72,8 @@ ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopy
     const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
     account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
     const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
-    const SSaveResult saved = group.SaveNew(copy, mode, account.strDirectory, NextName, account.strMailFile);
+    const SSaveResult saved =
+        group.SaveNew(copy, mode, account.strDirectory, ENaming::AtOnce, NextName, account.strMailFile);
     return saved ? ERouted::Done : MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
 }
 

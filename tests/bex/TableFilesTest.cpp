@@ -38,12 +38,12 @@ protected:
 
 TEST_F(TableFilesTest, IsFlushedBeforeItReplacesUnlessTheFileSystemOrdersThat)
 {
-    EXPECT_FALSE(Platform::OrdersDataBeforeReplacing("/proc"));
+    EXPECT_FALSE(Platform::OrdersDataBeforeNames("/proc"));
     CTemporaryDirectory memory(CTemporaryDirectory::IN_MEMORY);
     for (CTemporaryDirectory* pDirectory : {&memory, &m_directory}) {
         ASSERT_TRUE(m_config.Load(CSimpleString(pDirectory->Write("config", "a: 1\n"))));
         const CInjectedFault unflushed(EFault::Flush, 1, EIO);
-        if (pDirectory == &memory || Platform::OrdersDataBeforeReplacing(m_directory.Path().c_str()))
+        if (pDirectory == &memory || Platform::OrdersDataBeforeNames(m_directory.Path().c_str()))
             EXPECT_TRUE(m_config.Save());
         else
             EXPECT_THROW(m_config.Save(), CFileException);

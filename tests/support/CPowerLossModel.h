@@ -15,7 +15,8 @@
 
 /// What disks may hold after a power cut. Watches, while it lives, what the process changes below some directories,
 /// whose content at the start is safe. Data and names are lost independently of each other, each name on its own,
-/// unless a flush has covered them; a rename has happened or has not, and may survive without its data.
+/// unless a flush has covered them; a rename has happened or has not, and may survive without its data, except where a
+/// write-out that was begun before says that the disk orders them.
 /// After each change the check sees many trees that a cut there could leave.
 class CPowerLossModel : public Platform::CCallWatcher
 {
@@ -46,6 +47,8 @@ public:
             Change({"", strPath, New(strPath)});
         else if (call.kind == EFault::Write || call.kind == EFault::Truncate)
             Written(PathOf(call.iDescriptor));
+        else if (call.kind == EFault::WriteOut)
+            WrittenOut(PathOf(call.iDescriptor));
         else if (bVolume || call.kind == EFault::Flush)
             Flushed(PathOf(call.iDescriptor), bVolume);
         else if (call.kind == EFault::CreateDirectory)
@@ -132,6 +135,11 @@ private:
     {
         if (const File file = Find(strPath))
             file->strNow = Read(strPath);
+    }
+    void WrittenOut(const std::string& strPath)
+    {
+        if (const File file = Find(strPath))
+            file->strSafe = file->strNow;
     }
     void Flushed(const std::string& strPath, bool bVolume)
     {

@@ -3,6 +3,7 @@
 #include "Platform/FileSystem.h"
 #include "Platform/linux/file/Flush.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace Platform {
@@ -82,6 +83,13 @@ bool CTemporaryFile::CreateLink(const char* pszTarget, const char* pszContent)
 }
 
 bool CTemporaryFile::Flush() { return FlushDescriptor(m_holder.NativeHandle()); }
+
+bool CTemporaryFile::StartWriteOut()
+{
+    const int iDescriptor = m_holder.NativeHandle();
+    const auto Start = [&] { return sync_file_range(iDescriptor, 0, 0, SYNC_FILE_RANGE_WRITE); };
+    return GuardedCall({.kind = EFault::WriteOut, .iDescriptor = iDescriptor}, Start) == 0 || FailWithErrno();
+}
 
 bool CTemporaryFile::TakeModeAndOwnerOf(const char* pszPath)
 {

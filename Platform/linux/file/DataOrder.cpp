@@ -1,5 +1,7 @@
 #include "Platform/DataOrder.h"
 
+#include "Platform/linux/base/GuardedCall.h"
+
 #include <array>
 #include <climits>
 #include <fstream>
@@ -28,23 +30,21 @@ bool IsOrderedExt4(dev_t device)
     const std::string strTarget(buffer.data(), static_cast<size_t>(iLength));
     std::ifstream options("/proc/fs/ext4/" + strTarget.substr(strTarget.rfind('/') + 1) + "/options");
     bool bOrdered = false;
-    bool bAllocatesFirst = false;
-    for (std::string strOption; std::getline(options, strOption);) {
+    for (std::string strOption; std::getline(options, strOption);)
         bOrdered |= strOption == "data=ordered" || strOption == "data=journal";
-        bAllocatesFirst |= strOption == "auto_da_alloc";
-    }
-    return bOrdered && bAllocatesFirst;
+    return bOrdered;
 }
 
 } // namespace
 
-bool OrdersDataBeforeReplacing(const char* pszPath)
+bool OrdersDataBeforeNames(const char* pszPath)
 {
     struct statfs fileSystem
     {};
     struct stat status
     {};
-    if (statfs(pszPath, &fileSystem) != 0 || stat(pszPath, &status) != 0)
+    if (GuardedCall({EFault::FileSystemType, pszPath}, [&] { return statfs(pszPath, &fileSystem); }) != 0 ||
+        stat(pszPath, &status) != 0)
         return false;
     if (fileSystem.f_type == TMPFS_MAGIC || fileSystem.f_type == RAMFS_MAGIC)
         return true;
