@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <poll.h>
@@ -62,6 +63,8 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_asked[{strName, type}];
     }
+
+    void OnAsked(std::function<void()> onAsked) { m_onAsked = std::move(onAsked); } ///< before it asks anything
 
     /// Data as it goes over the wire.
     static std::string Name(const std::string& strName)
@@ -140,6 +143,8 @@ private:
         const int iType = strQuery[nAt + 2];
         const std::lock_guard lock(m_mutex);
         ++m_asked[{strName, iType}];
+        if (m_onAsked)
+            m_onAsked();
         std::string strRecords;
         size_t nRecords = 0;
         const auto add = [&](const std::string& strOwner, int iRecordType, const std::string& strData) {
@@ -169,6 +174,7 @@ private:
     std::mutex m_mutex;
     std::map<CQuestion, std::pair<int, CData>> m_answers; ///< type 0: the name exists
     std::map<CQuestion, int> m_asked;
+    std::function<void()> m_onAsked;
     Platform::CEventHandle m_stop;
     std::thread m_thread;
 };

@@ -1,11 +1,16 @@
 #include "Platform/Clock.h"
 
+#include "Platform/CAdvancedClock.h"
+
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
 namespace Platform {
 
 namespace {
+
+std::atomic<uint64_t> s_ui64Ahead = 0; ///< milliseconds
 
 SLocalTime BreakDown(time_t tSeconds, int iMillisecond)
 {
@@ -29,8 +34,13 @@ uint64_t TickCount()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000 +
+           s_ui64Ahead.load(std::memory_order_relaxed);
 }
+
+CAdvancedClock::~CAdvancedClock() { s_ui64Ahead = 0; }
+
+void CAdvancedClock::Advance(uint64_t ui64Millis) { s_ui64Ahead += ui64Millis; }
 
 uint64_t ThreadMicros()
 {
