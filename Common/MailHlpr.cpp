@@ -27,12 +27,6 @@ constexpr Bex::FrozenLine RESPONDER_LINE = 140;
 
 using Child = std::unique_ptr<Platform::CChildProcess>;
 
-/// Names of mail files are made by others: a quote in one must not become further arguments.
-Bex::CSimpleString Quoted(const Bex::CSimpleString& strArgument)
-{
-    return Bex::CSimpleString(std::string_view(Platform::QuoteArgument(strArgument)));
-}
-
 /// Null when the program cannot be started, which is logged as this line's failure.
 Child StartLogged(const Bex::CSimpleString& strProgram, const Bex::CSimpleString& strCommandLine,
                   const Bex::CSimpleString& strDirectory, int iLine, const Bex::CSimpleString& strLoggedPath)
@@ -75,6 +69,11 @@ void RunMailProgram(const char* pszName, const Bex::CSimpleString& strCommandLin
 
 } // namespace
 
+Bex::CSimpleString QuotedPath(const Bex::CSimpleString& strPath)
+{
+    return Bex::CSimpleString(std::string_view(Platform::QuoteArgument(Platform::AbsolutePath(strPath))));
+}
+
 bool HasPostScript(const Bex::CSimpleString& strDirectory)
 {
     return Platform::KindOf(Bex::JoinPath(strDirectory, "newmail.cmd").Text()) == Platform::EPathKind::File;
@@ -87,7 +86,7 @@ bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleStr
         return true;
     const Bex::CSimpleString strArgument =
         strFile.IsEmpty() ? Bex::CSimpleString() : Bex::JoinPath(strDirectory, strFile);
-    const auto strCommandLine = Bex::CSimpleString::Formatted("newmail.cmd %s", Quoted(strArgument).Text());
+    const auto strCommandLine = Bex::CSimpleString::Formatted("newmail.cmd %s", QuotedPath(strArgument).Text());
     Child pChild = StartLogged(strScript, strCommandLine, strDirectory, POST_SCRIPT_LINE, strScript);
     if (!pChild)
         return false;
@@ -99,7 +98,8 @@ bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleStr
 
 void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile, bool bParallel)
 {
-    const auto strCommandLine = Bex::CSimpleString::Formatted("spamscan.exe %s -tag -s", Quoted(strMailFile).Text());
+    const auto strCommandLine =
+        Bex::CSimpleString::Formatted("spamscan.exe %s -tag -s", QuotedPath(strMailFile).Text());
     RunMailProgram("spamscan.exe", strCommandLine, strUserDirectory, SPAM_TAGGER_LINE, bParallel);
 }
 
@@ -108,8 +108,8 @@ void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimple
 {
     const Bex::CSimpleString strTemplatePath = Bex::JoinPath(strUserDirectory, strTemplate);
     const auto strCommandLine =
-        Bex::CSimpleString::Formatted("responder.exe %s -t %s -o %s -k -s", Quoted(strMailFile).Text(),
-                                      Quoted(strTemplatePath).Text(), Quoted(strOutput).Text());
+        Bex::CSimpleString::Formatted("responder.exe %s -t %s -o %s -k -s", QuotedPath(strMailFile).Text(),
+                                      QuotedPath(strTemplatePath).Text(), QuotedPath(strOutput).Text());
     RunMailProgram("responder.exe", strCommandLine, strUserDirectory, RESPONDER_LINE, bParallel);
 }
 

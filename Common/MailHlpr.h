@@ -7,6 +7,9 @@
 /// Starting the programs that hang on a delivery. Any thread; every failure to start is logged. Where a program is
 /// waited for, a stop of the calling thread ends the wait and leaves the program running.
 
+/// A path as an argument: absolute, as programs run in directories of their own, and in quotes. Names of mail files are
+/// made by others: a quote in one must not become further arguments.
+Bex::CSimpleString QuotedPath(const Bex::CSimpleString& strPath);
 /// Runs "newmail.cmd" of the directory for a file (empty: none) unless there is no such script; waits for its end
 /// when not parallel. False when it cannot be started.
 bool RunPostScript(const Bex::CSimpleString& strDirectory, const Bex::CSimpleString& strFile, bool bParallel);

@@ -7,7 +7,6 @@
 #include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
-#include "Platform/CommandLine.h"
 #include "SMTPc/ErrorReport.h"
 
 #include <string>
@@ -46,6 +45,8 @@ void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
 
 bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Bex::CSimpleString& strErrorDirectory)
 {
+    if (Bex::CThread::IsCallerStopped())
+        return true; // the next start goes on with it
     const Bex::CSimpleString strReport = ErrorReportPath(strMailPath);
     if (Config().GetFlag(Keys::BOUNCE_DISABLE)) {
         const bool bMailRemoved = RemoveLogged(strMailPath, [&] { file.RemoveIfStill(); });
@@ -56,11 +57,11 @@ bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Be
     const Bex::CSimpleString strPostmaster = Config().GetString(Keys::POSTMASTER_TO);
     const bool bAttach = Config().GetFlag(Keys::BOUNCE_ATTACHMENT);
     const char* pszBulk = Config().GetFlag(Keys::BOUNCE_BULK) ? "-ib " : "";
-    const std::string strFiles =
-        Platform::QuoteArgument(strMailPath) + " -t " + Platform::QuoteArgument(strReport); // quoted as they need it
+    const auto strFiles =
+        Bex::CSimpleString::Formatted("%s -t %s", QuotedPath(strMailPath).Text(), QuotedPath(strReport).Text());
     const auto ForSender = [&](const char* pszKeep) {
-        return Bex::CSimpleString::Formatted("responder.exe %s %s%s-s %s-o", strFiles.c_str(),
-                                             bAttach ? "-b full " : "", pszBulk, pszKeep);
+        return Bex::CSimpleString::Formatted("responder.exe %s %s%s-s %s-o", strFiles.Text(), bAttach ? "-b full " : "",
+                                             pszBulk, pszKeep);
     };
     if (strPostmaster.IsEmpty()) {
         RunResponderOn(ForSender(""), strErrorDirectory);
@@ -69,7 +70,7 @@ bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Be
     RunResponderOn(ForSender("-k "), strErrorDirectory);
     if (Bex::CThread::IsCallerStopped() || file.IsReplaced())
         return true; // the next start goes on with it, or it is another by now
-    RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.c_str(),
+    RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.Text(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
                    strErrorDirectory);
     return true;

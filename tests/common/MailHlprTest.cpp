@@ -27,12 +27,15 @@ TEST(PostScript, RunsInItsDirectoryWithTheFilesPath)
     EXPECT_TRUE(RunPostScript(strDirectory.c_str(), "a\" b.eml", false));
     EXPECT_TRUE(RunPostScript(strDirectory.c_str(), "/x/1.eml", false));
     EXPECT_TRUE(RunPostScript(strDirectory.c_str(), "", false));
-    EXPECT_EQ(directory.Read("out"), "1 " + strDirectory + "/a\" b.eml\n1 /x/1.eml\n1 \n");
+    std::filesystem::current_path("/tmp");
+    EXPECT_TRUE(RunPostScript(strDirectory.substr(5).c_str(), "1.eml", false)); // relative
+    EXPECT_EQ(directory.Read("out"),
+              "1 " + strDirectory + "/a\" b.eml\n1 /x/1.eml\n1 \n1 " + strDirectory + "/1.eml\n");
     EXPECT_THAT(log.Lines(),
                 ElementsAre("3 CreateProcess in Common/MailHlpr:57 for \"" + strScript + "\" failed, error = 5",
                             "6 postprocessing-script for \"a\" b.eml\" started",
                             "6 postprocessing-script for \"a\" b.eml\" finished", testing::_, testing::_, testing::_,
-                            "6 postprocessing-script for \"\" finished"));
+                            "6 postprocessing-script for \"\" finished", testing::_, testing::_));
 }
 
 /// Waits for a program, as the agent and the delivery threads do.
