@@ -22,11 +22,12 @@ void CSilentPeers::Forget(std::string_view peer)
     m_peers.erase(std::string(peer));
 }
 
-bool CSilentPeers::Contains(std::string_view peer) const
+uint64_t CSilentPeers::MillisLeft(std::string_view peer) const
 {
     const std::lock_guard lock(m_mutex);
     const auto found = m_peers.find(std::string(peer));
-    return found != m_peers.end() && found->second > Platform::TickCount();
+    const uint64_t ui64Now = Platform::TickCount();
+    return found == m_peers.end() ? 0 : found->second - std::min(found->second, ui64Now);
 }
 
 size_t CSilentPeers::Count() const

@@ -16,7 +16,8 @@ public:
 
     void Note(std::string_view peer, uint64_t ui64Millis); ///< for that long from now
     void Forget(std::string_view peer);
-    bool Contains(std::string_view peer) const;
+    bool Contains(std::string_view peer) const { return MillisLeft(peer) > 0; }
+    uint64_t MillisLeft(std::string_view peer) const; ///< for which it is remembered; 0: it is not
     size_t Count() const;
 
 private:

@@ -29,8 +29,9 @@ SDeliverySettings SDeliverySettings::FromConfiguration()
     settings.dwTimeout = static_cast<uint32_t>(iTimeout);
     settings.dwSessionLimit = TIMEOUTS_PER_SESSION * settings.dwTimeout;
     const int iRetry = std::max(config.GetInt(Keys::AUTO_TRANS_RETRY_MIN), config.GetInt(Keys::AUTO_TRANS_RETRY_MAX));
-    settings.dwSilenceKept =
-        RETRIES_IN_SILENCE * SECONDS_PER_MINUTE * static_cast<uint32_t>(std::clamp(iRetry, 0, LONGEST_RETRY));
+    // Retries may follow each other at once, but each takes its time.
+    const uint32_t dwRetry = SECONDS_PER_MINUTE * static_cast<uint32_t>(std::clamp(iRetry, 0, LONGEST_RETRY));
+    settings.dwSilenceKept = RETRIES_IN_SILENCE * (dwRetry + settings.dwTimeout);
     settings.iDebugLevel = config.GetInt(Keys::DEBUG_LOGGING);
     return settings;
 }

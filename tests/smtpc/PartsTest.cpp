@@ -1,4 +1,8 @@
+#include "Common/CSilentPeers.h"
+#include "Common/Globals.h"
+#include "Platform/CAdvancedClock.h"
 #include "SMTPc/CReplyReader.h"
+#include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/TransferForm.h"
 
 #include <gtest/gtest.h>
@@ -71,4 +75,20 @@ TEST(TransferFormTest, EndsWhereTheMailEndsAndNowhereElse)
                  {"A: b\r\n\r\n", "", "A: b\r\n\r\n"}};
     for (const auto& tried : CASES)
         EXPECT_EQ(TransferForm(tried.header, tried.body).View(), tried.sent + "\r\n.\r\n");
+}
+
+TEST(SilentPeersTest, AreRememberedForTheirTimeWithinABound)
+{
+    CSilentPeers peers;
+    peers.Note("first", 1000);
+    for (size_t n = 0; n < CSilentPeers::MOST; ++n)
+        peers.Note(std::to_string(n), 2000);
+    EXPECT_TRUE(!peers.Contains("first") && peers.Contains("0"));
+    EXPECT_EQ(peers.Count(), 4096u);
+    Platform::CAdvancedClock clock;
+    clock.Advance(2000);
+    EXPECT_EQ(peers.Count(), 0u);
+    Config().Set("AutoTransRetry", "0");
+    EXPECT_EQ(SDeliverySettings::FromConfiguration().dwSilenceKept, 180u); // two time-outs
+    Config().RemoveAll();
 }
