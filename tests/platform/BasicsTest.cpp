@@ -4,6 +4,8 @@
 #include "Platform/ConsoleScreen.h"
 #include "Platform/Errors.h"
 #include "Platform/HostLookup.h"
+#include "Platform/linux/process/GroupMemory.h"
+#include "support/CTemporaryDirectory.h"
 
 #include <cerrno>
 #include <csignal>
@@ -77,6 +79,20 @@ TEST(ConsoleTest, ReaderThatIsStuckOrGoneHoldsNobodyUpForLong)
     dup2(iStdout, STDOUT_FILENO);
     for (const int iDescriptor : {iStdout, pipes[1]})
         close(iDescriptor);
+}
+
+TEST(GroupMemoryTest, IsThatOfTheNarrowestGroupAndItsSwapSpace)
+{
+    const CTemporaryDirectory groups;
+    const std::string strMembership = groups.Write("self", "1:name=x:/y\n0::/a/b\n");
+    const auto Most = [&] { return MostGroupMemory(50, strMembership, groups.Path()); };
+    EXPECT_EQ(Most(), UINT64_MAX);
+    groups.Write("a/memory.max", "1000\n");
+    groups.Write("a/b/memory.max", "max\n");
+    EXPECT_EQ(Most(), 1050u);
+    groups.Write("a/b/memory.max", "900\n");
+    groups.Write("a/b/memory.swap.max", "20\n");
+    EXPECT_EQ(Most(), 920u);
 }
 
 TEST(HostTest, IsLookedUpWithItsCanonicalName)

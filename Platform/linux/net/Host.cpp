@@ -1,6 +1,7 @@
 #include "Platform/Host.h"
 
 #include "Platform/linux/base/Result.h"
+#include "Platform/linux/process/GroupMemory.h"
 
 #include <algorithm>
 #include <array>
@@ -23,10 +24,14 @@ bool HostName(std::string& strName)
 uint64_t MostMemory()
 {
     uint64_t nMost = UINT64_MAX;
+    uint64_t nSwap = UINT64_MAX;
     struct sysinfo machine
     {};
-    if (sysinfo(&machine) == 0)
+    if (sysinfo(&machine) == 0) {
         nMost = (uint64_t{machine.totalram} + machine.totalswap) * machine.mem_unit;
+        nSwap = uint64_t{machine.totalswap} * machine.mem_unit;
+    }
+    nMost = std::min(nMost, MostGroupMemory(nSwap));
     for (const auto resource : {RLIMIT_AS, RLIMIT_DATA}) {
         rlimit limit{};
         if (getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
