@@ -11,23 +11,26 @@ namespace {
 
 constexpr std::string_view SENDER_FIELD = "Sender:";
 
-/// Up to the comma that ends it, which is none within quotes or angle brackets.
+/// What stands in angle brackets before the comma that ends it, or all of it. Nothing within quotes counts for one.
 std::string_view FirstAddress(std::string_view list)
 {
+    constexpr size_t NONE = std::string_view::npos;
+    size_t nOpening = NONE;
     bool bQuoted = false;
-    bool bAngle = false;
     for (size_t i = 0; i < list.size(); ++i) {
         const char c = list[i];
-        if (c == ',' && !bQuoted && !bAngle)
-            return list.substr(0, i);
         if (bQuoted && c == '\\')
             ++i;
         else if (c == '"')
             bQuoted = !bQuoted;
-        else if (!bQuoted && (c == '<' || c == '>'))
-            bAngle = c == '<';
+        else if (!bQuoted && c == '<' && nOpening == NONE)
+            nOpening = i;
+        else if (!bQuoted && c == '>' && nOpening != NONE)
+            return list.substr(nOpening + 1, i - nOpening - 1);
+        else if (!bQuoted && c == ',' && nOpening == NONE)
+            return Bex::TrimmedView(list.substr(0, i));
     }
-    return list;
+    return Bex::TrimmedView(list);
 }
 
 Bex::CSimpleString WithLowerDomain(const Bex::CSimpleString& strAddress)
@@ -43,12 +46,7 @@ Bex::CSimpleString Recipient(const CMail& mail)
     Bex::CSimpleString strRecipient = mail.FirstRecipient();
     if (!strRecipient.IsEmpty())
         return strRecipient;
-    const std::string_view to = FirstAddress(mail.To());
-    const size_t nOpening = to.find('<');
-    const size_t nClosing = to.find('>', nOpening == std::string_view::npos ? 0 : nOpening);
-    if (nOpening != std::string_view::npos && nClosing != std::string_view::npos)
-        return to.substr(nOpening + 1, nClosing - nOpening - 1);
-    return Bex::TrimmedView(to);
+    return FirstAddress(mail.To());
 }
 
 /// Puts the address that stands in for the sender into the mail's own fields, too.
@@ -73,7 +71,7 @@ SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
 {
     const SLoadResult result = loaded.mail.Load(m_strMailPath, loaded.file);
     if (result && !loaded.file.LetOthersRead()) // who writes a report, and the responder
-        return SLoadResult::Incomplete();
+        return SLoadResult::InUse();
     return result;
 }
 

@@ -84,6 +84,7 @@ TEST_F(TableFilesTest, AValueIsReadAndTheLinesAreWrittenBack)
 TEST_F(TableFilesTest, SavesWhatChangedBesideWhatDidNot)
 {
     ASSERT_TRUE(m_config.Load(Write("config", "# mine\nGone: 1 # too\nNextUID: 7 # next\n")));
+    std::filesystem::permissions(m_directory / "config", std::filesystem::perms(0646));
     m_config.SetNextUID(4000000000u);
     m_config.Remove("Gone");
     m_config.Set("a:b", "new");
@@ -91,6 +92,7 @@ TEST_F(TableFilesTest, SavesWhatChangedBesideWhatDidNot)
     ASSERT_TRUE(m_config.Save());
     EXPECT_FALSE(m_config.IsModified());
     EXPECT_EQ(m_directory.Read("config"), "# mine\nNextUID: 4000000000\t# next\n\"a:b\": new\n");
+    EXPECT_EQ(std::filesystem::status(m_directory / "config").permissions(), std::filesystem::perms(0646));
     m_config.SetKeepComments(false);
     const CSimpleString strOther = Path("other");
     ASSERT_TRUE(m_config.Save(&strOther));

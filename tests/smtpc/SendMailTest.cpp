@@ -1,4 +1,5 @@
 #include "CSendWorld.h"
+#include "Platform/CAdvancedClock.h"
 #include "support/CTlsWorld.h"
 
 #include <gmock/gmock.h>
@@ -114,6 +115,7 @@ TEST(SendMailTest, TriesTheTargetsInOrderUntilOneDecides)
     EXPECT_TRUE(world.Logged("3 mail <1@here> failed with socket error: the attempt to connect was rejected (in File"));
     EXPECT_TRUE(world.Logged("error: <<< 450 450-" + std::string(504, 'x')) && !world.Logged(std::string(509, 'x')));
     EXPECT_TRUE(world.Logged("3 mail <1@here> failed with permanent SMTP error: <<< 550 no"));
+    EXPECT_FALSE(Holds(world.Report(), "450")); // of the session before
 }
 
 TEST(SendMailTest, TriesAgainWithoutTlsWhenTlsBreaks)
@@ -170,7 +172,7 @@ TEST(SendMailTest, SendsToTheFirstAddressWithoutAnEnvelope)
     CScriptedServer server(Replies{});
     world.Route(server);
     for (const char* pszTo :
-         {"bob@far.example, Eve <eve@far.example>", "\"B, \\\" Ob\" <bob@far.example>, Eve <e@x>"}) {
+         {"bob@far.example, Eve <eve@far.example>", "\"B, \\\" <b> Ob\" <bob@far.example>, Eve <e@x>"}) {
         world.WriteMail("X-Envelope-From: <>\r\nReturn-Path: <eve@far.example>\r\nTo: " + std::string(pszTo) + "\r\n");
         EXPECT_EQ(world.Send(), EVerdict::Delivered) << pszTo;
     }
@@ -226,6 +228,19 @@ TEST(SendMailTest, ReachesALiveTargetBehindSilentOnes)
     EXPECT_EQ(world.Send(), EVerdict::Delivered);
     EXPECT_LT(Platform::TickCount() - ui64Started, 3500u); // a mail to it alone still tries
     EXPECT_EQ(live.Commands().size(), 5u);
+}
+
+TEST(SendMailTest, SharesFortySecondsAmongAllThatAnAttemptResolves)
+{
+    CSendWorld world;
+    world.settings.dwTimeout = 100;
+    CDnsServer names;
+    Platform::CAdvancedClock clock;
+    names.OnAsked([&] { clock.Advance(11'000); });
+    SmartHosts().Set("*", "a.test,b.test,c.test,d.test");
+    EXPECT_EQ(world.Send(), EVerdict::Temporary);
+    EXPECT_EQ(names.Asked("b.test", CDnsServer::A), 1);
+    EXPECT_EQ(names.Asked("c.test", CDnsServer::CNAME), 0);
 }
 
 TEST(SendMailTest, StopsInTheMiddleOfASession)
