@@ -2,12 +2,12 @@
 
 #include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
+#include "Common/CToldMark.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/NormalizeAddress.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
 #include "Responder/CReplyRecord.h"
-#include "Responder/CToldMark.h"
 #include "Responder/STemplate.h"
 
 #include <stdexcept>

@@ -2,6 +2,7 @@
 
 #include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
+#include "Common/CToldMark.h"
 #include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/ReportText.h"
@@ -9,7 +10,6 @@
 #include "Platform/Process.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
-#include "Responder/CToldMark.h"
 #include "Responder/SFailure.h"
 
 #include <stdexcept>

@@ -2,8 +2,9 @@
 
 #include "Bex/CSimpleString.h"
 
-/// Removes the temporary files (".<name>.eml.tmp") that a crash left in a directory of mail files. One that another
-/// process is still writing stays. Call before the agents run; a missing directory holds none. Any thread.
-/// A mailbox needs no call: the next mail takes the same number, and with it the temporary name.
+/// Removes the temporary files (".<name>.eml.tmp") that a crash left in a directory of mail files, and the marks of who
+/// was told of a mail (CToldMark) that has gone another way meanwhile. What another process is still writing stays.
+/// Call before the agents run; a missing directory holds none. Any thread. A mailbox needs no call: the next mail takes
+/// the same number, and with it the temporary name.
 void RemoveStaleFiles(const Bex::CSimpleString& strDirectory);
 void RemoveStaleFilesBelow(const Bex::CSimpleString& strDirectory); ///< in its directories; links are not followed

@@ -1,6 +1,9 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
+#include "Platform/FileIdentity.h"
+
+#include <string_view>
 
 /// CFileException unless the file is gone then. A directory of that name stays.
 void RemoveIfPresent(const Bex::CSimpleString& strPath);
@@ -19,6 +22,9 @@ public:
     bool IsSet() const;
     void Set() const;    ///< CFileException
     void Remove() const; ///< CFileException
+
+    static Bex::CSimpleString Name(const Platform::SFileIdentity& mail, EWho who);
+    static bool IsName(std::string_view name); ///< of a mark
 
 private:
     Bex::CSimpleString m_strPath;
