@@ -116,12 +116,17 @@ bool CResolver::ResolveMX(const CSimpleString& strName, CList<CSimpleString>& na
     return true;
 }
 
+bool CResolver::HasAnswerToTXT(const CSimpleString& strName, const CLimit& limit)
+{
+    std::vector<std::string> records;
+    return Platform::QueryDns(strName.Text(), Platform::EDnsType::TXT, limit.AtMost(AT_ONCE), records) !=
+           Platform::DNS_TIMED_OUT;
+}
+
 bool CResolver::ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit,
                            const std::function<void()>& BeforeWaiting)
 {
-    std::vector<std::string> records;
-    if (BeforeWaiting && Platform::QueryDns(strName.Text(), Platform::EDnsType::TXT, limit.AtMost(AT_ONCE), records) ==
-                             Platform::DNS_TIMED_OUT)
+    if (BeforeWaiting && !HasAnswerToTXT(strName, limit))
         BeforeWaiting(); // the question is on its way, and will be joined
     return ResolveTexts(strName, Platform::EDnsType::TXT, limit, DecodeDnsTXT, texts);
 }

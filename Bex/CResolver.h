@@ -27,6 +27,9 @@ public:
     /// One per record. BeforeWaiting is called while a question is on its way that the cache does not answer at once.
     static bool ResolveTXT(const CSimpleString& strName, CList<CSimpleString>& texts, const CLimit& limit = {},
                            const std::function<void()>& BeforeWaiting = {});
+    /// Whether that question has an answer by now, or at once. If not, it is on its way all the same: whoever asks
+    /// again joins it. Nothing is logged.
+    static bool HasAnswerToTXT(const CSimpleString& strName, const CLimit& limit);
 };
 
 } // namespace Bex

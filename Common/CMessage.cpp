@@ -40,12 +40,6 @@ bool ReadBody(Bex::CFile& file, uint64_t nLength, std::string_view buffered, CMe
 
 SLoadResult OutOfMemory() { return SLoadResult::Failure({Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY}); }
 
-SLoadResult LogOutOfMemory(int iLine)
-{
-    Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, iLine);
-    return OutOfMemory();
-}
-
 Platform::SError LogTooBig(const Bex::CFile& file)
 {
     Bex::LogError(Bex::MainLog(), "mail file \"%s\" is too big: more than %u header lines, %u MB of headers or 4 GB",
@@ -151,17 +145,18 @@ SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
             return SLoadResult::Failure(LogTooBig(file, "this process can never have that much memory"));
         CBody body;
         if (!ReadBody(file, nBody, buffered, body)) // somebody is at the file
-            return SLoadResult::Incomplete();
+            return SLoadResult::InUse();
         SetBody(std::move(body));
+        NormalizeLineEndings();
+        return {};
     } catch (const Bex::COutOfMemoryException&) {
-        return LogOutOfMemory(__LINE__);
+        return OutOfMemory();
     } catch (const std::bad_alloc&) { // the standard library's containers
-        return LogOutOfMemory(__LINE__);
+        return OutOfMemory();
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
         return SLoadResult::Failure(exception.Error());
     }
-    return NormalizeLineEndings() ? SLoadResult() : OutOfMemory();
 }
 
 /// False when the header block is beyond the limits; bHasHeader tells whether any line had a colon.

@@ -70,7 +70,7 @@ SLoadResult CMessage::LoadLocked(const Bex::CSimpleString& strPath, Bex::CFile& 
     try {
         Open();
         if (file.Seek(0, Platform::ESeekFrom::End) < SHORTEST_MAIL)
-            return SLoadResult::Incomplete();
+            return SLoadResult::TooShort();
         return Read(file, bHeadersOnly);
     } catch (const Bex::CFileException& exception) {
         return SLoadResult::Failure(exception.Error());

@@ -1,6 +1,5 @@
 #include "Common/CMessagePart.h"
 
-#include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/HeaderFields.h"
 #include "Common/LineEndings.h"
@@ -10,8 +9,6 @@
 #include <utility>
 
 namespace {
-
-constexpr char SOURCE_FILE[] = "Common/MessagePart";
 
 constexpr size_t LONGEST_PARAMETER = 65536;
 
@@ -83,7 +80,8 @@ bool CMessagePart::Parse(std::string_view bytes)
     copy.SetSize(static_cast<uint32_t>(body->size()));
     std::copy(body->begin(), body->end(), copy.Data());
     SetBody(std::move(copy));
-    return NormalizeLineEndings();
+    NormalizeLineEndings();
+    return true;
 }
 
 std::optional<std::string_view> CMessagePart::ParseHeaderBlock(std::string_view bytes)
@@ -91,17 +89,11 @@ std::optional<std::string_view> CMessagePart::ParseHeaderBlock(std::string_view 
     return HeaderFields::ForEachLine(bytes, [this](std::string_view line) { ParseHeaderLine(line); });
 }
 
-bool CMessagePart::NormalizeLineEndings()
+void CMessagePart::NormalizeLineEndings()
 {
-    try {
-        CBody normalized;
-        if (LineEndings::Normalize(m_pBody->View(), normalized))
-            SetBody(std::move(normalized));
-        return true;
-    } catch (const Bex::COutOfMemoryException&) {
-        Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", SOURCE_FILE, __LINE__);
-        return false;
-    }
+    CBody normalized;
+    if (LineEndings::Normalize(m_pBody->View(), normalized))
+        SetBody(std::move(normalized));
 }
 
 Bex::CSimpleString CMessagePart::FindHeaderLine(std::string_view name) const

@@ -35,7 +35,7 @@ public:
     /// Applies the header block at the start of the bytes; gives what stands behind its blank line, or nothing when
     /// there is no blank line with at least one byte behind it.
     std::optional<std::string_view> ParseHeaderBlock(std::string_view bytes);
-    bool NormalizeLineEndings(); ///< false when memory runs out (logged); the body is then unchanged
+    void NormalizeLineEndings(); ///< COutOfMemoryException leaves the body unchanged
     /// The first extra header line whose text before the colon is exactly the name; empty when there is none.
     Bex::CSimpleString FindHeaderLine(std::string_view name) const;
     /// Applies the test to the decoded text parts, depth first; at most MIME_DEPTH levels deep.

@@ -12,7 +12,7 @@ enum class ELoadResult {
 struct SLoadResult
 {
     ELoadResult result = ELoadResult::Loaded;
-    Platform::SError error{}; ///< why not; none when it is loaded, or not complete yet
+    Platform::SError error{}; ///< why not; none when it is loaded, or too short for a mail
 
     explicit operator bool() const { return result == ELoadResult::Loaded; }
 
@@ -20,5 +20,6 @@ struct SLoadResult
     {
         return {Platform::IsBusy(error) ? ELoadResult::Busy : ELoadResult::Broken, error};
     }
-    static SLoadResult Incomplete() { return {.result = ELoadResult::Busy}; }
+    static SLoadResult InUse() { return Failure({Platform::LIB_ACCESS, Platform::SYS_SHARING_VIOLATION}); }
+    static SLoadResult TooShort() { return {.result = ELoadResult::Busy}; }
 };

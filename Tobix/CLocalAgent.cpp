@@ -229,7 +229,7 @@ CLocalAgent::EOutcome CLocalAgent::TryMail(const Bex::CSimpleString& strName, co
     } catch (...) {
         if (m_group.CopiesOfMail() > 0 || !Bex::IsHandledExceptionBusy())
             throw;
-        return TryLater(strPath);
+        return TryLater(strPath, EWhy::Busy);
     }
 }
 
@@ -252,7 +252,9 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         return EOutcome::Failed;
     if (outcome == EOutcome::Delivered)
         m_group.AddDelivered(strName, std::move(pFile));
-    return outcome == EOutcome::Retry ? TryLater(strPath) : outcome;
+    if (outcome == EOutcome::Unanswered)
+        return TryLater(strPath, EWhy::Unanswered);
+    return outcome == EOutcome::Retry ? TryLater(strPath, EWhy::Busy) : outcome;
 }
 
 /// Some recipients have their copies, and something is short: a queue file for the others takes the place of this one,
@@ -290,20 +292,19 @@ SSaveResult CLocalAgent::SaveRest(const CMail& rest, CHeldMailFile& file)
     }
 }
 
-/// Neither the end of the stillness of a file nor a reader of another process that dies, nor the end of a shortage
-/// changes the directory.
-CLocalAgent::EOutcome CLocalAgent::TryLater(const Bex::CSimpleString& strPath, Platform::SError error)
+/// What ends the stillness of a file, a reader in another process or a shortage does not change the directory: it is
+/// looked at again without. A file that is too short for a mail waits for whoever writes on it.
+CLocalAgent::EOutcome CLocalAgent::TryLater(const Bex::CSimpleString& strPath, EWhy why)
 {
-    m_bBusyFiles = true;
+    m_bBusyFiles |= why != EWhy::TooShort;
     if (!ShallRun())
         return EOutcome::Retry;
-    const auto [busy, bNew] = m_busy.try_emplace(std::string(Bex::NameOf(strPath.View())));
-    if (bNew)
-        MailLog::Busy(strPath);
-    // To read it in vain takes long, and each time a line in the log.
-    if (SBusy& state = busy->second; error.iLibError == Platform::LIB_NO_MEMORY) {
-        state.nWaitMillis = std::clamp(2 * state.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
-        state.nNextTicks = Platform::TickCount() + state.nWaitMillis;
+    SBusy& busy = m_busy[std::string(Bex::NameOf(strPath.View()))];
+    if (why != EWhy::Unanswered && !std::exchange(busy.bLogged, true))
+        MailLog::Busy(strPath, why == EWhy::NoMemory);
+    if (why == EWhy::NoMemory || why == EWhy::Unanswered) { // what takes long in vain
+        busy.nWaitMillis = std::clamp(2 * busy.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
+        busy.nNextTicks = Platform::TickCount() + busy.nWaitMillis;
     }
     return EOutcome::Retry;
 }
@@ -320,7 +321,9 @@ CLocalAgent::EOutcome CLocalAgent::NotLoaded(const Bex::CSimpleString& strPath, 
                       loaded.error.iLibError, strPath.Text());
         return EOutcome::Failed;
     }
-    return TryLater(strPath, loaded.error);
+    if (loaded.error.iLibError == Platform::LIB_NONE)
+        return TryLater(strPath, EWhy::TooShort);
+    return TryLater(strPath, loaded.error.iLibError == Platform::LIB_NO_MEMORY ? EWhy::NoMemory : EWhy::Busy);
 }
 
 Bex::CSimpleString CLocalAgent::QueuePath(std::string_view name) const

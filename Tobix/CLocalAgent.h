@@ -52,7 +52,8 @@ private:
     bool HasToRest(const Bex::CSimpleString& strName) const;
     EOutcome KeepRest(const CMail& mail, CHeldMailFile& file);
     SSaveResult SaveRest(const CMail& rest, CHeldMailFile& file);
-    EOutcome TryLater(const Bex::CSimpleString& strPath, Platform::SError error = {});
+    enum class EWhy { Busy, TooShort, NoMemory, Unanswered };
+    EOutcome TryLater(const Bex::CSimpleString& strPath, EWhy why);
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
     void MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
     Bex::CSimpleString QueuePath(std::string_view name) const;
@@ -63,10 +64,11 @@ private:
     bool m_bBusyFiles = false;                     ///< met since the last wait
     struct SBusy
     {
-        uint64_t nWaitMillis = 0; ///< of one that has not fit into memory
+        bool bLogged = false;
+        uint64_t nWaitMillis = 0; ///< of one that is not tried each time
         uint64_t nNextTicks = 0;  ///< when it is tried again
     };
-    std::map<std::string, SBusy> m_busy; ///< names in the queue that were logged as busy
+    std::map<std::string, SBusy> m_busy; ///< names in the queue that wait for something
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;

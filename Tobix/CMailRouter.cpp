@@ -54,7 +54,7 @@ CMailRouter::EOutcome CMailRouter::Route(const CMail& mail, CCopyGroup& group)
         break;
     }
     if (!LearnAuthorPolicy(mail, group))
-        return EOutcome::Retry;
+        return EOutcome::Unanswered;
     try {
         const EOutcome outcome = Deliver(mail, group);
         if (outcome == EOutcome::Delivered || outcome == EOutcome::Failed)

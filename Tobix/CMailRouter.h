@@ -21,6 +21,7 @@ public:
     enum class EOutcome {
         Delivered,
         Retry,       ///< nothing was done, the mail stays as it is
+        Unanswered,  ///< the same, until a name server has answered
         Interrupted, ///< something is short: OpenRecipients have no copy yet, the others have theirs
         Failed       ///< logged: copies made so far stay, recipients not reached yet are skipped
     };

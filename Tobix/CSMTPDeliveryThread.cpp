@@ -158,7 +158,7 @@ void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
         if (failure)
             attempt = Failed(*failure, loaded.mail);
         else if (load.result == ELoadResult::Busy) // of which nothing is sent in this pass
-            attempt = {EVerdict::FileBusy};
+            attempt = {.verdict = EVerdict::FileBusy, .error = load.error};
         else
             attempt = load ? Attempt(loaded) : NotLoaded(load);
         bSettled = Settle(attempt, loaded, state);
@@ -171,7 +171,7 @@ SLoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
 {
     const SLoadResult load = LoadMail(loaded);
     if (load.result == ELoadResult::Busy) {
-        MailLog::Busy(m_strMailPath);
+        MailLog::Busy(m_strMailPath, load.error.iLibError == Platform::LIB_NO_MEMORY);
     } else if (load.result == ELoadResult::Broken) {
         Bex::LogError(Bex::MainLog(), "error in %s:%d, errno=%d file=\"%s\"\n", SOURCE_FILE, __LINE__,
                       load.error.iLibError, m_strMailPath.Text());
@@ -238,10 +238,12 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
                  LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
 }
 
+/// Of a file that somebody else holds nothing is known, not even whether it is being sent: it is never given up.
 bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFile& file, const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
-    if (IsOverdue(Platform::NowSeconds() - state.iCreated, m_pFiles->SecondsKnown(m_strFileName), iMinutes)) {
+    if (!Platform::IsBusy(attempt.error) &&
+        IsOverdue(Platform::NowSeconds() - state.iCreated, m_pFiles->SecondsKnown(m_strFileName), iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, Number(attempt));
         return GiveUp(file);

@@ -16,9 +16,10 @@ constexpr char NO_POLICY[] = "none";
 constexpr size_t LONGEST_DOMAIN = 253; // RFC 1035 2.3.4
 constexpr long MOST_PARENT_LABELS = 7;
 // Milliseconds.
-constexpr uint64_t LONGEST_LOOKUP = 10'000;
-constexpr uint64_t SLOW_FAILURE = 1000;    // one that came sooner costs nothing to ask for again
-constexpr uint64_t SILENCE_KEPT = 300'000; // RFC 2308 7.2
+constexpr uint64_t LONGEST_LOOKUP = 10'000; // from the first question about a domain to its last answer
+constexpr uint64_t SILENCE_KEPT = 300'000;  // RFC 2308 7.2
+constexpr uint64_t LONGEST_WAIT = 1000;     // in which nothing else is delivered
+constexpr uint64_t SHORTEST_WAIT = 10;
 
 std::optional<Bex::CSimpleString> PolicyOf(const Bex::CSimpleString& strText)
 {
@@ -65,21 +66,25 @@ std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& st
                                                     const Platform::CWaitLimit& stop,
                                                     const std::function<void()>& BeforeWaiting)
 {
-    static CSilentPeers silent;
+    static CSilentPeers unanswered;
     const Bex::CSimpleString strKey = strDomain.Lowered();
-    if (silent.Contains(strKey))
+    const uint64_t ui64Left = unanswered.MillisLeft(strKey);
+    if (ui64Left > 0 && ui64Left <= SILENCE_KEPT)
         return NO_POLICY;
-    const uint64_t ui64Started = Platform::TickCount();
-    const Platform::CWaitLimit limit = stop.For(LONGEST_LOOKUP / (1 + silent.Count()));
+    const Platform::CWaitLimit limit = stop.For(std::max(LONGEST_WAIT / (1 + unanswered.Count()), SHORTEST_WAIT));
     Bex::CList<Bex::CSimpleString> texts(false);
-    bool bAnswered = true;
     for (const Bex::CSimpleString& strName : DMARCNames(strDomain)) {
-        if (limit.HasTimeLeft()) // a failure counts as a name without records
-            bAnswered = Bex::CResolver::ResolveTXT(strName, texts, limit, BeforeWaiting) && bAnswered;
+        if (ui64Left > 0 && !Bex::CResolver::HasAnswerToTXT(strName, stop))
+            return std::nullopt;
+        // A failure counts as a name without records.
+        if (Bex::CResolver::ResolveTXT(strName, texts, limit, BeforeWaiting) || limit.HasTimeLeft())
+            continue;
+        if (ui64Left == 0 && !stop.IsStopped())
+            unanswered.Note(strKey, LONGEST_LOOKUP + SILENCE_KEPT);
+        return std::nullopt;
     }
     if (stop.IsStopped())
         return std::nullopt;
-    if (!bAnswered && (!limit.HasTimeLeft() || Platform::TickCount() - ui64Started >= SLOW_FAILURE))
-        silent.Note(strKey, SILENCE_KEPT);
+    unanswered.Forget(strKey);
     return FindDMARCPolicy(texts);
 }

@@ -9,11 +9,12 @@
 #include <vector>
 
 /// What a domain asks receivers to do with mail that only claims to come from it (RFC 7489 6.3): the value of the
-/// tag as published, "none" when there is none. Nothing when the stop ended the question. Any thread.
+/// tag as published, "none" when there is none. Nothing when the stop ended the question, or when the answer is still
+/// on its way: the caller comes back for it. Any thread.
 ///
-/// Asks the resolver, name by name, for ten seconds at most, and calls BeforeWaiting before an answer is waited for. A
-/// domain whose servers are silent is not asked again for five minutes. The more of these there are, the less time the
-/// next one gets, so that somebody who has many cannot hold the queue.
+/// Asks the resolver, name by name, and calls BeforeWaiting before an answer is waited for. It waits for a second at
+/// most, and the less the more domains owe one, so that somebody who has many cannot hold the queue; but every domain
+/// has ten seconds for its answers, whatever others do. One that lets them pass is not asked again for five minutes.
 std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& strDomain,
                                                     const Platform::CWaitLimit& stop,
                                                     const std::function<void()>& BeforeWaiting);

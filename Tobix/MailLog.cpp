@@ -66,8 +66,10 @@ void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exc
     LogRaised(strPath, exception.what());
 }
 
-void Busy(const Bex::CSimpleString& strPath)
+void Busy(const Bex::CSimpleString& strPath, bool bNoMemory)
 {
+    if (bNoMemory)
+        Bex::LogError(Bex::MainLog(), "insufficient memory in %s:%d", "Tobix/MailLog", __LINE__);
     Bex::LogWarning(Bex::MainLog(), "Looks like lock on file \"%s\" failed, retrying later!\n", strPath.Text());
 }
 

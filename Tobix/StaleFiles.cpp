@@ -77,8 +77,7 @@ void RemoveStaleFiles(const Bex::CSimpleString& strDirectory)
     ForEachEntry(strDirectory, ".*", [&marks](const Bex::CSimpleString& strPath) {
         if (IsDirectory(strPath))
             return;
-        std::string_view name = strPath;
-        name.remove_prefix(name.rfind('/') + 1);
+        std::string_view name = Bex::NameOf(strPath);
         const bool bUnfinished = name.ends_with(UNFINISHED);
         name.remove_suffix(bUnfinished ? UNFINISHED.size() : 0);
         const bool bMark = CToldMark::IsName(name);

@@ -1,4 +1,8 @@
+#include "Bex/CMutex.h"
+#include "Bex/TextFunctions.h"
+#include "Common/CToldMark.h"
 #include "Common/Globals.h"
+#include "Platform/CAdvancedClock.h"
 #include "Platform/CInjectedFault.h"
 #include "Tobix/CLocalAgent.h"
 #include "support/Becomes.h"
@@ -147,6 +151,18 @@ TEST_F(AgentTest, TakesAFileWhoseWritersCannotBeToldOnceItStandsStill)
     EXPECT_EQ(CountIn("spool/ann"), 1u);
 }
 
+TEST_F(AgentTest, LooksAtAFileTooShortForAMailOnlyAfterAChange)
+{
+    m_directory.Write("queue/1.eml", "a:");
+    std::optional<Platform::CInjectedFault> unlisted;
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.find("Looks like lock") != std::string::npos)
+            unlisted.emplace(EFault::ListDirectory, 1, EIO);
+    });
+    RunAgentUntil([ui64End = Platform::TickCount() + 1300] { return Platform::TickCount() > ui64End; });
+    EXPECT_TRUE(unlisted && !m_log.Contains("caught at Tobix/LocalAgent"));
+}
+
 TEST_F(AgentTest, DeliversNothingAgainWhileTheErrorDirectoryIsAway)
 {
     fs::remove(Path("error"));
@@ -195,6 +211,47 @@ TEST_F(AgentTest, LetsAGroupEndBeforeAScriptIsWaitedFor)
     EXPECT_EQ(m_directory.Read("seen"), "1.eml\n2.eml\n2.eml\n");
 }
 
+TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesThatItsFilesWent)
+{
+    struct CFlushes : Platform::CCallWatcher
+    {
+        void OnCall(const Platform::SCall& call) override
+        {
+            struct stat status = {};
+            if (call.kind == EFault::FlushVolume && fstat(call.iDescriptor, &status) == 0)
+                devices.insert(status.st_dev);
+        }
+        std::set<dev_t> devices;
+    } flushes;
+    const CTemporaryDirectory queue(CTemporaryDirectory::IN_MEMORY);
+    Config().Set("QueueDir", queue.Path().c_str());
+    m_directory.Write("spool/ben/config", "");
+    ASSERT_TRUE(Users().InitUsers());
+    for (const char* pszName : {"1.eml", "2.eml", "3.eml", "4.eml"})
+        queue.Write(pszName,
+                    std::string("X-Envelope-To: ") + (*pszName < '4' ? "ann" : "ben") + "@example.org\r\n\r\nx");
+    Platform::CAdvancedClock clock;
+    std::vector<size_t> queued;
+    m_log.SetListener([&](const std::string& strLine) {
+        if (!strLine.ends_with("saved in <ann>"))
+            return;
+        queued.push_back(queue.Names().size());
+        if (queued.size() == 1)
+            clock.Advance(1000);
+    });
+    Bex::CMutex account(Bex::AccountLockName(Path("spool/ben/config")));
+    ASSERT_TRUE(account.Lock(0));
+    RunAgentUntil([&] {
+        if (queue.Names().size() == 1)
+            account.Unlock();
+        return queue.Names().empty();
+    });
+    EXPECT_EQ(queued, (std::vector<size_t>{4, 3, 3}));
+    struct stat status = {};
+    ASSERT_EQ(stat(queue.Path().c_str(), &status), 0);
+    EXPECT_TRUE(flushes.devices.contains(status.st_dev));
+}
+
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
 {
     CDnsServer names;
@@ -236,10 +293,14 @@ TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
 {
     m_directory.Write("outgoing/.2026.eml.tmp", "half");
     m_directory.Write("outgoing/.other", "not ours");
+    m_directory.Write("outgoing/.12-34.sender-told", ""); // of a mail that somebody took away
+    const CToldMark mark(m_directory.Write("outgoing/1.eml", "mail").c_str(), CToldMark::EWho::Sender);
+    mark.Set();
     const std::ofstream another(Path("outgoing/.2025.eml.tmp")); // another program's, and it takes no locks
     RunAgentUntil([this] { return !fs::exists(Path("outgoing/.2026.eml.tmp")); });
     EXPECT_TRUE(fs::exists(Path("outgoing/.other")));
     EXPECT_TRUE(fs::exists(Path("outgoing/.2025.eml.tmp")));
+    EXPECT_TRUE(mark.IsSet() && !fs::exists(Path("outgoing/.12-34.sender-told")));
 }
 
 TEST_F(AgentTest, NeverStoresMailOutsideTheSpoolDirectory)

@@ -28,11 +28,13 @@ public:
         Route(server);
         m_pFiles->AddPending("x.eml");
         CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str());
+        m_pThread = &thread;
         ASSERT_TRUE(thread.Start());
         Meanwhile();
         EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
+    void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
@@ -47,6 +49,7 @@ public:
 
 private:
     std::shared_ptr<COutgoingFiles> m_pFiles;
+    Bex::CThread* m_pThread = nullptr;
 };
 
 /// Raises what nobody foresees, once, when a call on the mail file has succeeded.
@@ -106,6 +109,17 @@ TEST(DeliveryThreadTest, FollowsTheVerdict)
     }
 }
 
+TEST(DeliveryThreadTest, NeverGivesUpAMailThatSomebodyElseHolds)
+{
+    CDeliveryWorld world;
+    CScriptedServer server(Replies{});
+    Config().Set("AutoTransTime", "-1");
+    Config().Set("Bounce.Disable", "1");
+    const Platform::CInjectedFault held(Platform::EFault::Lock, 1, EAGAIN);
+    world.Deliver(server, "temporarily failed with error 1. I will retry later!");
+    EXPECT_TRUE(world.HasMail() && world.Retries());
+}
+
 TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
 {
     EXPECT_FALSE(CSMTPDeliveryThread::IsOverdue(120 * 60, 0, 120));
@@ -145,6 +159,18 @@ TEST(DeliveryThreadTest, TriesAgainWhatRaisesWhenItIsGivenUp)
     const CRaiser raiser(Platform::EFault::Remove, world.Path());
     world.Deliver(server, "delivering \"" + world.Path() + "\": no such luck");
     EXPECT_TRUE(world.Retries());
+}
+
+TEST(DeliveryThreadTest, StartsNoResponderAfterAStop)
+{
+    CDeliveryWorld world;
+    CScriptedServer server(Replies{{"RCPT", "550 no\r\n"}});
+    world.Log().SetListener([&](const std::string& strLine) {
+        if (Holds(strLine, "permanently failed"))
+            world.RequestStop();
+    });
+    world.Deliver(server, ") stopped");
+    EXPECT_TRUE(world.HasMail() && !world.Logged("SystemCall"));
 }
 
 TEST(DeliveryThreadTest, LeavesNoReportOfAMailThatWentMeanwhile)

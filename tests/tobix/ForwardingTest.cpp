@@ -1,7 +1,10 @@
 #include "Common/Globals.h"
+#include "Platform/CAdvancedClock.h"
 #include "Tobix/DMARCPolicy.h"
 #include "Tobix/ForwardingRewrites.h"
 #include "Tobix/SRS.h"
+#include "support/Becomes.h"
+#include "support/CDnsServer.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -89,6 +92,29 @@ TEST(DMARCPolicyTest, IsAskedForAtTheDomainAndItsParents)
     EXPECT_EQ(Names("com."), ".com. ");
     EXPECT_EQ(Names("1.2.3.4.5.6.7.8.9.com").substr(0, 39), ".1.2.3.4.5.6.7.8.9.com .4.5.6.7.8.9.com");
     EXPECT_EQ(Names(std::string(254, 'a')), "");
+}
+
+TEST(DMARCPolicyTest, HasTenSecondsToBeAnsweredAndIsNotAskedForAgainForFiveMinutes)
+{
+    CDnsServer names;
+    Platform::CAdvancedClock clock;
+    const auto Ask = [](const char* pszDomain) {
+        return std::string(LookupDMARCPolicy(pszDomain, {}, [] {}).value_or("later").View());
+    };
+    const std::string strRecord = "\x11v=DMARC1;p=reject";
+    for (const char* pszDomain : {"silent.test", "slow.test"}) {
+        const std::string strName = std::string("_dmarc.") + pszDomain;
+        names.Tell(strName, CDnsServer::TXT, {}, CDnsServer::SILENCE);
+        EXPECT_EQ(Ask(pszDomain), "later");
+        names.Tell(strName, CDnsServer::TXT, {strRecord});
+    }
+    EXPECT_TRUE(Becomes([&] { return Ask("slow.test") == "reject"; }));
+    for (const uint64_t ui64Millis : {10'000, 285'000}) {
+        clock.Advance(ui64Millis);
+        EXPECT_EQ(Ask("silent.test"), "none");
+    }
+    clock.Advance(15'000);
+    EXPECT_TRUE(Becomes([&] { return Ask("silent.test") == "reject"; }));
 }
 
 Bex::CSimpleString RejectAtFar(const Bex::CSimpleString& strDomain)
