@@ -1,7 +1,8 @@
 #pragma once
 
 /// What a crash leaves behind: one line naming the exception, on standard error and in the main log, and a memory dump
-/// beside the executable that the debugger opens ("gdb EXE EXE.SECONDS.dmp").
+/// that the debugger opens ("gdb EXE EXE.SECONDS.dmp"): beside the executable, or in the directory that the environment
+/// variable TOBIX_DUMP_DIR names.
 ///
 /// Every fatal signal and every uncaught exception of any thread is taken. The crashed process does next to nothing
 /// itself: it starts its own executable once more as the helper that writes the report, so neither a smashed heap nor

@@ -174,7 +174,7 @@ void FormatCrashLine(char (&line)[CRASH_LINE_SIZE], const SException& exception,
 
 void FormatDumpName(char (&name)[CRASH_LINE_SIZE], const SCrashRecord& record)
 {
-    std::snprintf(name, CRASH_LINE_SIZE, "%s.%lld.dmp", record.szExecutable, static_cast<long long>(record.iTime));
+    std::snprintf(name, CRASH_LINE_SIZE, "%s.%lld.dmp", record.szDump, static_cast<long long>(record.iTime));
 }
 
 void FormatDumpCreated(char (&line)[CRASH_LINE_SIZE], const char* pszName)

@@ -220,6 +220,15 @@ void OnFatalSignal(int iSignal, siginfo_t* pInfo, void* pContext)
     std::abort();
 }
 
+/// Beside the executable unless the environment names another place.
+std::string DumpPath(const std::string& strExecutable)
+{
+    const char* const pszDirectory = std::getenv(DUMP_DIRECTORY_VARIABLE);
+    if (pszDirectory == nullptr || pszDirectory[0] != '/' || strExecutable.empty())
+        return strExecutable;
+    return pszDirectory + strExecutable.substr(strExecutable.rfind('/'));
+}
+
 bool TakeSignals()
 {
     struct sigaction action
@@ -240,6 +249,8 @@ bool InstallCrashHandler(unsigned dwLimitMillis)
     s_iLimit = static_cast<long>(dwLimitMillis);
     const std::string strExecutable = ExecutablePath();
     s_record.szExecutable[strExecutable.copy(s_record.szExecutable, LONGEST_EXECUTABLE)] = '\0';
+    const std::string strDump = DumpPath(strExecutable);
+    s_record.szDump[strDump.copy(s_record.szDump, LONGEST_EXECUTABLE)] = '\0';
     // The main thread needs it until the very end of the process.
     static CImmortal<CAlternateStack> stack;
     const bool bStack = stack->IsValid() || FailWithErrno();

@@ -13,6 +13,9 @@
 /// What the crashed process tells the helper.
 namespace Platform {
 
+/// Of the environment: an absolute directory for the dumps, where the executable's cannot be written to.
+constexpr const char* DUMP_DIRECTORY_VARIABLE = "TOBIX_DUMP_DIR";
+
 /// Every signal that, left alone, ends the process because of an error in it.
 constexpr int FATAL_SIGNALS[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGTRAP, SIGABRT, SIGSYS, SIGXCPU, SIGQUIT};
 
@@ -40,6 +43,7 @@ struct SCrashRecord
     SCrashRegisters registers;
     uint8_t code[CODE_BYTES]; ///< at the instruction that failed; zeros where that cannot be read
     char szExecutable[LONGEST_EXECUTABLE + 1];
+    char szDump[LONGEST_EXECUTABLE + 1]; ///< the dump's path, without ".SECONDS.dmp"
     SCrashLog log;
 };
 constexpr uint64_t CRASH_MAGIC = 0x43524153480001;
