@@ -9,6 +9,7 @@
 #include "Common/IsValidAddress.h"
 #include "Common/ReportText.h"
 #include "Common/TargetResolution.h"
+#include "Platform/CJournal.h"
 #include "Platform/Errors.h"
 #include "SMTPc/CSMTPException.h"
 #include "SMTPc/CSMTPSession.h"
@@ -108,9 +109,11 @@ CSmartHost WithoutTls(const CSmartHost& target)
     return copy;
 }
 
+/// Of what the log holds as well: not twice into the journal.
 void WriteErrorLine(const Bex::CSimpleString& strText)
 {
-    WriteConsole(stderr, Bex::CSimpleString::Formatted("%s\n", strText.Text()));
+    if (!Platform::CJournal::TakesStandardError())
+        WriteConsole(stderr, Bex::CSimpleString::Formatted("%s\n", strText.Text()));
 }
 
 } // namespace

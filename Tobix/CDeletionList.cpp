@@ -1,7 +1,9 @@
 #include "Tobix/CDeletionList.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CLogContext.h"
 #include "Bex/FrozenLine.h"
+#include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
@@ -70,6 +72,7 @@ void CDeletionList::Keep(Entries& entries, Entries::iterator entry)
 
 CDeletionList::EOutcome CDeletionList::Remove(SEntry& entry)
 {
+    const Bex::CLogContext context(Bex::NameOf(entry.pFile->Name()));
     const bool bMove = !entry.strTarget.IsEmpty();
     try {
         const bool bWasStill = bMove ? entry.pFile->MoveIfStill(entry.strTarget) : entry.pFile->RemoveIfStill();

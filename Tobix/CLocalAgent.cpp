@@ -4,6 +4,7 @@
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
+#include "Bex/CLogContext.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -129,6 +130,7 @@ void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
         return;
     }
     const Bex::CActivity::CStep step("delivers %s", strName.Text());
+    const Bex::CLogContext context(strName);
     auto pFile = std::make_unique<CHeldMailFile>();
     if (ProcessQueueFile(strName, pFile))
         return;
@@ -147,6 +149,7 @@ bool CLocalAgent::HasToRest(const Bex::CSimpleString& strName) const
 /// mail of everybody else.
 void CLocalAgent::MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile)
 {
+    const Bex::CLogContext context(strName);
     Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
     const bool bOthersWait = m_deletions.HasKept();
     m_deletions.Add(std::move(pFile), Bex::PathBelow(m_directories.strError, strName));
@@ -172,6 +175,7 @@ void CLocalAgent::FlushGroup()
 {
     const Bex::CActivity::CStep step("makes copies durable");
     Bex::CActivity::MayTake(Bex::CActivity::WITHOUT_END); // as long as the disks do
+    const Bex::CLogContext noMail({});
     Platform::SError unpromised;
     const bool bFlushed = m_group.Finish(m_delivered, unpromised);
     if (unpromised.iLibError != Platform::LIB_NONE) {
@@ -239,6 +243,7 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     CMail mail;
     if (const SLoadResult loaded = mail.Load(strPath, *pFile, [this] { m_group.EndBeforeWaiting(); }); !loaded)
         return NotLoaded(strPath, loaded);
+    const Bex::CLogContext context({}, mail.MessageID(), mail.EnvelopeSender());
     if (mail.Recipients().IsEmpty()) {
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
         return EOutcome::Failed;

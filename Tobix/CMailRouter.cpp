@@ -2,6 +2,7 @@
 
 #include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
+#include "Bex/CLogContext.h"
 #include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
@@ -147,6 +148,7 @@ CMailRouter::EFilterResult CMailRouter::Filter(const CMail& mail, CCopyGroup& gr
 
 ERouted CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)
 {
+    const Bex::CLogContext context({}, {}, {}, strRecipient);
     CMail copy(mail, strRecipient);
     const Bex::CTime now = Bex::CTime::Now();
     const Bex::CSimpleString strFileName = m_names.RecipientCopy(now, Platform::CurrentThreadId());
@@ -188,6 +190,7 @@ ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed
         m_pOutgoing->Withdraw(strPath.View().substr(strPath.View().rfind('/') + 1));
         return MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
     }
+    const Bex::CLogContext sent(strName, {}, copy.EnvelopeSender(), strTarget);
     MailLog::SavedInOutgoing(copy);
     if (bScript)
         RunScript(m_directories.strOutgoing, strPath, group);

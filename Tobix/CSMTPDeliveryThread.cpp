@@ -2,6 +2,7 @@
 
 #include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
+#include "Bex/CLogContext.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -84,6 +85,7 @@ bool CSMTPDeliveryThread::IsDomainsTurn()
 void CSMTPDeliveryThread::DeliverGuarded()
 {
     const Bex::CActivity::CStep step("delivers %s", m_strFileName.Text());
+    const Bex::CLogContext context(m_strFileName);
     SAttempt attempt{EVerdict::Temporary};
     try {
         DeliverFile(attempt);
@@ -152,6 +154,9 @@ void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
     SLoadedMail loaded;
     SLoadResult load;
     const auto failure = FailureOf([&] { load = LoadForDelivery(loaded); });
+    const Bex::CSimpleString strMessageID = loaded.mail.MessageID(), strSender = loaded.mail.EnvelopeSender(),
+                             strRecipient = RecipientOf(loaded.mail); // the attempt may change them
+    const Bex::CLogContext context({}, strMessageID, strSender, strRecipient);
     SFileState state;
     bool bSettled = ReadFileState(state);
     if (bSettled) {

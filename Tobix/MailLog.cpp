@@ -1,5 +1,6 @@
 #include "Tobix/MailLog.h"
 
+#include "Bex/CLogContext.h"
 #include "Bex/Log.h"
 
 namespace MailLog {
@@ -37,9 +38,10 @@ void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser)
 
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason)
 {
+    const Bex::CSimpleString strRecipient = mail.FirstRecipient();
+    const Bex::CLogContext context({}, {}, {}, strRecipient);
     Bex::LogWarning(Bex::MainLog(), "mail <%s> from <%s> to <%s> has been filtered due to \"%s\"",
-                    mail.MessageID().Text(), mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
-                    strReason.Text());
+                    mail.MessageID().Text(), mail.EnvelopeSender().Text(), strRecipient.Text(), strReason.Text());
 }
 
 void RecipientNotValid(const CMail& mail)

@@ -1,9 +1,12 @@
 #include "Bex/CConsoleLog.h"
+#include "Bex/CJournalLog.h"
+#include "Bex/CLogContext.h"
 #include "Bex/CSysLog.h"
 #include "Platform/CNativeThread.h"
 #include "Platform/Errors.h"
 #include "support/CLogRecorder.h"
 #include "support/CTalkingChild.h"
+#include "support/CTemporaryDirectory.h"
 
 #include <atomic>
 #include <gmock/gmock.h>
@@ -94,6 +97,45 @@ TEST(SysLogTest, SendsOneBoundedDatagramPerLine)
     EXPECT_EQ(received("daemon", "127.0.0.1", 3, std::string(1023, 'x')), strLong.substr(0, 512));
     EXPECT_EQ(CSysLog(CSysLog::FACILITY_LOCAL2).Facility(), 144);
     close(iSocket);
+}
+
+TEST(JournalLogTest, CopiesEachLineWithItsMailAndNeverWaits)
+{
+    const CTemporaryDirectory directory;
+    const CNotifySocket journal(directory / "journal");
+    setenv("TOBIX_JOURNAL_SOCKET", (directory / "journal").c_str(), 1);
+    const CLogRecorder other;
+    CJournalLog log(MainLog().Get(), std::make_shared<Platform::CJournal>(), 2 * 8);
+    unsetenv("TOBIX_JOURNAL_SOCKET");
+    const auto Entry = [](int iLevel, const std::string& strText, const std::string& strRest = {}) {
+        return "MESSAGE=" + strText + "\nPRIORITY=" + std::to_string(iLevel) +
+               "\nSYSLOG_FACILITY=2\nSYSLOG_IDENTIFIER=tobix\nTID=" + std::to_string(Platform::CurrentThreadId()) +
+               '\n' + strRest;
+    };
+    const CLogContext queueFile("a.eml"), envelope({}, "id@x", "bob@x"), recipient({}, {}, {}, "ann@x");
+    {
+        const CLogContext sent("o\n1.eml", {}, "SRS0@y", "ann@x");
+        log.Write(6, "stored\n", 0);
+        const CLogContext another("b.eml");
+        log.Write(4, "other", 0);
+    }
+    log.Write(5, "end", 0);
+    const std::string strOuter = "TOBIX_TO=ann@x\nTOBIX_MAIL=<id@x>\nTOBIX_FROM=bob@x\nTOBIX_MAIL=a.eml\n";
+    const std::string strSent("TOBIX_MAIL\n\7\0\0\0\0\0\0\0o\n1.eml\nTOBIX_FROM=SRS0@y\n", 45);
+    EXPECT_EQ(journal.Next(), Entry(6, "stored", strSent + strOuter));
+    EXPECT_EQ(journal.Next(), Entry(4, "other", "TOBIX_MAIL=b.eml\n"));
+    EXPECT_EQ(journal.Next(), Entry(5, "end", strOuter));
+
+    const CLogContext noMail({});
+    unsigned nTaken = 0;
+    for (int n = 0; n < 2000; ++n) // more than any queue of datagrams holds
+        log.Write(6, "line", 0);
+    for (; !journal.IsSilent(); ++nTaken)
+        journal.Next();
+    log.Write(6, "back", 0);
+    EXPECT_EQ(journal.Next(), Entry(6, "back"));
+    EXPECT_EQ(journal.Next(), Entry(4, std::to_string(2000 - nTaken) + " lines did not reach the journal"));
+    EXPECT_TRUE(other.Contains("6 back"));
 }
 
 } // namespace
