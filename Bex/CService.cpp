@@ -1,6 +1,7 @@
 #include "Bex/CService.h"
 
 #include "Bex/CActivity.h"
+#include "Bex/CErrorLines.h"
 #include "Bex/CNullPointerException.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
@@ -161,7 +162,11 @@ void CService::ServiceMain(CDispatcher& dispatcher)
 {
     if (Report(Platform::EServiceState::StartPending)) {
         std::srand(static_cast<unsigned>(Platform::NowSeconds()));
-        if (OnStart()) {
+        auto pErrors = std::make_unique<CErrorLines>();
+        if (!OnStart()) {
+            TellFailedStart(pErrors->Text());
+        } else {
+            pErrors.reset();
             const int iResult = RunUntilStopped(dispatcher);
             if (iResult != 0) {
                 const std::lock_guard lock(m_statusMutex);
@@ -171,6 +176,16 @@ void CService::ServiceMain(CDispatcher& dispatcher)
         }
     }
     Report(Platform::EServiceState::Stopped, 0);
+}
+
+/// The exit code tells the manager of an ordinary end: the reason is in the last status, and on standard error.
+void CService::TellFailedStart(const std::string& strWhy)
+{
+    if (strWhy.empty())
+        return;
+    const std::lock_guard lock(m_statusMutex);
+    m_status.strFailure = "Start failed: " + strWhy;
+    std::fprintf(stderr, "%s\n", m_status.strFailure.c_str());
 }
 
 int CService::RunUntilStopped(CDispatcher& dispatcher)
@@ -192,7 +207,15 @@ bool CService::Report(Platform::EServiceState state, unsigned dwWaitHint)
     m_status.dwAcceptedControls = state == EServiceState::StartPending ? 0 : ACCEPTED_CONTROLS;
     m_status.dwCheckPoint = bSettled ? 0 : m_status.dwCheckPoint + 1;
     m_status.dwWaitHint = dwWaitHint;
+    m_strWork.clear();
     return Platform::ReportServiceStatus(m_status);
+}
+
+void CService::ReportWork(const std::string& strLine)
+{
+    const std::lock_guard lock(m_statusMutex);
+    if (m_status.state == Platform::EServiceState::Running && !m_status.bReloading && m_strWork != strLine)
+        m_strWork = Platform::ReportWork(strLine) ? strLine : "";
 }
 
 bool CService::ReportAgain(bool bReloading)

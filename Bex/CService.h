@@ -6,6 +6,7 @@
 #include "Platform/ServiceStatus.h"
 
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace Bex {
@@ -41,6 +42,8 @@ public:
     /// Reports to the service manager; does nothing, successfully, in console mode and for the state None.
     bool Report(Platform::EServiceState state, unsigned dwWaitHint = DEFAULT_WAIT_HINT);
     static constexpr unsigned DEFAULT_WAIT_HINT = 1000; ///< milliseconds
+    /// While it runs, and neither pauses nor restarts: what it is at, for the manager's user. Told when it has changed.
+    void ReportWork(const std::string& strLine);
 
 protected:
     virtual void Usage() {}
@@ -76,6 +79,7 @@ private:
     void HandleCustomControl(unsigned dwControl);
     void RefuseWaitingControls();
     bool ReportAgain(bool bReloading = false);
+    void TellFailedStart(const std::string& strWhy);
 
     bool m_bDebug = false;
     CEvent m_running;
@@ -87,6 +91,7 @@ private:
     unsigned m_dwDeferred = 0;         ///< the dispatcher's: the stop or shutdown that came during something else
     std::mutex m_statusMutex;          ///< around the status and its reports
     Platform::SServiceStatus m_status;
+    std::string m_strWork; ///< the line told last; empty: another status was since
     CSimpleString m_strShortName;
     CSimpleString m_strDisplayName;
 };

@@ -1,5 +1,6 @@
 #include "Bex/Log.h"
 
+#include "Bex/CErrorLines.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
@@ -13,6 +14,7 @@ namespace Bex {
 
 namespace {
 
+constexpr int LEVEL_ERROR = 3;
 constexpr size_t TEXT_SIZE = LONGEST_LOG_TEXT + 1; // with the terminating NUL
 
 /// The formatted text, cut, with "?" for every control character but a line end that belongs to the format.
@@ -37,6 +39,8 @@ void WriteText(CLogPointer& log, int iLevel, const char* pszFormat, va_list argu
         if (const auto pDestination = log.Get()) {
             char text[TEXT_SIZE];
             FormatText(text, pszFormat, arguments);
+            if (iLevel <= LEVEL_ERROR)
+                CErrorLines::Note(text);
             pDestination->Write(iLevel, text, 0);
         }
     } catch (...) { // whatever a destination raises
@@ -62,7 +66,7 @@ void LogError(CLogPointer& log, const char* pszFormat, ...)
 {
     va_list arguments;
     va_start(arguments, pszFormat);
-    WriteText(log, 3, pszFormat, arguments);
+    WriteText(log, LEVEL_ERROR, pszFormat, arguments);
     va_end(arguments);
 }
 

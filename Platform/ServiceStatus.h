@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 namespace Platform {
 
@@ -24,9 +26,15 @@ struct SServiceStatus
     unsigned dwCheckPoint = 0;
     unsigned dwWaitHint = 0; ///< milliseconds until the next report is due
     bool bReloading = false; ///< running, but reading the configuration again
+    std::string strFailure;  ///< why a start has failed, in one line
 };
 
 /// Tells the service manager. True also when none listens (NOTIFY_SOCKET is not set); false: LastError. Any thread.
 bool ReportServiceStatus(const SServiceStatus& status);
+bool ReportWork(std::string_view line); ///< what a running service is at; likewise
+bool ReportAlive();                     ///< likewise; at least once in WatchdogMillis
+
+bool HasServiceManager();  ///< whether one listens
+unsigned WatchdogMillis(); ///< after that time without ReportAlive it starts the service again; 0: it does not ask
 
 } // namespace Platform

@@ -107,6 +107,7 @@ void CLocalAgent::ListQueue()
             m_batch.Append(find.Name());
     }
     m_busy.swap(busy);
+    m_nWaiting = m_batch.Count();
 }
 
 /// A pause leaves the rest for another listing, which finds what became of it meanwhile.
@@ -116,6 +117,8 @@ void CLocalAgent::DeliverBatch()
     while (ShallRun() && !ServiceIsPaused() && m_batch.PopFirst(strName)) {
         if (!m_deletions.Contains(QueuePath(strName)))
             DeliverFile(strName);
+        if (!m_busy.contains(strName.Text()))
+            --m_nWaiting;
         m_group.EndIfDue();
     }
     if (!m_batch.IsEmpty())

@@ -10,6 +10,7 @@
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,6 +28,10 @@ public:
     ~CLocalAgent() override = default;
 
     CInterceptor& Interceptor() { return m_interceptor; }
+    size_t Waiting() const
+    {
+        return m_nWaiting;
+    } ///< queue files of the last look that are still to be done; any thread
 
 protected:
     void Body() override;
@@ -61,7 +66,8 @@ private:
     SMailDirectories m_directories;
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
-    bool m_bBusyFiles = false;                     ///< met since the last wait
+    std::atomic<size_t> m_nWaiting = 0;
+    bool m_bBusyFiles = false; ///< met since the last wait
     struct SBusy
     {
         bool bLogged = false;

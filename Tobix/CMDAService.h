@@ -4,10 +4,13 @@
 #include "Common/CCommonService.h"
 #include "Tobix/CLocalAgent.h"
 #include "Tobix/CRemoteDelivery.h"
+#include "Tobix/CStatusReporter.h"
 #include "Tobix/CWatchedDirectory.h"
 
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 
 /// The daemon: starts and stops the workers, and keeps the tables current in between.
 ///
@@ -36,6 +39,8 @@ private:
     void HandOverConfiguration() const;
     void CreatePidFile();
     bool EnterConfigurationDirectory();
+    bool StartReporter();
+    std::optional<std::string> DescribeWork();
     bool StartWorkers();
     void RequestStops();
     bool StartLocalAgent();
@@ -54,4 +59,5 @@ private:
     std::mutex m_workersAndTables;
     std::unique_ptr<CLocalAgent> m_pLocalAgent;
     CRemoteDelivery m_remoteDelivery;
+    std::unique_ptr<CStatusReporter> m_pReporter; ///< only where a service manager listens
 };

@@ -66,9 +66,19 @@ void COutgoingFiles::FinishDelivery(std::string_view name)
 void COutgoingFiles::SetAside(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
-    if (const auto found = m_index.find(name); found != m_index.end() && found->second->list == IN_PROGRESS)
+    if (const auto found = m_index.find(name); found != m_index.end() && found->second->list == IN_PROGRESS) {
         LeaveForGood(*found->second);
+        ++m_nSetAside;
+    }
     TellWork();
+}
+
+COutgoingFiles::SCounts COutgoingFiles::Counts() const
+{
+    const Bex::CScopedLock lock(m_lock);
+    return {.nAll = m_index.size(),
+            .nSending = m_lists[IN_PROGRESS].size() - m_nSetAside,
+            .nWaiting = m_lists[RETRY_WAIT].size()};
 }
 
 void COutgoingFiles::ReleaseRetries()

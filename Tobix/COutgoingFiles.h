@@ -35,6 +35,13 @@ public:
     void SetAside(std::string_view name);       ///< stays in progress, but no thread is at its domain any more
     void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
+    struct SCounts
+    {
+        size_t nAll;
+        size_t nSending; ///< in the hands of a thread
+        size_t nWaiting; ///< for the next release of retries
+    };
+    SCounts Counts() const;
     int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
 
     /// Tells the domain of a name that will be found, so that nobody has to open the file for it. Without a limit
@@ -90,6 +97,7 @@ private:
 
     const unsigned m_nPerDomain;
     uint64_t m_nTurns = 0;
+    size_t m_nSetAside = 0;
     size_t m_nPendingHeldBack = 0;
     std::unordered_map<std::string, std::string> m_announced; ///< domains by name
     std::unordered_map<std::string, SDomain> m_domains;

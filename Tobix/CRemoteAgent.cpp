@@ -67,7 +67,9 @@ unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
 void CRemoteAgent::ReleaseRetriesWhenDue(int64_t iNow)
 {
     const int64_t iElapsed = iNow - m_iLastRelease.value_or(INT64_MIN / 2);
-    if (iElapsed <= m_iRetryMin || (m_pFiles->HasPending() && iElapsed <= m_iRetryMax))
+    const int64_t iWait = m_pFiles->HasPending() ? std::max(m_iRetryMin, m_iRetryMax) : m_iRetryMin;
+    m_iNextRelease = (iElapsed <= iWait ? *m_iLastRelease : iNow) + iWait + 1;
+    if (iElapsed <= iWait)
         return;
     m_iLastRelease = iNow;
     m_pFiles->ReleaseRetries();

@@ -4,6 +4,7 @@
 #include "Tobix/COutgoingFiles.h"
 #include "Tobix/CWatchedDirectory.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -21,6 +22,8 @@ public:
 
     const std::shared_ptr<COutgoingFiles>& Files() const { return m_pFiles; } ///< what the delivery threads take from
 
+    int64_t NextRelease() const { return m_iNextRelease; } ///< of retries, in ScanOutgoing's time; any thread
+
     /// One pass at that time (seconds of a clock that never goes back): the count of new names. For the agent's own
     /// thread, and for tests.
     unsigned ScanOutgoing(int64_t iNow);
@@ -37,6 +40,7 @@ private:
 
     CWatchedDirectory m_directory;
     std::shared_ptr<COutgoingFiles> m_pFiles;
+    std::atomic<int64_t> m_iNextRelease = 0;
     std::optional<int64_t> m_iLastRelease; ///< as ScanOutgoing's; none before the first pass
     uint64_t m_nListingMicros = 0;         ///< of the last scan; 0 when it listed nothing
     int64_t m_iRetryMin;                   ///< seconds

@@ -3,6 +3,7 @@
 #include "Bex/CException.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
+#include "Platform/Clock.h"
 #include "Tobix/ThreadControl.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr char THREADS[] = "remote delivery threads";
+constexpr uint64_t MILLIS_PER_SECOND = 1000;
 
 Bex::CSimpleString ThreadName(size_t nIndex)
 {
@@ -94,6 +96,25 @@ bool CRemoteDelivery::StartThread(const SDeliverySettings& settings)
         return false;
     m_threads.push_back(std::move(pThread));
     return true;
+}
+
+std::string CRemoteDelivery::Describe() const
+{
+    if (!m_pAgent)
+        return {};
+    const COutgoingFiles::SCounts counts = m_pFiles->Counts();
+    std::string strText = "outgoing " + std::to_string(counts.nAll);
+    if (counts.nSending > 0)
+        strText += ": " + std::to_string(counts.nSending) + " sending";
+    if (counts.nWaiting > 0) {
+        const int64_t iSeconds =
+            m_pAgent->NextRelease() - static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND);
+        const Platform::SLocalTime until = Platform::ToLocalTime(Platform::NowSeconds() + iSeconds);
+        const auto strUntil =
+            Bex::CSimpleString::Formatted("%zu waiting until %02d:%02d", counts.nWaiting, until.iHour, until.iMinute);
+        strText.append(counts.nSending > 0 ? ", " : ": ").append(strUntil.View());
+    }
+    return strText;
 }
 
 void CRemoteDelivery::RequestStops()

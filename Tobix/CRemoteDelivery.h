@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 /// The remote agent and its delivery threads, as the service starts and stops them. Every step is logged.
@@ -24,6 +25,7 @@ public:
     bool StartAgent();
     bool StartThreads(); ///< after the agent
     bool HasAgent() const { return m_pAgent != nullptr; }
+    std::string Describe() const; ///< "outgoing 340: 3 sending, 310 waiting until 14:05"; empty without an agent
     void RequestStops();
     /// Report is called while a thread takes its time to end.
     bool StopThreads(const std::function<void()>& Report);

@@ -1,6 +1,7 @@
 #include "Tobix/CSetUp.h"
 
 #include "Bex/CActivity.h"
+#include "Bex/CErrorLines.h"
 #include "Bex/CFileException.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
@@ -28,6 +29,13 @@ bool LoadTable(TTable& table, const Bex::CSimpleString& strPath)
 bool IsDirectory(const Bex::CSimpleString& strPath)
 {
     return Platform::KindOf(strPath.Text()) == Platform::EPathKind::Directory;
+}
+
+/// For who asks why the start has failed: the log's line has no room for it.
+void NoteFile(const Bex::CSimpleString& strPath, Platform::SError error)
+{
+    Bex::CErrorLines::Note(Bex::CSimpleString::Formatted("%s (SysError=%d, LibError=%d)", strPath.Text(),
+                                                         static_cast<int>(error.dwSysError), error.iLibError));
 }
 
 /// One that is misspelled has no effect, which is hard to see otherwise.
@@ -75,10 +83,12 @@ bool CSetUp::LoadConfiguration() const
     Bex::LogInfo(Bex::MainLog(), "loading configuration file %s...", m_strFileName.Text());
     const Bex::CSimpleString strPath = InDirectory(Platform::NativePath(m_strFileName));
     const bool bLoaded = LoadTable(Config(), strPath);
-    if (!bLoaded)
+    if (!bLoaded) {
         Bex::LogError(Bex::MainLog(), "could not load configuration");
-    else if (m_bConsole) // other programs keep keys of their own in the file, as a service's log need not tell
+        NoteFile(strPath, Platform::LastError());
+    } else if (m_bConsole) { // other programs keep keys of their own in the file, as a service's log need not tell
         TellUnknownKeys(strPath);
+    }
     return bLoaded;
 }
 

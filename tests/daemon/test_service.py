@@ -12,7 +12,9 @@ from world import DEADLINE, World, mail, wait_for
 def reports_up_to(text, reports):
     seen = []
     while not seen or seen[-1] != text:
-        seen.append(reports.recv(4096).decode().split("\nMONOTONIC")[0])
+        report = reports.recv(4096).decode().split("\nMONOTONIC")[0]
+        if not report.startswith("STATUS=queue "):
+            seen.append(report)
     return seen
 
 

@@ -2,14 +2,12 @@
 
 #include "Platform/Process.h"
 #include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
+#include "Platform/linux/net/LocalAddress.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstring>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 namespace Platform {
 
@@ -41,9 +39,9 @@ std::string Variable(const char* pszName)
 
 } // namespace
 
-/// The library's own function would wait while the journal is busy.
 CJournal::CJournal()
-    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")), m_iDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")),
+      m_iDescriptor(GuardedCall({EFault::LocalSocket}, [] { return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }))
 {
     if (m_strSocket.empty())
         m_strSocket = SYSTEM_SOCKET;
@@ -51,18 +49,21 @@ CJournal::CJournal()
 
 CJournal::~CJournal() { CDescriptor(m_iDescriptor).Close(); }
 
+/// The library's own function would wait while the journal is busy.
 bool CJournal::Send(std::span<const SField> fields) const
 {
     std::string strEntry;
     strEntry.reserve(USUAL_ENTRY);
     for (const SField& field : fields)
         AppendField(strEntry, field);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    m_strSocket.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    return sendto(m_iDescriptor, strEntry.data(), strEntry.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*>(&address), sizeof address) >= 0 ||
-           FailWithErrno();
+    SLocalAddress address;
+    if (!address.Set(m_strSocket.c_str()))
+        return false;
+    const auto send = [&] {
+        return sendto(m_iDescriptor, strEntry.data(), strEntry.size(), MSG_DONTWAIT | MSG_NOSIGNAL, address.Get(),
+                      sizeof address.name);
+    };
+    return GuardedCall({EFault::LocalSocket}, send) >= 0 || FailWithErrno();
 }
 
 /// The variables are handed on to whatever a service starts: each says which process, or which stream, it means.

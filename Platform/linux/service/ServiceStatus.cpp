@@ -1,7 +1,10 @@
 #include "Platform/ServiceStatus.h"
 
 #include "Platform/Errors.h"
+#include "Platform/Process.h"
 
+#include <algorithm>
+#include <climits>
 #include <ctime>
 #include <string>
 #include <systemd/sd-daemon.h>
@@ -48,6 +51,8 @@ std::string Notification(const SServiceStatus& status)
     case EServiceState::Stopped:
         break;
     }
+    if (!status.strFailure.empty())
+        return "STOPPING=1\nSTATUS=" + status.strFailure;
     std::string strText = "STOPPING=1\nSTATUS=Stopped";
     if (status.dwExitCode != 0)
         strText +=
@@ -55,14 +60,34 @@ std::string Notification(const SServiceStatus& status)
     return strText;
 }
 
-} // namespace
-
-bool ReportServiceStatus(const SServiceStatus& status)
+bool Notify(const std::string& strNotification)
 {
-    const int iResult = sd_notify(0, Notification(status).c_str());
+    const int iResult = sd_notify(0, strNotification.c_str());
     if (iResult < 0)
         SetLastError(ErrorFromErrno(-iResult));
     return iResult >= 0;
+}
+
+} // namespace
+
+bool ReportServiceStatus(const SServiceStatus& status) { return Notify(Notification(status)); }
+
+bool ReportWork(std::string_view line) { return Notify("STATUS=" + std::string(line)); }
+
+bool ReportAlive() { return Notify("WATCHDOG=1"); }
+
+bool HasServiceManager()
+{
+    bool bPresent = false;
+    return !EnvironmentVariable("NOTIFY_SOCKET", bPresent).empty();
+}
+
+unsigned WatchdogMillis()
+{
+    uint64_t ui64Micros = 0;
+    if (sd_watchdog_enabled(0, &ui64Micros) <= 0)
+        return 0;
+    return static_cast<unsigned>(std::clamp<uint64_t>(ui64Micros / MICROSECONDS_PER_MILLISECOND, 1, INT_MAX));
 }
 
 } // namespace Platform
