@@ -187,10 +187,10 @@ ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed
     const SSaveResult saved =
         group.SaveNew(copy, EWriteMode::Envelope, m_directories.strOutgoing, NamingBefore(bScript), NextName, strPath);
     if (!saved) {
-        m_pOutgoing->Withdraw(strPath.View().substr(strPath.View().rfind('/') + 1));
+        m_pOutgoing->Withdraw(Bex::NameOf(strPath));
         return MailLog::NotSaved(copy, strPath, saved.error, OUTGOING_NOT_WRITTEN_LINE);
     }
-    const Bex::CLogContext sent(strName, {}, copy.EnvelopeSender(), strTarget);
+    const Bex::CLogContext sent(Bex::NameOf(strPath), {}, copy.EnvelopeSender(), strTarget);
     MailLog::SavedInOutgoing(copy);
     if (bScript)
         RunScript(m_directories.strOutgoing, strPath, group);

@@ -1,5 +1,6 @@
 """What the service manager and the installing administrator see of the daemon."""
 import os
+import select
 import signal
 import socket
 import subprocess
@@ -64,6 +65,56 @@ class Service(unittest.TestCase):
                 world.process.send_signal(signal.SIGUSR2)
                 wait_for("all", lambda: done() == 2 * count and not world.waiting())
                 self.assertEqual(world.stop(), 0)
+
+    def test_the_service_manager_and_its_journal_are_told_what_happens(self):
+        journal = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        with journal, World(AutoTransport=1) as world:
+            journal.bind(str(world.root / "journal"))
+            journal.settimeout(DEADLINE)
+            (world.etc / "smarthosts").write_text("*: 127.0.0.1:1\n")
+            (world.root / "log").touch()
+            stderr = os.stat(world.root / "log")
+            environment = {"MAILCONFIGDIR": str(world.etc), "TOBIX_JOURNAL_SOCKET": str(world.root / "journal"),
+                           "JOURNAL_STREAM": f"{stderr.st_dev}:{stderr.st_ino}"}
+
+            def entry_with(text):
+                while True:
+                    entry = journal.recv(8192).decode().splitlines()
+                    if text in entry[0]:
+                        return entry[1:]
+
+            def forget():  # the socket holds few, and what it cannot hold is lost
+                while select.select([journal], [], [], 0.3)[0]:
+                    journal.recv(8192)
+
+            def report_with(text, reports):
+                while True:
+                    report = reports.recv(4096).decode()
+                    if text in report:
+                        return report
+            with world.start_service(TOBIX_CONNECTIVITY="4", WATCHDOG_USEC="300000", **environment) as reports:
+                self.assertEqual(report_with("queue", reports), "STATUS=queue 0, outgoing 0")
+                self.assertEqual(report_with("WATCHDOG", reports), "WATCHDOG=1")
+                forget()
+                world.drop("a.eml", mail("eve@far.example"))
+                saved = entry_with("saved in outgoing")
+                name = [field for field in saved if field.endswith(".eml")][0]
+                envelope = ["TOBIX_MAIL=<Hello@far.example>", "TOBIX_FROM=bob@far.example", "TOBIX_TO=eve@far.example"]
+                self.assertEqual(saved[:3], ["PRIORITY=6", "SYSLOG_FACILITY=2", "SYSLOG_IDENTIFIER=tobix"])
+                self.assertEqual(sorted(saved[4:]), sorted(envelope + ["TOBIX_MAIL=a.eml", name]))
+                self.assertEqual(sorted(entry_with("temporarily failed")[4:]), sorted(envelope + [name]))
+                self.assertRegex(report_with("1 waiting", reports), "^STATUS=queue 0, outgoing 1: 1 waiting until ..:..$")
+                self.assertEqual(world.stop(), 0)
+                self.assertNotIn("far.example", world.log())  # not twice
+            forget()
+            os.remove(world.root / "notify")
+            world.queue.rmdir()
+            with world.start_service(**environment) as reports:
+                why = f"Start failed: invalid QueueDir, \"{world.queue}\" is missing or no directory"
+                self.assertEqual(report_with("failed", reports), f"STOPPING=1\nSTATUS={why}")
+                self.assertEqual(world.process.wait(DEADLINE), 0)
+                self.assertEqual(entry_with("invalid QueueDir")[0], "PRIORITY=3")
+                self.assertTrue(world.log().endswith(why + "\n"))
 
     def test_a_second_installation_may_write_where_its_own_configuration_says(self):
         with World() as world:
