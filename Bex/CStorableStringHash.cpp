@@ -84,9 +84,15 @@ void CStorableStringHash::LoadLine(const CSimpleString& strLine, CTableReader& r
     if (parts.key) {
         CSimpleString strKey(*parts.key);
         CSimpleString strValue(parts.value);
-        if (content.Contains(strKey) || !OnLoadEntry(strKey, strValue))
+        if (content.Contains(strKey)) {
+            OnPassedOver(EPassedOver::SecondKey, strKey);
+            return;
+        }
+        if (!OnLoadEntry(strKey, strValue))
             return;
         content.Set(strKey, std::move(strValue));
+    } else if (line.size() > parts.comment.size()) {
+        OnPassedOver(EPassedOver::NoPair, line);
     }
     reader.Keep(CSimpleString(line));
 }

@@ -29,6 +29,9 @@ public:
 
 protected:
     virtual bool OnLoadEntry(CSimpleString& strKey, CSimpleString& strValue); ///< true accepts the pair; may change it
+    /// Of a line that has no effect: the key that an earlier line had, or the text that holds no pair.
+    enum class EPassedOver { SecondKey, NoPair };
+    virtual void OnPassedOver(EPassedOver, std::string_view) {}
 
 private:
     /// What a line holds; the parts are views of it.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <string_view>
 
 namespace Bex {
@@ -28,16 +29,22 @@ constexpr SFacility FACILITIES[] = {
 };
 constexpr int FACILITY_MAIL = 2 * 8;
 
+const SFacility* Find(std::string_view name)
+{
+    const auto* const pFacility = std::ranges::find_if(
+        FACILITIES, [name](const SFacility& facility) { return EqualNoCase(facility.name, name); });
+    return pFacility != std::end(FACILITIES) ? pFacility : nullptr;
+}
+
 int FacilityOf(std::string_view name)
 {
-    for (const SFacility& facility : FACILITIES) {
-        if (EqualNoCase(facility.name, name))
-            return facility.iCode * 8;
-    }
-    return FACILITY_MAIL;
+    const SFacility* const pFacility = Find(name);
+    return pFacility != nullptr ? pFacility->iCode * 8 : FACILITY_MAIL;
 }
 
 } // namespace
+
+bool CSysLog::IsFacility(std::string_view name) { return Find(name) != nullptr; }
 
 CSysLog::CSysLog(const CSimpleString& strFacility, const CSimpleString& strHost, uint16_t wPort)
     : m_iFacility(FacilityOf(strFacility)), m_strHost(strHost.IsEmpty() ? CSimpleString(LOCAL_HOST) : strHost),

@@ -5,6 +5,7 @@
 #include "Platform/CDatagramSocket.h"
 
 #include <cstdint>
+#include <string_view>
 
 namespace Bex {
 
@@ -13,6 +14,7 @@ namespace Bex {
 class CSysLog : public ILogDestination
 {
 public:
+    static bool IsFacility(std::string_view name); ///< whatever its case
     /// An unknown facility name means "mail"; an empty host "127.0.0.1".
     CSysLog(const CSimpleString& strFacility, const CSimpleString& strHost, uint16_t wPort);
     explicit CSysLog(int iFacilityTimes8); ///< to "127.0.0.1", port 514

@@ -35,22 +35,29 @@ bool CAliases::OnLoadBegin()
 bool CAliases::OnLoadEntry(Bex::CSimpleString& strKey, Bex::CSimpleString& strValue)
 {
     strKey.ToLower();
-    const bool bGood = IsGood(strKey, strValue);
-    ++(bGood ? m_iGood : m_iFaulty);
-    return bGood;
+    const Bex::CSimpleString strWritten = strValue;
+    const EAliasFault fault = FaultOf(strKey, strValue);
+    ++(fault == EAliasFault::None ? m_iGood : m_iFaulty);
+    if (fault != EAliasFault::None)
+        OnFaulty(fault, strKey, strWritten);
+    return fault == EAliasFault::None;
 }
 
-bool CAliases::IsGood(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const
+EAliasFault CAliases::FaultOf(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const
 {
     const bool bAddress = strKey.Contains('@');
-    if (bAddress && (strKey.At(0) == '@' || !IsLocalAddress(strKey)))
-        return false;
+    if (bAddress && strKey.At(0) == '@')
+        return EAliasFault::NoLocalPart;
+    if (bAddress && !IsLocalAddress(strKey))
+        return EAliasFault::NotLocal;
     if (strKey.EqualsNoCase(strValue))
-        return false;
+        return EAliasFault::Itself;
     if (strValue.Contains('@'))
-        return true;
+        return EAliasFault::None;
     Loading().Lookup(strValue, strValue); // one step, to what an earlier line said
-    return Users().IsUser(strValue) && !strKey.EqualsNoCase(strValue);
+    if (strKey.EqualsNoCase(strValue))
+        return EAliasFault::Itself;
+    return Users().IsUser(strValue) ? EAliasFault::None : EAliasFault::NoUser;
 }
 
 bool CAliases::LookupAlias(std::string_view address, Bex::CSimpleString& strTarget)
@@ -64,12 +71,14 @@ bool CAliases::LookupAlias(std::string_view address, Bex::CSimpleString& strTarg
     return true;
 }
 
-Bex::CSimpleString CAliases::ResolveRecipient(std::string_view address)
+CAliases::SStep CAliases::Step(std::string_view address)
 {
     const Bex::CScopedLock lock(LockObject());
     const CAliasIndex& index = Index();
     const CAliasIndex::STarget target = index.Resolve(address);
-    return target.entry != CAliasIndex::NONE ? index.Entry(target.entry).value : target.strUser;
+    if (target.entry == CAliasIndex::NONE)
+        return {{}, target.strUser};
+    return {index.Entry(target.entry).key, index.Entry(target.entry).value};
 }
 
 void CAliases::PreresolveAliases()
@@ -82,8 +91,10 @@ void CAliases::PreresolveAliases()
         if (index.IsHidden(entry))
             removed.push_back(index.Entry(entry).key);
     }
-    for (const Bex::CSimpleString& strKey : removed) // the index refers to what goes here
+    for (const Bex::CSimpleString& strKey : removed) { // the index refers to what goes here
+        OnRemoved(strKey);
         Remove(strKey);
+    }
     SetModified();
     Index();
 }

@@ -7,6 +7,15 @@
 
 class CAliasIndex;
 
+/// Why a line of the table is dropped.
+enum class EAliasFault {
+    None,
+    NotLocal,    ///< an address at a domain that is not local
+    NoLocalPart, ///< nothing before the "@"
+    Itself,      ///< it leads to itself
+    NoUser       ///< a target without "@" that is no user, and leads to none by an earlier line
+};
+
 /// The alias table: addresses of the local domains, to other addresses or to users.
 ///
 /// Lookups come from any thread; loading and pre-resolving belong to the main thread. Local domains and users must
@@ -22,7 +31,14 @@ public:
 
     bool LookupAlias(std::string_view address, Bex::CSimpleString& strTarget);
     /// An alias target, a user name, or empty when the address leads nowhere.
-    Bex::CSimpleString ResolveRecipient(std::string_view address);
+    Bex::CSimpleString ResolveRecipient(std::string_view address) { return Step(address).strTarget; }
+    /// The same, with the key of the entry that took the address; empty: none did.
+    struct SStep
+    {
+        Bex::CSimpleString strKey;
+        Bex::CSimpleString strTarget;
+    };
+    SStep Step(std::string_view address);
     /// Rewrites targets at local domains until they are users or addresses elsewhere; drops what leads nowhere.
     void PreresolveAliases();
     void TakeOver(CAliases& fresh); ///< its content, which nobody else uses; and its file
@@ -33,9 +49,13 @@ public:
 protected:
     bool OnLoadEntry(Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) override;
     bool OnLoadBegin() override;
+    /// For who wants to tell: a line that Load drops, with the value that it had; an entry that leads nowhere, which
+    /// PreresolveAliases removes.
+    virtual void OnFaulty(EAliasFault, const Bex::CSimpleString&, const Bex::CSimpleString&) {}
+    virtual void OnRemoved(const Bex::CSimpleString&) {}
 
 private:
-    bool IsGood(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const;
+    EAliasFault FaultOf(const Bex::CSimpleString& strKey, Bex::CSimpleString& strValue) const;
     CAliasIndex& Index(); ///< hold the lock as long as it is used
 
     std::unique_ptr<CAliasIndex> m_pIndex; ///< guarded by the lock; null: the entries have changed

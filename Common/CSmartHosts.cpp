@@ -23,26 +23,30 @@ bool MatchesKey(std::string_view key, std::string_view senderDomain, std::string
 
 } // namespace
 
+CSmartHosts::SMatch CSmartHosts::Match(const Bex::CSimpleString& strSenderDomain,
+                                       const Bex::CSimpleString& strRecipientDomain) const
+{
+    ptrdiff_t nMostDots = -1;
+    SMatch match;
+    Bex::CScopedLock lock(LockObject());
+    for (CIterator it(*this); it; ++it) {
+        const std::string_view key = it->key;
+        const ptrdiff_t nDots = std::count(key.begin(), key.end(), '.');
+        if (nDots > nMostDots && MatchesKey(key, strSenderDomain, strRecipientDomain)) {
+            nMostDots = nDots;
+            match = {it->key, it->value};
+        }
+    }
+    return match;
+}
+
 void CSmartHosts::FindSmartHosts(const Bex::CSimpleString& strSenderDomain,
                                  const Bex::CSimpleString& strRecipientDomain, const Platform::CWaitLimit& limit,
                                  CTargetList& targets) const
 {
-    ptrdiff_t nMostDots = -1;
-    Bex::CSimpleString strHosts;
-    {
-        Bex::CScopedLock lock(LockObject()); // not held while names are looked up
-        for (CIterator it(*this); it; ++it) {
-            const std::string_view key = it->key;
-            const ptrdiff_t nDots = std::count(key.begin(), key.end(), '.');
-            if (nDots > nMostDots && MatchesKey(key, strSenderDomain, strRecipientDomain)) {
-                nMostDots = nDots;
-                strHosts = it->value;
-            }
-        }
-    }
     targets.RemoveAll();
     Bex::CList<Bex::CSimpleString> entries(false);
-    Bex::Tokenize(strHosts, ",", entries, false);
+    Bex::Tokenize(Match(strSenderDomain, strRecipientDomain).strHosts, ",", entries, false);
     for (const Bex::CSimpleString& strEntry : entries) {
         const SSmartHostEntry entry = ParseSmartHostEntry(strEntry);
         ResolveHostTargets(targets, entry.strHost, entry.wPort, entry.strUser, entry.strPassword, entry.mode, limit);

@@ -11,6 +11,13 @@ public:
     CSmartHosts() : CConfigFile(Bex::MOST_TABLE_BYTES) {}
     ~CSmartHosts() override = default;
 
+    /// The most specific entry that matches.
+    struct SMatch
+    {
+        Bex::CSimpleString strKey; ///< empty: none does
+        Bex::CSimpleString strHosts;
+    };
+    SMatch Match(const Bex::CSimpleString& strSenderDomain, const Bex::CSimpleString& strRecipientDomain) const;
     /// The targets of the most specific key that matches; none when no key does or no host of it resolves. May ask
     /// the resolver.
     void FindSmartHosts(const Bex::CSimpleString& strSenderDomain, const Bex::CSimpleString& strRecipientDomain,

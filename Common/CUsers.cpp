@@ -9,6 +9,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -152,6 +153,18 @@ std::unique_ptr<CUserEntry> CUsers::ReadAccount(const char* pszDirectoryName, in
     pEntry->iMaxSize = account.GetInt(AccountKeys::MAX_SIZE);
     pEntry->strDirectory = pszDirectoryName;
     return pEntry;
+}
+
+std::vector<Bex::CSimpleString> CUsers::Names() const
+{
+    std::vector<Bex::CSimpleString> names;
+    {
+        const Bex::CScopedLock lock(LockObject());
+        for (CIterator node(*this); node; ++node)
+            names.push_back(node->key);
+    }
+    std::ranges::sort(names, {}, [](const Bex::CSimpleString& strName) { return strName.View(); });
+    return names;
 }
 
 Bex::CSimpleString CUsers::SpoolRoot() const

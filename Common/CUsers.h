@@ -45,7 +45,8 @@ public:
     bool IsUser(std::string_view name) const { return Contains(name); }
     CUserChangeMonitor& ChangeMonitor() { return m_monitor; }
     uint32_t UserCount() const { return m_nUsers; }
-    Bex::CSimpleString SpoolRoot() const; ///< where the mailboxes are; a copy
+    std::vector<Bex::CSimpleString> Names() const; ///< sorted
+    Bex::CSimpleString SpoolRoot() const;          ///< where the mailboxes are; a copy
     /// The mailbox directory of a user; for another name where it would be. Empty for a name that can have none,
     /// such as one with "/", which would lead out of the spool root.
     Bex::CSimpleString UserDirectory(std::string_view name) const;

@@ -115,6 +115,8 @@ inline constexpr Bex::CFlagKey BOUNCE_ATTACHMENT(TABLE, "Bounce.Attachment");
 inline constexpr Bex::CFlagKey BOUNCE_BULK(TABLE, "Bounce.Bulk");
 inline constexpr Bex::CNumberKey QUOTA(TABLE, "Quota");
 
+inline constexpr Bex::CPathKey REQUIRED_DIRECTORIES[] = {QUEUE_DIR, SPOOL_DIR, ERROR_DIR, OUTGOING_DIR};
+
 } // namespace Keys
 
 /// The file "config" in a user's mailbox directory.

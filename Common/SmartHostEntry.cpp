@@ -16,6 +16,7 @@ void ParseCredentials(std::string_view text, SSmartHostEntry& entry)
 
 void ParsePort(std::string_view text, SSmartHostEntry& entry)
 {
+    entry.strPort = text;
     entry.wPort = static_cast<uint16_t>(strtol(std::string(text).c_str(), nullptr, 10));
     switch (text.empty() ? '\0' : text.back()) {
     case 's':

@@ -12,6 +12,7 @@ struct SSmartHostEntry
     Bex::CSimpleString strUser;
     Bex::CSimpleString strPassword;
     ETLSMode mode = ETLSMode::Opportunistic; ///< as written, whether or not there are credentials
+    Bex::CSimpleString strPort;              ///< the port as written, with what follows it
 };
 
 /// Takes any text: what is malformed is read as far as it goes. Any thread.

@@ -1,6 +1,5 @@
 #include "Control/LoadConfiguration.h"
 
-#include "Bex/CFileException.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Control/CControlError.h"
@@ -23,32 +22,27 @@ std::string DirectoryFor(const std::string& strFile)
     return Platform::AbsolutePath(strFile.substr(0, nSlash == 0 ? 1 : nSlash));
 }
 
-Platform::SError LoadError(const Bex::CSimpleString& strPath)
-{
-    try {
-        Platform::SetLastError({});
-        return Config().Load(strPath) ? Platform::SError() : Platform::LastError();
-    } catch (const Bex::CFileException& exception) {
-        return exception.Error();
-    }
-}
-
 } // namespace
 
 Bex::CSimpleString FindConfiguration(const SOptions& options)
 {
     const std::string& strFile = options.strConfiguration;
     const std::string strDirectory = DirectoryFor(strFile);
+    const bool bPath = strFile.find('/') != std::string::npos;
+    const Bex::CSimpleString strPath =
+        bPath ? Bex::CSimpleString(Platform::AbsolutePath(strFile))
+              : Bex::JoinPath(strDirectory, strFile.empty() ? CONFIGURATION_FILE : strFile);
     Platform::SetEnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, strDirectory.c_str());
-    if (strFile.find('/') != std::string::npos)
-        return Bex::CSimpleString(Platform::AbsolutePath(strFile));
-    return Bex::JoinPath(strDirectory, strFile.empty() ? CONFIGURATION_FILE : strFile);
+    if (!Platform::SetWorkingDirectory(strDirectory.c_str()))
+        throw CControlError(EExit::Wrong, "cannot enter the configuration's directory " + strDirectory + ": " +
+                                              ErrorText(Platform::LastError()));
+    return strPath;
 }
 
 void LoadConfiguration(const SOptions& options)
 {
     const Bex::CSimpleString strPath = FindConfiguration(options);
-    const Platform::SError error = LoadError(strPath);
+    const Platform::SError error = LoadError(Config(), strPath);
     if (error.dwSysError != 0)
         throw CControlError(EExit::Wrong,
                             std::string("cannot read the configuration ") + strPath.Text() + ": " + ErrorText(error));

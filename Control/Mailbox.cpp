@@ -8,8 +8,6 @@
 #include "Control/LoadConfiguration.h"
 #include "Control/SMailboxCount.h"
 
-#include <algorithm>
-
 namespace {
 
 void LoadMailboxes(const SOptions& options)
@@ -21,16 +19,6 @@ void LoadMailboxes(const SOptions& options)
                                               ErrorText(Platform::LastError()));
 }
 
-std::vector<Bex::CSimpleString> SortedNames()
-{
-    std::vector<Bex::CSimpleString> names;
-    const Bex::CScopedLock lock(Users().LockObject());
-    for (CUsers::CIterator node(Users()); node; ++node)
-        names.push_back(node->key);
-    std::ranges::sort(names, {}, [](const Bex::CSimpleString& strName) { return strName.View(); });
-    return names;
-}
-
 } // namespace
 
 int ListMailboxes(const SOptions& options)
@@ -40,7 +28,7 @@ int ListMailboxes(const SOptions& options)
     STable table{{{"USER"}, {"MAILS", true}, {"SIZE", true}, {"LAST CHANGE"}, {"DIRECTORY"}}, {}};
     auto list = nlohmann::ordered_json::array();
     EExit exit = EExit::Done;
-    for (const Bex::CSimpleString& strName : SortedNames()) {
+    for (const Bex::CSimpleString& strName : Users().Names()) {
         const Bex::CSimpleString strDirectory = Users().UserDirectory(strName);
         try {
             const SMailboxCount count = SMailboxCount::Of(strDirectory);

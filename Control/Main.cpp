@@ -4,6 +4,7 @@
 #include "Common/CCommonService.h"
 #include "Control/CControlError.h"
 #include "Control/CTerminal.h"
+#include "Control/Check.h"
 #include "Control/Mailbox.h"
 
 #include <CLI/CLI.hpp>
@@ -16,6 +17,7 @@ constexpr char PROGRAM_FOOTER[] =
     "Exit codes: 0 done, 1 something is wrong or not found, 2 wrong usage, 3 refused (in delivery, not confirmed),\n"
     "            4 no daemon answers\n\n"
     "Examples:\n"
+    "  tobixctl check                                is something wrong?\n"
     "  tobixctl mailbox list                         whose mailboxes there are\n"
     "  tobixctl mailbox list --help                  what a command takes, with examples";
 
@@ -68,6 +70,16 @@ void DeclareMailbox(CLI::App& program, SCommandLine& line)
                line, [&line] { return ListMailboxes(line.options); });
 }
 
+void DeclareCheck(CLI::App& program, SCommandLine& line)
+{
+    CLI::App& check = AddCommand(program, "check", "Tells what is wrong with the configuration and the tables",
+                                 "  tobixctl check                       what the daemon reads now\n"
+                                 "  tobixctl check -c ./new/tobix.cfg    before it goes into service\n"
+                                 "  tobixctl check --user mail           as another user than the service's",
+                                 line, [&line] { return Check(line.options, line.strUser); });
+    check.add_option("--user", line.strUser, "look as this user does, instead of tobix; takes root")->type_name("USER");
+}
+
 /// Help and version are no errors. What the command line said may hold anything.
 int TellUsage(const CLI::App& program, const CLI::ParseError& error)
 {
@@ -103,6 +115,7 @@ int main(int nArguments, char** ppArguments)
     program.require_subcommand(1);
     program.footer(PROGRAM_FOOTER);
     DeclareGlobalOptions(program, line.options);
+    DeclareCheck(program, line);
     DeclareMailbox(program, line);
     try {
         program.parse(nArguments, ppArguments);

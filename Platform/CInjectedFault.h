@@ -30,6 +30,7 @@ enum class EFault {
     CreateProcess,
     OpenProcess,
     CreateThread,
+    ChangeUser,
     LocalSocket ///< any call on a socket between processes of this machine, or on its file
 };
 

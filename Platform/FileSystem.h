@@ -31,6 +31,8 @@ bool GetFileTimes(const char* pszPath, SFileTimes& times);
 /// Of what a symbolic link leads to, unless it is not followed: then it is Other. Failed sets LastError.
 EPathKind KindOf(const char* pszPath, bool bFollow = true);
 bool CreateOneDirectory(const char* pszPath); ///< one level, mode 0700
+bool RemoveDirectory(const char* pszPath);    ///< an empty one
+bool MayFill(const char* pszDirectory);       ///< whether this process may make files in it
 bool SetWorkingDirectory(const char* pszPath);
 std::string WorkingDirectory();
 std::string ExecutablePath(); ///< of this process; empty on failure

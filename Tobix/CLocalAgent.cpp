@@ -14,6 +14,7 @@
 #include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
 #include "Tobix/StaleFiles.h"
+#include "Tobix/TableFiles.h"
 
 #include <algorithm>
 #include <exception>
@@ -29,16 +30,11 @@ constexpr uint64_t LEAST_REST_MILLIS = 1000;
 constexpr uint64_t MOST_REST_MILLIS = 600'000;
 constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
-Bex::CSimpleString InterceptListFile()
-{
-    return Bex::JoinPath(ConfigDirectory(), Config().GetPath(Keys::INTERCEPT_ADDRESSES_FILE));
-}
-
 } // namespace
 
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
-      m_interceptor(InterceptListFile(), m_directories.strIntercept),
+      m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
       m_router(m_directories, m_interceptor, pOutgoing, StopEvent().Waitable()),
       m_group([this] { EndGroup(); },
               [pNames = std::move(pOutgoing)](std::string_view name) { pNames->Withdraw(name); })

@@ -9,6 +9,7 @@
 #include "Common/Globals.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/LogSetUp.h"
+#include "Tobix/TableFiles.h"
 
 namespace {
 
@@ -43,9 +44,11 @@ void TellUnknownKeys(const Bex::CSimpleString& strPath)
 {
     CConfigCheck check(Keys::TABLE);
     LoadTable(check, strPath);
-    for (const CConfigCheck::SUnknownKey& unknown : check.UnknownKeys())
-        Bex::LogWarning(Bex::MainLog(), "unknown key \"%s\" at %s:%u", unknown.strKey.Text(), strPath.Text(),
-                        unknown.nLine);
+    for (const CConfigCheck::SProblem& problem : check.Problems()) {
+        if (problem.problem == CConfigCheck::EProblem::UnknownKey)
+            Bex::LogWarning(Bex::MainLog(), "unknown key \"%s\" at %s:%u", problem.strKey.Text(), strPath.Text(),
+                            problem.nLine);
+    }
 }
 
 } // namespace
@@ -81,7 +84,7 @@ bool CSetUp::Run()
 bool CSetUp::LoadConfiguration() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading configuration file %s...", m_strFileName.Text());
-    const Bex::CSimpleString strPath = InDirectory(Platform::NativePath(m_strFileName));
+    const Bex::CSimpleString strPath = Bex::JoinPath(m_strDirectory, Platform::NativePath(m_strFileName));
     const bool bLoaded = LoadTable(Config(), strPath);
     if (!bLoaded) {
         Bex::LogError(Bex::MainLog(), "could not load configuration");
@@ -104,7 +107,7 @@ bool CSetUp::CheckDirectories() const
 {
     Bex::LogInfo(Bex::MainLog(), "checking directories...");
     bool bAll = true;
-    for (const Bex::CPathKey& key : {Keys::QUEUE_DIR, Keys::SPOOL_DIR, Keys::ERROR_DIR, Keys::OUTGOING_DIR}) {
+    for (const Bex::CPathKey& key : Keys::REQUIRED_DIRECTORIES) {
         const Bex::CSimpleString strPath = Config().GetPath(key);
         if (IsDirectory(strPath))
             continue;
@@ -131,7 +134,7 @@ bool CSetUp::InitializeSpool() const
 bool CSetUp::LoadDomains() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading 'domains'-file...");
-    const bool bLoaded = LoadTable(LocalDomains(), InDirectory("domains"));
+    const bool bLoaded = LoadTable(LocalDomains(), TableFiles::Domains(m_strDirectory));
     if (!bLoaded)
         LogTableFailure("domains");
     return bLoaded;
@@ -140,16 +143,15 @@ bool CSetUp::LoadDomains() const
 bool CSetUp::LoadBackupDomains() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading 'backupdomains'-file...");
-    LoadTable(BackupDomains(), InDirectory("backupdomains")); // need not be there
+    LoadTable(BackupDomains(), TableFiles::BackupDomains(m_strDirectory)); // need not be there
     return true;
 }
 
-/// The alias table is looked for in the directory that the environment names, and only there.
 bool CSetUp::LoadAliases() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading 'aliases'-file...");
-    const Bex::CSimpleString strDirectory = ConfigDirectory();
-    const bool bLoaded = !strDirectory.IsEmpty() && LoadTable(Aliases(), Bex::JoinPath(strDirectory, "aliases"));
+    const Bex::CSimpleString strFile = TableFiles::Aliases();
+    const bool bLoaded = !strFile.IsEmpty() && LoadTable(Aliases(), strFile);
     if (!bLoaded) {
         LogTableFailure("aliases");
         if (IsStart())
@@ -164,7 +166,7 @@ bool CSetUp::LoadAliases() const
 bool CSetUp::LoadFilters() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading 'filters'-file...");
-    if (!LoadTable(Filters(), InDirectory(Config().GetPath(Keys::FILTERS_FILE))))
+    if (!LoadTable(Filters(), TableFiles::Filters(m_strDirectory)))
         Bex::LogWarning(Bex::MainLog(), "could not load 'filters'-file");
     return true;
 }
@@ -172,14 +174,14 @@ bool CSetUp::LoadFilters() const
 bool CSetUp::LoadSmartHosts() const
 {
     Bex::LogInfo(Bex::MainLog(), "loading optional 'smarthosts'-file...");
-    LoadTable(SmartHosts(), InDirectory("smarthosts")); // need not be there
+    LoadTable(SmartHosts(), TableFiles::SmartHosts(m_strDirectory)); // need not be there
     return true;
 }
 
 /// A restart leaves the table to the main loop, which keeps it current.
 bool CSetUp::LoadMasquerading() const
 {
-    const Bex::CSimpleString strFile = Config().GetPath(Keys::MASK_FILE);
+    const Bex::CSimpleString strFile = TableFiles::Masquerading();
     if (!IsStart() || strFile.IsEmpty())
         return true;
     Bex::LogInfo(Bex::MainLog(), "loading masquerading-file...");
@@ -195,5 +197,3 @@ void CSetUp::LogTableFailure(const char* pszTable) const
     else
         Bex::LogWarning(Bex::MainLog(), "could not load '%s'-file", pszTable);
 }
-
-Bex::CSimpleString CSetUp::InDirectory(std::string_view name) const { return Bex::JoinPath(m_strDirectory, name); }

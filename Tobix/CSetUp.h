@@ -33,7 +33,6 @@ private:
 
     bool IsStart() const { return m_mode == EMode::Start; }
     void LogTableFailure(const char* pszTable) const;
-    Bex::CSimpleString InDirectory(std::string_view name) const;
 
     EMode m_mode;
     bool m_bConsole;

@@ -79,7 +79,7 @@ TEST(ConfigKeysTest, ReadsValuesAndTellsKeysThatItDoesNotKnow)
 {
     const CTemporaryDirectory directory;
     const CSimpleString strPath(directory.Write("tobix.cfg", "QueueDir: d:\\q\\in #\ntimeout: 100\n\nUseTLS: yes\n"
-                                                             "UseTLS: 1\nLogHost:\nTimeout: 2\nAsyncScripts: 0\n"));
+                                                             "UseTLS: 1\nLogHost:\nTimeout 2\nAsyncScripts: 0\n"));
     CConfigCheck config(Keys::TABLE);
     ASSERT_TRUE(config.Load(strPath));
     EXPECT_EQ(config.GetPath(Keys::QUEUE_DIR), "/q/in");
@@ -91,10 +91,11 @@ TEST(ConfigKeysTest, ReadsValuesAndTellsKeysThatItDoesNotKnow)
     EXPECT_FALSE(config.GetFlag(Keys::SCRIPTS_IN_PARALLEL));
     config.Set("Scripts.Execution.Parallel", "1");
     EXPECT_TRUE(config.GetFlag(Keys::SCRIPTS_IN_PARALLEL));
-    std::string strUnknown;
-    for (const CConfigCheck::SUnknownKey& key : config.UnknownKeys())
-        strUnknown += std::to_string(key.nLine) + ": " + key.strKey.Text() + "\n";
-    EXPECT_EQ(strUnknown, "2: timeout\n7: Timeout\n");
+    std::string strProblems;
+    for (const CConfigCheck::SProblem& problem : config.Problems())
+        strProblems += std::to_string(static_cast<int>(problem.problem)) + " " + std::to_string(problem.nLine) + ": " +
+                       problem.strKey.Text() + "=" + problem.strValue.Text() + "\n";
+    EXPECT_EQ(strProblems, "0 2: timeout=\n3 4: UseTLS=yes\n1 5: UseTLS=\n2 7: Timeout 2=\n");
 }
 
 } // namespace

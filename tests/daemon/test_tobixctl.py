@@ -1,10 +1,15 @@
 """The administrator's command, on a mail tree with and without a daemon."""
 import json
 import os
+import pathlib
+import pwd
 import subprocess
 import unittest
 
 from world import World
+
+
+ME = pwd.getpwuid(os.geteuid()).pw_name
 
 
 def ctl(world, *arguments, **environment):
@@ -28,6 +33,74 @@ class CommandLine(unittest.TestCase):
                 self.assertLess(len(error), 3000)
                 self.assertNotIn("\x1b", error)
             self.assertIn("Examples:", ctl(world, "--help")[1])
+
+
+class Check(unittest.TestCase):
+    def findings(self, world, *arguments):
+        code, output, _ = ctl(world, "check", "--json", "--user", ME, *arguments)
+        found = [(pathlib.Path(f["file"]).name, f.get("line", 0), f["severity"][0], f["text"])
+                 for f in json.loads(output)["findings"]]
+        self.assertEqual(code, 1 if found else 0, found)
+        return found
+
+    def expect(self, found, expected):
+        """Each finding is the expected one, in order: file, line, first letter of the severity, a part of the text."""
+        self.assertEqual([f[:3] for f in found], [e[:3] for e in expected], found)
+        for (*_, text), (*_, part) in zip(found, expected):
+            self.assertIn(part, text)
+
+    def test_tells_what_is_wrong(self):
+        aliases = ("info@example.org: ann\n# a comment\nsales@example.org: Ann\nx@far.example: ann\n@example.org: ann\n"
+                   "ann: ann\nteam@example.org: ann, carl\nnonsense\na@example.org: b@example.org\n"
+                   "b@example.org: a@example.org\nc@example.org: nobody@example.org\nINFO@example.org: carl\n"
+                   "info@example.org: carl\nout@example.org: x@far.example\n")
+        hosts = ("example.com: mail.example.com, backup.example.com\n*.example.com: u:secret@mail.example.com:465S\n"
+                 "<example.net: mail.example.net:465s\n.example.edu: mail:0\nExample.info: u:secret@2001:db8::1\n"
+                 "a@example.biz: u@mail:25x\n*: u:secret@[2001:db8::1]:587t,relay.example\n")
+        with World(aliases=aliases, domains="example.org\n*.example.org\n", filters="viagra\n \n",
+                   intercept="Ann@example.org\n", UseTls=0, TimeOut="5 s", LogFacility="post", ErrorDir="/none/x",
+                   MaskFile="masks", Interface="eth0", **{"SRS.Domain": "example.org"}) as world:
+            (world.etc / "smarthosts").write_text(hosts)
+            (world.etc / "masks").write_text("Ann@Example.ORG: ann\n")
+            (world.spool / "bare").mkdir()
+            (world.spool / "carl" / "config").write_text("RunReply: yes\nnextuid: 3\n")
+            found = self.findings(world)
+            self.assertNotIn("secret", str(found))
+            self.expect(found, [
+                ("tobix.cfg", 3, "e", "is missing"), ("tobix.cfg", 8, "w", "is UseTLS meant?"),
+                ("tobix.cfg", 9, "w", "counts as 5"), ("tobix.cfg", 9, "w", "60 to 1200"),
+                ("tobix.cfg", 10, "w", "no syslog facility"), ("tobix.cfg", 12, "w", "no IPv4"),
+                ("tobix.cfg", 13, "w", "both SRS"),
+                ("config", 0, "e", "mail for bare fails"), ("config", 1, "w", "counts as 0"), ("config", 2, "w", "is NextUID meant?"),
+                ("domains", 2, "w", "sub-domain"),
+                ("aliases", 1, "w", "stands in line 12"), ("aliases", 3, "e", "lower case"), ("aliases", 4, "e", "not local"), ("aliases", 5, "e", "catch-all"),
+                ("aliases", 6, "e", "to itself"), ("aliases", 7, "e", "one target"), ("aliases", 8, "w", "no effect"),
+                ("aliases", 9, "e", "circle, a@example.org -> b@example.org -> a@example.org"),
+                ("aliases", 10, "e", "circle"), ("aliases", 11, "e", "-> nowhere"), ("aliases", 13, "w", "earlier line"),
+                ("smarthosts", 1, "e", "blank"), ("smarthosts", 2, "e", "capital"), ("smarthosts", 2, "w", "in clear"),
+                ("smarthosts", 3, "w", "only with user"), ("smarthosts", 4, "e", "sub-domains"),
+                ("smarthosts", 4, "e", "none of 1 to"), ("smarthosts", 5, "w", "capitals"), ("smarthosts", 5, "e", "brackets"),
+                ("smarthosts", 5, "w", "in clear"), ("smarthosts", 6, "e", "domain alone"), ("smarthosts", 6, "e", "none of \"s\""),
+                ("smarthosts", 6, "w", "both a user"),
+                ("filters", 2, "w", "nearly all"), ("intercept_addresses", 1, "w", "lower case"),
+                ("masks", 1, "w", "\"Ann@example.org\" would")])
+            self.assertRegex(ctl(world, "check", "--user", ME)[1], r"(?m)^.*/tobix.cfg:3: error: ErrorDir: .*\n(.*\n)+\d+ errors, \d+ warnings in ")
+
+    def test_finds_nothing_where_all_is_well(self):
+        with World(aliases="info@example.org: ann\n*@example.org: carl\n") as world:
+            self.assertEqual(self.findings(world), [])
+            self.assertIn("nothing is wrong", ctl(world, "-c", str(world.etc / "tobix.cfg"), "check", "--user", ME, MAILCONFIGDIR="")[1])
+
+    @unittest.skipIf(os.geteuid() != 0, "needs root")
+    def test_looks_with_the_eyes_of_the_user_whom_the_daemon_runs_as(self):
+        with World(users=["ann"]) as world:
+            world.root.chmod(0o755)
+            (world.etc / "aliases").chmod(0o600)
+            code, output, error = ctl(world, "check", "--user", "nobody")
+            self.assertEqual(code, 1, error)
+            for text in ("QueueDir: ", "is not writable: permission denied", "aliases: error: the table cannot be read"):
+                self.assertIn(text, output)
+            self.assertIn("none of that name", ctl(world, "check", "--user", "no\x1bone")[2])
 
 
 class Mailboxes(unittest.TestCase):

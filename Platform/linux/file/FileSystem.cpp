@@ -80,6 +80,17 @@ bool CreateOneDirectory(const char* pszPath)
     return Succeeded(GuardedCall({EFault::CreateDirectory, pszPath}, [&] { return mkdir(pszPath, S_IRWXU); }));
 }
 
+bool RemoveDirectory(const char* pszPath)
+{
+    return Succeeded(GuardedCall({EFault::Remove, pszPath}, [&] { return rmdir(pszPath); }));
+}
+
+bool MayFill(const char* pszDirectory)
+{
+    return Succeeded(GuardedCall({EFault::Stat, pszDirectory},
+                                 [&] { return faccessat(AT_FDCWD, pszDirectory, W_OK | X_OK, AT_EACCESS); }));
+}
+
 bool SetWorkingDirectory(const char* pszPath) { return Succeeded(chdir(pszPath)); }
 
 std::string WorkingDirectory()
