@@ -6,6 +6,7 @@
 #include "Platform/Clock.h"
 
 #include <algorithm>
+#include <atomic>
 #include <string_view>
 
 namespace {
@@ -18,8 +19,31 @@ constexpr long MOST_PARENT_LABELS = 7;
 // Milliseconds.
 constexpr uint64_t LONGEST_LOOKUP = 10'000; // from the first question about a domain to its last answer
 constexpr uint64_t SILENCE_KEPT = 300'000;  // RFC 2308 7.2
-constexpr uint64_t LONGEST_WAIT = 1000;     // in which nothing else is delivered
+constexpr uint64_t LONGEST_WAIT = 500;      // in which nothing else is delivered
 constexpr uint64_t SHORTEST_WAIT = 10;
+constexpr uint64_t MOST_SAVED = 50'000; // of which a tenth may be waited at a stretch
+constexpr uint64_t REST_AND_WAIT = 10;
+
+/// Lets a tenth of the time pass in waiting, whatever strangers make of it. Any thread.
+class CWaitBudget
+{
+public:
+    uint64_t Millis() const
+    {
+        const uint64_t ui64Now = Platform::TickCount();
+        const uint64_t ui64Owed = m_ui64PaidTicks - std::min<uint64_t>(m_ui64PaidTicks, ui64Now);
+        const uint64_t ui64Left = (MOST_SAVED - std::min(ui64Owed, MOST_SAVED)) / REST_AND_WAIT;
+        return std::clamp(ui64Left, SHORTEST_WAIT, LONGEST_WAIT);
+    }
+    void SpendSince(uint64_t ui64Ticks)
+    {
+        const uint64_t ui64Now = Platform::TickCount();
+        m_ui64PaidTicks = std::max<uint64_t>(m_ui64PaidTicks, ui64Now) + REST_AND_WAIT * (ui64Now - ui64Ticks);
+    }
+
+private:
+    std::atomic<uint64_t> m_ui64PaidTicks = 0; ///< when all that was waited has its rest
+};
 
 std::optional<Bex::CSimpleString> PolicyOf(const Bex::CSimpleString& strText)
 {
@@ -34,6 +58,23 @@ std::optional<Bex::CSimpleString> PolicyOf(const Bex::CSimpleString& strText)
             return strTag.SubString(static_cast<uint32_t>(POLICY_TAG.size()));
     }
     return std::nullopt;
+}
+
+using CTexts = Bex::CList<Bex::CSimpleString>;
+
+/// Nothing while an answer is on its way; what was asked for before is not waited for.
+std::optional<CTexts> AskFor(const Bex::CSimpleString& strDomain, const Platform::CWaitLimit& limit, bool bAskedBefore,
+                             const std::function<void()>& BeforeWaiting)
+{
+    CTexts texts(false);
+    for (const Bex::CSimpleString& strName : DMARCNames(strDomain)) {
+        if (bAskedBefore && !Bex::CResolver::HasAnswerToTXT(strName, limit))
+            return std::nullopt;
+        // A failure counts as a name without records.
+        if (!Bex::CResolver::ResolveTXT(strName, texts, limit, BeforeWaiting) && !limit.HasTimeLeft())
+            return std::nullopt;
+    }
+    return texts;
 }
 
 } // namespace
@@ -67,24 +108,19 @@ std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& st
                                                     const std::function<void()>& BeforeWaiting)
 {
     static CSilentPeers unanswered;
+    static CWaitBudget budget;
     const Bex::CSimpleString strKey = strDomain.Lowered();
     const uint64_t ui64Left = unanswered.MillisLeft(strKey);
     if (ui64Left > 0 && ui64Left <= SILENCE_KEPT)
         return NO_POLICY;
-    const Platform::CWaitLimit limit = stop.For(std::max(LONGEST_WAIT / (1 + unanswered.Count()), SHORTEST_WAIT));
-    Bex::CList<Bex::CSimpleString> texts(false);
-    for (const Bex::CSimpleString& strName : DMARCNames(strDomain)) {
-        if (ui64Left > 0 && !Bex::CResolver::HasAnswerToTXT(strName, stop))
-            return std::nullopt;
-        // A failure counts as a name without records.
-        if (Bex::CResolver::ResolveTXT(strName, texts, limit, BeforeWaiting) || limit.HasTimeLeft())
-            continue;
-        if (ui64Left == 0 && !stop.IsStopped())
-            unanswered.Note(strKey, LONGEST_LOOKUP + SILENCE_KEPT);
-        return std::nullopt;
-    }
+    const uint64_t ui64Started = Platform::TickCount();
+    const auto texts = AskFor(strDomain, stop.For(budget.Millis()), ui64Left > 0, BeforeWaiting);
+    budget.SpendSince(ui64Started);
     if (stop.IsStopped())
         return std::nullopt;
-    unanswered.Forget(strKey);
-    return FindDMARCPolicy(texts);
+    if (texts)
+        unanswered.Forget(strKey);
+    else if (ui64Left == 0)
+        unanswered.Note(strKey, LONGEST_LOOKUP + SILENCE_KEPT);
+    return texts ? std::optional(FindDMARCPolicy(*texts)) : std::nullopt;
 }

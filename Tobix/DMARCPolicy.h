@@ -12,9 +12,10 @@
 /// tag as published, "none" when there is none. Nothing when the stop ended the question, or when the answer is still
 /// on its way: the caller comes back for it. Any thread.
 ///
-/// Asks the resolver, name by name, and calls BeforeWaiting before an answer is waited for. It waits for a second at
-/// most, and the less the more domains owe one, so that somebody who has many cannot hold the queue; but every domain
-/// has ten seconds for its answers, whatever others do. One that lets them pass is not asked again for five minutes.
+/// Asks the resolver, name by name, and calls BeforeWaiting before an answer is waited for. It waits for half a second
+/// at most and for a tenth of all time, so that somebody who has many slow servers cannot hold the queue; but every
+/// domain has ten seconds for its answers, whatever others do. One that lets them pass is not asked again for five
+/// minutes.
 std::optional<Bex::CSimpleString> LookupDMARCPolicy(const Bex::CSimpleString& strDomain,
                                                     const Platform::CWaitLimit& stop,
                                                     const std::function<void()>& BeforeWaiting);

@@ -316,16 +316,22 @@ TEST(TlsTest, EndsWithAPeerThatUpdatesItsKeysForEver)
 
 TEST(TlsTest, RemembersNoSilenceOfASourceForWhichNoTimeWasLeft)
 {
-    for (const char* pszName : {"silent", "revoked"})
+    for (const char* pszName : {"silent", "patient", "revoked"})
         CTlsWorld::Instance().Need(pszName);
     CCertificateStore store;
     store.Open(false);
-    STlsChain chain;
-    ASSERT_EQ(BuildTlsChain(store.FindCertificate("revoked"), false, CWaitLimit(), chain), SEC_E_OK);
-    std::vector<CTlsCertificate> certificates{store.FindCertificate("silent")};
-    for (const STlsChainElement& element : chain.chains.at(0).elements)
-        certificates.push_back(element.certificate);
+    const auto ChainOfStored = [&](const char* pszName) {
+        STlsChain chain;
+        EXPECT_EQ(BuildTlsChain(store.FindCertificate(pszName), false, CWaitLimit(), chain), SEC_E_OK);
+        std::vector<CTlsCertificate> certificates;
+        for (const STlsChainElement& element : chain.chains.at(0).elements)
+            certificates.push_back(element.certificate);
+        return certificates;
+    };
     STlsRevocationStatus status;
+    EXPECT_TRUE(CheckTlsRevocation(ChainOfStored("patient"), CWaitLimit().For(600), status)); // by its second source
+    std::vector<CTlsCertificate> certificates = ChainOfStored("revoked");
+    certificates.insert(certificates.begin(), store.FindCertificate("silent"));
     CheckTlsRevocation(certificates, CWaitLimit(), status); // the first source takes all the time
     EXPECT_FALSE(CheckTlsRevocation(certificates, CWaitLimit(), status));
     EXPECT_EQ(status.dwError, CRYPT_E_REVOKED);

@@ -64,7 +64,11 @@ public:
         return m_asked[{strName, type}];
     }
 
-    void OnAsked(std::function<void()> onAsked) { m_onAsked = std::move(onAsked); } ///< before it asks anything
+    void OnAsked(std::function<void()> onAsked) ///< before each answer
+    {
+        const std::lock_guard lock(m_mutex);
+        m_onAsked = std::move(onAsked);
+    }
 
     /// Data as it goes over the wire.
     static std::string Name(const std::string& strName)

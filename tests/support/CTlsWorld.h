@@ -114,6 +114,7 @@ private:
         {"denied", {"denied", 10, m_strResponder}},
         {"elsewhere", {"elsewhere", 10, "crlDistributionPoints=URI:ldap://ldap.test/ca"}},
         {"silent", {"silent", 10, "authorityInfoAccess=OCSP;URI:" + m_silent.Address()}},
+        {"patient", {"patient", 10, "authorityInfoAccess=OCSP;URI:" + m_silent.Address() + "\n" + m_strList}},
         {"offline", {"offline", 10, "authorityInfoAccess=OCSP;URI:http://127.0.0.1:1/"}},
     };
 };

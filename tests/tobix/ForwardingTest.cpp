@@ -115,6 +115,13 @@ TEST(DMARCPolicyTest, HasTenSecondsToBeAnsweredAndIsNotAskedForAgainForFiveMinut
     }
     clock.Advance(15'000);
     EXPECT_TRUE(Becomes([&] { return Ask("silent.test") == "reject"; }));
+    names.OnAsked([&] { clock.Advance(5000); });
+    Ask("late.test");
+    names.OnAsked({});
+    names.Tell("_dmarc.waits.test", CDnsServer::TXT, {}, CDnsServer::SILENCE);
+    const uint64_t ui64Started = Platform::TickCount();
+    EXPECT_EQ(Ask("waits.test"), "later");
+    EXPECT_LT(Platform::TickCount() - ui64Started, 250u); // enough was waited
 }
 
 Bex::CSimpleString RejectAtFar(const Bex::CSimpleString& strDomain)
