@@ -89,7 +89,8 @@ StartLimitBurst=5
 Type=notify
 NotifyAccess=main
 ExecStart=@COMMAND@
-ExecReload=/bin/kill -HUP $MAINPID
+# A small system has no program for it, but every shell has the command.
+ExecReload=/bin/sh -c "kill -HUP $MAINPID"
 # Sessions are echoed for the console; the log has what matters of them.
 StandardOutput=null
 StandardError=journal
