@@ -1,0 +1,43 @@
+"""A machine that boots systemd, out of the directory that the environment variable ROOT names."""
+import os
+import pathlib
+import subprocess
+import time
+
+ROOT = pathlib.Path(os.environ["ROOT"])
+ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LC_ALL": "C.UTF-8",
+               "DEBIAN_FRONTEND": "noninteractive"}
+
+
+def wait_for(what, condition, seconds=60):
+    end = time.monotonic() + seconds
+    while not (result := condition()):
+        if time.monotonic() > end:
+            raise AssertionError(f"waited {seconds} s in vain for {what}")
+        time.sleep(0.05)
+    return result
+
+
+class Machine:
+    def __init__(self):
+        self.boots = subprocess.Popen(["systemd-nspawn", "--quiet", "--boot", f"--directory={ROOT}", "--register=no", "--keep-unit", "--resolv-conf=off", "--console=passive"],
+                                      stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        children = pathlib.Path(f"/proc/{self.boots.pid}/task/{self.boots.pid}/children")
+        self.init = wait_for("the machine's first process", lambda: children.read_text().split())[0]
+        wait_for("the machine", lambda: self.run("systemctl is-system-running", check=False) in ("running", "degraded"))
+
+    def run(self, command, check=True, user="root", **options):
+        """What a shell command prints there, both streams, without the last line's end."""
+        done = subprocess.run(["nsenter", "-t", self.init, "-a", "setpriv", f"--reuid={user}", f"--regid={user}",
+                               "--init-groups", "bash", "-c", command], env=ENVIRONMENT, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=300, **options)
+        if check and done.returncode != 0:
+            raise AssertionError(f"{command}: exit code {done.returncode}\n{done.stdout}")
+        return done.stdout.rstrip("\n")
+
+    def __getitem__(self, path):
+        return ROOT / path.lstrip("/")
+
+    def stop(self):
+        self.run("systemctl poweroff", check=False)
+        self.boots.wait(60)

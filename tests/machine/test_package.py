@@ -1,0 +1,150 @@
+"""The packages' days on a fresh machine, from the installation to the purge. In order: each test begins where the one
+before has ended.
+"""
+import concurrent.futures
+import re
+import threading
+import time
+import unittest
+
+from machine import Machine, wait_for
+
+QUEUE = "/var/spool/tobix/queue"
+ANN = "/var/lib/tobix/ann"
+
+
+class Package(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.machine = Machine()
+        cls.addClassCleanup(cls.machine.stop)
+        cls.run_there = cls.machine.run
+
+    def install(self, directory="/root"):
+        return self.run_there(f"apt-get install -y -q {directory}/tobix_*.deb")
+
+    def property(self, name):
+        return self.run_there(f"systemctl show -P {name} tobix")
+
+    def journal(self):
+        return self.run_there("journalctl -u tobix --no-pager -o cat")
+
+    def drop(self, subject, recipient="ann@example.org", sender="bob@example.com"):
+        """As a program hands a mail in that knows of nothing but the directory."""
+        mail = self.machine[f"{QUEUE}/{subject}.new"]
+        mail.write_text(f"X-Envelope-From: {sender}\nX-Envelope-To: {recipient}\nFrom: {sender}\nTo: {recipient}\n"
+                        f"Subject: {subject}\n\nhello\n")
+        mail.rename(mail.with_suffix(".eml"))
+
+    def subjects(self, mailbox=ANN):
+        mails = (path.read_text() for path in self.machine[mailbox].glob("*.eml"))
+        return sorted(re.search("^Subject: (.*)$", mail, re.M)[1] for mail in mails)
+
+    def wait_for_mail(self, *subjects, mailbox=ANN):
+        wait_for(f"{subjects} in {self.subjects(mailbox)}", lambda: set(subjects) <= set(self.subjects(mailbox)))
+
+    def under_load(self, name, disturb):
+        """Hands in mail all the while; every one is there once at the end."""
+        before, handed_in, over = self.subjects(), [], threading.Event()
+
+        def hand_in():
+            while not over.wait(0.005):
+                handed_in.append(f"{name}{len(handed_in)}")
+                self.drop(handed_in[-1])
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            loading = pool.submit(hand_in)
+            try:
+                disturb()
+            finally:
+                over.set()
+                loading.result()
+        expected = sorted(before + handed_in)
+        wait_for("all mail", lambda: len(self.subjects()) >= len(expected))
+        self.assertEqual(self.subjects(), expected)
+        self.assertEqual(list(self.machine["/var/spool/tobix/error"].iterdir()), [])
+
+    def test_1_installed_it_runs_and_delivers(self):
+        begin = time.monotonic()
+        self.install("/root/before")
+        self.run_there(f"install -d -o tobix -g tobix {ANN}; install -o tobix /dev/null {ANN}/config; "
+                       f"echo example.org >>/etc/tobix/domains; touch {ANN}/password; sleep 1.5")
+        self.drop("first")
+        self.wait_for_mail("first")
+        self.assertIn("ann", self.run_there("journalctl TOBIX_MAIL=first.eml --no-pager -o cat"))
+        print(f"from a fresh machine to the first mail: {time.monotonic() - begin:.1f} s")
+        self.assertEqual(self.run_there("systemctl is-active tobix; systemctl is-enabled tobix"), "active\nenabled")
+        self.assertEqual(self.run_there(f"stat -c %U /proc/{self.property('MainPID')}"), "tobix")
+        self.assertEqual(self.run_there("cd /etc/tobix; stat -c '%a %U:%G %n' . tobix.cfg domains smarthosts; "
+                                        "cd /var; stat -c '%a %U:%G %n' spool/tobix/* lib/tobix lib/tobix-dumps").split("\n"),
+                         ["755 root:root .", "640 root:tobix-inject tobix.cfg", "644 root:root domains",
+                          "640 root:tobix smarthosts", "700 tobix:tobix spool/tobix/error",
+                          "700 tobix:tobix spool/tobix/filtered", "700 tobix:tobix spool/tobix/intercepted",
+                          "700 tobix:tobix spool/tobix/outgoing", "1730 tobix:tobix-inject spool/tobix/queue",
+                          "750 tobix:tobix lib/tobix", "700 tobix:tobix lib/tobix-dumps"])
+        self.assertIn("FQDN: mail.example.net\n", self.machine["/etc/tobix/tobix.cfg"].read_text())
+        self.drop("to-the-postmaster", "root@mail.example.net")
+        self.wait_for_mail("to-the-postmaster", mailbox="/var/lib/tobix/postmaster")
+
+    def test_2_programs_run_for_a_mail(self):
+        self.machine[f"{ANN}/newmail.cmd"].write_text("#!/bin/sh\nperl -e 'print 6 * 7' >hooked\n")
+        self.machine[f"{ANN}/newmail.cmd"].chmod(0o755)
+        self.machine[f"{ANN}/config"].write_text("NextUID: 2\nRunReply: 1\nRunReplyTemplate: away\n")
+        self.machine[f"{ANN}/away"].write_text("I am away.\n")
+        self.drop("hook", sender="postmaster@localhost")
+        self.wait_for_mail("Auto: hook", mailbox="/var/lib/tobix/postmaster")
+        self.assertEqual(self.machine[f"{ANN}/hooked"].read_text(), "42")
+        self.run_there(f"rm {ANN}/newmail.cmd; sed -i /RunReply/d {ANN}/config")
+
+    def test_3_a_start_that_fails_tells_why(self):
+        self.run_there("sed -i.good s,^QueueDir.*,QueueDir:/nowhere, /etc/tobix/tobix.cfg; systemctl restart tobix", check=False)
+        reason = 'invalid QueueDir, "/nowhere" is missing or no directory'
+        self.assertIn(reason, self.run_there("systemctl status tobix", check=False))
+        self.assertIn(reason, self.journal())
+        self.run_there("mv /etc/tobix/tobix.cfg.good /etc/tobix/tobix.cfg; systemctl reset-failed tobix; systemctl restart tobix")
+
+    def test_4_a_reload_and_restarts_lose_nothing(self):
+        process = self.property("MainPID")
+
+        def disturb():
+            self.run_there("systemctl reload tobix")
+            self.assertEqual(self.property("MainPID"), process)
+            for _ in range(3):
+                self.run_there("systemctl restart tobix")
+        self.under_load("restart", disturb)
+        self.assertNotEqual(self.property("MainPID"), process)
+
+    def test_5_it_comes_back_and_a_crash_leaves_its_dump(self):
+        self.run_there("mkdir /etc/systemd/system/tobix.service.d; "
+                       "printf '[Service]\nWatchdogSec=3\n' >/etc/systemd/system/tobix.service.d/impatient.conf; "
+                       "systemctl daemon-reload; systemctl restart tobix")
+        for signal in ("KILL", "SEGV", "STOP"):
+            process = self.property("MainPID")
+            self.run_there(f"systemctl kill --kill-whom=main -s {signal} tobix")
+            wait_for("it to be back", lambda: self.property("ActiveState") == "active" and self.property("MainPID") != process)
+            self.drop(f"after-{signal}")
+            self.wait_for_mail(f"after-{signal}")
+        self.assertEqual(len(list(self.machine["/var/lib/tobix-dumps"].glob("tobix.*.dmp"))), 2)
+        self.run_there("rm -r /etc/systemd/system/tobix.service.d; systemctl daemon-reload")
+
+    def test_6_the_next_version_takes_over(self):
+        process = self.property("MainPID")
+        self.run_there("echo '# mine' | tee -a /etc/tobix/aliases /etc/tobix/tobix.cfg")
+        self.under_load("upgrade", self.install)
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.assertNotEqual(self.property("MainPID"), process)
+        self.assertNotIn("~", self.run_there("dpkg-query -W -f '${Version}' tobix"))
+        self.assertEqual(self.run_there("grep -c '# mine' /etc/tobix/aliases /etc/tobix/tobix.cfg"),
+                         "/etc/tobix/aliases:1\n/etc/tobix/tobix.cfg:1")
+
+    def test_7_mail_goes_only_when_it_is_asked_for(self):
+        mails = self.subjects()
+        self.run_there("apt-get remove -y -q tobix")
+        self.assertEqual(self.run_there("find /proc -maxdepth 1 -user tobix"), "")
+        self.assertIn("# mine", self.machine["/etc/tobix/tobix.cfg"].read_text())
+        self.run_there("apt-get purge -y -q tobix")
+        self.assertEqual(self.run_there("ls -d /etc/tobix /var/lib/tobix-dumps 2>/dev/null", check=False), "")
+        self.assertEqual(self.subjects(), mails)
+        self.install()
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.run_there("echo tobix tobix/purge-mail boolean true | debconf-set-selections; apt-get purge -y -q tobix")
+        self.assertEqual(self.run_there("ls -d /var/lib/tobix* /var/spool/tobix* 2>/dev/null", check=False), "")
