@@ -46,10 +46,13 @@ void CRemoteAgent::Body()
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) stopped", Id());
 }
 
-/// The delivery threads' own removals are changes, too: they must not make this thread list the directory all day.
+/// The delivery threads' own removals are changes, too: they must not make this thread list the directory all day. Of
+/// two changes that belong together, a temporary file and its name, the second does not wait long.
 unsigned CRemoteAgent::RestMillis(uint64_t nListingMicros)
 {
-    return static_cast<unsigned>(std::min<uint64_t>(nListingMicros * REST_PER_LISTING / MICROS_PER_MILLI, INT32_MAX));
+    const uint64_t nRestMicros = nListingMicros * REST_PER_LISTING;
+    return static_cast<unsigned>(
+        std::min<uint64_t>((nRestMicros + MICROS_PER_MILLI - 1) / MICROS_PER_MILLI, INT32_MAX));
 }
 
 unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
@@ -60,7 +63,7 @@ unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)
         return 0;
     const uint64_t nStart = Platform::ThreadMicros();
     const unsigned dwFound = ListNewFiles();
-    m_nListingMicros = std::max(Platform::ThreadMicros() - nStart, MICROS_PER_MILLI);
+    m_nListingMicros = Platform::ThreadMicros() - nStart;
     return dwFound;
 }
 

@@ -1,11 +1,12 @@
 #include "Bex/CFileException.h"
 #include "Bex/CReplacingFile.h"
-#include "Platform/CInjectedFault.h"
+#include "Platform/CCallWatcher.h"
 #include "Platform/CTemporaryFile.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <atomic>
 #include <cerrno>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -16,6 +17,21 @@ using namespace Bex;
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Looks, the moment a file has got its name, whether a lock on it would be in the way of who opens it at once.
+struct SLockLooker : Platform::CCallWatcher
+{
+    void OnCall(const Platform::SCall& call) override
+    {
+        struct flock lock
+        {};
+        lock.l_type = F_WRLCK;
+        const int iFile = call.kind == Platform::EFault::Rename ? open(call.pszTo, O_RDWR | O_CLOEXEC) : -1;
+        bFree |= iFile >= 0 && fcntl(iFile, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_UNLCK;
+        close(iFile);
+    }
+    bool bFree = false;
+};
 
 class ReplacingFileTest : public testing::Test
 {
@@ -109,6 +125,7 @@ TEST_F(ReplacingFileTest, LeavesNothingBehindWhenItFails)
 
 TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
 {
+    SLockLooker looker;
     const std::string strLong = std::string(251, 'n') + ".eml";
     for (const std::string& strName : {std::string("target"), strLong}) {
         CReplacingFile file(CSimpleString(m_directory / strName));
@@ -117,6 +134,7 @@ TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
     }
     EXPECT_EQ(m_directory.Read("target") + m_directory.Read(strLong), "oldnew");
     EXPECT_EQ(m_directory.Names(), (Set{"target", strLong}));
+    EXPECT_TRUE(looker.bFree);
 }
 
 TEST_F(ReplacingFileTest, LetsSeveralWriteOneTargetAtATime)

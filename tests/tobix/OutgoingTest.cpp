@@ -144,4 +144,5 @@ TEST_F(RemoteAgentTest, ReleasesAllRetriesTogetherByTheClock)
 TEST_F(RemoteAgentTest, RestsForAsLongAsListingIsATenthOfAProcessor)
 {
     EXPECT_EQ(CRemoteAgent::RestMillis(2'000'000), 18'000u);
+    EXPECT_EQ(CRemoteAgent::RestMillis(20), 1u);
 }

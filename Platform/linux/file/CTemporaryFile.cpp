@@ -112,7 +112,16 @@ bool CTemporaryFile::TakeModeAndOwnerOf(const char* pszPath)
 
 bool CTemporaryFile::Replace() { return RenameReplacing(m_strPath.c_str(), m_strTarget.c_str()) && LetGo(); }
 
-bool CTemporaryFile::TakeName() { return RenameNoReplace(m_strPath.c_str(), m_strTarget.c_str()) && LetGo(); }
+/// Whoever watches for the name opens the file at once and may want it for himself: our lock must be gone by then. A
+/// cleaner that comes between takes it for a leftover.
+bool CTemporaryFile::TakeName()
+{
+    m_holder = CFileHandle();
+    if (RenameNoReplace(m_strPath.c_str(), m_strTarget.c_str()))
+        return LetGo();
+    errno = EBUSY;
+    return LastError().iLibError == LIB_NO_ENTRY && FailWithErrno();
+}
 
 void CTemporaryFile::Leave() { LetGo(); }
 
