@@ -1,11 +1,13 @@
 #include "Bex/CStorableStringHash.h"
 
 #include "Bex/CFileException.h"
-#include "Bex/CFileOutputStream.h"
 #include "Bex/CReplacingFile.h"
+#include "Bex/CThread.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
+#include "Platform/DataOrder.h"
+#include "Platform/OverwriteInPlace.h"
 
 #include <optional>
 #include <unordered_set>
@@ -100,15 +102,23 @@ void CStorableStringHash::LoadLine(const CSimpleString& strLine, CTableReader& r
 bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
 {
     const CSimpleString strTarget = pstrFileName != nullptr ? *pstrFileName : FileName();
+    const std::string strContent = Content();
+    Platform::SFileIdentity saved;
+    CThread::EndIfAbandoned();
+    if (!Platform::OrdersDataBeforeNames(strTarget.Text()) &&
+        Platform::OverwriteInPlace(strTarget.Text(), strContent, saved)) {
+        SetSaved(saved);
+        return true;
+    }
     std::optional<CReplacingFile> file;
     try {
         file.emplace(strTarget, CSimpleString::Formatted("%s.tmp", strTarget.Text()).Text());
     } catch (const CFileException&) {
         return false;
     }
-    WriteContent(*file);
+    file->WriteString(strContent);
     file->Seek(0, Platform::ESeekFrom::Current); // all of it is written
-    const Platform::SFileIdentity saved = file->Identity();
+    saved = file->Identity();
     if (!file->StartWriteOut())
         file->MakeDurable(); // a power cut could leave an empty file in place of the old one
     if (!CommitPatiently(*file, strTarget)) {
@@ -119,7 +129,7 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
     return true;
 }
 
-void CStorableStringHash::WriteContent(CTextFile& file) const
+std::string CStorableStringHash::Content() const
 {
     std::vector<CSimpleString> keys;
     {
@@ -129,22 +139,23 @@ void CStorableStringHash::WriteContent(CTextFile& file) const
     }
     std::unordered_set<std::string_view> pending(keys.begin(), keys.end());
     const CList<CSimpleString> lines(Lines());
-    CFileOutputStream stream(file);
+    std::string strContent;
     for (const CSimpleString& strLine : lines) {
         const SLine parts = Split(strLine);
         const std::string_view comment = m_bKeepComments ? parts.comment : std::string_view();
         if (parts.key && pending.erase(*parts.key) > 0)
-            WritePair(file, CSimpleString(*parts.key), comment);
+            AddPair(strContent, CSimpleString(*parts.key), comment);
         else if (!parts.key && m_bKeepComments)
-            stream.WriteLine(comment);
+            (strContent += comment) += '\n';
     }
     for (const CSimpleString& strKey : keys) {
         if (pending.contains(strKey))
-            WritePair(file, strKey, {});
+            AddPair(strContent, strKey, {});
     }
+    return strContent;
 }
 
-void CStorableStringHash::WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const
+void CStorableStringHash::AddPair(std::string& strContent, const CSimpleString& strKey, std::string_view comment) const
 {
     CSimpleString strValue;
     if (!Lookup(strKey, strValue)) {
@@ -160,7 +171,7 @@ void CStorableStringHash::WritePair(CTextFile& file, const CSimpleString& strKey
     for (const std::string_view part :
          {opening, strKey.View(), closing, separator, std::string_view(" "), strValue.View(),
           std::string_view(comment.empty() ? "" : "\t"), comment, std::string_view("\n")})
-        file.WriteString(part);
+        strContent += part;
 }
 
 } // namespace Bex

@@ -5,6 +5,7 @@
 #include "Bex/CTableFile.h"
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace Bex {
@@ -19,7 +20,8 @@ public:
     ~CStorableStringHash() override = default;
 
     /// Writes a temporary file and moves it onto the target (null: the file of the last Load). False when the
-    /// temporary file cannot be made or the move fails for good; CFileException for a write error in between.
+    /// temporary file cannot be made or the move fails for good; CFileException for a write error in between. A change
+    /// of few bytes is made in the target itself, where it would have to be flushed before the move.
     bool Save(const CSimpleString* pstrFileName = nullptr);
     bool HasChanged() const { return HasFileChanged(); } ///< after it was read or saved
 
@@ -44,8 +46,8 @@ private:
 
     SLine Split(std::string_view line) const;
     void LoadLine(const CSimpleString& strLine, CTableReader& reader, CHashMap& content) override;
-    void WriteContent(CTextFile& file) const;
-    void WritePair(CTextFile& file, const CSimpleString& strKey, std::string_view comment) const;
+    std::string Content() const;
+    void AddPair(std::string& strContent, const CSimpleString& strKey, std::string_view comment) const;
 
     bool m_bKeepComments = true;
     char m_cSeparator = ':';

@@ -1,14 +1,20 @@
 // The pieces of a delivery, one by one.
 
 #include "Bex/TextFunctions.h"
+#include "Common/CContentDigest.h"
 #include "Common/CMD5.h"
 #include "Common/CMail.h"
 #include "Common/CSHA1.h"
 #include "Common/Encodings.h"
 #include "Common/NormalizeAddress.h"
+#include "Platform/linux/file/ShareClaim.h"
 
 #include <benchmark/benchmark.h>
+#include <cstdio>
+#include <fcntl.h>
 #include <string>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace {
 
@@ -73,6 +79,36 @@ void Digests(benchmark::State& state)
 }
 BENCHMARK(Digests<CMD5>);
 BENCHMARK(Digests<CSHA1>);
+
+void ComparesContents(benchmark::State& state)
+{
+    const std::string strBytes(static_cast<size_t>(state.range(0)), 'x');
+    for (auto _ : state) {
+        CContentDigest digest;
+        digest.Add(strBytes.data(), strBytes.size());
+        benchmark::DoNotOptimize(digest.Value());
+    }
+    state.SetBytesProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(ComparesContents)->Arg(4 << 10)->Arg(64 << 10);
+
+/// A queue file is opened and locked so; beside it a lock of the whole file, which cannot tell how it is shared.
+template <class TLock>
+void OpensAndLocks(benchmark::State& state, TLock Lock)
+{
+    std::FILE* pFile = std::tmpfile();
+    const std::string strPath = "/proc/self/fd/" + std::to_string(fileno(pFile));
+    for (auto _ : state) {
+        const int iFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
+        if (!Lock(iFile))
+            state.SkipWithError("not locked");
+        close(iFile);
+    }
+    std::fclose(pFile);
+}
+BENCHMARK_CAPTURE(OpensAndLocks, Claims,
+                  [](int iFile) { return Platform::ClaimShare(iFile, {.share = Platform::EShare::Exclusive}); });
+BENCHMARK_CAPTURE(OpensAndLocks, Whole, [](int iFile) { return flock(iFile, LOCK_EX | LOCK_NB) == 0; });
 
 void NormalizesAnAddress(benchmark::State& state)
 {

@@ -32,22 +32,25 @@ protected:
     {
         return CSimpleString(m_directory.Write(strName, strText));
     }
-    CTemporaryDirectory m_directory;
+    CTemporaryDirectory m_directory{CTemporaryDirectory::IN_MEMORY};
     CConfigFile m_config;
 };
 
-TEST_F(TableFilesTest, IsFlushedBeforeItReplacesUnlessTheFileSystemOrdersThat)
+TEST_F(TableFilesTest, IsFlushedBeforeItReplacesUnlessTheFileSystemOrdersThatOrASectorIsEnough)
 {
     EXPECT_FALSE(Platform::OrdersDataBeforeNames("/proc"));
-    CTemporaryDirectory memory(CTemporaryDirectory::IN_MEMORY);
-    for (CTemporaryDirectory* pDirectory : {&memory, &m_directory}) {
-        ASSERT_TRUE(m_config.Load(CSimpleString(pDirectory->Write("config", "a: 1\n"))));
-        const CInjectedFault unflushed(EFault::Flush, 1, EIO);
-        if (pDirectory == &memory || Platform::OrdersDataBeforeNames(m_directory.Path().c_str()))
-            EXPECT_TRUE(m_config.Save());
-        else
-            EXPECT_THROW(m_config.Save(), CFileException);
-    }
+    ASSERT_TRUE(m_config.Load(Write("config", "a: 1\n")));
+    const CInjectedFault unflushed(EFault::Flush, 1, EIO, 2);
+    m_config.Set("a", "10");
+    EXPECT_TRUE(m_config.Save());
+    const CInjectedFault unknown(EFault::FileSystemType, 1, ENOSYS, UINT_MAX);
+    m_config.Set("a", "11");
+    EXPECT_TRUE(m_config.Save() && m_directory.Read("config") == "a: 11\n" && !m_config.HasChanged());
+    m_config.Set("a", "111");
+    EXPECT_THROW(m_config.Save(), CFileException);
+    m_config.Set("a", "12");
+    fs::create_hard_link(Path("config").Text(), Path("backup").Text());
+    EXPECT_THROW(m_config.Save(), CFileException);
 }
 
 TEST_F(TableFilesTest, AValueIsReadAndTheLinesAreWrittenBack)

@@ -176,7 +176,7 @@ private:
         const std::string_view now = file.strNow;
         if (iData == ALL || now == file.strSafe)
             return now;
-        if (iData == NONE)
+        if (iData == NONE || now.size() == file.strSafe.size()) // overwritten in place
             return file.strSafe;
         m_strZeros.resize(std::max(m_strZeros.size(), now.size()));
         return iData == ZEROS ? std::string_view(m_strZeros).substr(0, now.size()) : now.substr(0, now.size() / 2);

@@ -354,6 +354,7 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
     Config().Set("OutgoingDir", strOutgoing.c_str());
     Config().Set("ErrorDir", strError.c_str());
     m_directory.Write("etc/intercept_addresses", "eve@far.example\n");
+    m_directory.Write("spool/ann/config", "Quota: 7\nNextUID: 8\n");
     ASSERT_TRUE(Filters().Load(m_directory.Write("etc/filters", "spam\n").c_str()));
     std::string strMany;
     for (int n = 0; n < WIDE; ++n)
@@ -378,6 +379,9 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
         for (const auto& [strPath, strContent] : tree)
             if (strPath.ends_with(".eml") && (bOrdered || strPath.starts_with(strOutgoing)) && !IsWhole(strContent))
                 strLost = std::string(strPath) + " is cut " + strCut;
+        const auto account = tree.find(strAnn + "/config");
+        if (account == tree.end() || !account->second.starts_with("Quota: 7\nNextUID: "))
+            strLost = "the account " + strCut;
         for (const SMail& mail : mails) {
             std::map<std::string, size_t> whole;
             for (const auto& [strPath, strContent] : tree)
