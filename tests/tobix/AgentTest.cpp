@@ -223,7 +223,7 @@ TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesTha
         }
         std::set<dev_t> devices;
     } flushes;
-    const CTemporaryDirectory queue(CTemporaryDirectory::IN_MEMORY);
+    const CTemporaryDirectory queue; // on another volume
     Config().Set("QueueDir", queue.Path().c_str());
     m_directory.Write("spool/ben/config", "");
     ASSERT_TRUE(Users().InitUsers());
