@@ -55,7 +55,7 @@ private:
 
 } // namespace
 
-CJournalLog::CJournalLog(std::shared_ptr<ILogDestination> pOther, std::shared_ptr<const Platform::CJournal> pJournal,
+CJournalLog::CJournalLog(std::shared_ptr<ILogDestination> pOther, std::shared_ptr<Platform::CJournal> pJournal,
                          int iFacilityTimes8)
     : m_pOther(std::move(pOther)), m_pJournal(std::move(pJournal)), m_iFacilityTimes8(iFacilityTimes8)
 {}

@@ -17,7 +17,7 @@ namespace Bex {
 class CJournalLog : public ILogDestination
 {
 public:
-    CJournalLog(std::shared_ptr<ILogDestination> pOther, std::shared_ptr<const Platform::CJournal> pJournal,
+    CJournalLog(std::shared_ptr<ILogDestination> pOther, std::shared_ptr<Platform::CJournal> pJournal,
                 int iFacilityTimes8);
     void Write(int iLevel, const char* pszText, unsigned dwReserved) override;
     void Flush() override { m_pOther->Flush(); }
@@ -27,7 +27,7 @@ private:
     bool Send(int iLevel, std::string_view text) const;
 
     std::shared_ptr<ILogDestination> m_pOther;
-    std::shared_ptr<const Platform::CJournal> m_pJournal;
+    std::shared_ptr<Platform::CJournal> m_pJournal;
     int m_iFacilityTimes8;
     std::atomic<unsigned> m_nLost = 0;
 };

@@ -1,20 +1,28 @@
 #include "Platform/CJournal.h"
 
+#include "Platform/Clock.h"
 #include "Platform/Process.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
 #include "Platform/linux/net/LocalAddress.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <sys/stat.h>
+#include <sys/time.h>
 
 namespace Platform {
 
 namespace {
 
 constexpr const char SYSTEM_SOCKET[] = "/run/systemd/journal/socket";
-constexpr size_t USUAL_ENTRY = 1024; // bytes
+constexpr size_t USUAL_ENTRY = 1024;      // bytes
+constexpr int LONGEST_WAIT = 5000;        // microseconds, for one entry
+constexpr int64_t MOST_WAITING = 50'000;  // microseconds, in a burst
+constexpr uint64_t MICROS_PER_MILLI = 20; // of waiting, in the long run
 
 /// As the journal's native protocol has it: a value with line ends is preceded by its length.
 void AppendField(std::string& strEntry, const CJournal::SField& field)
@@ -37,11 +45,20 @@ std::string Variable(const char* pszName)
     return EnvironmentVariable(pszName, bPresent);
 }
 
+/// A wait for the journal is short in any case.
+int OpenSocket()
+{
+    CDescriptor descriptor(
+        GuardedCall({EFault::LocalSocket}, [] { return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }));
+    const timeval longest{.tv_sec = 0, .tv_usec = LONGEST_WAIT};
+    const auto limit = [&] { return setsockopt(descriptor.Get(), SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof longest); };
+    return GuardedCall({EFault::LocalSocket}, limit) == 0 ? descriptor.Release() : -1;
+}
+
 } // namespace
 
 CJournal::CJournal()
-    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")),
-      m_iDescriptor(GuardedCall({EFault::LocalSocket}, [] { return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }))
+    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")), m_iDescriptor(OpenSocket()), m_iMicrosLeft(MOST_WAITING)
 {
     if (m_strSocket.empty())
         m_strSocket = SYSTEM_SOCKET;
@@ -49,8 +66,8 @@ CJournal::CJournal()
 
 CJournal::~CJournal() { CDescriptor(m_iDescriptor).Close(); }
 
-/// The library's own function would wait while the journal is busy.
-bool CJournal::Send(std::span<const SField> fields) const
+/// The library's own function would wait for as long as the journal is stuck.
+bool CJournal::Send(std::span<const SField> fields)
 {
     std::string strEntry;
     strEntry.reserve(USUAL_ENTRY);
@@ -59,11 +76,34 @@ bool CJournal::Send(std::span<const SField> fields) const
     SLocalAddress address;
     if (!address.Set(m_strSocket.c_str()))
         return false;
-    const auto send = [&] {
-        return sendto(m_iDescriptor, strEntry.data(), strEntry.size(), MSG_DONTWAIT | MSG_NOSIGNAL, address.Get(),
-                      sizeof address.name);
+    const auto Send = [&](int iFlags) {
+        const auto send = [&] {
+            return sendto(m_iDescriptor, strEntry.data(), strEntry.size(), iFlags | MSG_NOSIGNAL, address.Get(),
+                          sizeof address.name);
+        };
+        return GuardedCall({EFault::LocalSocket}, send) >= 0;
     };
-    return GuardedCall({EFault::LocalSocket}, send) >= 0 || FailWithErrno();
+    return Send(MSG_DONTWAIT) || (errno == EAGAIN && SendPatiently(Send)) || FailWithErrno();
+}
+
+bool CJournal::SendPatiently(const std::function<bool(int)>& Send)
+{
+    const std::lock_guard lock(m_waiting);
+    const uint64_t nNow = TickCount();
+    const uint64_t nGiven = std::min<uint64_t>((nNow - m_nGivenTicks) * MICROS_PER_MILLI, MOST_WAITING);
+    m_iMicrosLeft = std::min<int64_t>(m_iMicrosLeft + static_cast<int64_t>(nGiven), MOST_WAITING);
+    m_nGivenTicks = nNow;
+    if (m_iMicrosLeft <= 0) {
+        errno = EAGAIN;
+        return false;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    const bool bSent = Send(0);
+    const int iErrno = errno;
+    m_iMicrosLeft -=
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin).count();
+    errno = iErrno;
+    return bSent;
 }
 
 /// The variables are handed on to whatever a service starts: each says which process, or which stream, it means.

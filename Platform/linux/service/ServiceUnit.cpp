@@ -94,8 +94,12 @@ ExecReload=/bin/sh -c "kill -HUP $MAINPID"
 # Sessions are echoed for the console; the log has what matters of them.
 StandardOutput=null
 StandardError=journal
+# Every line of the log is in the journal.
+LogRateLimitIntervalSec=0
 @ENVIRONMENT@Restart=on-failure
 RestartSec=10
+# Told only while every thread gets on.
+WatchdogSec=300
 # Each worker may take a minute to finish what it sends.
 TimeoutStopSec=300
 # Programs that it started for a mail finish that mail.
