@@ -3,6 +3,7 @@ import os
 import pathlib
 import subprocess
 import time
+import uuid
 
 ROOT = pathlib.Path(os.environ["ROOT"])
 ENVIRONMENT = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/root", "LC_ALL": "C.UTF-8",
@@ -18,9 +19,23 @@ def wait_for(what, condition, seconds=60):
     return result
 
 
+def control_groups():
+    """One of the machine's own in each hierarchy that an init system uses: two machines must not share any."""
+    group = f"tobix-machine-{uuid.uuid4().hex}"
+    own = dict(line.split(":", 2)[1:] for line in pathlib.Path("/proc/self/cgroup").read_text().splitlines())
+    for _, mount, kind, options, *_ in map(str.split, pathlib.Path("/proc/mounts").read_text().splitlines()):
+        name = "" if kind == "cgroup2" else "name=systemd"
+        if kind == "cgroup2" or kind == "cgroup" and name in options.split(","):
+            path = pathlib.Path(mount + own[name]) / group
+            path.mkdir()
+            yield path
+
+
 class Machine:
     def __init__(self):
+        self.groups = list(control_groups())
         self.boots = subprocess.Popen(["systemd-nspawn", "--quiet", "--boot", f"--directory={ROOT}", "--register=no", "--keep-unit", "--resolv-conf=off", "--console=passive"],
+                                      preexec_fn=lambda: [(g / "cgroup.procs").write_text("0") for g in self.groups],
                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         children = pathlib.Path(f"/proc/{self.boots.pid}/task/{self.boots.pid}/children")
         self.init = wait_for("the machine's first process", lambda: children.read_text().split())[0]
@@ -41,3 +56,6 @@ class Machine:
     def stop(self):
         self.run("systemctl poweroff", check=False)
         self.boots.wait(60)
+        for group in self.groups:
+            for directory, *_ in os.walk(group, topdown=False):
+                os.rmdir(directory)
