@@ -22,12 +22,13 @@ class CArray
 
 public:
     CArray() = default;
-    CArray(const CArray& other) : m_nGrowBy(other.m_nGrowBy)
+    explicit CArray(std::basic_string_view<T> values) ///< at most as many as the sizes can tell
     {
-        SetSize(other.m_nSize);
+        SetSize(static_cast<uint32_t>(values.size()));
         if (m_nSize > 0)
-            std::memcpy(m_pData, other.m_pData, Bytes(m_nSize));
+            std::memcpy(m_pData, values.data(), Bytes(m_nSize));
     }
+    CArray(const CArray& other) : CArray(other.View()) { m_nGrowBy = other.m_nGrowBy; }
     CArray(CArray&& other) noexcept { Swap(other); }
     CArray& operator=(CArray other) noexcept
     {

@@ -4,6 +4,7 @@
 #include "Platform/CControlSource.h"
 #include "Platform/CrashHandler.h"
 #include "Platform/Errors.h"
+#include "Platform/Host.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +35,7 @@ int main(int argc, char** argv, char** envp)
         return iExitCode;
     if (!Platform::InstallCrashHandler())
         std::fprintf(stderr, "crashes will not be reported, error %u\n", Platform::LastError().dwSysError);
+    Platform::ReturnFreedMemory();
     Platform::BlockControlSignals();
     const int iResult = RunApplication(argc, argv, envp);
     if (!Bex::CThread::AnyAbandoned())

@@ -11,15 +11,17 @@ CHeaderReader::EResult CHeaderReader::Next(std::string& strField)
 {
     if (m_bEnd || !ReadLine())
         return EResult::End;
-    strField.clear();
-    std::string_view line = TrimmedLine();
     if (m_nOffset > m_nMaxBytes)
         return EResult::TooBig;
-    if (line.empty())
+    const std::string_view line = TrimmedLine();
+    const auto nBefore = static_cast<size_t>(line.data() - m_strLine.data());
+    m_strLine.resize(nBefore + line.size());
+    strField.swap(m_strLine); // no copy of a long one is made
+    strField.erase(0, nBefore);
+    if (strField.empty())
         return EResult::End;
     if (IsTooBig())
         return EResult::TooBig;
-    strField = line;
     while (AtContinuation()) {
         ReadLine();
         strField += "\r\n\t";

@@ -4,6 +4,7 @@
 #include "Common/NormalizeAddress.h"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 namespace {
@@ -39,10 +40,10 @@ bool IsOneOf(const Bex::CSimpleString& strName, std::initializer_list<std::strin
 
 CMail::CMail() : m_received(false), m_recipients(false) {}
 
-CMail::CMail(const CMail& other, const Bex::CSimpleString& strRecipient)
+CMail::CMail(const CMail& other, std::string_view recipient)
     : CMessage(other), m_received(other.m_received), m_recipients(false), m_addressing(other.m_addressing)
 {
-    SetRecipients(strRecipient);
+    SetRecipients(recipient);
 }
 
 int CMail::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
@@ -81,18 +82,26 @@ int CMail::SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue)
     return 1;
 }
 
+/// It will stand in several fields.
+Bex::CSimpleString CMail::Sender(const Bex::CSimpleString& strValue)
+{
+    Bex::CSimpleString strAddress = NormalizeAddress(strValue);
+    m_bEnvelopeTooBig = m_bEnvelopeTooBig || strAddress.Length() > LONGEST_ADDRESS;
+    return strAddress.Length() > LONGEST_ADDRESS ? Bex::CSimpleString() : strAddress;
+}
+
 /// The fields that tell sender and recipients of the envelope; those that other mail servers write count only while
 /// nothing better was met.
 bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue)
 {
     if (IsOneOf(strName, {"X-Envelope-From", "Envelope-From"})) {
-        SetEnvelopeSender(NormalizeAddress(strValue));
+        SetEnvelopeSender(Sender(strValue));
         m_addressing.bSenderIsFinal = true;
     } else if (strName.EqualsNoCase("X-Sender")) {
         if (LacksSender())
-            SetEnvelopeSender(NormalizeAddress(strValue));
+            SetEnvelopeSender(Sender(strValue));
     } else if (strName.EqualsNoCase("Return-Path")) {
-        SetReturnPath(NormalizeAddress(strValue));
+        SetReturnPath(Sender(strValue));
     } else if (IsOneOf(strName, {"X-Envelope-To", "Envelope-To"})) {
         SetRecipients(NormalizeAddress(strValue));
     } else if (IsOneOf(strName, {"X-Delivered-To", "X-Original-To", "X-Rcpt-To", "X-Real-To", "X-Receiver"})) {
@@ -180,10 +189,10 @@ Bex::CSimpleString CMail::FirstRecipient() const
 Bex::CSimpleString CMail::JoinedRecipients() const
 {
     Bex::CScopedLock lock(m_recipients.LockObject());
-    Bex::CSimpleString strText;
+    std::string strText; // the other kind measures itself each time
     for (const Bex::CSimpleString& strRecipient : m_recipients)
-        (strText += strText.IsEmpty() ? "" : ",") += strRecipient;
-    return strText;
+        strText.append(strText.empty() ? "" : ",").append(strRecipient.View());
+    return Bex::CSimpleString(std::string_view(strText));
 }
 
 void CMail::SetRecipients(std::string_view text)
@@ -192,9 +201,14 @@ void CMail::SetRecipients(std::string_view text)
     Lines recipients(false); // the text may belong to one of the old ones
     const auto nSeparators =
         std::count_if(text.begin(), text.end(), [&](char c) { return SEPARATORS.find(c) != SEPARATORS.npos; });
-    m_bTooManyRecipients = nSeparators >= MAX_RECIPIENTS;
-    if (!m_bTooManyRecipients)
+    bool bTooBig = nSeparators >= MAX_RECIPIENTS;
+    if (!bTooBig)
         Bex::Tokenize(text, SEPARATORS, recipients, false);
+    for (const Bex::CSimpleString& strRecipient : recipients)
+        bTooBig = bTooBig || strRecipient.Length() > LONGEST_ADDRESS;
+    if (bTooBig)
+        recipients.RemoveAll();
+    m_bEnvelopeTooBig = m_bEnvelopeTooBig || bTooBig;
     m_recipients = std::move(recipients);
     if (m_addressing.strTo.IsEmpty() && !m_recipients.IsEmpty())
         m_addressing.strTo = Bex::CSimpleString::Formatted("<%s>", FirstRecipient().Text());

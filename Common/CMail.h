@@ -11,7 +11,7 @@ public:
     CMail();
     CMail(const CMail& other) = default;
     /// A copy for one recipient of the mail, made without copying the others; To is set when it was empty.
-    CMail(const CMail& other, const Bex::CSimpleString& strRecipient);
+    CMail(const CMail& other, std::string_view recipient);
 
     int SetHeader(Bex::CSimpleString strName, Bex::CSimpleString strValue) override;
     void BuildHeaderLines(Bex::CList<Bex::CSimpleString>& lines, EWriteMode mode) const override;
@@ -26,8 +26,9 @@ public:
     const Bex::CList<Bex::CSimpleString>& Recipients() const { return m_recipients; }
     Bex::CSimpleString FirstRecipient() const; ///< empty when there is none
     static constexpr ptrdiff_t MAX_RECIPIENTS = 100'000;
+    static constexpr uint32_t LONGEST_ADDRESS = 65536; ///< of the envelope: a longer one cannot mean anything
     /// Replaces the recipients by the pieces of the text between ",", ";", "<" and ">"; by none, and the mail
-    /// is too big to be read, when there are more than MAX_RECIPIENTS.
+    /// is too big to be read, when there are more than MAX_RECIPIENTS or one is longer than LONGEST_ADDRESS.
     void SetRecipients(std::string_view text);
     Bex::CList<Bex::CSimpleString>& Received() { return m_received; } ///< newest first
     const Bex::CList<Bex::CSimpleString>& Received() const { return m_received; }
@@ -44,7 +45,7 @@ public:
     void SetResentFor(const Bex::CSimpleString& strValue) { m_addressing.strResentFor = strValue; }
 
 protected:
-    bool HasTooManyRecipients() const override { return m_bTooManyRecipients; }
+    bool IsEnvelopeTooBig() const override { return m_bEnvelopeTooBig; }
 
 private:
     struct SAddressing
@@ -65,11 +66,12 @@ private:
     };
 
     Bex::CSimpleString JoinedRecipients() const;
+    Bex::CSimpleString Sender(const Bex::CSimpleString& strValue);
     bool SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue);
     bool LacksSender() const { return m_addressing.strEnvelopeSender.IsEmpty() && !m_addressing.bSenderIsFinal; }
 
     Bex::CList<Bex::CSimpleString> m_received;
     Bex::CList<Bex::CSimpleString> m_recipients;
-    bool m_bTooManyRecipients = false;
+    bool m_bEnvelopeTooBig = false;
     SAddressing m_addressing;
 };

@@ -3,8 +3,6 @@
 #include "Bex/CStorableStringList.h"
 #include "Common/CMail.h"
 
-#include <string_view>
-
 /// The content filters: plain phrases, looked for without regard to ASCII case in the Subject and in every text part.
 /// Shared between threads under the list's lock.
 class CMailFilter : public Bex::CStorableStringList
@@ -17,5 +15,5 @@ public:
     bool ContentFilterMatch(const CMail& mail, Bex::CSimpleString& strReason);
 
 private:
-    bool TextMatches(std::string_view text, Bex::CSimpleString& strReason);
+    bool TextMatches(CTextPieces& text, Bex::CSimpleString& strReason);
 };

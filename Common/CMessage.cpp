@@ -4,11 +4,13 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CHeaderReader.h"
+#include "Common/HeaderFields.h"
 #include "Common/NormalizeAddress.h"
 #include "Platform/Host.h"
 
 #include <algorithm>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,6 +19,8 @@ namespace {
 constexpr char SOURCE_FILE[] = "Common/Message";
 constexpr uint64_t ALWAYS_POSSIBLE = 64u << 20; ///< bytes of a body for which nobody asks how much memory there is
 constexpr std::string_view END_OF_DATA = "\r\n.\r\n";
+constexpr std::string_view LINE_END = "\r\n";
+constexpr size_t PIECE = 65536;
 
 /// The text between the first of one character and the last of another; empty when they stand the other way round.
 std::string_view Between(std::string_view text, char cFirst, char cLast)
@@ -54,11 +58,38 @@ Platform::SError LogTooBig(const Bex::CFile& file, const char* pszWhy)
     return {Platform::LIB_TOO_BIG, Platform::SYS_FILE_TOO_LARGE};
 }
 
-/// Whether Read takes back what Write has written: the fields and the blank line.
-bool IsReadable(std::string_view header)
+/// Whether Read takes back what Write writes: the fields and the blank line.
+bool IsReadable(const Bex::CList<Bex::CSimpleString>& lines)
 {
-    return header.size() <= CMessage::MAX_HEADER_BYTES &&
-           std::count(header.begin(), header.end(), '\n') <= int64_t{CMessage::MAX_HEADER_LINES} + 1;
+    size_t nBytes = LINE_END.size();
+    int64_t nLines = 0;
+    for (const Bex::CSimpleString& strLine : lines) {
+        nBytes += strLine.Length() + LINE_END.size();
+        nLines += 1 + std::ranges::count(strLine.View(), '\n');
+    }
+    return nBytes <= CMessage::MAX_HEADER_BYTES && nLines <= int64_t{CMessage::MAX_HEADER_LINES};
+}
+
+void WriteText(Bex::CFile& file, std::string_view text)
+{
+    if (!text.empty())
+        file.Write(text.data(), static_cast<uint32_t>(text.size()));
+}
+
+/// The header block, a piece at a time: a large one is not in memory once more.
+void WriteLines(Bex::CFile& file, Bex::CList<Bex::CSimpleString>& lines)
+{
+    std::string strPiece;
+    for (Bex::CSimpleString strLine; lines.PopFirst(strLine); strPiece += LINE_END) {
+        if (strPiece.size() + strLine.Length() <= PIECE) {
+            strPiece += strLine.View();
+            continue;
+        }
+        WriteText(file, strPiece);
+        WriteText(file, strLine);
+        strPiece.clear();
+    }
+    WriteText(file, strPiece += LINE_END);
 }
 
 } // namespace
@@ -128,8 +159,8 @@ SLoadResult CMessage::Read(Bex::CFile& file, bool bHeadersOnly)
         bool bHasHeader = false;
         if (!ReadHeaders(reader, bHasHeader))
             return SLoadResult::Failure(LogTooBig(file));
-        if (HasTooManyRecipients())
-            return SLoadResult::Failure(LogTooBig(file, "it has too many recipients"));
+        if (IsEnvelopeTooBig())
+            return SLoadResult::Failure(LogTooBig(file, "it has too many recipients, or an address is too long"));
         if (bHeadersOnly)
             return {};
         std::string_view buffered = reader.Buffered();
@@ -165,39 +196,45 @@ bool CMessage::ReadHeaders(CHeaderReader& reader, bool& bHasHeader)
     std::string strField;
     CHeaderReader::EResult result = reader.Next(strField);
     for (; result == CHeaderReader::EResult::Field; result = reader.Next(strField)) {
-        if (ParseHeaderLine(strField) != 0)
-            bHasHeader = true;
+        const std::optional<HeaderFields::SField> field = HeaderFields::Split(strField);
+        if (!field)
+            continue;
+        bHasHeader = true;
+        Bex::CSimpleString strName(field->name);
+        Bex::CSimpleString strValue(field->value);
+        if (strField.size() > PIECE) // a long one need not be in memory once more
+            std::string().swap(strField);
+        SetHeader(std::move(strName), std::move(strValue));
     }
     return result == CHeaderReader::EResult::End;
 }
 
-Bex::CSimpleString CMessage::GetHeaderText(EWriteMode mode) const
+std::string CMessage::GetHeaderText(EWriteMode mode) const
 {
     Bex::CList<Bex::CSimpleString> lines(false);
     BuildHeaderLines(lines, mode);
-    size_t nLength = 2;
+    size_t nLength = LINE_END.size();
     for (const Bex::CSimpleString& strLine : lines)
-        nLength += size_t{strLine.Length()} + 2;
+        nLength += strLine.Length() + LINE_END.size();
     std::string strText;
     strText.reserve(nLength);
-    for (const Bex::CSimpleString& strLine : lines)
-        strText.append(strLine.View()).append("\r\n");
-    strText += "\r\n";
-    return Bex::CSimpleString(std::string_view(strText));
+    for (Bex::CSimpleString strLine; lines.PopFirst(strLine);)
+        strText.append(strLine.View()).append(LINE_END);
+    return strText += LINE_END;
 }
 
 SSaveResult CMessage::Write(Bex::CFile& file, EWriteMode mode) const
 {
     try {
-        Bex::CSimpleString strHeader = GetHeaderText(mode);
-        if (!IsReadable(strHeader))
+        Bex::CList<Bex::CSimpleString> lines(false);
+        BuildHeaderLines(lines, mode);
+        if (!IsReadable(lines))
             return {ESaveResult::Failed, LogTooBig(file)};
-        file.Write(strHeader.Text(), strHeader.Length());
+        WriteLines(file, lines);
         std::string_view body = Body().View();
         if (mode != EWriteMode::Queue && body.ends_with(END_OF_DATA))
             body.remove_suffix(END_OF_DATA.size());
-        if (!body.empty())
-            file.Write(body.data(), static_cast<uint32_t>(body.size()));
+        WriteText(file, body);
         file.Seek(0, Platform::ESeekFrom::Current); // no buffer keeps a failure back
         return {};
     } catch (const Bex::CFileException& exception) {

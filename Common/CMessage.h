@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace Bex {
 class CReplacingFile;
@@ -50,7 +51,7 @@ public:
     virtual void SetFrom(const Bex::CSimpleString& strValue);
 
     /// Header block with CR LF line ends and the blank line.
-    Bex::CSimpleString GetHeaderText(EWriteMode mode) const;
+    std::string GetHeaderText(EWriteMode mode) const;
 
     /// Reads a mail file under its lock, which is waited for up to 10 s; without it the file is busy. A header block
     /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES, or a body beyond all memory, is refused (LIB_TOO_BIG).
@@ -77,7 +78,7 @@ public:
     const Bex::CSimpleString& MimeVersion() const { return m_strMimeVersion; }
 
 protected:
-    virtual bool HasTooManyRecipients() const { return false; } ///< such a mail is not read
+    virtual bool IsEnvelopeTooBig() const { return false; } ///< such a mail is not read
 
 private:
     bool ReadHeaders(CHeaderReader& reader, bool& bHasHeader);

@@ -10,19 +10,17 @@
 
 namespace {
 
-constexpr size_t LONGEST_PARAMETER = 65536;
-
 /// A parameter that is absent, or longer than any that means something, leaves what it had.
 void TakeParameter(const Bex::CSimpleString& strValue, std::string_view key, Bex::CSimpleString& strParameter)
 {
     std::optional<std::string_view> text = HeaderFields::Parameter(strValue, key);
-    if (text && text->size() <= LONGEST_PARAMETER)
+    if (text && text->size() <= CMessagePart::LONGEST_PARAMETER)
         strParameter = HeaderFields::Unfolded(*text);
 }
 
 } // namespace
 
-CMessagePart::CMessagePart() : m_extraHeaderLines(false), m_pBody(std::make_shared<const CBody>()) {}
+CMessagePart::CMessagePart() : m_extraHeaderLines(false), m_pBody(std::make_shared<CBody>()) {}
 
 CMessagePart::CMessagePart(const CMessagePart& other) = default;
 
@@ -76,10 +74,7 @@ bool CMessagePart::Parse(std::string_view bytes)
     std::optional<std::string_view> body = ParseHeaderBlock(bytes);
     if (!body || body->size() > UINT32_MAX)
         return false;
-    CBody copy;
-    copy.SetSize(static_cast<uint32_t>(body->size()));
-    std::copy(body->begin(), body->end(), copy.Data());
-    SetBody(std::move(copy));
+    SetBody(CBody(*body));
     NormalizeLineEndings();
     return true;
 }
@@ -91,9 +86,9 @@ std::optional<std::string_view> CMessagePart::ParseHeaderBlock(std::string_view 
 
 void CMessagePart::NormalizeLineEndings()
 {
-    CBody normalized;
-    if (LineEndings::Normalize(m_pBody->View(), normalized))
-        SetBody(std::move(normalized));
+    if (m_pBody.use_count() > 1)
+        SetBody(*m_pBody);
+    LineEndings::Normalize(*m_pBody);
 }
 
 Bex::CSimpleString CMessagePart::FindHeaderLine(std::string_view name) const
@@ -107,4 +102,15 @@ Bex::CSimpleString CMessagePart::FindHeaderLine(std::string_view name) const
     return {};
 }
 
-void CMessagePart::SetBody(CBody body) { m_pBody = std::make_shared<const CBody>(std::move(body)); }
+CMessagePart::CBody CMessagePart::TakeBody()
+{
+    CBody body;
+    if (m_pBody.use_count() > 1)
+        body = *m_pBody;
+    else
+        body.Swap(*m_pBody);
+    SetBody({});
+    return body;
+}
+
+void CMessagePart::SetBody(CBody body) { m_pBody = std::make_shared<CBody>(std::move(body)); }

@@ -8,8 +8,10 @@
 #include <optional>
 #include <string_view>
 
+class CTextPieces;
+
 /// Asked for each text part of a mail; true ends the search with its phrase.
-using TextTest = bool (*)(void* pContext, std::string_view text, Bex::CSimpleString& strPhrase);
+using TextTest = bool (*)(void* pContext, CTextPieces& text, Bex::CSimpleString& strPhrase);
 
 /// One MIME entity (RFC 2045): what its content headers say, every other header line, and the body as raw bytes.
 ///
@@ -42,6 +44,7 @@ public:
     static bool SearchTextParts(const CMessagePart& entity, TextTest test, void* pContext,
                                 Bex::CSimpleString& strPhrase);
     static constexpr unsigned MIME_DEPTH = 100;
+    static constexpr size_t LONGEST_PARAMETER = 65536; ///< a longer one counts as absent
 
     const Bex::CSimpleString& ContentType() const { return m_strContentType; }
     const Bex::CSimpleString& Boundary() const { return m_strBoundary; }
@@ -56,6 +59,7 @@ public:
     const Bex::CList<Bex::CSimpleString>& ExtraHeaderLines() const { return m_extraHeaderLines; }
     const CBody& Body() const { return *m_pBody; }
     void SetBody(CBody body);
+    CBody TakeBody(); ///< leaves none; no copy is made unless another entity shares it
 
 private:
     Bex::CSimpleString m_strContentType;
@@ -68,5 +72,5 @@ private:
     Bex::CSimpleString m_strDisposition;
     Bex::CSimpleString m_strDescription;
     Bex::CList<Bex::CSimpleString> m_extraHeaderLines;
-    std::shared_ptr<const CBody> m_pBody;
+    std::shared_ptr<CBody> m_pBody; ///< changed only while nobody shares it
 };

@@ -6,14 +6,16 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 namespace {
 
 constexpr char SOURCE_FILE[] = "Common/Encodings";
 constexpr std::string_view ALPHABET = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char HEX_DIGITS[] = "0123456789abcdef";
-constexpr uint8_t ALL_BITS = 63; ///< what a character outside the alphabet counts as
-constexpr uint8_t SPACE = 64;    ///< marks a character to skip
+constexpr uint8_t ALL_BITS = 63;     ///< what a character outside the alphabet counts as
+constexpr uint8_t SPACE = 64;        ///< marks a character to skip
+constexpr ptrdiff_t GROUP_BYTES = 3; ///< that four characters stand for
 
 constexpr std::array<uint8_t, 256> MakeSextets()
 {
@@ -35,27 +37,19 @@ uint32_t Size32(uint64_t nSize)
 
 std::string_view UpToNul(std::string_view text) { return text.substr(0, text.find('\0')); }
 
-/// Gathers the characters that are no white space, four at a time.
-class CSextetReader
+/// Takes the next four characters that are no white space from the text. Gives their count.
+size_t TakeGroup(std::string_view& text, std::array<char, 4>& group)
 {
-public:
-    explicit CSextetReader(std::string_view text) : m_text(text) {}
-
-    size_t ReadGroup(std::array<char, 4>& group) ///< the count read
-    {
-        size_t nRead = 0;
-        while (nRead < group.size() && m_nNext < m_text.size()) {
-            char c = m_text[m_nNext++];
-            if (SEXTETS[static_cast<uint8_t>(c)] != SPACE)
-                group[nRead++] = c;
-        }
-        return nRead;
+    size_t nRead = 0;
+    size_t nNext = 0;
+    while (nRead < group.size() && nNext < text.size()) {
+        char c = text[nNext++];
+        if (SEXTETS[static_cast<uint8_t>(c)] != SPACE)
+            group[nRead++] = c;
     }
-
-private:
-    std::string_view m_text;
-    size_t m_nNext = 0;
-};
+    text.remove_prefix(nNext);
+    return nRead;
+}
 
 char* DecodeGroup(const std::array<char, 4>& group, char* pOut)
 {
@@ -122,18 +116,28 @@ Bex::CArray<char> Base64Decode(std::string_view text)
 {
     text = UpToNul(text);
     Bex::CArray<char> decoded;
-    decoded.SetSize(Size32(uint64_t{text.size()} / 4 * 3));
-    char* pEnd = decoded.Data();
-    CSextetReader reader(text);
-    std::array<char, 4> group;
-    size_t nRead = reader.ReadGroup(group);
-    for (; nRead == group.size(); nRead = reader.ReadGroup(group))
-        pEnd = DecodeGroup(group, pEnd);
-    if (nRead > 0)
-        std::fputs("Premature EOF while decoding Base64-String!\n", stderr);
-    char* pNul = std::find(decoded.Data(), pEnd, '\0');
-    decoded.SetSize(static_cast<uint32_t>(pNul - decoded.Data()));
+    decoded.SetSize(Size32(uint64_t{text.size()} / 4 * 3 + GROUP_BYTES));
+    const char* pEnd = Base64Decode(text, decoded.Data(), decoded.Data() + decoded.Size());
+    decoded.SetSize(static_cast<uint32_t>(pEnd - decoded.Data()));
     return decoded;
+}
+
+char* Base64Decode(std::string_view& text, char* pOut, const char* pEnd)
+{
+    std::array<char, 4> group{};
+    while (pEnd - pOut >= GROUP_BYTES && !text.empty()) {
+        const size_t nRead = TakeGroup(text, group);
+        if (nRead == group.size()) {
+            char* const pGroup = std::exchange(pOut, DecodeGroup(group, pOut));
+            if (char* const pNul = std::find(pGroup, pOut, '\0'); pNul != pOut) {
+                text = {};
+                return pNul;
+            }
+        } else if (nRead > 0) {
+            std::fputs("Premature EOF while decoding Base64-String!\n", stderr);
+        }
+    }
+    return pOut;
 }
 
 Bex::CArray<char> QuotedPrintableDecode(std::string_view text)
@@ -141,17 +145,28 @@ Bex::CArray<char> QuotedPrintableDecode(std::string_view text)
     text = UpToNul(text);
     Bex::CArray<char> decoded;
     decoded.SetSize(Size32(text.size()));
-    char* pOut = decoded.Data();
-    while (!text.empty()) {
-        size_t nPlain = std::min(text.find('='), text.size());
+    const char* pEnd = QuotedPrintableDecode(text, decoded.Data(), decoded.Data() + decoded.Size());
+    decoded.SetSize(static_cast<uint32_t>(pEnd - decoded.Data()));
+    return decoded;
+}
+
+char* QuotedPrintableDecode(std::string_view& text, char* pOut, const char* pEnd)
+{
+    while (!text.empty() && pOut < pEnd) {
+        const std::string_view fitting = text.substr(0, static_cast<size_t>(pEnd - pOut));
+        const size_t nPlain = std::min(fitting.find('='), fitting.size());
         pOut = std::copy_n(text.data(), nPlain, pOut);
         text.remove_prefix(nPlain);
+        if (nPlain == fitting.size())
+            continue;
         if (size_t nBreak = SoftBreakLength(text); nBreak > 0) {
             text.remove_prefix(nBreak);
             continue;
         }
-        if (text.size() < 3)
-            break; // an escape that the text's end cuts off
+        if (text.size() < 3) { // an escape that the text's end cuts off
+            text = {};
+            break;
+        }
         int iHigh = HexValue(text[1]);
         int iLow = HexValue(text[2]);
         // A bad digit is -1: all bits set in its own nibble and in those above.
@@ -160,8 +175,7 @@ Bex::CArray<char> QuotedPrintableDecode(std::string_view text)
             *pOut++ = c;
         text.remove_prefix(3);
     }
-    decoded.SetSize(static_cast<uint32_t>(pOut - decoded.Data()));
-    return decoded;
+    return pOut;
 }
 
 Bex::CSimpleString XtextEncode(std::string_view text)

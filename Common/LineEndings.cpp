@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -68,20 +70,25 @@ char* CopyLine(std::string_view line, char* pOut)
 
 } // namespace
 
-bool LineEndings::Normalize(std::string_view text, Bex::CArray<char>& result)
+/// The text is moved to the end of its new place and read from there: what is written never overtakes what is read,
+/// which is ahead by as many bytes as there are breaks to be completed.
+void LineEndings::Normalize(Bex::CArray<char>& text)
 {
-    SCounts counts = Count(text);
+    const SCounts counts = Count(text.View());
     if (counts.nNul == 0 && counts.Bare() == 0)
-        return false;
-    uint64_t nSize = text.size() - counts.nNul + counts.Bare();
-    if (nSize > UINT32_MAX)
+        return;
+    const uint32_t nOld = text.Size();
+    const uint64_t nPlace = nOld + counts.Bare();
+    if (nPlace > UINT32_MAX)
         Bex::ThrowOutOfMemoryException(SOURCE_FILE, __LINE__);
-    result.SetSize(static_cast<uint32_t>(nSize));
+    text.SetSize(static_cast<uint32_t>(nPlace));
+    char* pOut = text.Data();
+    std::memmove(pOut + counts.Bare(), pOut, nOld);
+    const std::string_view old(pOut + counts.Bare(), nOld);
     bool bPlain = counts.nNul == 0 && counts.nReturn == counts.nPair; // only LFs are bare
-    char* pOut = result.Data();
-    for (size_t nStart = 0; nStart < text.size();) {
-        size_t nEnd = std::min(text.find('\n', nStart), text.size() - 1) + 1;
-        std::string_view line = text.substr(nStart, nEnd - nStart);
+    for (size_t nStart = 0; nStart < old.size();) {
+        size_t nEnd = std::min(old.find('\n', nStart), old.size() - 1) + 1;
+        std::string_view line = old.substr(nStart, nEnd - nStart);
         if (bPlain && line.back() == '\n' && (line.size() == 1 || line[line.size() - 2] != '\r')) {
             pOut = std::copy(line.begin(), line.end() - 1, pOut);
             *pOut++ = '\r';
@@ -93,5 +100,5 @@ bool LineEndings::Normalize(std::string_view text, Bex::CArray<char>& result)
         }
         nStart = nEnd;
     }
-    return true;
+    text.SetSize(static_cast<uint32_t>(pOut - text.Data()));
 }

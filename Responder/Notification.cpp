@@ -104,7 +104,7 @@ std::string ReturnedPart(const SCommand& command, const CMail& returned)
 {
     if (command.returned == SCommand::EReturn::Nothing)
         return {};
-    std::string strContent(returned.GetHeaderText(EWriteMode::Plain).View());
+    std::string strContent(returned.GetHeaderText(EWriteMode::Plain));
     const size_t nHeader = strContent.size() - 2; // RFC 6522 3: no blank line at the end
     if (command.returned == SCommand::EReturn::Full && Platform::FileSize(command.strMail.Text()) <= MOST_RETURNED) {
         strContent += LoadMail(command.strMail, false).Body().View();

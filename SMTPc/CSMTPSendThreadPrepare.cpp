@@ -46,7 +46,8 @@ Bex::CSimpleString Recipient(const CMail& mail)
     Bex::CSimpleString strRecipient = mail.FirstRecipient();
     if (!strRecipient.IsEmpty())
         return strRecipient;
-    return FirstAddress(mail.To());
+    const std::string_view to = FirstAddress(mail.To());
+    return to.size() > CMail::LONGEST_ADDRESS ? std::string_view() : to;
 }
 
 /// Puts the address that stands in for the sender into the mail's own fields, too.
@@ -90,10 +91,10 @@ bool CSMTPSendThread::PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepare
         return false;
     }
     Masquerade(mail, prepared.strSender);
-    prepared.strIdentity = mail.AuthenticatedAs();
+    if (mail.AuthenticatedAs().Length() <= CMail::LONGEST_ADDRESS)
+        prepared.strIdentity = mail.AuthenticatedAs();
     prepared.strMessageID = mail.MessageID();
     prepared.pFile = &loaded.file;
-    prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.Body().View());
-    mail.SetBody({}); // the payload is enough of it in memory
+    prepared.payload = TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.TakeBody());
     return true;
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <string>
+#include <string_view>
 
 namespace {
 
@@ -24,11 +24,11 @@ size_t NextDotLine(std::string_view text, size_t nFrom)
 
 bool IsSingleDot(std::string_view text, size_t nDot) { return nDot + 1 == text.size() || text[nDot + 1] == '\r'; }
 
-/// A part of the mail, with complete line ends only, and which of its dots are to be doubled.
-class CSection
+/// Which dots at the beginning of a line of a text with complete line ends are to be doubled.
+class CDots
 {
 public:
-    explicit CSection(std::string_view text) : m_text(text)
+    explicit CDots(std::string_view text)
     {
         size_t nDots = 0;
         size_t nSingle = 0;
@@ -36,75 +36,76 @@ public:
             const bool bSingle = IsSingleDot(text, nDot);
             ++nDots;
             nSingle += bSingle;
-            m_bAllDots = m_bAllDots || (!bSingle && text[nDot + 1] != '.');
+            m_bAll = m_bAll || (!bSingle && text[nDot + 1] != '.');
         }
-        m_nDoubled = m_bAllDots ? nDots : nSingle;
+        m_nDoubled = m_bAll ? nDots : nSingle;
     }
-    size_t Length() const { return m_text.size() + m_nDoubled; }
-    char* Write(char* pOut) const
+    size_t Doubled() const { return m_nDoubled; }
+    /// The text may stand behind the place that it is written to, by as many bytes as dots are doubled.
+    char* Write(std::string_view text, char* pOut) const
     {
         size_t nWritten = 0;
-        for (size_t nDot = m_nDoubled == 0 ? NONE : NextDotLine(m_text, 0); nDot != NONE;
-             nDot = NextDotLine(m_text, nDot + 1)) {
-            if (!m_bAllDots && !IsSingleDot(m_text, nDot))
+        for (size_t nDot = m_nDoubled == 0 ? NONE : NextDotLine(text, 0); nDot != NONE;
+             nDot = NextDotLine(text, nDot + 1)) {
+            if (!m_bAll && !IsSingleDot(text, nDot))
                 continue;
-            pOut = Copy(m_text.substr(nWritten, nDot - nWritten), pOut);
+            pOut = Copy(text.substr(nWritten, nDot - nWritten), pOut);
             *pOut++ = '.';
             nWritten = nDot;
         }
-        return Copy(m_text.substr(nWritten), pOut);
+        return Copy(text.substr(nWritten), pOut);
     }
     static char* Copy(std::string_view text, char* pOut)
     {
         if (!text.empty())
-            std::memcpy(pOut, text.data(), text.size());
+            std::memmove(pOut, text.data(), text.size());
         return pOut + text.size();
     }
 
 private:
-    std::string_view m_text;
-    bool m_bAllDots = false;
+    bool m_bAll = false;
     size_t m_nDoubled = 0;
 };
 
-void RemoveEndMarker(std::string_view& header, std::string_view& body)
+void RemoveEndMarker(std::string& strHeader, Bex::CArray<char>& body)
 {
-    const size_t nOfBody = std::min(body.size(), END_OF_DATA.size());
+    const size_t nOfBody = std::min<size_t>(body.Size(), END_OF_DATA.size());
     const size_t nOfHeader = END_OF_DATA.size() - nOfBody;
-    if (!body.ends_with(END_OF_DATA.substr(nOfHeader)) || !header.ends_with(END_OF_DATA.substr(0, nOfHeader)))
+    if (!body.View().ends_with(END_OF_DATA.substr(nOfHeader)) || !strHeader.ends_with(END_OF_DATA.substr(0, nOfHeader)))
         return;
-    body.remove_suffix(nOfBody);
-    header.remove_suffix(nOfHeader);
+    body.SetSize(body.Size() - static_cast<uint32_t>(nOfBody));
+    strHeader.resize(strHeader.size() - nOfHeader);
 }
 
-/// Without what could end a line, or the header block, early.
-std::string WithoutBareEnds(std::string_view header)
+/// What could end a line, or the header block, early becomes spaces.
+void BlankBareEnds(std::string& strHeader)
 {
-    std::string strResult(header);
-    for (size_t i = 0; i < strResult.size(); ++i) {
-        if (strResult.compare(i, 2, "\r\n") == 0)
+    for (size_t i = 0; i < strHeader.size(); ++i) {
+        if (strHeader.compare(i, 2, "\r\n") == 0)
             ++i;
-        else if (strResult[i] == '\r' || strResult[i] == '\n')
-            strResult[i] = ' ';
+        else if (strHeader[i] == '\r' || strHeader[i] == '\n')
+            strHeader[i] = ' ';
     }
-    return strResult;
 }
 
 } // namespace
 
-Bex::CArray<char> TransferForm(std::string_view header, std::string_view body)
+Bex::CArray<char> TransferForm(std::string strHeader, Bex::CArray<char> body)
 {
-    RemoveEndMarker(header, body);
-    const std::string strHeader = WithoutBareEnds(header);
-    Bex::CArray<char> normalized;
-    if (LineEndings::Normalize(body, normalized))
-        body = normalized.View();
-    const CSection sections[] = {CSection(strHeader), CSection(body)};
-    const size_t nLength = sections[0].Length() + sections[1].Length() + END_OF_DATA.size();
+    RemoveEndMarker(strHeader, body);
+    BlankBareEnds(strHeader);
+    LineEndings::Normalize(body);
+    const CDots dotsOfHeader(strHeader);
+    const CDots dotsOfBody(body.View());
+    const size_t nBody = body.Size();
+    const size_t nBefore = strHeader.size() + dotsOfHeader.Doubled() + dotsOfBody.Doubled();
+    const size_t nLength = nBefore + nBody + END_OF_DATA.size();
     if (nLength > std::numeric_limits<uint32_t>::max())
         Bex::ThrowOutOfMemoryException(SOURCE_FILE, __LINE__);
-    Bex::CArray<char> payload;
-    payload.SetSize(static_cast<uint32_t>(nLength));
-    CSection::Copy(END_OF_DATA, sections[1].Write(sections[0].Write(payload.Data())));
-    return payload;
+    body.SetSize(static_cast<uint32_t>(nLength));
+    char* const pPayload = body.Data();
+    const std::string_view text(pPayload + nBefore, nBody);
+    CDots::Copy({pPayload, nBody}, pPayload + nBefore);
+    CDots::Copy(END_OF_DATA, dotsOfBody.Write(text, dotsOfHeader.Write(strHeader, pPayload)));
+    return body;
 }

@@ -88,7 +88,7 @@ bool CMailRouter::LearnAuthorPolicy(const CMail& mail, CCopyGroup& group)
 
 CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
 {
-    m_strOpen = {};
+    m_strOpen.clear();
     ERouted routed = ERouted::Done;
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
         if (routed == ERouted::Done) // of very many, a stop cannot wait for the last one
@@ -96,11 +96,11 @@ CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
         if (routed == ERouted::Failed)
             return EOutcome::Failed;
         if (routed == ERouted::Busy)
-            (m_strOpen += strRecipient) += ",";
+            m_strOpen.append(strRecipient.View()) += ',';
         else
             group.EndIfDue();
     }
-    if (m_strOpen.IsEmpty())
+    if (m_strOpen.empty())
         return EOutcome::Delivered;
     return group.CopiesOfMail() > 0 ? EOutcome::Interrupted : EOutcome::Retry;
 }

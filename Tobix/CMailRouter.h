@@ -12,6 +12,7 @@
 #include "Tobix/SMailDirectories.h"
 
 #include <memory>
+#include <string>
 
 /// Filters one mail, makes a copy for each recipient and puts it into a mailbox or into the outgoing directory.
 /// Owned by the local agent and used on its thread.
@@ -32,7 +33,7 @@ public:
 
     /// Exceptions of the library pass through and mean that the mail failed.
     EOutcome Route(const CMail& mail, CCopyGroup& group);
-    const Bex::CSimpleString& OpenRecipients() const { return m_strOpen; } ///< as CMail::SetRecipients takes them
+    const std::string& OpenRecipients() const { return m_strOpen; } ///< as CMail::SetRecipients takes them
 
 private:
     bool LearnAuthorPolicy(const CMail& mail, CCopyGroup& group);
@@ -59,6 +60,6 @@ private:
     CFileNames m_names;
     LocalHostIdentity m_identity;
     std::shared_ptr<COutgoingFiles> m_pOutgoing;
-    Bex::CSimpleString m_strOpen;
+    std::string m_strOpen;
     Bex::CSimpleString m_strAuthorPolicy; ///< of the mail that is being routed; empty unless it is sent on
 };

@@ -39,7 +39,7 @@ void SearchesParts(benchmark::State& state)
     CMail mail;
     mail.Parse(strMail);
     Bex::CSimpleString strPhrase;
-    const auto Never = [](void*, std::string_view, Bex::CSimpleString&) { return false; };
+    const auto Never = [](void*, CTextPieces&, Bex::CSimpleString&) { return false; };
     for (auto _ : state)
         benchmark::DoNotOptimize(CMessagePart::SearchTextParts(mail, Never, nullptr, strPhrase));
     state.SetItemsProcessed(state.iterations() * state.range(0));

@@ -3,6 +3,7 @@
 
 #include "Check.h"
 #include "Common/CMessagePart.h"
+#include "Common/CTextPieces.h"
 #include "Common/Encodings.h"
 
 #include <set>
@@ -12,9 +13,12 @@ namespace {
 
 using Texts = std::set<std::string>;
 
-bool Look(void* pContext, std::string_view text, Bex::CSimpleString&)
+bool Look(void* pContext, CTextPieces& text, Bex::CSimpleString&)
 {
-    static_cast<Texts*>(pContext)->emplace(text);
+    std::string strText;
+    for (std::string_view piece; text.Next(piece);)
+        strText += piece;
+    static_cast<Texts*>(pContext)->insert(strText);
     return false;
 }
 

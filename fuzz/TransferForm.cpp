@@ -48,7 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pBytes, size_t nSize)
 {
     const std::string_view text(reinterpret_cast<const char*>(pBytes), nSize);
     const size_t nHeader = nSize == 0 ? 0 : pBytes[0] % nSize;
-    const Bex::CArray<char> payload = TransferForm(text.substr(0, nHeader), text.substr(nHeader));
+    const Bex::CArray<char> payload =
+        TransferForm(std::string(text.substr(0, nHeader)), Bex::CArray<char>(text.substr(nHeader)));
     Check(payload.View().ends_with(END_OF_DATA));
     Check(!HasBareEnds(payload.View()));
     AsReceived(payload.View());
@@ -59,6 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pBytes, size_t nSize)
             strPlain += c == '\n' ? "\r\n" : std::string(1, c);
     }
     if (!strPlain.ends_with(END_OF_DATA))
-        Check(AsReceived(TransferForm("A: b\r\n", strPlain).View()) == "A: b\r\n" + strPlain + "\r\n");
+        Check(AsReceived(TransferForm("A: b\r\n", Bex::CArray<char>(strPlain)).View()) ==
+              "A: b\r\n" + strPlain + "\r\n");
     return 0;
 }

@@ -92,13 +92,13 @@ TEST(Mail, WritesItsHeadersInOrder)
         "cc: c\r\nto: t\r\norganization: o\r\nfrom: Ann <Ann@A>\r\nmessage-id: <Id@Host>\r\n"
         "received: by a\r\n\twith b\r\nreceived: c\r\nx-envelope-to: a@a,b@b\r\nx-envelope-from: s@s\r\n"
         "return-path: <p@p>\r\n\r\nbody");
-    EXPECT_EQ(mail.GetHeaderText(EWriteMode::Plain).View(), OTHER_LINES);
-    EXPECT_EQ(mail.GetHeaderText(EWriteMode::Envelope).View(), std::string(ENVELOPE_LINES) + OTHER_LINES);
-    EXPECT_EQ(mail.GetHeaderText(EWriteMode::ReturnPath).View(), std::string("Return-Path: <p@p>\r\n") + OTHER_LINES);
+    EXPECT_EQ(mail.GetHeaderText(EWriteMode::Plain), OTHER_LINES);
+    EXPECT_EQ(mail.GetHeaderText(EWriteMode::Envelope), std::string(ENVELOPE_LINES) + OTHER_LINES);
+    EXPECT_EQ(mail.GetHeaderText(EWriteMode::ReturnPath), std::string("Return-Path: <p@p>\r\n") + OTHER_LINES);
 
     CMail copy(mail, "b@b"); // for the second recipient
-    EXPECT_EQ(copy.GetHeaderText(EWriteMode::Plain).View(), OTHER_LINES);
-    EXPECT_EQ(copy.GetHeaderText(EWriteMode::Envelope).View(),
+    EXPECT_EQ(copy.GetHeaderText(EWriteMode::Plain), OTHER_LINES);
+    EXPECT_EQ(copy.GetHeaderText(EWriteMode::Envelope),
               std::string("X-Envelope-From: s@s\r\nX-Envelope-To: b@b\r\n") + OTHER_LINES);
     copy.Received().Prepend("first");
     EXPECT_EQ(copy.Received().Count(), 3u);
@@ -109,13 +109,13 @@ TEST(Mail, WritesItsHeadersInOrder)
 TEST(Mail, WritesWhatIsThere)
 {
     const SHeaders anonymous({"Date: d", "From: <>"});
-    EXPECT_EQ(anonymous.GetHeaderText(EWriteMode::Envelope).View(), "Date: d\r\n\r\n");
-    EXPECT_EQ(anonymous.GetHeaderText(EWriteMode::ReturnPath).View(), "Return-Path: <>\r\nDate: d\r\n\r\n");
+    EXPECT_EQ(anonymous.GetHeaderText(EWriteMode::Envelope), "Date: d\r\n\r\n");
+    EXPECT_EQ(anonymous.GetHeaderText(EWriteMode::ReturnPath), "Return-Path: <>\r\nDate: d\r\n\r\n");
     const SHeaders bounce({"Date: d", "X-Envelope-From: <>", "X-Envelope-To: a"});
-    EXPECT_EQ(bounce.GetHeaderText(EWriteMode::Envelope).View(),
+    EXPECT_EQ(bounce.GetHeaderText(EWriteMode::Envelope),
               "X-Envelope-From: \r\nX-Envelope-To: a\r\nTo: <a>\r\nDate: d\r\n\r\n");
     const SHeaders sent({"Date: d", "X-Envelope-From: s@s"});
-    EXPECT_EQ(sent.GetHeaderText(EWriteMode::Plain).View(), "From: <s@s>\r\nDate: d\r\n\r\n");
+    EXPECT_EQ(sent.GetHeaderText(EWriteMode::Plain), "From: <s@s>\r\nDate: d\r\n\r\n");
 }
 
 TEST(Mail, TellsOfItsReceptionHere)

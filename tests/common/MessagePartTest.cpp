@@ -1,4 +1,5 @@
 #include "Common/CMessagePart.h"
+#include "Common/CTextPieces.h"
 #include "support/CLogRecorder.h"
 
 #include <gmock/gmock.h>
@@ -116,14 +117,16 @@ struct SSearch
                                  "\r\n\r\n" + strBody));
         bFound = CMessagePart::SearchTextParts(entity, Look, this, strPhrase);
     }
-    static bool Look(void* pContext, std::string_view text, Bex::CSimpleString& strFound)
+    static bool Look(void* pContext, CTextPieces& text, Bex::CSimpleString& strFound)
     {
         auto& self = *static_cast<SSearch*>(pContext);
-        self.texts.emplace_back(text);
+        self.texts.emplace_back();
+        for (std::string_view piece; text.Next(piece);)
+            self.texts.back() += piece;
         if (self.nHeap == 0) // to ask takes long when much of the heap is free
             self.nHeap = mallinfo2().uordblks;
         strFound = "phrase";
-        return text.find("phrase") != std::string_view::npos;
+        return self.texts.back().find("phrase") != std::string::npos;
     }
 };
 
@@ -186,7 +189,10 @@ TEST(MimeSearch, TakesBoundedWork)
     EXPECT_THAT(SSearch(Nested(100, 1), OUTER).texts, ElementsAre("innermost"));
     const CLogRecorder log;
     EXPECT_THAT(SSearch(Nested(101, 1), OUTER).texts, IsEmpty());
-    EXPECT_EQ(log.Lines().size(), 1u);
+    std::string strLarge = Nested(100, 1); // on each level all of it, and nearly a delimiter everywhere
+    strLarge.insert(strLarge.find("innermost"), 8 << 20, '-');
+    EXPECT_THAT(SSearch(strLarge, OUTER).texts, IsEmpty());
+    EXPECT_EQ(log.Lines().size(), 2u);
     EXPECT_THAT(SSearch(Nested(60, 2), OUTER).texts, ElementsAre("innermost", "innermost")); // not 2 to the 60th
     EXPECT_EQ(SSearch(Repeated(100000, Part("text")) + "--b--\r\n").texts.size(), 100000u);
     // Delimiters that nearly match everywhere.

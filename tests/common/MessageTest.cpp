@@ -108,6 +108,10 @@ TEST_F(MessageTest, BoundsTheHeaderBlock)
     EXPECT_TRUE(isTooBig(std::string(CMessage::MAX_HEADER_BYTES + 1000, ' ')));
     EXPECT_FALSE(isTooBig("X-Envelope-To: " + std::string(CMail::MAX_RECIPIENTS - 1, ',') + "\n"));
     EXPECT_TRUE(isTooBig("X-Envelope-To: " + std::string(CMail::MAX_RECIPIENTS, ',') + "\n"));
+    for (const std::string strField : {"X-Envelope-To: a,", "X-Envelope-From: ", "Return-Path: "}) {
+        EXPECT_FALSE(isTooBig(strField + std::string(CMail::LONGEST_ADDRESS, 'a') + "\n"));
+        EXPECT_TRUE(isTooBig(strField + std::string(CMail::LONGEST_ADDRESS + 1, 'a') + "\n"));
+    }
 
     CMail grown; // by a line too much to be read again
     ASSERT_TRUE(Load(grown, strLines + "\n"));

@@ -1,10 +1,13 @@
+#include "Common/CMailFilter.h"
 #include "Common/CSilentPeers.h"
 #include "Common/Globals.h"
 #include "Platform/CAdvancedClock.h"
 #include "SMTPc/CReplyReader.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/TransferForm.h"
+#include "support/CTemporaryDirectory.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -74,7 +77,46 @@ TEST(TransferFormTest, EndsWhereTheMailEndsAndNowhereElse)
                  {"", "", ""},
                  {"A: b\r\n\r\n", "", "A: b\r\n\r\n"}};
     for (const auto& tried : CASES)
-        EXPECT_EQ(TransferForm(tried.header, tried.body).View(), tried.sent + "\r\n.\r\n");
+        EXPECT_EQ(TransferForm(std::string(tried.header), Bex::CArray<char>(tried.body)).View(),
+                  tried.sent + "\r\n.\r\n");
+}
+
+/// In bytes, since the last call.
+size_t MostMemory()
+{
+    std::ifstream status("/proc/self/status");
+    std::string strWord;
+    while (strWord != "VmHWM:" && status >> strWord)
+        continue;
+    size_t nKilobytes = 0;
+    status >> nKilobytes;
+    std::ofstream("/proc/self/clear_refs") << "5";
+    return nKilobytes << 10;
+}
+
+TEST(MemoryTest, IsThreeTimesTheMailAtTheMost)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer keeps what was freed";
+#endif
+    const CTemporaryDirectory directory(CTemporaryDirectory::IN_MEMORY);
+    CMailFilter filter;
+    ASSERT_TRUE(filter.Load(directory.Write("filters", "phrase\n").c_str()));
+    const std::string strType = "Content-Type: text/plain\nContent-Transfer-Encoding: ";
+    for (const std::string& strMail :
+         {strType + "quoted-printable\n\n" + std::string(24 << 20, '\n'), "A: b\n\n" + std::string(24 << 20, '\r'),
+          "From: " + std::string(15 << 20, 'a') + "\n\nbody"}) {
+        directory.Write("1.eml", strMail);
+        MostMemory();
+        const size_t nBefore = MostMemory();
+        CMail mail;
+        ASSERT_TRUE(mail.Load((directory / "1.eml").c_str(), false));
+        Bex::CSimpleString strReason;
+        EXPECT_FALSE(filter.ContentFilterMatch(mail, strReason));
+        EXPECT_TRUE(CMail(mail, "a@b").Save((directory / "2.eml").c_str(), EWriteMode::Envelope));
+        EXPECT_GT(TransferForm(mail.GetHeaderText(EWriteMode::Plain), mail.TakeBody()).Size(), strMail.size());
+        EXPECT_LT(MostMemory(), nBefore + 3 * strMail.size()) << strMail.substr(0, 9);
+    }
 }
 
 TEST(SilentPeersTest, AreRememberedForTheirTimeWithinABound)

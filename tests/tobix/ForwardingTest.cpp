@@ -142,7 +142,7 @@ protected:
         mail.Parse(strEnvelope + "From: \"Bob\" <" + pszAuthor + ">\r\n" + strMore + "\r\nbody");
         ApplyForwardingRewrites(mail, "ann@example.org", RejectAtFar(AuthorDomain(mail)));
         EXPECT_TRUE(m_bSRS == mail.EnvelopeSender().View().ends_with("=home.example=bob@srs.example"));
-        return mail.GetHeaderText(EWriteMode::Envelope).Text();
+        return mail.GetHeaderText(EWriteMode::Envelope);
     }
 
     CTemporaryDirectory m_directory;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
@@ -38,6 +39,12 @@ uint64_t MostMemory()
             nMost = std::min<uint64_t>(nMost, limit.rlim_cur);
     }
     return nMost;
+}
+
+void ReturnFreedMemory()
+{
+    constexpr int LARGE = 1 << 20; // set at all, it no longer grows with what is freed
+    mallopt(M_MMAP_THRESHOLD, LARGE);
 }
 
 } // namespace Platform
