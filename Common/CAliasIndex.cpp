@@ -3,6 +3,7 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 
+#include <algorithm>
 #include <string>
 
 namespace {
@@ -18,13 +19,22 @@ CAliasIndex::CAliasIndex(const CTable& table)
 {
     m_entries.reserve(table.Count());
     m_byKey.reserve(table.Count());
+    std::vector<CPatternTree::SPattern> patterns;
     for (CTable::CIterator node(table); node; ++node) {
         const Id entry = Count();
         m_entries.push_back({&*node});
         m_byKey.emplace(node->key, entry);
         if (HasWildcard(node->key))
-            m_patterns.Add(node->key, entry);
+            patterns.push_back({node->key, entry});
     }
+    std::ranges::sort(patterns, [this](const auto& a, const auto& b) { return WinsOver(a.id, b.id); });
+    m_patterns = CPatternTree(patterns);
+}
+
+void CAliasIndex::Hide(Id entry)
+{
+    m_entries[entry].bHidden = true;
+    m_patterns.Remove(entry);
 }
 
 bool CAliasIndex::WinsOver(Id a, Id b) const
@@ -50,12 +60,9 @@ CAliasIndex::Id CAliasIndex::Find(std::string_view address) const
     const Id exact = FindExact(address);
     if (exact != NONE || address.empty() || HasWildcard(address))
         return exact;
-    Id best = FindSpelled(address); // a key without wildcards matches whatever the case
-    for (const Id entry : m_patterns.Matching(address)) {
-        if (!IsHidden(entry) && (best == NONE || WinsOver(entry, best)))
-            best = entry;
-    }
-    return best;
+    const Id spelled = FindSpelled(address); // a key without wildcards matches whatever the case
+    const Id pattern = m_patterns.FindBest(address);
+    return pattern != NONE && (spelled == NONE || WinsOver(pattern, spelled)) ? pattern : spelled;
 }
 
 CAliasIndex::STarget CAliasIndex::Resolve(std::string_view address) const

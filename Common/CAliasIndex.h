@@ -40,7 +40,7 @@ public:
     const SNode& Entry(Id entry) const { return *m_entries[entry].pNode; }
     SNode& Entry(Id entry) { return *m_entries[entry].pNode; }
 
-    void Hide(Id entry) { m_entries[entry].bHidden = true; } ///< it is found no more
+    void Hide(Id entry); ///< it is found no more
     bool IsHidden(Id entry) const { return m_entries[entry].bHidden; }
 
 private:

@@ -2,61 +2,176 @@
 
 #include "Bex/TextFunctions.h"
 
-#include <utility>
+#include <algorithm>
+#include <queue>
+#include <set>
+#include <string>
+#include <tuple>
 
-void CPatternTree::Add(std::string_view pattern, Id id)
+namespace {
+
+constexpr std::string_view WILDCARDS = "*?";
+
+/// Several stars in a row match what one does.
+std::string WithSingleStars(std::string_view text)
 {
-    Place place = ROOT;
-    for (const char c : pattern) {
-        const auto [way, bNew] =
-            m_ways.try_emplace(Way(place, Bex::LowerAscii(c)), static_cast<Place>(m_patterns.size()));
-        if (bNew)
-            m_patterns.push_back(NONE);
-        place = way->second;
-    }
-    m_patterns[place] = id;
+    std::string strText(text);
+    const auto end = std::unique(strText.begin(), strText.end(), [](char a, char b) { return a == '*' && b == '*'; });
+    strText.erase(end, strText.end());
+    return strText;
 }
 
-std::vector<CPatternTree::Id> CPatternTree::Matching(std::string_view text) const
+} // namespace
+
+/// The places that one text may lead to.
+class CPatternTree::CSearch
 {
-    SProgress progress;
-    Enter(ROOT, progress);
+public:
+    CSearch(const CPatternTree& tree, std::string_view text)
+        : m_tree(tree), m_strText(text), m_characters(Characters(text))
+    {}
+
+    void Add(SPlace place)
+    {
+        if (place.nFirst >= place.nBehind)
+            return;
+        const SBound bound = m_tree.BoundOf(place.nFirst, place.nBehind);
+        if (bound.nRank == NONE || (bound.needed & ~m_characters) != 0)
+            return;
+        place.bAlike = m_tree.TextAt(place.nFirst) == m_tree.TextAt(place.nBehind - 1);
+        if (place.bAlike) // it will be matched as a whole
+            place = {place.nFirst, place.nBehind, 0, 0, false, true};
+        place.nRank = bound.nRank;
+        if (m_seen.emplace(place.nFirst, place.nDepth, place.nPosition, place.bStar, place.bAlike).second)
+            m_places.push(place);
+    }
+    Id Run()
+    {
+        while (!m_places.empty()) {
+            const SPlace place = m_places.top();
+            m_places.pop();
+            if (!place.bAlike)
+                Follow(place);
+            else if (Bex::WildcardMatch(m_strText, m_tree.TextAt(place.nFirst)))
+                return m_tree.m_idByRank[place.nRank];
+        }
+        return NONE;
+    }
+
+private:
+    void Follow(SPlace place)
+    {
+        SPlace ended = place;
+        ended.nBehind = m_tree.BehindEnded(place);
+        Add(ended);
+        place.nFirst = ended.nBehind;
+        SPlace star = m_tree.Child(place, '*');
+        star.bStar = true;
+        Add(star);
+        if (place.nPosition == m_strText.size())
+            return;
+        for (const char c : {Bex::LowerAscii(m_strText[place.nPosition]), '?'}) {
+            SPlace next = m_tree.Child(place, c);
+            ++next.nPosition;
+            Add(next);
+        }
+        if (place.bStar) {
+            ++place.nPosition;
+            Add(place);
+        }
+    }
+
+    struct SIsWorse
+    {
+        bool operator()(const SPlace& a, const SPlace& b) const { return a.nRank > b.nRank; }
+    };
+
+    const CPatternTree& m_tree;
+    std::string m_strText;
+    uint64_t m_characters;
+    std::priority_queue<SPlace, std::vector<SPlace>, SIsWorse> m_places;
+    std::set<std::tuple<uint32_t, uint32_t, uint32_t, bool, bool>> m_seen;
+};
+
+CPatternTree::CPatternTree(const std::vector<SPattern>& patterns) : m_bounds(2 * patterns.size())
+{
+    for (const SPattern& pattern : patterns) {
+        m_leaves.push_back({WithSingleStars(pattern.text), static_cast<uint32_t>(m_idByRank.size())});
+        m_idByRank.push_back(pattern.id);
+        m_leafById.resize(std::max<size_t>(m_leafById.size(), pattern.id + size_t{1}), NONE);
+    }
+    std::ranges::sort(m_leaves, {}, &SLeaf::strText);
+    for (uint32_t nLeaf = 0; nLeaf < m_leaves.size(); ++nLeaf) {
+        const SLeaf& leaf = m_leaves[nLeaf];
+        m_leafById[m_idByRank[leaf.nRank]] = nLeaf;
+        m_bounds[m_leaves.size() + nLeaf] = {leaf.nRank, Characters(leaf.strText)};
+    }
+    for (size_t n = m_leaves.size(); n-- > 1;)
+        m_bounds[n] = Joined(m_bounds[2 * n], m_bounds[2 * n + 1]);
+}
+
+CPatternTree::Id CPatternTree::FindBest(std::string_view text) const
+{
+    if (m_leaves.empty())
+        return NONE;
+    CSearch search(*this, text);
+    search.Add({0, static_cast<uint32_t>(m_leaves.size()), 0, 0, false});
+    return search.Run();
+}
+
+void CPatternTree::Remove(Id id)
+{
+    if (id >= m_leafById.size() || m_leafById[id] == NONE)
+        return;
+    size_t n = m_leaves.size() + m_leafById[id];
+    m_bounds[n] = {};
+    while ((n /= 2) > 0)
+        m_bounds[n] = Joined(m_bounds[2 * n], m_bounds[2 * n + 1]);
+}
+
+CPatternTree::SBound CPatternTree::Joined(const SBound& a, const SBound& b)
+{
+    return {std::min(a.nRank, b.nRank), a.needed & b.needed};
+}
+
+/// A bit for each, which some share.
+uint64_t CPatternTree::Characters(std::string_view text)
+{
+    uint64_t bits = 0;
     for (const char c : text) {
-        if (progress.places.empty() && progress.stars.empty())
-            break;
-        Advance(Bex::LowerAscii(c), progress);
+        if (WILDCARDS.find(c) == WILDCARDS.npos)
+            bits |= uint64_t{1} << (Bex::LowerAscii(c) & 63);
     }
-    std::vector<Id> matching;
-    for (const std::vector<Place>* pPlaces : {&progress.places, &progress.stars}) {
-        for (const Place place : *pPlaces) {
-            if (m_patterns[place] != NONE)
-                matching.push_back(m_patterns[place]);
-        }
-    }
-    return matching;
+    return bits;
 }
 
-CPatternTree::Place CPatternTree::Next(Place from, char c) const
+CPatternTree::SBound CPatternTree::BoundOf(uint32_t nFirst, uint32_t nBehind) const
 {
-    const auto way = m_ways.find(Way(from, c));
-    return way != m_ways.end() ? way->second : NONE;
-}
-
-void CPatternTree::Enter(Place place, SProgress& progress) const
-{
-    progress.places.push_back(place);
-    for (Place star = Next(place, '*'); star != NONE && progress.starsSeen.insert(star).second; star = Next(star, '*'))
-        progress.stars.push_back(star);
-}
-
-void CPatternTree::Advance(char c, SProgress& progress) const
-{
-    std::vector<Place> before = std::exchange(progress.places, {});
-    before.insert(before.end(), progress.stars.begin(), progress.stars.end());
-    for (const Place place : before) {
-        for (const char cWay : {c, '?'}) {
-            if (const Place next = Next(place, cWay); next != NONE)
-                Enter(next, progress);
-        }
+    SBound bound;
+    size_t nFrom = m_leaves.size() + nFirst;
+    size_t nTo = m_leaves.size() + nBehind;
+    for (; nFrom < nTo; nFrom /= 2, nTo /= 2) {
+        if (nFrom % 2 == 1)
+            bound = Joined(bound, m_bounds[nFrom++]);
+        if (nTo % 2 == 1)
+            bound = Joined(bound, m_bounds[--nTo]);
     }
+    return bound;
+}
+
+uint32_t CPatternTree::BehindEnded(const SPlace& place) const
+{
+    const auto found = std::partition_point(m_leaves.begin() + place.nFirst, m_leaves.begin() + place.nBehind,
+                                            [&](const SLeaf& leaf) { return leaf.strText.size() == place.nDepth; });
+    return static_cast<uint32_t>(found - m_leaves.begin());
+}
+
+/// The patterns of a place that go on with a character; all of them are longer than its depth.
+CPatternTree::SPlace CPatternTree::Child(const SPlace& place, char c) const
+{
+    const auto next = [&](const SLeaf& leaf) { return static_cast<unsigned char>(leaf.strText[place.nDepth]); };
+    const auto found = std::ranges::equal_range(m_leaves.begin() + place.nFirst, m_leaves.begin() + place.nBehind,
+                                                static_cast<unsigned char>(c), {}, next);
+    return {static_cast<uint32_t>(found.begin() - m_leaves.begin()),
+            static_cast<uint32_t>(found.end() - m_leaves.begin()), place.nDepth + 1, place.nPosition};
 }

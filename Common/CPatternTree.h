@@ -1,42 +1,67 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
-/// Patterns with "*" and "?", matched against a text all at once and without regard to ASCII case.
+/// Patterns with "*" and "?" in an order of preference, of which the best one that matches a text is looked for.
 ///
-/// A tree of the patterns' characters, in which patterns that begin alike share their way. A text is followed along
-/// all the ways that it fits so far, so that a search takes as long as what fits asks for, however many patterns there
-/// are. Used by one thread at a time.
+/// The tree of their characters, in which patterns that begin alike share their way, is implied by their alphabetical
+/// order: a place in it is a range of patterns. Of the places that a text may lead to, the one with the best pattern is
+/// looked at first, so that nothing is looked at that could not win, and none twice. Patterns that need a character
+/// which the text has not are passed over together. Used by one thread at a time.
 class CPatternTree
 {
 public:
     using Id = uint32_t; ///< what the owner calls a pattern
-
-    void Add(std::string_view pattern, Id id);             ///< one pattern once
-    std::vector<Id> Matching(std::string_view text) const; ///< the patterns that match, in no order
-
-private:
-    using Place = uint32_t;
-    static constexpr Place ROOT = 0;
-    static constexpr uint32_t NONE = UINT32_MAX;
-
-    /// How far a text has come.
-    struct SProgress
+    static constexpr Id NONE = UINT32_MAX;
+    struct SPattern
     {
-        std::vector<Place> places; ///< behind the last character of the text
-        std::vector<Place> stars;  ///< behind a "*": they stay, since it takes any rest of the text
-        std::unordered_set<Place> starsSeen;
+        std::string_view text; ///< in lower case
+        Id id;
     };
 
-    static uint64_t Way(Place from, char c) { return uint64_t{from} << 8 | static_cast<unsigned char>(c); }
-    Place Next(Place from, char c) const;
-    void Enter(Place place, SProgress& progress) const;
-    void Advance(char c, SProgress& progress) const;
+    CPatternTree() = default;
+    explicit CPatternTree(const std::vector<SPattern>& patterns); ///< the best first; each text and id once
 
-    std::unordered_map<uint64_t, Place> m_ways;
-    std::vector<Id> m_patterns{NONE}; ///< by place: the pattern that ends there
+    Id FindBest(std::string_view text) const; ///< without regard to ASCII case; NONE when none matches
+    void Remove(Id id);                       ///< it is found no more; any other id changes nothing
+
+private:
+    /// What is known of some patterns together.
+    struct SBound
+    {
+        uint32_t nRank = NONE;        ///< of the best one
+        uint64_t needed = UINT64_MAX; ///< the characters that all of them need, as Characters gives them
+    };
+    struct SPlace
+    {
+        uint32_t nFirst;
+        uint32_t nBehind;
+        uint32_t nDepth;     ///< how many characters of the patterns led here
+        uint32_t nPosition;  ///< and how many of the text
+        bool bStar = false;  ///< behind a "*", which may take more of the text
+        bool bAlike = false; ///< all its patterns match the same
+        uint32_t nRank = NONE;
+    };
+    struct SLeaf
+    {
+        std::string strText;
+        uint32_t nRank;
+    };
+    class CSearch;
+
+    static SBound Joined(const SBound& a, const SBound& b);
+    static uint64_t Characters(std::string_view text);
+    SBound BoundOf(uint32_t nFirst, uint32_t nBehind) const;
+    SPlace Child(const SPlace& place, char c) const;
+
+    std::string_view TextAt(uint32_t nLeaf) const { return m_leaves[nLeaf].strText; }
+    uint32_t BehindEnded(const SPlace& place) const; ///< those of its patterns that are no longer than its depth
+
+    std::vector<SLeaf> m_leaves;      ///< the patterns in alphabetical order
+    std::vector<Id> m_idByRank;       ///< in the order of preference
+    std::vector<uint32_t> m_leafById; ///< NONE: no pattern
+    std::vector<SBound> m_bounds;     ///< a binary tree above the leaves, which are its second half
 };

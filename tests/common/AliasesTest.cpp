@@ -158,7 +158,7 @@ TEST(AliasesTest, IndexAndPreresolutionGiveWhatTheNaiveWalkGives)
     const auto address = [&](bool bPattern) {
         std::string strLocal = pick({"a", "b", "c", "d", "e", "f", "A", "C", "c+x", "d+y"});
         if (bPattern && random() % 3 == 0)
-            strLocal = pick({"*", "?", "c*", "*d", "?*", "**", "f?"});
+            strLocal = pick({"*", "?", "c*", "*d", "?*", "**", "f?", "c**", "*?*"});
         return strLocal + pick({"", "@l", "@l", "@m", "@L", bPattern ? "@*" : "@r"});
     };
     for (int iRound = 0; iRound < 30000; ++iRound) {
