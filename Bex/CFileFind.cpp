@@ -1,5 +1,6 @@
 #include "Bex/CFileFind.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/FileSystem.h"
@@ -52,6 +53,7 @@ bool CFileFind::Next()
 {
     while (m_nNext < m_listing.Count()) {
         m_entry = m_listing.At(m_nNext++);
+        CActivity::Alive(); // whoever looks at each of a million
         if (Matches(m_entry.pszName, m_strPattern))
             return true;
     }

@@ -1,6 +1,5 @@
 #include "Common/CUsers.h"
 
-#include "Bex/CActivity.h"
 #include "Bex/CConfigFile.h"
 #include "Bex/CFileException.h"
 #include "Bex/CFileFind.h"
@@ -126,7 +125,6 @@ bool CUsers::ReadAccounts(CAccounts& accounts) const
         if (!find.Open(Bex::JoinPath(m_strSpoolDirectory, "*.*")))
             Bex::ThrowFileException(SOURCE_FILE, __LINE__);
         while (find.Next()) {
-            Bex::CActivity::Alive();
             if (!find.IsDirectory() || find.Name()[0] == '.')
                 continue;
             try {

@@ -1,5 +1,6 @@
 #include "Tobix/CDeletionList.h"
 
+#include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
 #include "Bex/CLogContext.h"
 #include "Bex/FrozenLine.h"
@@ -49,6 +50,7 @@ bool CDeletionList::Try(Entries& entries)
     bool bNewMail = false;
     for (auto next = entries.begin(); next != entries.end();) {
         const auto entry = next++;
+        Bex::CActivity::Alive();
         const EOutcome outcome = Remove(*entry);
         if (outcome == EOutcome::Kept) {
             Keep(entries, entry);

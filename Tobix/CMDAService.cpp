@@ -29,6 +29,7 @@ constexpr char LOCAL_AGENT[] = "local delivery agent";
 constexpr unsigned PAUSE_MILLIS = 1000;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned STOP_WAIT_HINT = 2000;
+constexpr uint64_t LONGEST_LOADING = 1'800'000; ///< of tables and mailbox trees, on slow volumes
 
 void LogState(const char* pszWhat)
 {
@@ -256,7 +257,7 @@ void CMDAService::OnStop()
     LogState("shutting down");
     Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     {
-        const std::lock_guard lock(m_workersAndTables);
+        const auto lock = LockWorkersAndTables();
         RequestStops();
         StopLocalAgent(Platform::EServiceState::StopPending);
         Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
@@ -270,7 +271,8 @@ void CMDAService::OnCustomControl(unsigned dwControl)
     if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
     const Bex::CActivity::CStep step("restarts");
-    const std::lock_guard lock(m_workersAndTables);
+    const auto lock = LockWorkersAndTables();
+    Bex::CActivity::MayTake(LONGEST_LOADING);
     LogState("restarting");
     RequestStops();
     StopLocalAgent(Platform::EServiceState::None);
@@ -308,12 +310,21 @@ void CMDAService::WaitWhilePaused() const
         StopEvent().Wait(PAUSE_MILLIS);
 }
 
+/// The other thread, which holds them, has an activity of its own.
+std::unique_lock<std::mutex> CMDAService::LockWorkersAndTables()
+{
+    Bex::CActivity::Waits(Platform::INFINITE);
+    std::unique_lock lock(m_workersAndTables);
+    Bex::CActivity::Alive();
+    return lock;
+}
+
 /// False when nothing has changed. What changes while a restart loads the tables shows afterwards.
 bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
 {
-    Bex::CActivity::Waits(Platform::INFINITE); // a restart may take its time
-    const std::lock_guard lock(m_workersAndTables);
+    const auto lock = LockWorkersAndTables();
     const Bex::CActivity::CStep step("looks after the tables");
+    Bex::CActivity::MayTake(LONGEST_LOADING);
     if (!IsRunning())
         return true;
     const bool bDirectoryChanged = directory.MayHaveChanged();

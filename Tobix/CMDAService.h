@@ -50,6 +50,7 @@ private:
     void StopRemoteDelivery(Platform::EServiceState state);
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
+    std::unique_lock<std::mutex> LockWorkersAndTables();
     void WaitWhilePaused() const;
     bool TakeUpChanges(CWatchedDirectory& directory);
 

@@ -87,11 +87,8 @@ unsigned CRemoteAgent::ListNewFiles()
         if (!find.Open(Bex::JoinPath(m_directory.Path(), "*.eml")))
             return 0;
         for (unsigned dwSeen = 0; find.Next(); ++dwSeen) {
-            if (dwSeen % NAMES_PER_LOOK == 0) {
-                Bex::CActivity::Alive();
-                if (StopEvent().IsSet())
-                    break; // a million names take seconds
-            }
+            if (dwSeen % NAMES_PER_LOOK == 0 && StopEvent().IsSet())
+                break; // a million names take seconds
             if (!find.IsDirectory() && AddFile(find.Name()))
                 ++dwCount;
         }
