@@ -15,6 +15,8 @@ constexpr unsigned STATUS_MILLIS = 1000;
 constexpr unsigned SIGNS_PER_TERM = 3; ///< so that one that comes late is not missed
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 
+unsigned long long Seconds(uint64_t ui64Millis) { return ui64Millis / MILLIS_PER_SECOND; }
+
 } // namespace
 
 CStatusReporter::CStatusReporter(std::function<std::optional<std::string>()> Describe) : m_Describe(std::move(Describe))
@@ -49,10 +51,8 @@ void CStatusReporter::TellThatAllGetOn()
             continue;
         bAll = false;
         if (!m_bStuckLogged)
-            Bex::LogError(
-                Bex::MainLog(), "%s (id %04X) does not get on: it %s for %llu seconds now", state.strThread.c_str(),
-                state.dwThreadId, state.strStep.c_str(),
-                static_cast<unsigned long long>((Platform::TickCount() - state.nSinceTicks) / MILLIS_PER_SECOND));
+            Bex::LogError(Bex::MainLog(), "%s (id %04X) does not get on; for %llu seconds: %s", state.strThread.c_str(),
+                          state.dwThreadId, Seconds(Platform::TickCount() - state.nSinceTicks), state.strStep.c_str());
     }
     m_bStuckLogged = !bAll;
     if (bAll)
