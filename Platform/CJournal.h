@@ -13,7 +13,7 @@ namespace Platform {
 /// thread.
 ///
 /// The journal holds few entries that it has not read yet. It is waited for after a burst, but in the long run no more
-/// than a fiftieth of the time, and a journal that is stuck costs 50 ms more: then what it cannot take at once is lost.
+/// than a fiftieth of the time, and a journal that is stuck costs 20 ms more: then what it cannot take at once is lost.
 class CJournal
 {
 public:

@@ -21,7 +21,7 @@ namespace {
 constexpr const char SYSTEM_SOCKET[] = "/run/systemd/journal/socket";
 constexpr size_t USUAL_ENTRY = 1024;      // bytes
 constexpr int LONGEST_WAIT = 5000;        // microseconds, for one entry
-constexpr int64_t MOST_WAITING = 50'000;  // microseconds, in a burst
+constexpr int64_t MOST_WAITING = 20'000;  // microseconds, in a burst
 constexpr uint64_t MICROS_PER_MILLI = 20; // of waiting, in the long run
 
 /// As the journal's native protocol has it: a value with line ends is preceded by its length.
