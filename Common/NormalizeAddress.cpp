@@ -27,3 +27,11 @@ Bex::CSimpleString NormalizeAddress(std::string_view value)
     std::transform(domain, strAddress.end(), domain, Bex::LowerAscii);
     return Bex::CSimpleString(std::string_view(strAddress));
 }
+
+Bex::CSimpleString WithLowerDomain(const Bex::CSimpleString& strAddress)
+{
+    if (!strAddress.Contains('@'))
+        return strAddress;
+    return Bex::CSimpleString::Formatted("%s@%s", strAddress.BeforeFirst('@').Text(),
+                                         strAddress.AfterFirst('@').Lowered().Text());
+}

@@ -6,24 +6,13 @@
 #include "Control/CTerminal.h"
 #include "Control/Figures.h"
 #include "Control/LoadConfiguration.h"
+#include "Control/LoadTables.h"
 #include "Control/SMailboxCount.h"
-
-namespace {
-
-void LoadMailboxes(const SOptions& options)
-{
-    LoadConfiguration(options);
-    const Bex::CSimpleString strSpool = Config().GetPath(Keys::SPOOL_DIR);
-    if (!Users().ReadUsers(strSpool))
-        throw CControlError(EExit::Wrong, std::string("cannot list the mailboxes in ") + strSpool.Text() + ": " +
-                                              ErrorText(Platform::LastError()));
-}
-
-} // namespace
 
 int ListMailboxes(const SOptions& options)
 {
-    LoadMailboxes(options);
+    LoadConfiguration(options);
+    LoadUsers();
     const CTerminal terminal(options);
     STable table{{{"USER"}, {"MAILS", true}, {"SIZE", true}, {"LAST CHANGE"}, {"DIRECTORY"}}, {}};
     auto list = nlohmann::ordered_json::array();

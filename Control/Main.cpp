@@ -6,6 +6,7 @@
 #include "Control/CTerminal.h"
 #include "Control/Check.h"
 #include "Control/Mailbox.h"
+#include "Control/Route.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -18,6 +19,7 @@ constexpr char PROGRAM_FOOTER[] =
     "            4 no daemon answers\n\n"
     "Examples:\n"
     "  tobixctl check                                is something wrong?\n"
+    "  tobixctl route info@example.org               where would mail for this address go?\n"
     "  tobixctl mailbox list                         whose mailboxes there are\n"
     "  tobixctl mailbox list --help                  what a command takes, with examples";
 
@@ -26,6 +28,7 @@ struct SCommandLine
 {
     SOptions options;
     std::string strUser;
+    SRouteQuestion route;
     std::function<int()> Run; ///< the chosen command
 };
 
@@ -80,6 +83,20 @@ void DeclareCheck(CLI::App& program, SCommandLine& line)
     check.add_option("--user", line.strUser, "look as this user does, instead of tobix; takes root")->type_name("USER");
 }
 
+void DeclareRoute(CLI::App& program, SCommandLine& line)
+{
+    CLI::App& route =
+        AddCommand(program, "route", "Tells where mail for an address would go, and delivers nothing",
+                   "  tobixctl route info@example.org\n"
+                   "  tobixctl route ann@example.com --from bob@example.org   smart hosts may ask for it\n"
+                   "  tobixctl route info@example.org --mail a.eml            the filters, too",
+                   line, [&line] { return Route(line.options, line.route); });
+    route.add_option("ADDRESS", line.route.strRecipient, "the recipient")->required();
+    route.add_option("--from", line.route.strSender, "the sender; without it the null sender, or the mail's")
+        ->type_name("ADDRESS");
+    route.add_option("--mail", line.route.strMail, "a mail file that the question is about")->type_name("FILE");
+}
+
 /// Help and version are no errors. What the command line said may hold anything.
 int TellUsage(const CLI::App& program, const CLI::ParseError& error)
 {
@@ -116,6 +133,7 @@ int main(int nArguments, char** ppArguments)
     program.footer(PROGRAM_FOOTER);
     DeclareGlobalOptions(program, line.options);
     DeclareCheck(program, line);
+    DeclareRoute(program, line);
     DeclareMailbox(program, line);
     try {
         program.parse(nArguments, ppArguments);

@@ -5,16 +5,12 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CSilentPeers.h"
-#include "Common/Globals.h"
-#include "Common/IsValidAddress.h"
-#include "Common/ReportText.h"
-#include "Common/TargetResolution.h"
 #include "Platform/CJournal.h"
 #include "Platform/Errors.h"
-#include "SMTPc/CSMTPException.h"
 #include "SMTPc/CSMTPSession.h"
 #include "SMTPc/ConsoleText.h"
 #include "SMTPc/ErrorReport.h"
+#include "SMTPc/FindTargets.h"
 
 #include <utility>
 
@@ -22,53 +18,8 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
-constexpr uint64_t LONGEST_RESOLUTION = 40'000; // milliseconds, of smart hosts and exchangers together
-constexpr uint64_t LONGEST_NAMING = 5'000;      // milliseconds, of this host for a report
+constexpr uint64_t LONGEST_NAMING = 5'000; // milliseconds, of this host for a report
 constexpr uint64_t TIMEOUTS_PER_ATTEMPT = 2;
-
-void CheckAddresses(const SPreparedMail& mail)
-{
-    if (!mail.strSender.IsEmpty() && !IsValidAddress(mail.strSender))
-        throw CSMTPPermanentException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("sender address <%s> has bad format", mail.strSender.Text()));
-    if (!IsValidAddress(mail.strRecipient))
-        throw CSMTPPermanentException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("recipient address <%s> has bad format", mail.strRecipient.Text()));
-}
-
-void ResolveDomain(const Bex::CSimpleString& strDomain, const Platform::CWaitLimit& limit, CTargetList& targets)
-{
-    const char* const pszDomain = strDomain.Text();
-    switch (ResolveTargets(targets, strDomain, BackupDomains().ContainsExact(strDomain), limit)) {
-    case EResolution::RetryLater:
-        throw CSMTPTemporaryException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("MX resolution for domain '%s' failed, please retry later", pszDomain));
-    case EResolution::NullMX:
-        throw CSMTPPermanentException(SOURCE_FILE, __LINE__,
-                                      Bex::CSimpleString::Formatted("domain '%s' is not used for mail communication %s",
-                                                                    pszDomain, ReportText::NULL_MX));
-    default:
-        break;
-    }
-    if (targets.IsEmpty())
-        throw CSMTPTemporaryException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("MX resolution for domain '%s' failed, no valid MX returned", pszDomain));
-}
-
-/// The smart hosts for the mail, or its recipient's mail exchangers; raises the SMTP exceptions when it cannot go
-/// anywhere.
-void FindTargets(const SPreparedMail& mail, const Platform::CWaitLimit& limit, CTargetList& targets)
-{
-    CheckAddresses(mail);
-    const Bex::CSimpleString strDomain = mail.strRecipient.AfterFirst('@');
-    SmartHosts().FindSmartHosts(mail.strSender.AfterFirst('@'), strDomain, limit, targets);
-    if (targets.IsEmpty())
-        ResolveDomain(strDomain, limit, targets);
-}
 
 Bex::CSimpleString DisplayName(const CSmartHost& target)
 {
@@ -161,8 +112,7 @@ SAttempt CSMTPSendThread::TryToSend(SLoadedMail& loaded)
     if (!PrepareMessage(loaded, mail))
         return {EVerdict::NotPrepared};
     const Platform::CWaitLimit limit = AttemptLimit();
-    CTargetList targets(false);
-    FindTargets(mail, limit.AtMost(LONGEST_RESOLUTION), targets);
+    CTargetList targets = FindTargets(mail.strSender, mail.strRecipient, limit).targets;
     return TryTargets(mail, targets, limit);
 }
 

@@ -1,10 +1,10 @@
 // How CSMTPSendThread makes a mail file ready for its sessions.
 
 #include "Bex/TextFunctions.h"
-#include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
 #include "SMTPc/CSMTPSendThread.h"
 #include "SMTPc/ConsoleText.h"
+#include "SMTPc/FindTargets.h"
 #include "SMTPc/TransferForm.h"
 
 namespace {
@@ -33,14 +33,6 @@ std::string_view FirstAddress(std::string_view list)
     return Bex::TrimmedView(list);
 }
 
-Bex::CSimpleString WithLowerDomain(const Bex::CSimpleString& strAddress)
-{
-    if (!strAddress.Contains('@'))
-        return strAddress;
-    return Bex::CSimpleString::Formatted("%s@%s", strAddress.BeforeFirst('@').Text(),
-                                         strAddress.AfterFirst('@').Lowered().Text());
-}
-
 Bex::CSimpleString Recipient(const CMail& mail)
 {
     Bex::CSimpleString strRecipient = mail.FirstRecipient();
@@ -53,16 +45,16 @@ Bex::CSimpleString Recipient(const CMail& mail)
 /// Puts the address that stands in for the sender into the mail's own fields, too.
 void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 {
-    Bex::CSimpleString strMask;
-    if (strSender.IsEmpty() || !Masquerading().Lookup(NormalizeAddress(strSender), strMask))
+    const std::optional<Bex::CSimpleString> strMask = MaskOf(strSender);
+    if (!strMask)
         return;
-    strSender = strMask;
+    strSender = *strMask;
     if (!mail.FromAddress().IsEmpty())
-        mail.SetFromAddress(strMask);
+        mail.SetFromAddress(strSender);
     Bex::CScopedLock lock(mail.ExtraHeaderLines().LockObject());
     for (Bex::CSimpleString& strLine : mail.ExtraHeaderLines()) {
         if (Bex::StartsWithNoCase(strLine, SENDER_FIELD))
-            strLine = Bex::CSimpleString::Formatted("Sender: <%s>", strMask.Text());
+            strLine = Bex::CSimpleString::Formatted("Sender: <%s>", strSender.Text());
     }
 }
 

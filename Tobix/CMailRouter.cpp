@@ -7,12 +7,12 @@
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
-#include "Common/IsValidAddress.h"
 #include "Common/MailHlpr.h"
 #include "Platform/CNativeThread.h"
 #include "Tobix/DMARCPolicy.h"
 #include "Tobix/ForwardingRewrites.h"
 #include "Tobix/MailLog.h"
+#include "Tobix/SRecipientRoute.h"
 
 #include <utility>
 
@@ -25,7 +25,7 @@ constexpr Bex::FrozenLine OUTGOING_NOT_WRITTEN_LINE = 385;
 bool IsSentOn(const CMail& mail)
 {
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
-        if (IsLocalAddress(strRecipient) && !IsLocalAddress(Aliases().ResolveRecipient(strRecipient.Lowered())))
+        if (SRecipientRoute::Of(strRecipient).bSentOn)
             return true;
     }
     return false;
@@ -153,26 +153,23 @@ ERouted CMailRouter::RouteRecipient(const CMail& mail, const Bex::CSimpleString&
     const Bex::CTime now = Bex::CTime::Now();
     const Bex::CSimpleString strFileName = m_names.RecipientCopy(now, Platform::CurrentThreadId());
     AddReceived(copy, strRecipient, now);
-    Bex::CSimpleString strTarget = strRecipient;
-    if (IsLocalAddress(strTarget))
-        strTarget = Aliases().ResolveRecipient(strTarget.Lowered());
-    const ERouted routed = IsLocalAddress(strTarget)
-                               ? m_mailboxes.StoreInMailbox(copy, strTarget, strFileName, group)
-                               : SendOut(copy, strRecipient, strTarget, {now, strFileName}, group);
-    if (routed == ERouted::Done && m_interceptor.IsListed(strTarget))
-        m_interceptor.Intercept(copy, strTarget.Lowered(), "received", group);
+    const SRecipientRoute route = SRecipientRoute::Of(strRecipient);
+    if (route.bSentOn)
+        ApplyForwardingRewrites(copy, strRecipient, m_strAuthorPolicy);
+    ERouted routed = ERouted::Failed;
+    if (route.way == SRecipientRoute::EWay::Mailbox)
+        routed = m_mailboxes.StoreInMailbox(copy, route.strTarget, strFileName, group);
+    else if (route.way == SRecipientRoute::EWay::Outgoing)
+        routed = SendOut(copy, route.strTarget, {now, strFileName}, group);
+    else
+        MailLog::RecipientNotValid(copy);
+    if (routed == ERouted::Done && m_interceptor.IsListed(route.strTarget))
+        m_interceptor.Intercept(copy, route.strTarget.Lowered(), "received", group);
     return routed;
 }
 
-ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
-                             SFirstName name, CCopyGroup& group)
+ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strTarget, SFirstName name, CCopyGroup& group)
 {
-    if (!IsValidAddress(strTarget)) {
-        MailLog::RecipientNotValid(copy);
-        return ERouted::Failed;
-    }
-    if (!strTarget.EqualsNoCase(strAddressed))
-        ApplyForwardingRewrites(copy, strAddressed, m_strAuthorPolicy);
     copy.SetRecipients(strTarget);
     const auto NextName = [this, name = std::move(name), strDomain = strTarget.AfterFirst('@').Lowered(),
                            strName = Bex::CSimpleString()]() mutable {

@@ -49,8 +49,7 @@ private:
         Bex::CTime time;
         Bex::CSimpleString strText;
     };
-    ERouted SendOut(CMail& copy, const Bex::CSimpleString& strAddressed, const Bex::CSimpleString& strTarget,
-                    SFirstName name, CCopyGroup& group);
+    ERouted SendOut(CMail& copy, const Bex::CSimpleString& strTarget, SFirstName name, CCopyGroup& group);
     void AddReceived(CMail& copy, const Bex::CSimpleString& strRecipient, Bex::CTime now) const;
 
     SMailDirectories m_directories;

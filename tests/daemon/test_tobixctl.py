@@ -6,15 +6,15 @@ import pwd
 import subprocess
 import unittest
 
-from world import World
+from world import World, mail
 
 
 ME = pwd.getpwuid(os.geteuid()).pw_name
 
 
-def ctl(world, *arguments, **environment):
+def ctl(world, *arguments, cwd=None, **environment):
     """Exit code, standard output and standard error of tobixctl."""
-    done = subprocess.run([os.environ["TOBIXCTL"], *arguments], capture_output=True, text=True, timeout=60,
+    done = subprocess.run([os.environ["TOBIXCTL"], *arguments], capture_output=True, text=True, timeout=60, cwd=cwd,
                           env={**os.environ, "MAILCONFIGDIR": str(world.etc), **environment})
     return done.returncode, done.stdout, done.stderr
 
@@ -101,6 +101,44 @@ class Check(unittest.TestCase):
             for text in ("QueueDir: ", "is not writable: permission denied", "aliases: error: the table cannot be read"):
                 self.assertIn(text, output)
             self.assertIn("none of that name", ctl(world, "check", "--user", "no\x1bone")[2])
+
+
+class Route(unittest.TestCase):
+    def test_decides_as_the_daemon_does(self):
+        aliases = ("info@example.org: team@example.org\nteam@example.org: Out@Far.example\n*@example.org: carl\n"
+                   "ann@example.org: ann\nloop@example.org: x@loop.example\n")
+        with World(aliases=aliases, domains="example.org\nloop.example\n", filters="viagra\n", AutoTransport=1, FQDN="h.example",
+                   intercept="ann\n", MaskFile="masks", **{"SRS.Domain": "srs.example", "SRS.Challenge": "abcdef",
+                                                          "Rcpt.To.DomainPart.ToLower": 1}) as world:
+            (world.etc / "smarthosts").write_text("*: relay.invalid\n<srs.example: u:secret@[127.0.0.9]:587t,127.0.0.8\n"
+                                                  "far.example: [127.0.0.7]:26\n")
+            (world.etc / "masks").write_text("bob@mask.example: robert@far.example\n")
+            for name, subject in (("good.eml", "Hello"), ("bad.eml", "VIAGRA")):
+                (world.root / name).write_bytes(mail(subject=subject))
+            for arguments, code, expected in (
+                    (["Ann+x@EXAMPLE.ORG"], 0, {"user": "ann", "aliases": [("ann@example.org", "ann")], "intercepted": "ann"}),
+                    (["zoe@example.org"], 0, {"user": "carl", "mailbox": f"{world.spool}/carl"}),
+                    (["carl"], 0, {"user": "carl"}), (["zoe@loop.example"], 1, {"failure": "leads to no user"}),
+                    (["a b@far.example"], 1, {"failure": "no mail can be sent"}),
+                    (["\x1b[2J@" + "x" * 100_000], 1, {"failure": "no mail can be sent"}),
+                    (["info@example.org", "--from", "bob@there.example"], None,
+                     {"aliases": [("info@example.org", "team@example.org"), ("team@example.org", "Out@Far.example")],
+                      "resent_for": "info@example.org", "srs_sender": "=there.example=bob@srs.example",
+                      "smart_host_key": "<srs.example", "dmarc": "there.example asks for none"}),
+                    (["out@far.example", "--from", "bob@MASK.example"], None,
+                     {"masked_sender": "robert@far.example", "smart_host_key": "far.example"}),
+                    (["ann@example.org", "--mail", str(world.root / "bad.eml")], 1, {"failure": "for the phrase \"viagra\""}),
+                    (["ann@example.org", "--mail", "good.eml"], 0, {"filter": "passed", "from": "bob@far.example"})):
+                exit_code, output, error = ctl(world, "route", "--json", *arguments, cwd=world.root)
+                self.assertEqual(error, "")
+                answer = json.loads(output)
+                if "aliases" in answer:
+                    answer["aliases"] = [(step["key"], step["target"]) for step in answer["aliases"]]
+                self.assertIn(code, (exit_code, None), answer)
+                for key, value in expected.items():
+                    (self.assertIn if isinstance(value, str) else self.assertEqual)(value, answer[key])
+                self.assertNotIn("secret", output)
+            self.assertRegex(ctl(world, "route", "info@example.org")[1], r"(?m)^alias: +team@example.org -> Out@Far.example$")
 
 
 class Mailboxes(unittest.TestCase):

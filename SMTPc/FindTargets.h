@@ -1,0 +1,22 @@
+#pragma once
+
+#include "Common/CSmartHost.h"
+#include "Platform/CWaitLimit.h"
+
+#include <optional>
+
+/// How the tables steer a mail that leaves. Any thread.
+
+/// The address that stands in for the sender; nothing: the sender stays.
+std::optional<Bex::CSimpleString> MaskOf(const Bex::CSimpleString& strSender);
+
+struct SFoundTargets
+{
+    CTargetList targets{false};
+    bool bSmartHosts = false; ///< of them, not of the recipient's domain
+};
+
+/// The smart hosts for the mail, or its recipient's mail exchangers, in the order in which they are tried; raises the
+/// SMTP exceptions when it cannot go anywhere. May ask name servers, for 40 seconds at most.
+SFoundTargets FindTargets(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient,
+                          const Platform::CWaitLimit& limit);
