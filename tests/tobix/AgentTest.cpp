@@ -258,7 +258,7 @@ TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
     names.Tell("_dmarc.far.example", CDnsServer::TXT, {}, CDnsServer::SILENCE);
     ASSERT_TRUE(Aliases().Load(m_directory.Write("etc/aliases", "info@example.org: al@away.example\n").c_str()));
     Drop("1.eml", "ann@example.org");
-    Drop("2.eml", "ann@example.org, info@example.org");
+    Drop("2.eml", "ann@example.org,info@example.org");
     CLocalAgent agent;
     ASSERT_TRUE(agent.Start());
     EXPECT_TRUE(Becomes([&] { return CountIn("queue") == 1; })); // what came before does not wait for the answer
