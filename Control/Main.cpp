@@ -6,6 +6,7 @@
 #include "Control/CTerminal.h"
 #include "Control/Check.h"
 #include "Control/Mailbox.h"
+#include "Control/MailboxAdd.h"
 #include "Control/Route.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +21,7 @@ constexpr char PROGRAM_FOOTER[] =
     "Examples:\n"
     "  tobixctl check                                is something wrong?\n"
     "  tobixctl route info@example.org               where would mail for this address go?\n"
+    "  tobixctl mailbox add ann@example.org          a new user\n"
     "  tobixctl mailbox list                         whose mailboxes there are\n"
     "  tobixctl mailbox list --help                  what a command takes, with examples";
 
@@ -71,6 +73,18 @@ void DeclareMailbox(CLI::App& program, SCommandLine& line)
                "  tobixctl mailbox list\n"
                "  tobixctl mailbox list --json | jq '.[].user'",
                line, [&line] { return ListMailboxes(line.options); });
+    AddCommand(mailbox, "show", "Shows one with its settings and aliases",
+               "  tobixctl mailbox show ann\n"
+               "  tobixctl mailbox show info@example.org       whoever gets its mail",
+               line, [&line] { return ShowMailbox(line.options, line.strUser); })
+        .add_option("USER", line.strUser, "a user, or an address that leads to one")
+        ->required();
+    AddCommand(mailbox, "add", "Makes the mailbox of a new user, and its domain local where it is not",
+               "  tobixctl mailbox add ann@example.org\n"
+               "  tobixctl mailbox add ann                     at every local domain",
+               line, [&line] { return AddMailbox(line.options, line.strUser); })
+        .add_option("ADDRESS", line.strUser, "the user's name, with the domain or without")
+        ->required();
 }
 
 void DeclareCheck(CLI::App& program, SCommandLine& line)

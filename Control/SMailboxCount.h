@@ -12,4 +12,7 @@ struct SMailboxCount
     int64_t iLastChange = 0; ///< of the directory or of a mail, in seconds since 1970-01-01 UTC; 0: unknown
 
     static SMailboxCount Of(const Bex::CSimpleString& strDirectory); ///< CFileException when it cannot be listed
+
+private:
+    void AddFiles(const Bex::CSimpleString& strDirectory, const char* pszPattern);
 };

@@ -3,10 +3,12 @@ import json
 import os
 import pathlib
 import pwd
+import socket
 import subprocess
+import threading
 import unittest
 
-from world import World, mail
+from world import World, mail, wait_for
 
 
 ME = pwd.getpwuid(os.geteuid()).pw_name
@@ -152,6 +154,82 @@ class Mailboxes(unittest.TestCase):
             self.assertEqual([(m["user"], m["mails"], m["bytes"]) for m in
                               json.loads(ctl(world, "mailbox", "list", "--json")[1])],
                              [("ann", 1, 2048), ("b\x1b[31m", 0, 0)])
+
+    def test_shows_one(self):
+        with World(aliases="info@example.org: ann\nteam@example.org: info@example.org\n") as world:
+            world.spool.joinpath("ann", "config").write_text("NextUID: 7\n")
+            shown = json.loads(ctl(world, "mailbox", "show", "Team@example.org", "--json")[1])
+            self.assertEqual((shown["user"], shown["aliases"], shown["settings"]["NextUID"], shown["settings"]["SaveEnvelope"]),
+                             ("ann", ["info@example.org", "team@example.org"], "7", "0"))
+            self.assertEqual(ctl(world, "mailbox", "show", "x@example.org")[0], 1)
+
+    def test_refuses_names_that_no_mailbox_can_have(self):
+        with World() as world:
+            before = sorted(world.root.rglob("*"))
+            for name in ("", "../x@example.org", ".x", "x.", "a..b", "-x", "a b", "\x1b[2J", "a\nb", "zo\u00eb", "a/b", "a+b", "x" * 65,
+                         "x" * 100_000, "a@b@example.org", "x@", "x@a..b", "x@-a.b", "x@a b", "x@" + "a." * 200 + "b", "ANN",
+                         "ann@new.example", "carl@example.org"):
+                code, output, error = ctl(world, "mailbox", "add", "--", name)
+                self.assertEqual((code, output), (1, ""), name)
+                self.assertEqual(error.count("\n"), 1, error)
+            self.assertEqual(sorted(world.root.rglob("*")), before)
+
+    def test_makes_one_that_the_daemon_delivers_to(self):
+        with World(domains="# ours\nexample.org # here") as world:
+            (world.etc / "domains").chmod(0o640)
+            world.start()
+            self.assertEqual(ctl(world, "mailbox", "add", "Zoe@New.example")[0], 0)
+            wait_for("the new user", lambda: world.log().count("preresolving aliases") > 1)
+            world.deliver("1.eml", mail("zoe@new.example"))
+            self.assertEqual(len(world.mailbox("zoe")), 1)
+            self.assertEqual((world.etc / "domains").read_text(), "# ours\nexample.org # here\nnew.example\n")
+            self.assertEqual((world.etc / "domains").stat().st_mode & 0o777, 0o640)
+            self.assertEqual((world.spool / "zoe").stat().st_mode & 0o777, 0o700)
+            self.assertEqual({p.name for p in (world.spool / "zoe").iterdir()}, {"config", "1.eml"})
+            adds = [subprocess.Popen([os.environ["TOBIXCTL"], "mailbox", "add", f"u{n}@d{n}.example"], stdout=subprocess.DEVNULL,
+                                     env={**os.environ, "MAILCONFIGDIR": str(world.etc)}) for n in range(8)]
+            self.assertEqual([add.wait(60) for add in adds], [0] * 8)
+            self.assertEqual(sorted((world.etc / "domains").read_text().splitlines()[3:]), [f"d{n}.example" for n in range(8)])
+            self.assertEqual(list(world.spool.glob(".*")), [])
+
+    @unittest.skipIf(os.geteuid() != 0, "needs root")
+    def test_makes_it_for_the_owner_of_the_mailboxes(self):
+        with World() as world:
+            nobody = pwd.getpwnam("nobody")
+            world.root.chmod(0o755)
+            os.chown(world.spool, nobody.pw_uid, nobody.pw_gid)
+            self.assertEqual(ctl(world, "mailbox", "add", "zoe")[0], 0)
+            for path in (world.spool / "zoe", world.spool / "zoe" / "config"):
+                self.assertEqual((path.stat().st_uid, path.stat().st_gid), (nobody.pw_uid, nobody.pw_gid))
+
+    def test_asks_the_daemon_to_take_it_up(self):
+        with World() as world:
+            path = world.root / "control"
+            with open(world.etc / "tobix.cfg", "a") as configuration:
+                configuration.write(f"Control.Socket: {path}\n")
+            self.assertIn("no daemon runs", ctl(world, "mailbox", "add", "u0")[1])
+            with socket.socket(socket.AF_UNIX) as listener:
+                listener.bind(str(path))
+                listener.listen()
+                for n, (answer, code, text) in enumerate((
+                        (b'{"users": 3}', 0, "the daemon knows it"), (b'{"error": "n\\u001bo", "exit": 3}', 3, "does not know it: n?o"),
+                        (b'{"error": "no"}', 1, "does not know it: no"), (b"\xff[" * 100_000, 4, "no daemon of this system"),
+                        (b"", 4, "no daemon of this system")), 1):
+                    requests = []
+                    thread = threading.Thread(target=self.answer, args=(listener, answer, requests))
+                    thread.start()
+                    exit_code, output, error = ctl(world, "mailbox", "add", f"u{n}")
+                    thread.join()
+                    self.assertEqual(requests, [b'{"command":"rebuild-users"}\n'])
+                    self.assertEqual(exit_code, code, error)
+                    self.assertIn(text, output + error)
+
+    @staticmethod
+    def answer(listener, answer, requests):
+        connection, _ = listener.accept()
+        with connection:
+            requests.append(connection.makefile("rb").read())
+            connection.sendall(answer)
 
 
 if __name__ == "__main__":
