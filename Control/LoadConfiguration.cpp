@@ -29,9 +29,8 @@ Bex::CSimpleString FindConfiguration(const SOptions& options)
     const std::string& strFile = options.strConfiguration;
     const std::string strDirectory = DirectoryFor(strFile);
     const bool bPath = strFile.find('/') != std::string::npos;
-    const Bex::CSimpleString strPath =
-        bPath ? Bex::CSimpleString(Platform::AbsolutePath(strFile))
-              : Bex::JoinPath(strDirectory, strFile.empty() ? CONFIGURATION_FILE : strFile);
+    Bex::CSimpleString strPath = bPath ? Bex::CSimpleString(Platform::AbsolutePath(strFile))
+                                       : Bex::JoinPath(strDirectory, strFile.empty() ? CONFIGURATION_FILE : strFile);
     Platform::SetEnvironmentVariable(Bex::CONFIG_DIRECTORY_VARIABLE, strDirectory.c_str());
     if (!Platform::SetWorkingDirectory(strDirectory.c_str()))
         throw CControlError(EExit::Wrong, "cannot enter the configuration's directory " + strDirectory + ": " +

@@ -73,11 +73,12 @@ void TellTargets(const CTargetList& targets, CRouteAnswer& answer)
                                      {"address", strAddress},
                                      {"port", target.endPoint.Port()},
                                      {"tls", tls.pszName}};
-        std::string strText =
-            std::string(target.strHostName.Text()) + " [" + strAddress + "]:" + strPort + ", " + tls.pszText;
+        std::string strText = target.strHostName.Text();
+        for (const std::string_view part : {" [", strAddress.c_str(), "]:", strPort.c_str(), ", ", tls.pszText})
+            strText += part;
         if (bLogsIn) {
             entry["user"] = target.strUser.Text();
-            strText += std::string(", logs in as ") + target.strUser.Text();
+            strText.append(", logs in as ").append(target.strUser.Text());
         }
         list.push_back(std::move(entry));
         answer.Say(list.size() == 1 ? "tries" : "then", strText, EStyle::Good);
