@@ -10,6 +10,7 @@
 #include "Control/TellProblems.h"
 #include "Platform/FileSystem.h"
 #include "Platform/SocketAddress.h"
+#include "Platform/TlsChain.h"
 #include "SMTPc/SDeliverySettings.h"
 
 #include <algorithm>
@@ -39,6 +40,10 @@ public:
         Require(Keys::INTERFACE, IsEmptyOr(Keys::INTERFACE, IsAddressOfHost), "is no IPv4 or IPv6 address");
         Require(Keys::CIPHER_PROTOCOLS, IsEmptyOr(Keys::CIPHER_PROTOCOLS, NamesProtocols),
                 "has a name that is no protocol, which is passed over; parted by commas, without blanks");
+        if (m_config.GetFlag(Keys::USE_TLS) && !Platform::HasTrustedRoots())
+            m_findings.Warn(PlaceOf(Keys::USE_TLS),
+                            "no certificate authority is trusted, so no server's certificate is "
+                            "good; is the package ca-certificates installed?");
         CheckTimeOut();
         CheckSRS();
         const Bex::CSimpleString strSocket = m_config.GetPath(Keys::CONTROL_SOCKET);

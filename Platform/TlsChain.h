@@ -62,6 +62,8 @@ struct STlsRevocationStatus
     uint32_t dwReason = 0; ///< RFC 5280 5.3.1
 };
 
+bool HasTrustedRoots(); ///< there is at least one; else no chain is good
+
 /// Builds the chain now, with the certificates that came along with this one. Faults of the chain stand in it; the
 /// result is a failure only when no chain could be built at all.
 uint32_t BuildTlsChain(const CTlsCertificate& certificate, bool bCheckRevocation, const CWaitLimit& limit,

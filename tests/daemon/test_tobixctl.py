@@ -16,8 +16,11 @@ ME = pwd.getpwuid(os.geteuid()).pw_name
 
 def ctl(world, *arguments, cwd=None, **environment):
     """Exit code, standard output and standard error of tobixctl."""
+    (world.root / "authorities").mkdir(exist_ok=True)
+    (world.root / "authorities" / "0123abcd.0").touch()
     done = subprocess.run([os.environ["TOBIXCTL"], *arguments], capture_output=True, text=True, timeout=60, cwd=cwd,
-                          env={**os.environ, "MAILCONFIGDIR": str(world.etc), **environment})
+                          env={**os.environ, "MAILCONFIGDIR": str(world.etc), "SSL_CERT_FILE": "/none",
+                               "SSL_CERT_DIR": str(world.root / "authorities"), **environment})
     return done.returncode, done.stdout, done.stderr
 
 
@@ -92,6 +95,7 @@ class Check(unittest.TestCase):
         with World(aliases="info@example.org: ann\n*@example.org: carl\n") as world:
             self.assertEqual(self.findings(world), [])
             self.assertIn("nothing is wrong", ctl(world, "-c", str(world.etc / "tobix.cfg"), "check", "--user", ME, MAILCONFIGDIR="")[1])
+            self.assertIn("no certificate authority", ctl(world, "check", "--user", ME, SSL_CERT_DIR="/none")[1])
 
     @unittest.skipIf(os.geteuid() != 0, "needs root")
     def test_looks_with_the_eyes_of_the_user_whom_the_daemon_runs_as(self):
@@ -165,6 +169,7 @@ class Mailboxes(unittest.TestCase):
 
     def test_refuses_names_that_no_mailbox_can_have(self):
         with World() as world:
+            ctl(world, "mailbox", "list")
             before = sorted(world.root.rglob("*"))
             for name in ("", "../x@example.org", ".x", "x.", "a..b", "-x", "a b", "\x1b[2J", "a\nb", "zo\u00eb", "a/b", "a+b", "x" * 65,
                          "x" * 100_000, "a@b@example.org", "x@", "x@a..b", "x@-a.b", "x@a b", "x@" + "a." * 200 + "b", "ANN",

@@ -1,5 +1,9 @@
 #include "Platform/linux/tls/TlsTrustStore.h"
 
+#include "Platform/CDirectoryListing.h"
+#include "Platform/TlsChain.h"
+
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 #include <sys/stat.h>
@@ -34,7 +38,30 @@ std::shared_ptr<X509_STORE> Load()
     return pStore;
 }
 
+/// A root in its directory has the hash of its name and a number for its name.
+bool HoldsRoots(const std::string& strDirectories)
+{
+    for (size_t nStart = 0; nStart <= strDirectories.size();) { // a list, parted like PATH
+        const size_t nEnd = std::min(strDirectories.find(':', nStart), strDirectories.size());
+        CDirectoryListing listing;
+        listing.Read(strDirectories.substr(nStart, nEnd - nStart).c_str());
+        for (size_t n = 0; n < listing.Count(); ++n) {
+            if (std::string_view(listing.At(n).pszName).ends_with(".0"))
+                return true;
+        }
+        nStart = nEnd + 1;
+    }
+    return false;
+}
+
 } // namespace
+
+bool HasTrustedRoots()
+{
+    const std::shared_ptr<X509_STORE> pStore = TrustStore();
+    const bool bInFile = pStore != nullptr && sk_X509_OBJECT_num(X509_STORE_get0_objects(pStore.get())) > 0;
+    return bInFile || HoldsRoots(Chosen(X509_get_default_cert_dir_env(), X509_get_default_cert_dir()));
+}
 
 std::shared_ptr<X509_STORE> TrustStore()
 {
