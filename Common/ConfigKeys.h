@@ -13,6 +13,10 @@ using enum Bex::EKeyKind;
 
 inline constexpr Bex::SConfigKey TABLE[] = {
     {"QueueDir", Path, "/mail/queue", "mail to deliver; must exist"},
+    {"Queue.MinFree", Number, "0",
+     "percent that has to be free on the volumes of `QueueDir`, `SpoolDir` and `OutgoingDir`; with less, mail waits in "
+     "the "
+     "queue; 0: any"},
     {"SpoolDir", Path, "/mail/spool", "the mailboxes, a directory per user; must exist"},
     {"ErrorDir", Path, "/mail/error", "mail that could not be delivered; must exist"},
     {"OutgoingDir", Path, "/mail/outgoing", "mail for other hosts, one file per recipient; must exist"},
@@ -53,6 +57,8 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"FilterContent", Flag, "1", "apply the content filters"},
     {"Header.Received.Create", Flag, "1", "add a Received field to each copy"},
     {"Header.Received.Recipient", Flag, "1", "name the recipient in it"},
+    {"Header.Received.Max", Number, "0",
+     "queued mail with more Received fields fails, as it goes round; 0: any number"},
     {"Header.Forward.DMARCWorkaround", Flag, "1", "replace From in forwarded mail whose domain demands rejection"},
     {"SRS.Domain", Text, "", "domain of rewritten senders; empty: off"},
     {"SRS.Challenge", Text, "", "secret of rewritten senders, five characters or more; empty: off"},
@@ -69,6 +75,7 @@ inline constexpr Bex::SConfigKey TABLE[] = {
 };
 
 inline constexpr Bex::CPathKey QUEUE_DIR(TABLE, "QueueDir");
+inline constexpr Bex::CNumberKey QUEUE_MIN_FREE(TABLE, "Queue.MinFree");
 inline constexpr Bex::CPathKey SPOOL_DIR(TABLE, "SpoolDir");
 inline constexpr Bex::CPathKey ERROR_DIR(TABLE, "ErrorDir");
 inline constexpr Bex::CPathKey OUTGOING_DIR(TABLE, "OutgoingDir");
@@ -104,6 +111,7 @@ inline constexpr Bex::CFlagKey SCRIPTS_IN_PARALLEL(TABLE, "Scripts.Execution.Par
 inline constexpr Bex::CFlagKey FILTER_CONTENT(TABLE, "FilterContent");
 inline constexpr Bex::CFlagKey HEADER_RECEIVED_CREATE(TABLE, "Header.Received.Create");
 inline constexpr Bex::CFlagKey HEADER_RECEIVED_RECIPIENT(TABLE, "Header.Received.Recipient");
+inline constexpr Bex::CNumberKey HEADER_RECEIVED_MAX(TABLE, "Header.Received.Max");
 inline constexpr Bex::CFlagKey DMARC_WORKAROUND(TABLE, "Header.Forward.DMARCWorkaround");
 inline constexpr Bex::CTextKey SRS_DOMAIN(TABLE, "SRS.Domain");
 inline constexpr Bex::CTextKey SRS_CHALLENGE(TABLE, "SRS.Challenge");

@@ -20,7 +20,8 @@ enum class EFault {
     Lease,          ///< by which an open file learns of its writers
     LockName,       ///< in the file of named locks, also the opening of that
     Stat,
-    Rename, ///< EINVAL: the file system cannot refuse to replace
+    FreeSpace, ///< of a volume
+    Rename,    ///< EINVAL: the file system cannot refuse to replace
     Link,
     Remove,
     CreateDirectory,

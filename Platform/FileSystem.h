@@ -46,4 +46,8 @@ std::string AbsolutePath(std::string_view strPath);
 /// Size in bytes of the file or, for a symbolic link, of the link itself; -1 on failure.
 int64_t FileSize(const char* pszPath);
 
+/// How much of the volume of this path is left to this process, of its space or of its files, whichever is less,
+/// rounded down. One that counts neither has 100 %.
+bool FreePercent(const char* pszPath, int& iPercent);
+
 } // namespace Platform

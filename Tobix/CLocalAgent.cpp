@@ -33,8 +33,10 @@ constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 } // namespace
 
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
-    : m_directories(SMailDirectories::FromConfiguration()), m_queue(m_directories.strQueue),
-      m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
+    : m_directories(SMailDirectories::FromConfiguration()), m_iMostReceived(Config().GetInt(Keys::HEADER_RECEIVED_MAX)),
+      m_space(Config().GetInt(Keys::QUEUE_MIN_FREE),
+              {m_directories.strQueue, Config().GetPath(Keys::SPOOL_DIR), m_directories.strOutgoing}),
+      m_queue(m_directories.strQueue), m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
       m_router(m_directories, m_interceptor, pOutgoing, StopEvent().Waitable()),
       m_group([this] { EndGroup(); },
               [pNames = std::move(pOutgoing)](std::string_view name) { pNames->Withdraw(name); })
@@ -51,6 +53,8 @@ void CLocalAgent::Body()
         RemoveDelivered();
         if (m_batch.IsEmpty() && ShallRun())
             WaitForWork();
+        else if (m_space.WasShort())
+            StopEvent().Wait(IDLE_MILLIS);
         if (std::exchange(m_bBusyFiles, false))
             m_queue.AskAgain();
     }
@@ -106,11 +110,11 @@ void CLocalAgent::ListQueue()
     m_nWaiting = m_batch.Count();
 }
 
-/// A pause leaves the rest for another listing, which finds what became of it meanwhile.
+/// A pause, or a lack of space, leaves the rest for another listing, which finds what became of it meanwhile.
 void CLocalAgent::DeliverBatch()
 {
     Bex::CSimpleString strName;
-    while (ShallRun() && !ServiceIsPaused() && m_batch.PopFirst(strName)) {
+    while (ShallRun() && !ServiceIsPaused() && !m_space.IsShort() && m_batch.PopFirst(strName)) {
         if (!m_deletions.Contains(QueuePath(strName)))
             DeliverFile(strName);
         if (!m_busy.contains(strName.Text()))
@@ -245,6 +249,11 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     const Bex::CLogContext context({}, mail.MessageID(), mail.EnvelopeSender());
     if (mail.Recipients().IsEmpty()) {
         Bex::LogError(Bex::MainLog(), "no receivers found in mail");
+        return EOutcome::Failed;
+    }
+    if (m_iMostReceived > 0 && mail.Received().Count() > static_cast<uint32_t>(m_iMostReceived)) {
+        MailLog::GoesRound(mail, m_iMostReceived);
+        ++m_nLoopsEnded;
         return EOutcome::Failed;
     }
     if (!m_group.HasRoomFor(mail.Recipients().Count()))

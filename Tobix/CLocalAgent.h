@@ -6,6 +6,7 @@
 #include "Tobix/CCopyGroup.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
+#include "Tobix/CFreeSpace.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
@@ -32,6 +33,8 @@ public:
     {
         return m_nWaiting;
     } ///< queue files of the last look that are still to be done; any thread
+    bool IsShortOfSpace() const { return m_space.WasShort(); } ///< mail waits for space on a volume; any thread
+    uint64_t LoopsEnded() const { return m_nLoopsEnded; }      ///< mails that failed as they went round; any thread
 
 protected:
     void Body() override;
@@ -64,9 +67,12 @@ private:
     Bex::CSimpleString QueuePath(std::string_view name) const;
 
     SMailDirectories m_directories;
+    const int m_iMostReceived; ///< 0: any number
+    CFreeSpace m_space;
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
     std::atomic<size_t> m_nWaiting = 0;
+    std::atomic<uint64_t> m_nLoopsEnded = 0;
     bool m_bBusyFiles = false; ///< met since the last wait
     struct SBusy
     {

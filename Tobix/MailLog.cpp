@@ -2,6 +2,7 @@
 
 #include "Bex/CLogContext.h"
 #include "Bex/Log.h"
+#include "Common/ConfigKeys.h"
 
 namespace MailLog {
 
@@ -48,6 +49,14 @@ void RecipientNotValid(const CMail& mail)
 {
     Bex::LogError(Bex::MainLog(), "recipient in mail <%s> from <%s> to <%s> not valid", mail.MessageID().Text(),
                   mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
+}
+
+void GoesRound(const CMail& mail, int iMostReceived)
+{
+    Bex::LogError(Bex::MainLog(),
+                  "mail <%s> from <%s> to <%s> goes round: it has %u Received fields, more than %d (%s)",
+                  mail.MessageID().Text(), mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
+                  mail.Received().Count(), iMostReceived, Keys::HEADER_RECEIVED_MAX.Name());
 }
 
 void InterceptionFailed(const CMail& mail)

@@ -16,6 +16,7 @@ void SavedInOutgoing(const CMail& mail);
 void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser);
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason);
 void RecipientNotValid(const CMail& mail);
+void GoesRound(const CMail& mail, int iMostReceived);
 void InterceptionFailed(const CMail& mail);
 /// A mail file whose delivery ended with an exception that nothing is prescribed for.
 void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& exception);

@@ -130,6 +130,24 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
     }
 }
 
+TEST_F(AgentTest, EndsMailThatGoesRoundAndTakesNoneWhileAVolumeIsShort)
+{
+    Config().Set("Header.Received.Max", "2");
+    Config().Set("Queue.MinFree", "100");
+    std::optional<Platform::CInjectedFault> unknown; // has enough
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.find("no mail is taken from the queue while less than 100%") != std::string::npos) {
+            EXPECT_EQ(CountIn("queue"), 2u);
+            unknown.emplace(EFault::FreeSpace, 3, EIO, UINT_MAX);
+        }
+    });
+    Drop("1.eml", "ann@example.org", "Received: a\r\nRECEIVED: b\r\n\r\nReceived: c");
+    Drop("2.eml", "ann@example.org", "Received: a\r\nReceived: b\r\n\tb\r\nReceived: c\r\n\r\n");
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(unknown && m_log.Contains("mail is taken from the queue again") && fs::exists(Path("error/2.eml")));
+    EXPECT_TRUE(m_log.Contains("goes round: it has 3 Received fields, more than 2") && CountIn("spool/ann") == 1);
+}
+
 TEST_F(AgentTest, PassesOverANameThatWentAfterItWasListed)
 {
     Drop("1.eml", "nobody@example.org");

@@ -13,6 +13,7 @@
 #include <memory>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace Platform {
@@ -28,6 +29,11 @@ constexpr uint32_t NETWORK_FILE_SYSTEMS[] = {
 };
 
 int64_t Nanoseconds(const statx_timestamp& time) { return time.tv_sec * NANOSECONDS + time.tv_nsec; }
+
+int Percent(uint64_t nFree, uint64_t nAll)
+{
+    return nAll == 0 ? 100 : static_cast<int>(static_cast<long double>(nFree) * 100 / static_cast<long double>(nAll));
+}
 
 bool IsDriveLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
@@ -149,6 +155,18 @@ int64_t FileSize(const char* pszPath)
     struct stat status
     {};
     return Succeeded(GuardedCall({EFault::Stat}, [&] { return lstat(pszPath, &status); })) ? status.st_size : -1;
+}
+
+/// What is kept for the superuser counts for nobody.
+bool FreePercent(const char* pszPath, int& iPercent)
+{
+    struct statvfs status
+    {};
+    if (!Succeeded(GuardedCall({EFault::FreeSpace, pszPath}, [&] { return statvfs(pszPath, &status); })))
+        return false;
+    const uint64_t nUsed = status.f_blocks - std::min(status.f_blocks, status.f_bfree);
+    iPercent = std::min(Percent(status.f_bavail, nUsed + status.f_bavail), Percent(status.f_ffree, status.f_files));
+    return true;
 }
 
 } // namespace Platform
