@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::string_view COLUMN_GAP = "  ";
-constexpr size_t FIELD_WIDTH = 14;
+constexpr size_t FIELD_WIDTH = 18;
 constexpr size_t LONGEST_COMPLAINT = 2000; ///< bytes: it may quote an argument
 constexpr int JSON_INDENT = 2;
 constexpr char NO_COLOUR_VARIABLE[] = "NO_COLOR";

@@ -35,6 +35,8 @@ nlohmann::ordered_json SettingsOf(const Bex::CSimpleString& strDirectory)
     auto settings = nlohmann::ordered_json::object();
     for (const Bex::SConfigKey& key : AccountKeys::TABLE)
         settings[key.pszName] = account.GetString(key.pszName, key.whenMissing.pszText).Text();
+    if (!account.IsSet(AccountKeys::QUOTA)) // which the configuration gives then
+        settings[AccountKeys::QUOTA.Name()] = std::to_string(Config().GetInt(Keys::QUOTA));
     return settings;
 }
 

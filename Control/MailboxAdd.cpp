@@ -86,7 +86,12 @@ void MakeMailbox(const Bex::CSimpleString& strUser)
         Fail(std::string("cannot act as the owner of ") + strSpool.Text());
     Platform::CFlushGroup volumes;
     volumes.Add(strSpool.Text());
-    CNewMailbox(strSpool, strUser).Make();
+    try {
+        CNewMailbox(strSpool, strUser).Make();
+    } catch (const Bex::CFileException& exception) {
+        throw CControlError(EExit::Wrong,
+                            std::string("cannot write into ") + strSpool.Text() + ": " + ErrorText(exception.Error()));
+    }
     volumes.MarkWritten(strSpool.Text());
     if (!volumes.Flush())
         Fail(std::string("cannot flush ") + strSpool.Text());

@@ -38,6 +38,10 @@ class CommandLine(unittest.TestCase):
                 self.assertLess(len(error), 3000)
                 self.assertNotIn("\x1b", error)
             self.assertIn("Examples:", ctl(world, "--help")[1])
+            with open("/dev/full", "w") as full:
+                done = subprocess.run([os.environ["TOBIXCTL"], "-c", str(world.etc / "tobix.cfg"), "mailbox", "list"],
+                                      stdout=full, stderr=subprocess.DEVNULL)
+                self.assertEqual(done.returncode, 1)
 
 
 class Check(unittest.TestCase):
@@ -162,9 +166,11 @@ class Mailboxes(unittest.TestCase):
     def test_shows_one(self):
         with World(aliases="info@example.org: ann\nteam@example.org: info@example.org\n") as world:
             world.spool.joinpath("ann", "config").write_text("NextUID: 7\n")
+            with open(world.etc / "tobix.cfg", "a") as configuration:
+                configuration.write("Quota: 9\n")
             shown = json.loads(ctl(world, "mailbox", "show", "Team@example.org", "--json")[1])
-            self.assertEqual((shown["user"], shown["aliases"], shown["settings"]["NextUID"], shown["settings"]["SaveEnvelope"]),
-                             ("ann", ["info@example.org", "team@example.org"], "7", "0"))
+            self.assertEqual((shown["user"], shown["aliases"], shown["settings"]["NextUID"], shown["settings"]["Quota"]),
+                             ("ann", ["info@example.org", "team@example.org"], "7", "9"))
             self.assertEqual(ctl(world, "mailbox", "show", "x@example.org")[0], 1)
 
     def test_refuses_names_that_no_mailbox_can_have(self):
