@@ -66,8 +66,7 @@ class Package(unittest.TestCase):
     def test_1_installed_it_runs_and_delivers(self):
         begin = time.monotonic()
         self.install("/root/before")
-        self.run_there(f"install -d -o tobix -g tobix {ANN}; install -o tobix /dev/null {ANN}/config; "
-                       f"echo example.org >>/etc/tobix/domains; touch {ANN}/password; sleep 1.5")
+        self.run_there("tobixctl check && tobixctl mailbox add ann@example.org")
         self.drop("first")
         self.wait_for_mail("first")
         self.assertIn("ann", self.run_there("journalctl TOBIX_MAIL=first.eml --no-pager -o cat"))
