@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bex/CSimpleString.h"
 #include "Control/CTerminal.h"
 
 #include <string>
@@ -22,6 +23,12 @@ public:
     {
         Set(pszKey, strText);
         Say(pszName, strText, style);
+    }
+    /// The same, with words before the value that only people need.
+    void TellWith(const char* pszKey, const char* pszName, const char* pszWords, const Bex::CSimpleString& strValue)
+    {
+        Set(pszKey, strValue.Text());
+        Say(pszName, std::string(pszWords) + strValue.Text());
     }
     void Fail(const std::string& strWhy) ///< the mail would fail, or wait
     {

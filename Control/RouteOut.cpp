@@ -36,12 +36,14 @@ void Forward(CMail& copy, const Bex::CSimpleString& strRecipient, CRouteAnswer& 
     const Bex::CSimpleString strPolicy = strDomain.IsEmpty() ? Bex::CSimpleString() : PolicyOf(strDomain);
     ApplyForwardingRewrites(copy, strRecipient, strPolicy);
     answer.Tell("resent_for", "X-Resent-For", copy.ResentFor().Text());
-    if (!strDomain.IsEmpty())
-        answer.Tell("dmarc", "DMARC", std::string(strDomain.Text()) + " asks for " + strPolicy.Text());
+    if (!strDomain.IsEmpty()) {
+        answer.Set("dmarc", {{"domain", strDomain.Text()}, {"policy", strPolicy.Text()}});
+        answer.Say("DMARC", std::string(strDomain.Text()) + " asks for " + strPolicy.Text());
+    }
     if (copy.EnvelopeSender() != strSender)
-        answer.Tell("srs_sender", "SRS", std::string("sent by ") + copy.EnvelopeSender().Text());
+        answer.TellWith("srs_sender", "SRS", "sent by ", copy.EnvelopeSender());
     if (copy.FromAddress() != strAuthor)
-        answer.Tell("author", "From", std::string("replaced by ") + copy.FromAddress().Text());
+        answer.TellWith("author", "From", "replaced by ", copy.FromAddress());
 }
 
 struct STlsText
@@ -91,7 +93,7 @@ void TellServers(const Bex::CSimpleString& strSender, const Bex::CSimpleString& 
     const Bex::CSimpleString strDomain = strRecipient.AfterFirst('@');
     const CSmartHosts::SMatch match = SmartHosts().Match(strSender.AfterFirst('@'), strDomain);
     if (!match.strKey.IsEmpty())
-        answer.Tell("smart_host_key", "smart hosts", std::string("of the key ") + match.strKey.Text());
+        answer.TellWith("smart_host_key", "smart hosts", "of the key ", match.strKey);
     if (!IsIPv4Usable() && !IsIPv6Usable())
         answer.Tell("network", "network", "none: no interface of this machine has an address of use", EStyle::Warning);
     try {
@@ -120,7 +122,7 @@ void TellWayOut(const CMail& mail, const Bex::CSimpleString& strRecipient, const
     Bex::CSimpleString strSender = copy.EnvelopeSender();
     if (const auto strMask = MaskOf(strSender)) {
         strSender = *strMask;
-        answer.Tell("masked_sender", "masquerades", std::string("sent by ") + strSender.Text());
+        answer.TellWith("masked_sender", "masquerades", "sent by ", strSender);
     }
     const bool bLower = Config().GetFlag(Keys::RCPT_TO_DOMAIN_TO_LOWER);
     TellServers(strSender, bLower ? WithLowerDomain(route.strTarget) : route.strTarget, answer);

@@ -21,8 +21,9 @@ def missing_tests(files):
             text = Path(path).read_text("utf-8")
             tests.update(".".join(pair) for pair in re.findall(r"\bTEST(?:_F|_P)?\((\w+),\s*(\w+)\)", text))
             tests.update(re.findall(r"\bdef (test_\w+)", text))
+    keys = re.findall(r"^\| `([^`]+)`", Path("docs/configuration.md").read_text("utf-8"), re.M)  # some look like tests
     named = [name for name in names(Path("docs/decisions.md").read_text("utf-8"))
-             if re.fullmatch(r"[A-Z]\w+\.[A-Z]\w+|test_\w+", name)]
+             if re.fullmatch(r"[A-Z]\w+\.[A-Z]\w+|test_\w+", name) and name not in keys]
     if not named:
         yield "docs/decisions.md: names no test"
     for name in named:

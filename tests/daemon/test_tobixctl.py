@@ -134,7 +134,7 @@ class Route(unittest.TestCase):
                     (["info@example.org", "--from", "bob@there.example"], None,
                      {"aliases": [("info@example.org", "team@example.org"), ("team@example.org", "Out@Far.example")],
                       "resent_for": "info@example.org", "srs_sender": "=there.example=bob@srs.example",
-                      "smart_host_key": "<srs.example", "dmarc": "there.example asks for none"}),
+                      "smart_host_key": "<srs.example", "dmarc": {"domain": "there.example", "policy": "none"}}),
                     (["out@far.example", "--from", "bob@MASK.example"], None,
                      {"masked_sender": "robert@far.example", "smart_host_key": "far.example"}),
                     (["ann@example.org", "--mail", str(world.root / "bad.eml")], 1, {"failure": "for the phrase \"viagra\""}),
