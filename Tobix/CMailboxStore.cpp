@@ -14,6 +14,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_WRITTEN_LINE = 313;
+constexpr unsigned LOOK_MILLIS = 250; ///< for a stop, while another program has the lock
 
 } // namespace
 
@@ -39,8 +40,10 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
     }
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
-    if (!accountLock.Lock(Platform::INFINITE, [&group] { group.EndBeforeWaiting(); }))
-        return ERouted::Busy;
+    while (!accountLock.Lock(LOOK_MILLIS, [&group] { group.EndBeforeWaiting(); })) {
+        if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT || Bex::CThread::IsCallerStopped())
+            return ERouted::Busy;
+    }
     ERouted routed = LoadAccount(account);
     if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() && WaitsForPrograms(account))
         routed = ERouted::Busy;

@@ -259,11 +259,9 @@ TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesTha
     });
     Bex::CMutex account(Bex::AccountLockName(Path("spool/ben/config")));
     ASSERT_TRUE(account.Lock(0));
-    RunAgentUntil([&] {
-        if (queue.Names().size() == 1)
-            account.Unlock();
-        return queue.Names().empty();
-    });
+    RunAgentUntil([&] { return queue.Names().size() == 1; }); // a stop does not wait for it
+    account.Unlock();
+    RunAgentUntil([&] { return queue.Names().empty(); });
     EXPECT_EQ(queued, (std::vector<size_t>{4, 3, 3}));
     struct stat status = {};
     ASSERT_EQ(stat(queue.Path().c_str(), &status), 0);
