@@ -26,24 +26,22 @@ SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::C
                                 ENaming naming, std::function<Bex::CSimpleString()> NextName,
                                 Bex::CSimpleString& strPath)
 {
-    SUnnamed copy;
+    SUnnamed copy{.pFile = nullptr, .strDirectory = strDirectory, .strName = {}, .NextName = std::move(NextName)};
+    m_unnamed.reserve(m_unnamed.size() + 1); // from the writing on nothing may fail
     const SSaveOptions options{.bOrdered = naming == ENaming::Durable,
                                .BeforeWaiting = [this] { EndBeforeWaiting(); },
                                .pUnnamed = naming == ENaming::WhenDurable ? &copy.pFile : nullptr};
     const SSaveResult result = Write(strDirectory, true, [&] {
         SSaveResult saved{ESaveResult::Exists};
         while (saved.result == ESaveResult::Exists) {
-            copy.strName = NextName();
+            copy.strName = copy.NextName();
             strPath = Bex::PathBelow(strDirectory, copy.strName);
             saved = mail.SaveNew(strPath, mode, options);
         }
         return saved;
     });
-    if (copy.pFile) {
-        copy.strDirectory = strDirectory;
-        copy.NextName = std::move(NextName);
+    if (copy.pFile)
         m_unnamed.push_back(std::move(copy));
-    }
     return result;
 }
 
