@@ -17,8 +17,10 @@ class Package(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.machine = Machine()
-        cls.addClassCleanup(cls.machine.stop)
-        cls.run_there = cls.machine.run
+        cls.addClassCleanup(lambda: cls.machine.stop())
+
+    def run_there(self, command, **options):
+        return self.machine.run(command, **options)
 
     def install(self, directory="/root"):
         return self.run_there(f"apt-get install -y -q {directory}/tobix_*.deb")
@@ -112,7 +114,11 @@ class Package(unittest.TestCase):
         self.under_load("restart", disturb)
         self.assertNotEqual(self.property("MainPID"), process)
 
-    def test_5_it_comes_back_and_a_crash_leaves_its_dump(self):
+    def test_5_it_comes_back_with_the_machine_and_alone_and_a_crash_leaves_its_dump(self):
+        self.machine.stop()
+        type(self).machine = Machine()
+        self.drop("after-boot")
+        self.wait_for_mail("after-boot")
         self.run_there("mkdir /etc/systemd/system/tobix.service.d; "
                        "printf '[Service]\nWatchdogSec=3\n' >/etc/systemd/system/tobix.service.d/impatient.conf; "
                        "systemctl daemon-reload; systemctl restart tobix")
