@@ -135,6 +135,7 @@ using enum Bex::EKeyKind;
 inline constexpr Bex::SConfigKey TABLE[] = {
     {Bex::CConfigFile::NEXT_UID, Number, "1", "number of the next mail; written by the daemon"},
     {"SaveEnvelope", Flag, "0", "begin the file with the envelope's addresses instead of Return-Path"},
+    {"Maildir", Flag, "0", "store mail in `Maildir/new`, for programs that read it there"},
     {"RunAntiSpam", Flag, "0", "run `spamscan.exe \"<file>\" -tag -s`"},
     {"RunReply", Flag, "0", "run `responder.exe \"<file>\" -t \"<template>\" -o \"<queue file>\" -k -s`"},
     {"RunReplyTemplate", Text, "", "file of the reply's template; empty: no reply"},
@@ -144,6 +145,7 @@ inline constexpr Bex::SConfigKey TABLE[] = {
 
 inline constexpr Bex::CNumberKey NEXT_UID(TABLE, Bex::CConfigFile::NEXT_UID);
 inline constexpr Bex::CFlagKey SAVE_ENVELOPE(TABLE, "SaveEnvelope");
+inline constexpr Bex::CFlagKey MAILDIR(TABLE, "Maildir");
 inline constexpr Bex::CFlagKey RUN_ANTI_SPAM(TABLE, "RunAntiSpam");
 inline constexpr Bex::CFlagKey RUN_REPLY(TABLE, "RunReply");
 inline constexpr Bex::CTextKey RUN_REPLY_TEMPLATE(TABLE, "RunReplyTemplate");

@@ -21,6 +21,7 @@ struct SLocalTime
 uint64_t TickCount();                     ///< milliseconds since an arbitrary start; never goes back
 uint64_t ThreadMicros();                  ///< microseconds that the calling thread has had of a processor
 int64_t NowSeconds();                     ///< seconds since 1970-01-01 UTC
+int64_t NowMicros();                      ///< the same in microseconds
 SLocalTime LocalNow();                    ///< the wall clock, with milliseconds
 SLocalTime ToLocalTime(int64_t iSeconds); ///< of seconds since 1970-01-01 UTC; milliseconds 0
 void SleepMillis(unsigned dwMillis);

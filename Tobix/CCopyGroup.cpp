@@ -45,6 +45,11 @@ SSaveResult CCopyGroup::SaveNew(const CMail& mail, EWriteMode mode, const Bex::C
     return result;
 }
 
+SSaveResult CCopyGroup::SaveBy(const Bex::CSimpleString& strDirectory, const std::function<SSaveResult()>& SaveCopy)
+{
+    return Write(strDirectory, true, SaveCopy);
+}
+
 SSaveResult CCopyGroup::SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                                   const Bex::CSimpleString& strName)
 {

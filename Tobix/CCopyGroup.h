@@ -55,7 +55,9 @@ public:
     /// that of the last name tried; with WhenDurable another one may take its place.
     SSaveResult SaveNew(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory, ENaming naming,
                         std::function<Bex::CSimpleString()> NextName, Bex::CSimpleString& strPath);
-    /// The same under this very name; a file that has it is replaced. The copy is no part of the promise.
+    /// Counts what SaveCopy writes into the directory, which has to be there, as a copy.
+    SSaveResult SaveBy(const Bex::CSimpleString& strDirectory, const std::function<SSaveResult()>& SaveCopy);
+    /// As SaveNew, under this very name; a file that has it is replaced. The copy is no part of the promise.
     SSaveResult SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                           const Bex::CSimpleString& strName);
     void MarkRemoved(const Bex::CSimpleString& strDirectory); ///< what went from there is flushed with the next group

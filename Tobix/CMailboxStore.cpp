@@ -8,6 +8,8 @@
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
+#include "Platform/Clock.h"
+#include "Tobix/CMaildir.h"
 #include "Tobix/MailLog.h"
 
 namespace {
@@ -25,10 +27,15 @@ struct CMailboxStore::SAccount
     Bex::CConfigFile config;
     Bex::CSimpleString strMailFile; ///< once it is written
     uint32_t dwNextUID = 0;         ///< the number after the one used
+
+    bool IsTaggedInMaildir() const
+    {
+        return config.GetFlag(AccountKeys::MAILDIR) && config.GetFlag(AccountKeys::RUN_ANTI_SPAM);
+    }
 };
 
 ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
-                                      const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const
+                                      const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group)
 {
     SAccount account;
     account.strDirectory = Users().UserDirectory(strUser);
@@ -45,7 +52,8 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
             return ERouted::Busy;
     }
     ERouted routed = LoadAccount(account);
-    if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() && WaitsForPrograms(account))
+    if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() &&
+        (WaitsForPrograms(account) || account.IsTaggedInMaildir()))
         routed = ERouted::Busy;
     if (routed == ERouted::Done)
         routed = WriteMailFile(copy, account, group);
@@ -76,8 +84,34 @@ ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopy
     account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
     const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
     const SSaveResult saved =
-        group.SaveNew(copy, mode, account.strDirectory, ENaming::AtOnce, NextName, account.strMailFile);
+        account.config.GetFlag(AccountKeys::MAILDIR)
+            ? WriteInMaildir(copy, mode, account, group)
+            : group.SaveNew(copy, mode, account.strDirectory, ENaming::AtOnce, NextName, account.strMailFile);
     return saved ? ERouted::Done : MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
+}
+
+/// The tagger is waited for even where others run in parallel: behind it the mail gets another name. A stop leaves the
+/// mail to the next start.
+SSaveResult CMailboxStore::WriteInMaildir(const CMail& copy, EWriteMode mode, SAccount& account, CCopyGroup& group)
+{
+    const CMaildir maildir(account.strDirectory);
+    account.strMailFile = maildir.NewDirectory();
+    if (!maildir.Prepare())
+        return {ESaveResult::Failed, Platform::LastError()};
+    if (uint64_t& nNextLook = m_nextLook[account.strDirectory.Text()]; Platform::TickCount() >= nNextLook) {
+        maildir.RemoveLeftovers();
+        nNextLook = Platform::TickCount() + CMaildir::LEFTOVER_SECONDS * 1000;
+    }
+    std::function<bool(const Bex::CSimpleString&)> Tag;
+    if (account.IsTaggedInMaildir()) {
+        group.EndBeforeWaiting();
+        Tag = [&account](const Bex::CSimpleString& strPath) {
+            RunSpamTagger(account.strDirectory, strPath, false);
+            return !Bex::CThread::IsCallerStopped();
+        };
+    }
+    return group.SaveBy(maildir.NewDirectory(),
+                        [&] { return maildir.SaveNew(copy, mode, Tag, account.dwNextUID, account.strMailFile); });
 }
 
 /// The mail is stored: when the number cannot be recorded, the next delivery moves past the names already taken.
@@ -108,7 +142,7 @@ ERouted CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& 
     if (bWaits)
         group.EndBeforeWaiting();
     const auto IsCut = [bWaits] { return bWaits && Bex::CThread::IsCallerStopped(); };
-    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM))
+    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM) && !account.IsTaggedInMaildir())
         RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
     const Bex::CSimpleString strTemplate = account.config.GetString(AccountKeys::RUN_REPLY_TEMPLATE);
     if (account.config.GetFlag(AccountKeys::RUN_REPLY) && !strTemplate.IsEmpty()) {

@@ -6,6 +6,8 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CToldMark.h"
+#include "Platform/Clock.h"
+#include "Platform/FileIdentity.h"
 #include "Platform/FileSystem.h"
 
 #include <set>
@@ -88,6 +90,16 @@ void RemoveStaleFiles(const Bex::CSimpleString& strDirectory)
     });
     if (!marks.empty())
         RemoveStaleMarks(strDirectory, std::move(marks));
+}
+
+void RemoveOldFiles(const Bex::CSimpleString& strDirectory, int64_t iSeconds)
+{
+    const int64_t iOld = Platform::NowMicros() - iSeconds * 1'000'000;
+    ForEachEntry(strDirectory, "*", [iOld](const Bex::CSimpleString& strPath) {
+        Platform::SFileIdentity file;
+        if (Platform::IdentityOf(strPath.Text(), file) && file.iModified / 1000 < iOld && !IsDirectory(strPath))
+            RemoveUnlessInUse(strPath, "unfinished file");
+    });
 }
 
 void RemoveStaleFilesBelow(const Bex::CSimpleString& strDirectory)

@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
+#include <regex>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -146,6 +147,46 @@ TEST_F(AgentTest, EndsMailThatGoesRoundAndTakesNoneWhileAVolumeIsShort)
     RunAgentUntilQueueIsEmpty();
     EXPECT_TRUE(unknown && m_log.Contains("mail is taken from the queue again") && fs::exists(Path("error/2.eml")));
     EXPECT_TRUE(m_log.Contains("goes round: it has 3 Received fields, more than 2") && CountIn("spool/ann") == 1);
+}
+
+TEST_F(AgentTest, StoresInAMaildirWhatTheTaggerHasSeen)
+{
+    const auto Only = [this](const char* pszDirectory) {
+        const auto files = fs::directory_iterator(Path(pszDirectory));
+        return files == fs::directory_iterator() ? std::string() : files->path().filename().string();
+    };
+    m_directory.Write("spool/ann/config", "NextUID: 41\nMaildir: 1\n");
+    const std::string strOld = m_directory.Write("spool/ann/Maildir/tmp/old", "half");
+    fs::last_write_time(strOld, fs::file_time_type::clock::now() - std::chrono::hours(37));
+    const std::string strScript = m_directory.Write("spool/ann/newmail.cmd", "#!/bin/sh\ncp \"$1\" seen\n");
+    fs::permissions(strScript, fs::perms::owner_all);
+    Config().Set("Scripts.Execution.Parallel", "0");
+    Drop("1.eml", "ann@example.org");
+    RunAgentUntilQueueIsEmpty();
+    const std::string strName = Only("spool/ann/Maildir/new"), strMail = m_directory.Read("spool/ann/seen");
+    EXPECT_TRUE(strMail.ends_with("\r\n\r\nbody\r\n") && Only("spool/ann/Maildir/tmp").empty());
+    EXPECT_TRUE(
+        std::regex_match(strName, std::regex("\\d+\\.M\\d+P\\d+Q41\\.[^/:,]+,S=" + std::to_string(strMail.size()))));
+
+    fs::remove(Path("spool/ann/Maildir/new/" + strName));
+    m_directory.Write("spool/ann/config", "NextUID: 42\nMaildir: 1\nRunAntiSpam: 1\n");
+    fs::permissions(m_directory.Write("etc/spamscan.exe", "#!/bin/sh\nsleep 0.2; echo tagged >>\"$1\"\n"),
+                    fs::perms::owner_all);
+    Config().Set("Scripts.Execution.Parallel", "1");
+    Drop("2.eml", "ann@example.org");
+    fs::current_path(Path("etc"));
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(
+        m_directory.Read("spool/ann/Maildir/new/" + Only("spool/ann/Maildir/new")).ends_with("body\r\ntagged\n"));
+    EXPECT_EQ(Only("spool/ann/Maildir/new").find(",S="), std::string::npos);
+    EXPECT_NE(m_directory.Read("spool/ann/config").find("NextUID: 43"), std::string::npos);
+
+    fs::rename(Path("spool/ann/Maildir/new"), Path("elsewhere"));
+    fs::create_symlink(Path("elsewhere"), Path("spool/ann/Maildir/new"));
+    Drop("3.eml", "ann@example.org");
+    RunAgentUntilQueueIsEmpty();
+    fs::current_path("/");
+    EXPECT_TRUE(fs::exists(Path("error/3.eml")) && m_log.Contains("spool/ann/Maildir/new"));
 }
 
 TEST_F(AgentTest, PassesOverANameThatWentAfterItWasListed)
@@ -371,6 +412,9 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
     Config().Set("ErrorDir", strError.c_str());
     m_directory.Write("etc/intercept_addresses", "eve@far.example\n");
     m_directory.Write("spool/ann/config", "Quota: 7\nNextUID: 8\n");
+    const std::string strMaildir = Path("spool/ben/Maildir/new");
+    m_directory.Write("spool/ben/config", "Maildir: 1\n");
+    ASSERT_TRUE(Users().InitUsers());
     ASSERT_TRUE(Filters().Load(m_directory.Write("etc/filters", "spam\n").c_str()));
     std::string strMany;
     for (int n = 0; n < WIDE; ++n)
@@ -380,6 +424,7 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
                              {"eve@far.example,ann@example.org", {{strAnn, 1}, {strOutgoing, 1}}, "", ""},
                              {strMany, {{strOutgoing, WIDE}}, "", ""},
                              {strMany + "ann@example.org", {{strAnn, 1}, {strOutgoing, WIDE}}, "", ""},
+                             {"ben@example.org,ann@example.org", {{strMaildir, 1}, {strAnn, 1}}, "", ""},
                              {"ann@example.org", {{Path("filter"), 1}}, "Subject: spam\r\n", ""},
                              {"nobody@example.org", {}, "", ""}};
     for (size_t n = 0; n < mails.size(); ++n) {
@@ -392,8 +437,11 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
         const auto IsWhole = [&](std::string_view content) {
             return std::any_of(mails.begin(), mails.end(), [&](auto& mail) { return content.ends_with(mail.strBody); });
         };
+        const auto IsMail = [&](std::string_view path) {
+            return path.ends_with(".eml") || path.starts_with(strMaildir);
+        };
         for (const auto& [strPath, strContent] : tree)
-            if (strPath.ends_with(".eml") && (bOrdered || strPath.starts_with(strOutgoing)) && !IsWhole(strContent))
+            if (IsMail(strPath) && (bOrdered || strPath.starts_with(strOutgoing)) && !IsWhole(strContent))
                 strLost = std::string(strPath) + " is cut " + strCut;
         const auto account = tree.find(strAnn + "/config");
         if (account == tree.end() || !account->second.starts_with("Quota: 7\nNextUID: "))
@@ -401,7 +449,7 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
         for (const SMail& mail : mails) {
             std::map<std::string, size_t> whole;
             for (const auto& [strPath, strContent] : tree)
-                if (strPath.ends_with(".eml") && strContent.ends_with(mail.strBody))
+                if (IsMail(strPath) && strContent.ends_with(mail.strBody))
                     ++whole[std::string(strPath.substr(0, strPath.rfind('/')))];
             const bool bStored =
                 !mail.copies.empty() && std::all_of(mail.copies.begin(), mail.copies.end(),

@@ -49,11 +49,13 @@ uint64_t ThreadMicros()
     return static_cast<uint64_t>(used.tv_sec) * 1'000'000 + static_cast<uint64_t>(used.tv_nsec) / 1000;
 }
 
-int64_t NowSeconds()
+int64_t NowSeconds() { return NowMicros() / 1'000'000; }
+
+int64_t NowMicros()
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now); // time() lags behind it by up to a timer tick
-    return now.tv_sec;
+    return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
 SLocalTime LocalNow()
