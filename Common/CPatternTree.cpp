@@ -3,10 +3,12 @@
 #include "Bex/TextFunctions.h"
 
 #include <algorithm>
+#include <map>
 #include <queue>
 #include <set>
 #include <string>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -31,7 +33,8 @@ public:
         : m_tree(tree), m_strText(text), m_characters(Characters(text))
     {}
 
-    void Add(SPlace place)
+    /// A place behind a "*" that goes on through the text is known to be new.
+    void Add(SPlace place, bool bGoesOn = false)
     {
         if (place.nFirst >= place.nBehind)
             return;
@@ -40,9 +43,9 @@ public:
             return;
         place.bAlike = m_tree.TextAt(place.nFirst) == m_tree.TextAt(place.nBehind - 1);
         if (place.bAlike) // it will be matched as a whole
-            place = {place.nFirst, place.nBehind, 0, 0, false, true};
+            place = {.nFirst = place.nFirst, .nBehind = place.nBehind, .nDepth = 0, .nPosition = 0, .bAlike = true};
         place.nRank = bound.nRank;
-        if (m_seen.emplace(place.nFirst, place.nDepth, place.nPosition, place.bStar, place.bAlike).second)
+        if ((bGoesOn && place.bStar) || IsNew(place))
             m_places.push(place);
     }
     Id Run()
@@ -59,6 +62,18 @@ public:
     }
 
 private:
+    /// One behind a "*" goes on only up to where another has begun: it is remembered once, however long the text is.
+    bool IsNew(SPlace& place)
+    {
+        if (!place.bStar)
+            return m_seen.emplace(place.nFirst, place.nDepth, place.nPosition, place.bAlike).second;
+        const auto [star, bFirst] = m_stars.try_emplace({place.nFirst, place.nDepth}, place.nPosition);
+        if (!bFirst && star->second <= place.nPosition)
+            return false;
+        place.nEnd = bFirst ? NONE : star->second;
+        star->second = place.nPosition;
+        return true;
+    }
     void Follow(SPlace place)
     {
         SPlace ended = place;
@@ -75,10 +90,8 @@ private:
             ++next.nPosition;
             Add(next);
         }
-        if (place.bStar) {
-            ++place.nPosition;
-            Add(place);
-        }
+        if (place.bStar && ++place.nPosition != place.nEnd)
+            Add(place, true);
     }
 
     struct SIsWorse
@@ -90,7 +103,8 @@ private:
     std::string m_strText;
     uint64_t m_characters;
     std::priority_queue<SPlace, std::vector<SPlace>, SIsWorse> m_places;
-    std::set<std::tuple<uint32_t, uint32_t, uint32_t, bool, bool>> m_seen;
+    std::set<std::tuple<uint32_t, uint32_t, uint32_t, bool>> m_seen;
+    std::map<std::pair<uint32_t, uint32_t>, uint32_t> m_stars; ///< and from where on it has the text
 };
 
 CPatternTree::CPatternTree(const std::vector<SPattern>& patterns) : m_bounds(2 * patterns.size())

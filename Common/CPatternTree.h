@@ -44,6 +44,7 @@ private:
         bool bStar = false;  ///< behind a "*", which may take more of the text
         bool bAlike = false; ///< all its patterns match the same
         uint32_t nRank = NONE;
+        uint32_t nEnd = NONE; ///< behind a "*": the position from which another one goes on
     };
     struct SLeaf
     {

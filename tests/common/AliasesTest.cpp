@@ -1,9 +1,11 @@
 #include "Bex/TextFunctions.h"
 #include "CAccountWorld.h"
+#include "Common/CPatternTree.h"
 #include "Platform/Clock.h"
 
 #include <gtest/gtest.h>
 #include <random>
+#include <sys/resource.h>
 #include <vector>
 
 using Bex::CSimpleString;
@@ -74,6 +76,25 @@ TEST(AliasesTest, ThousandsOfPatternsAndLongChainsArePreresolvedInABlink)
     EXPECT_LT(Platform::TickCount() - ui64Begin, 3000u);
     EXPECT_EQ(Aliases().Count(), 10001u); // the patterns led nowhere
     EXPECT_EQ(Aliases().Get("1@l.example"), "bob");
+}
+
+TEST(AliasesTest, ALongAddressTakesLittleMemory)
+{
+    std::vector<std::string> texts;
+    std::string strAddress;
+    for (int n = 0; n < 6000; ++n) { // a hundred words of which ten patterns begin alike
+        texts.push_back("*w" + std::to_string(n / 10 % 100) + "w*@" + std::to_string(n % 10));
+        strAddress += texts.back().substr(1, texts.back().find('w', 2) - 1);
+    }
+    texts.resize(1000);
+    std::vector<CPatternTree::SPattern> patterns;
+    for (const std::string& strPattern : texts)
+        patterns.push_back({strPattern, static_cast<CPatternTree::Id>(patterns.size())});
+    struct rusage before = {}, after = {};
+    getrusage(RUSAGE_SELF, &before);
+    EXPECT_EQ(CPatternTree(patterns).FindBest(strAddress + "w@0123456789x"), CPatternTree::NONE);
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 << 10); // KiB
 }
 
 /// The rules, walked naively: entries in the table's order, everything looked up by trying all of them.
