@@ -230,12 +230,12 @@ class Soak:
     def descriptors(self):
         pid = self.world.process.pid
         _, used = self.usage()
-        usual = resource.prlimit(pid, resource.RLIMIT_NOFILE)
-        resource.prlimit(pid, resource.RLIMIT_NOFILE, (used + self.random.randrange(-2, 6), usual[1]))
+        _, usual = resource.prlimit(pid, resource.RLIMIT_NOFILE)  # the daemon has all that it may; less, this came twice
+        resource.prlimit(pid, resource.RLIMIT_NOFILE, (used + self.random.randrange(-2, 6), usual))
 
         def restore():
             with contextlib.suppress(ProcessLookupError):
-                resource.prlimit(pid, resource.RLIMIT_NOFILE, usual)
+                resource.prlimit(pid, resource.RLIMIT_NOFILE, (usual, usual))
         self.later(self.random.random() * 4, restore)
 
     def jump(self):
