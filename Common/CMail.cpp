@@ -1,6 +1,7 @@
 #include "Common/CMail.h"
 
 #include "Bex/TextFunctions.h"
+#include "Common/EnvelopeFields.h"
 #include "Common/NormalizeAddress.h"
 
 #include <algorithm>
@@ -25,15 +26,6 @@ void AppendField(Lines& lines, std::string_view before, const Bex::CSimpleString
 {
     if (!strValue.IsEmpty())
         AppendLine(lines, before, strValue, after);
-}
-
-bool IsOneOf(const Bex::CSimpleString& strName, std::initializer_list<std::string_view> names)
-{
-    for (std::string_view name : names) {
-        if (strName.EqualsNoCase(name))
-            return true;
-    }
-    return false;
 }
 
 } // namespace
@@ -94,7 +86,8 @@ Bex::CSimpleString CMail::Sender(const Bex::CSimpleString& strValue)
 /// nothing better was met.
 bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSimpleString& strValue)
 {
-    if (IsOneOf(strName, {"X-Envelope-From", "Envelope-From"})) {
+    using EnvelopeFields::IsOneOf;
+    if (IsOneOf(strName, EnvelopeFields::SENDER)) {
         SetEnvelopeSender(Sender(strValue));
         m_addressing.bSenderIsFinal = true;
     } else if (strName.EqualsNoCase("X-Sender")) {
@@ -102,9 +95,9 @@ bool CMail::SetEnvelopeHeader(const Bex::CSimpleString& strName, const Bex::CSim
             SetEnvelopeSender(Sender(strValue));
     } else if (strName.EqualsNoCase("Return-Path")) {
         SetReturnPath(Sender(strValue));
-    } else if (IsOneOf(strName, {"X-Envelope-To", "Envelope-To"})) {
+    } else if (IsOneOf(strName, EnvelopeFields::RECIPIENTS)) {
         SetRecipients(NormalizeAddress(strValue));
-    } else if (IsOneOf(strName, {"X-Delivered-To", "X-Original-To", "X-Rcpt-To", "X-Real-To", "X-Receiver"})) {
+    } else if (IsOneOf(strName, EnvelopeFields::FOREIGN_RECIPIENTS)) {
         if (m_recipients.IsEmpty())
             SetRecipients(NormalizeAddress(strValue));
     } else if (strName.EqualsNoCase("Delivered-To")) {

@@ -50,6 +50,8 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"HourlyCleanup", Flag, "0",
      "with `AutoTransport` off: run `newmail.cmd` of `OutgoingDir` once an hour, and nothing else in the main loop"},
     {"AllowConfigRestart", Flag, "1", "allow the restart control"},
+    {"Inject.TrustedUsers", Text, "",
+     "users beside root and the owner of `QueueDir` whose `tobix-inject -f` names the sender, with commas between"},
     {"Control.Socket", Path, "",
      "socket by which `tobixctl` asks the daemon, such as `/run/tobix/control`; empty: none"},
     {"Scripts.Execution.Parallel", Flag, Bex::SameAs("AsyncScripts"), "do not wait for the programs that are started"},
@@ -106,6 +108,7 @@ inline constexpr Bex::CTextKey INTERFACE(TABLE, "Interface");
 inline constexpr Bex::CFlagKey RCPT_TO_DOMAIN_TO_LOWER(TABLE, "Rcpt.To.DomainPart.ToLower");
 inline constexpr Bex::CFlagKey HOURLY_CLEANUP(TABLE, "HourlyCleanup");
 inline constexpr Bex::CFlagKey ALLOW_CONFIG_RESTART(TABLE, "AllowConfigRestart");
+inline constexpr Bex::CTextKey INJECT_TRUSTED_USERS(TABLE, "Inject.TrustedUsers");
 inline constexpr Bex::CPathKey CONTROL_SOCKET(TABLE, "Control.Socket");
 inline constexpr Bex::CFlagKey SCRIPTS_IN_PARALLEL(TABLE, "Scripts.Execution.Parallel");
 inline constexpr Bex::CFlagKey FILTER_CONTENT(TABLE, "FilterContent");

@@ -46,6 +46,9 @@ public:
     bool ShareLock(); ///< of one that reads and excludes everybody, with others that only read
     /// The very file that the reader has open, which says how it is shared; the path is for the faults of tests.
     bool OpenWriter(const CFileHandle& reader, const char* pszPath);
+    bool OpenReader(const CFileHandle& writer, const char* pszPath); ///< the same the other way round
+    /// A new file without a name, for writing. LIB_NOT_SUPPORTED where the file system has none such.
+    bool OpenUnnamed(const char* pszDirectory, unsigned dwPermission);
     int64_t Read(void* pBuffer, size_t nCount);        ///< 0 at the end of the file; short only there
     int64_t Write(const void* pBuffer, size_t nCount); ///< writes everything or fails
     int64_t Seek(int64_t iOffset, ESeekFrom from);     ///< the new position
@@ -54,6 +57,8 @@ public:
     int NativeHandle() const { return m_iDescriptor; }
 
 private:
+    bool Reopen(const CFileHandle& other, int iFlags, const char* pszPath);
+
     int m_iDescriptor = -1;
 };
 

@@ -23,6 +23,9 @@ public:
     /// Opens it for writing, too. A null name stands for ".<target's name>.tmp".
     bool Create(const char* pszTarget, CFileHandle& writer, const char* pszTemporary = nullptr,
                 unsigned dwPermission = 0600);
+    /// The same for one that is to take its name: without any name until then, so that not even a kill leaves anything,
+    /// where the file system can. Its name is the only thing that others ever see of it.
+    bool CreateUnnamed(const char* pszTarget, CFileHandle& writer, unsigned dwPermission);
     bool CreateLink(const char* pszTarget, const char* pszContent); ///< a symbolic link instead of a file
     const std::string& Path() const { return m_strPath; }
 
@@ -46,6 +49,7 @@ private:
     std::string m_strPath;
     CFileHandle m_holder; ///< reads only, so that nobody takes the file for one still being written
     bool m_bPresent = false;
+    bool m_bUnnamed = false;
 };
 
 } // namespace Platform

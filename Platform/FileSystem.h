@@ -27,6 +27,9 @@ bool MoveFileReplacing(const char* pszFrom, const char* pszTo);
 bool RenameReplacing(const char* pszFrom, const char* pszTo); ///< within one file system
 /// Fails with LIB_EXISTS when the target exists; never replaces it.
 bool RenameNoReplace(const char* pszFrom, const char* pszTo);
+/// That the file has its name is on stable storage. Where its directory may not be read, by a flush of the file system.
+bool FlushName(const char* pszPath);
+bool OwnerOf(const char* pszPath, unsigned& nUser); ///< of a file or a directory
 bool GetFileTimes(const char* pszPath, SFileTimes& times);
 /// Of what a symbolic link leads to, unless it is not followed: then it is Other. Failed sets LastError.
 EPathKind KindOf(const char* pszPath, bool bFollow = true);

@@ -1,9 +1,8 @@
 #include "Responder/CAnswer.h"
 
 #include "Bex/TextFunctions.h"
+#include "Common/UniqueText.h"
 #include "Platform/CFlushGroup.h"
-#include "Platform/Clock.h"
-#include "Platform/Process.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -94,14 +93,6 @@ std::string DirectoryOf(const Bex::CSimpleString& strPath)
 {
     const size_t nSlash = strPath.View().rfind('/');
     return nSlash == std::string_view::npos ? "." : std::string(strPath.View().substr(0, nSlash + 1));
-}
-
-std::string UniqueText()
-{
-    static unsigned nCount = 0;
-    static const uint64_t ui64Start = Platform::TickCount();
-    return std::to_string(Platform::NowSeconds()) + "x" + std::to_string(Platform::CurrentProcessId()) + "x" +
-           std::to_string(ui64Start) + "x" + std::to_string(nCount++);
 }
 
 bool IsUsableAddress(std::string_view address)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/CMessage.h"
-#include "Responder/MailText.h"
+#include "Common/MailText.h"
 
 #include <string>
 #include <string_view>
@@ -32,8 +32,6 @@ private:
 };
 
 std::string DirectoryOf(const Bex::CSimpleString& strPath);
-/// A text that no other run of this program comes up with: of letters and digits.
-std::string UniqueText();
 /// A bare address that can be mailed to: not empty nor longer than any can be, without blanks, control characters and
 /// separators.
 bool IsUsableAddress(std::string_view address);

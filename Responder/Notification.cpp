@@ -6,6 +6,7 @@
 #include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/ReportText.h"
+#include "Common/UniqueText.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Process.h"
 #include "Responder/AnsweredMail.h"

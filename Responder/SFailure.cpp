@@ -1,7 +1,7 @@
 #include "Responder/SFailure.h"
 
+#include "Common/MailText.h"
 #include "Common/ReportText.h"
-#include "Responder/MailText.h"
 
 #include <algorithm>
 #include <cctype>

@@ -7,7 +7,7 @@ import re
 import sys
 from pathlib import Path, PurePath
 
-PRODUCT = ("Platform", "Bex", "Common", "SMTPc", "Tobix", "Responder", "Control")
+PRODUCT = ("Platform", "Bex", "Common", "SMTPc", "Tobix", "Responder", "Control", "Inject")
 
 
 def names(text):

@@ -181,10 +181,34 @@ bool CFileHandle::Open(const char* pszPath, const SOpenMode& mode)
 
 bool CFileHandle::OpenWriter(const CFileHandle& reader, const char* pszPath)
 {
-    const std::string strLink = "/proc/self/fd/" + std::to_string(reader.m_iDescriptor);
-    CDescriptor file(GuardedCall({EFault::Open, pszPath}, [&] { return open(strLink.c_str(), O_WRONLY | O_CLOEXEC); }));
+    return Reopen(reader, O_WRONLY, pszPath);
+}
+
+bool CFileHandle::OpenReader(const CFileHandle& writer, const char* pszPath)
+{
+    return Reopen(writer, O_RDONLY, pszPath);
+}
+
+bool CFileHandle::Reopen(const CFileHandle& other, int iFlags, const char* pszPath)
+{
+    const std::string strLink = "/proc/self/fd/" + std::to_string(other.m_iDescriptor);
+    CDescriptor file(GuardedCall({EFault::Open, pszPath}, [&] { return open(strLink.c_str(), iFlags | O_CLOEXEC); }));
     if (!file.IsValid())
         return FailWithErrno();
+    *this = CFileHandle();
+    m_iDescriptor = file.Release();
+    return true;
+}
+
+bool CFileHandle::OpenUnnamed(const char* pszDirectory, unsigned dwPermission)
+{
+    CDescriptor file(GuardedCall({EFault::Open, pszDirectory},
+                                 [&] { return open(pszDirectory, O_TMPFILE | O_WRONLY | O_CLOEXEC, dwPermission); }));
+    if (!file.IsValid()) {
+        if (errno == EISDIR) // of a kernel or a file system that knows the flag as part of another one only
+            errno = EOPNOTSUPP;
+        return FailWithErrno();
+    }
     *this = CFileHandle();
     m_iDescriptor = file.Release();
     return true;

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Platform {
 
@@ -82,6 +83,15 @@ bool CTemporaryFile::CreateLink(const char* pszTarget, const char* pszContent)
     return MakeUnder(TemporaryPathFor(m_strTarget), [&] { return Succeeded(symlink(pszContent, m_strPath.c_str())); });
 }
 
+bool CTemporaryFile::CreateUnnamed(const char* pszTarget, CFileHandle& writer, unsigned dwPermission)
+{
+    m_strTarget = pszTarget;
+    if (!writer.OpenUnnamed(m_strTarget.substr(0, NameStart(m_strTarget)).append(".").c_str(), dwPermission))
+        return LastError().iLibError == LIB_NOT_SUPPORTED && Create(pszTarget, writer, nullptr, dwPermission);
+    m_bUnnamed = m_holder.OpenReader(writer, pszTarget);
+    return m_bUnnamed;
+}
+
 bool CTemporaryFile::Flush() { return FlushDescriptor(m_holder.NativeHandle()); }
 
 bool CTemporaryFile::StartWriteOut()
@@ -116,6 +126,13 @@ bool CTemporaryFile::Replace() { return RenameReplacing(m_strPath.c_str(), m_str
 /// cleaner that comes between takes it for a leftover.
 bool CTemporaryFile::TakeName()
 {
+    if (m_bUnnamed) {
+        const std::string strLink = "/proc/self/fd/" + std::to_string(m_holder.NativeHandle());
+        const char* const pszTarget = m_strTarget.c_str();
+        return Succeeded(GuardedCall({EFault::Link, strLink.c_str(), pszTarget}, [&] {
+            return linkat(AT_FDCWD, strLink.c_str(), AT_FDCWD, pszTarget, AT_SYMLINK_FOLLOW);
+        }));
+    }
     m_holder = CFileHandle();
     if (RenameNoReplace(m_strPath.c_str(), m_strTarget.c_str()))
         return LetGo();

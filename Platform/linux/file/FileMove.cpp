@@ -116,6 +116,20 @@ bool MoveFileReplacing(const char* pszFrom, const char* pszTo)
     return LastError().iLibError == LIB_CROSS_DEVICE && MoveAcross(pszFrom, pszTo);
 }
 
+bool FlushName(const char* pszPath)
+{
+    if (FlushDirectory(DirectoryOf(pszPath)))
+        return true;
+    if (LastError().iLibError != LIB_ACCESS)
+        return false;
+    const CDescriptor file(GuardedCall({EFault::Open, pszPath},
+                                       [&] { return open(pszPath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+    if (!file.IsValid())
+        return FailWithErrno();
+    return Succeeded(
+        GuardedCall({.kind = EFault::FlushVolume, .iDescriptor = file.Get()}, [&] { return syncfs(file.Get()); }));
+}
+
 bool RenameNoReplace(const char* pszFrom, const char* pszTo)
 {
     if (GuardedCall({EFault::Rename, pszFrom, pszTo},

@@ -51,6 +51,16 @@ bool RemoveUnlessInUse(const char* pszPath)
     return file.Open(pszPath, {.share = EShare::Exclusive, .bOnlyRegular = true}) && RemoveFile(pszPath);
 }
 
+bool OwnerOf(const char* pszPath, unsigned& nUser)
+{
+    struct stat status
+    {};
+    if (!Succeeded(GuardedCall({EFault::Stat, pszPath}, [&] { return stat(pszPath, &status); })))
+        return false;
+    nUser = status.st_uid;
+    return true;
+}
+
 bool GetFileTimes(const char* pszPath, SFileTimes& times)
 {
     struct statx status

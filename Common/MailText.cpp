@@ -1,4 +1,4 @@
-#include "Responder/MailText.h"
+#include "Common/MailText.h"
 
 #include "Bex/TextFunctions.h"
 #include "Common/Encodings.h"
