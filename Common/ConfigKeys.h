@@ -14,9 +14,8 @@ using enum Bex::EKeyKind;
 inline constexpr Bex::SConfigKey TABLE[] = {
     {"QueueDir", Path, "/mail/queue", "mail to deliver; must exist"},
     {"Queue.MinFree", Number, "0",
-     "percent that has to be free on the volumes of `QueueDir`, `SpoolDir` and `OutgoingDir`; with less, mail waits in "
-     "the "
-     "queue; 0: any"},
+     "percent that has to be free on the volumes of `SpoolDir` and `OutgoingDir`; with less, mail waits in the queue; "
+     "0: any"},
     {"SpoolDir", Path, "/mail/spool", "the mailboxes, a directory per user; must exist"},
     {"ErrorDir", Path, "/mail/error", "mail that could not be delivered; must exist"},
     {"OutgoingDir", Path, "/mail/outgoing", "mail for other hosts, one file per recipient; must exist"},

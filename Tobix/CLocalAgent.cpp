@@ -34,8 +34,7 @@ constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_iMostReceived(Config().GetInt(Keys::HEADER_RECEIVED_MAX)),
-      m_space(Config().GetInt(Keys::QUEUE_MIN_FREE),
-              {m_directories.strQueue, Config().GetPath(Keys::SPOOL_DIR), m_directories.strOutgoing}),
+      m_space(Config().GetInt(Keys::QUEUE_MIN_FREE), {Config().GetPath(Keys::SPOOL_DIR), m_directories.strOutgoing}),
       m_queue(m_directories.strQueue), m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
       m_router(m_directories, m_interceptor, pOutgoing, StopEvent().Waitable()),
       m_group([this] { EndGroup(); },

@@ -139,7 +139,7 @@ TEST_F(AgentTest, EndsMailThatGoesRoundAndTakesNoneWhileAVolumeIsShort)
     m_log.SetListener([&](const std::string& strLine) {
         if (strLine.find("no mail is taken from the queue while less than 100%") != std::string::npos) {
             EXPECT_EQ(CountIn("queue"), 2u);
-            unknown.emplace(EFault::FreeSpace, 3, EIO, UINT_MAX);
+            unknown.emplace(EFault::FreeSpace, 2, EIO, UINT_MAX);
         }
     });
     Drop("1.eml", "ann@example.org", "Received: a\r\nRECEIVED: b\r\n\r\nReceived: c");
