@@ -253,8 +253,8 @@ class Soak:
 
     def pause(self):
         self.world.process.send_signal(signal.SIGUSR1)
-        pid = self.world.process.pid
-        self.later(self.random.random() * 2, lambda: pid == self.world.process.pid and os.kill(pid, signal.SIGUSR2))
+        process = self.world.process
+        self.later(self.random.random() * 2, lambda: process.send_signal(signal.SIGUSR2))
 
     def unmount(self):
         if not os.path.ismount(self.world.spool):
@@ -294,6 +294,7 @@ class Soak:
         self.set_clock(3600)
         last, since, quiet = None, time.monotonic(), 0
         while quiet < 5:
+            self.world.process.send_signal(signal.SIGUSR2)  # the one that was due may have met another control
             names = sorted(p.name for d in (self.world.queue, self.world.outgoing) for p in d.glob("*.eml"))
             state = (names, self.others())
             if state != last:
