@@ -52,9 +52,10 @@ EExit ExitOf(const nlohmann::json& answer)
     return bRefused ? EExit::Refused : EExit::Wrong;
 }
 
-nlohmann::json Understand(const std::string& strAnswer, const std::string& strSocket)
+nlohmann::json Understand(const std::string& strAnswer, const nlohmann::json::parser_callback_t& Filter,
+                          const std::string& strSocket)
 {
-    nlohmann::json answer = nlohmann::json::parse(strAnswer, nullptr, false);
+    nlohmann::json answer = nlohmann::json::parse(strAnswer, Filter, false);
     if (!answer.is_object())
         throw CControlError(EExit::NoDaemon, "what answers at " + strSocket + " is no daemon of this system");
     const auto error = answer.find("error");
@@ -67,7 +68,8 @@ nlohmann::json Understand(const std::string& strAnswer, const std::string& strSo
 
 CDaemon CDaemon::OfConfiguration() { return CDaemon(Config().GetPath(Keys::CONTROL_SOCKET).Text()); }
 
-std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& request) const
+std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& request,
+                                                    const nlohmann::json::parser_callback_t& Filter) const
 {
     if (m_strSocket.empty())
         return std::nullopt;
@@ -79,7 +81,7 @@ std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& reques
     }
     using EHandler = nlohmann::json::error_handler_t;
     const std::string strRequest = request.dump(-1, ' ', false, EHandler::replace) + "\n";
-    return Understand(Exchange(socket, strRequest, m_strSocket), m_strSocket);
+    return Understand(Exchange(socket, strRequest, m_strSocket), Filter, m_strSocket);
 }
 
 nlohmann::json CDaemon::Ask(const nlohmann::json& request) const

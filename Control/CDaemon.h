@@ -18,7 +18,9 @@ public:
     /// Raises CControlError: NoDaemon when none can be reached, or none is configured; else what the answer says.
     nlohmann::json Ask(const nlohmann::json& request) const;
     /// The same, but nothing when no daemon listens. One that does not let us in, or answers nothing, still raises.
-    std::optional<nlohmann::json> AskIfRunning(const nlohmann::json& request) const;
+    /// A filter of what is read keeps a long answer from being in memory as a whole (nlohmann::json::parse has it).
+    std::optional<nlohmann::json> AskIfRunning(const nlohmann::json& request,
+                                               const nlohmann::json::parser_callback_t& Filter = nullptr) const;
 
 private:
     std::string m_strSocket; ///< empty: none

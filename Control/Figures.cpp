@@ -4,6 +4,7 @@
 #include "Platform/Clock.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <iterator>
 
@@ -14,6 +15,8 @@ constexpr double SHOWN_WITH_TENTHS_BELOW = 10;
 constexpr int64_t MINUTE = 60;
 constexpr int64_t HOUR = 60 * MINUTE;
 constexpr int64_t DAY = 24 * HOUR;
+constexpr int64_t WEEK = 7 * DAY;
+constexpr int64_t LONGEST_SPAN = 100'000 * DAY;
 
 std::string TwoParts(int64_t iFirst, const char* pszFirst, int64_t iSecond, const char* pszSecond)
 {
@@ -67,4 +70,21 @@ std::string InstantText(int64_t iSeconds)
                static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()))
         .Text();
+}
+
+std::optional<int64_t> SecondsIn(std::string_view span)
+{
+    static constexpr struct
+    {
+        std::string_view unit;
+        int64_t iSeconds;
+    } UNITS[] = {{"", 1}, {"s", 1}, {"m", MINUTE}, {"h", HOUR}, {"d", DAY}, {"w", WEEK}};
+    int64_t iCount = 0;
+    const char* const pEnd = span.data() + span.size();
+    const auto [pUnit, error] = std::from_chars(span.data(), pEnd, iCount);
+    const auto* const pKnown =
+        std::ranges::find(UNITS, std::string_view(pUnit, pEnd), [](const auto& known) { return known.unit; });
+    if (error != std::errc() || iCount < 0 || pKnown == std::end(UNITS) || iCount > LONGEST_SPAN / pKnown->iSeconds)
+        return std::nullopt;
+    return iCount * pKnown->iSeconds;
 }

@@ -5,9 +5,13 @@
 #include "Control/CControlError.h"
 #include "Control/CTerminal.h"
 #include "Control/Check.h"
+#include "Control/MailActions.h"
 #include "Control/Mailbox.h"
 #include "Control/MailboxAdd.h"
+#include "Control/QueueList.h"
+#include "Control/QueueShow.h"
 #include "Control/Route.h"
+#include "Control/Status.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -19,6 +23,9 @@ constexpr char PROGRAM_FOOTER[] =
     "Exit codes: 0 done, 1 something is wrong or not found, 2 wrong usage, 3 refused (in delivery, not confirmed),\n"
     "            4 no daemon answers\n\n"
     "Examples:\n"
+    "  tobixctl status                               is all well with the daemon?\n"
+    "  tobixctl queue --older 1h                     what has been waiting for more than an hour, and why?\n"
+    "  tobixctl retry --to '*@example.com'           their server is back: try again now\n"
     "  tobixctl check                                is something wrong?\n"
     "  tobixctl route info@example.org               where would mail for this address go?\n"
     "  tobixctl mailbox add ann@example.org          a new user\n"
@@ -31,6 +38,9 @@ struct SCommandLine
     SOptions options;
     std::string strUser;
     SRouteQuestion route;
+    SQueueQuestion queue;
+    SMailSelection mails;
+    std::string strMail;      ///< that is to be shown
     std::function<int()> Run; ///< the chosen command
 };
 
@@ -111,6 +121,78 @@ void DeclareRoute(CLI::App& program, SCommandLine& line)
     route.add_option("--mail", line.route.strMail, "a mail file that the question is about")->type_name("FILE");
 }
 
+void DeclareStatus(CLI::App& program, SCommandLine& line)
+{
+    AddCommand(program, "status", "Tells what the running daemon does, its tables, threads and counters",
+               "  tobixctl status\n"
+               "  tobixctl status --json | jq .outgoing.waiting",
+               line, [&line] { return Status(line.options); });
+}
+
+void AddPattern(CLI::App& command, const char* pszOption, std::string& strPattern, const char* pszMeaning)
+{
+    command.add_option(pszOption, strPattern, pszMeaning)->type_name("PATTERN");
+}
+
+void DeclareQueue(CLI::App& program, SCommandLine& line)
+{
+    CLI::App& queue = AddCommand(
+        program, "queue", "Lists the mail that waits in the queue and the outgoing directory, and what is held there",
+        "  tobixctl queue\n"
+        "  tobixctl queue --to '*@example.com' --older 2h\n"
+        "  tobixctl queue --json --limit 0 | jq -r '.[] | select(.state == \"held\") | .name'\n"
+        "  tobixctl queue show outgoing/20261125101500001230042.eml",
+        line, [&line] {
+            return line.strMail.empty() ? ListQueue(line.options, line.queue) : ShowQueued(line.options, line.strMail);
+        });
+    AddPattern(queue, "--from", line.queue.strFrom, "only of senders like this; * stands for anything");
+    AddPattern(queue, "--to", line.queue.strTo, "only to recipients like this");
+    queue.add_option("--older", line.queue.strOlder, "only what has been waiting for longer: 90s, 15m, 2h, 3d, 1w")
+        ->type_name("TIME");
+    queue.add_option("--limit", line.queue.nLimit, "so many at most, 0 for all")->capture_default_str();
+    AddCommand(queue, "show", "Shows one with its headers, the report of its last attempt, and the road that it took",
+               "  tobixctl queue show queue/a.eml", line, [&line] { return ShowQueued(line.options, line.strMail); })
+        .add_option("MAIL", line.strMail, "as the list names it")
+        ->required();
+}
+
+CLI::App& AddMailCommand(CLI::App& program, const char* pszName, const char* pszMeaning, const char* pszExamples,
+                         SCommandLine& line, int (*Run)(const SOptions&, const SMailSelection&))
+{
+    CLI::App& command = AddCommand(program, pszName, pszMeaning, pszExamples, line,
+                                   [&line, Run] { return Run(line.options, line.mails); });
+    command.add_option("MAIL", line.mails.names, "as the list names it; the directory's name may be left out");
+    return command;
+}
+
+void DeclareMailCommands(CLI::App& program, SCommandLine& line)
+{
+    CLI::App& retry = AddMailCommand(program, "retry", "Has outgoing mail tried again now, failed bounces too",
+                                     "  tobixctl retry --all\n"
+                                     "  tobixctl retry --to '*@example.com'",
+                                     line, RetryMail);
+    AddPattern(retry, "--to", line.mails.strTo, "all to recipients like this; * stands for anything");
+    retry.add_flag("--all", line.mails.bAll, "all of it");
+    CLI::App& hold = AddMailCommand(program, "hold", "Keeps mail where it is, undelivered, until it is released",
+                                    "  tobixctl hold queue/a.eml\n"
+                                    "  tobixctl hold --from '*@spammer.example'",
+                                    line, HoldMail);
+    AddPattern(hold, "--to", line.mails.strTo, "all to recipients like this; * stands for anything");
+    AddPattern(hold, "--from", line.mails.strFrom, "all of senders like this");
+    AddMailCommand(program, "release", "Lets held mail go on; the daemon takes it up at once",
+                   "  tobixctl release queue/a.eml\n"
+                   "  tobixctl release --all",
+                   line, ReleaseMail)
+        .add_flag("--all", line.mails.bAll, "all that is held");
+    AddMailCommand(program, "bounce", "Gives up outgoing mail: its sender gets it back with the report",
+                   "  tobixctl bounce outgoing/20261125101500001230042.eml", line, BounceMail);
+    AddMailCommand(program, "remove", "Removes mail for good, and tells nobody",
+                   "  tobixctl remove queue/a.eml\n"
+                   "  tobixctl remove --yes a.eml.held b.eml.held",
+                   line, RemoveMail)
+        .add_flag("--yes", line.mails.bConfirmed, "do not ask");
+}
+
 /// Help and version are no errors. What the command line said may hold anything.
 int TellUsage(const CLI::App& program, const CLI::ParseError& error)
 {
@@ -146,6 +228,9 @@ int main(int nArguments, char** ppArguments)
     program.require_subcommand(1);
     program.footer(PROGRAM_FOOTER);
     DeclareGlobalOptions(program, line.options);
+    DeclareStatus(program, line);
+    DeclareQueue(program, line);
+    DeclareMailCommands(program, line);
     DeclareCheck(program, line);
     DeclareRoute(program, line);
     DeclareMailbox(program, line);

@@ -60,6 +60,8 @@ bool HasConsole(bool bErrorStream)
     return pszTerminal != nullptr && *pszTerminal != '\0' && std::string_view(pszTerminal) != "dumb";
 }
 
+bool HasKeyboard() { return isatty(STDIN_FILENO) != 0; }
+
 void WriteConsole(bool bErrorStream, std::string_view strText, EColour colour, bool bColoured)
 {
     const int iDescriptor = bErrorStream ? STDERR_FILENO : STDOUT_FILENO;

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The log's lines about one mail, out of the journal.
+struct SJournalOfMail
+{
+    std::vector<std::string> lines; ///< oldest first; of very many the last ones
+    std::string strWhyNone;         ///< that the journal cannot be asked, or has none; empty when there are lines
+
+    static SJournalOfMail Of(std::string_view name); ///< the name of its file; waits for the journal for 20 s at most
+};

@@ -1,0 +1,240 @@
+#include "Control/MailActions.h"
+
+#include "Bex/CFileException.h"
+#include "Common/CHeldMailFile.h"
+#include "Control/CControlError.h"
+#include "Control/CDaemon.h"
+#include "Control/COutcomes.h"
+#include "Control/JsonFields.h"
+#include "Control/LoadConfiguration.h"
+#include "Control/SWaitingMail.h"
+#include "Platform/ConsoleScreen.h"
+#include "Platform/FileSystem.h"
+#include "SMTPc/ErrorReport.h"
+
+#include <algorithm>
+#include <iostream>
+#include <set>
+
+namespace {
+
+constexpr size_t NAMES_PER_REQUEST = 100;
+constexpr EMark UNMARKED[] = {EMark::None};
+constexpr EMark HELD[] = {EMark::Held};
+constexpr EMark ANY_MARK[] = {EMark::None, EMark::Held, EMark::Failed};
+constexpr EPlace OUTGOING[] = {EPlace::Outgoing};
+constexpr char UNKNOWN[] = "unknown"; ///< to the daemon
+
+/// What a command does with whose mail.
+struct SAction
+{
+    const char* pszCommand; ///< as the daemon knows it
+    const char* pszDone;
+    std::span<const EPlace> places;
+    std::span<const EMark> marks;
+};
+constexpr SAction RETRY{"retry", "tries now", OUTGOING, UNMARKED};
+constexpr SAction HOLD{"hold", "holds", PLACES, UNMARKED};
+constexpr SAction RELEASE{"", "released", PLACES, HELD};
+constexpr SAction BOUNCE{"bounce", "bounces", OUTGOING, UNMARKED};
+constexpr SAction REMOVE{"remove", "removed", PLACES, ANY_MARK};
+
+using CNames = std::vector<SMailName>;
+
+/// Names that lead to nothing do not keep the others from being found; CControlError when none leads anywhere.
+CNames ByNames(const SMailSelection& selection, const SAction& action, COutcomes& outcomes)
+{
+    CNames found;
+    for (const std::string& strName : selection.names) {
+        try {
+            SMailName name = SMailName::Given(strName, action.places, action.marks);
+            const auto IsSame = [&](const SMailName& other) { return other.Shown() == name.Shown(); };
+            if (std::ranges::none_of(found, IsSame))
+                found.push_back(std::move(name));
+        } catch (const CControlError& error) {
+            if (selection.names.size() == 1)
+                throw;
+            outcomes.Refused(strName, error.what(), EExit::Wrong);
+        }
+    }
+    return found;
+}
+
+CNames ByPattern(const SMailSelection& selection, const SAction& action)
+{
+    CNames found;
+    for (const EPlace place : action.places) {
+        ForEachWaiting(place, {.strFrom = selection.strFrom, .strTo = selection.strTo}, [&](const SWaitingMail& mail) {
+            if (std::ranges::find(action.marks, mail.name.mark) != action.marks.end())
+                found.push_back(mail.name);
+            return true;
+        });
+    }
+    return found;
+}
+
+/// Exactly one way to say which mail is meant, so that a slip of the keyboard means nothing.
+CNames Select(const SMailSelection& selection, const SAction& action, COutcomes& outcomes)
+{
+    const bool bPattern = !selection.strFrom.empty() || !selection.strTo.empty();
+    const int iWays = (selection.names.empty() ? 0 : 1) + (bPattern ? 1 : 0) + (selection.bAll ? 1 : 0);
+    if (iWays != 1)
+        throw CControlError(EExit::Misused, "which mail? either names, or patterns, or all; see --help");
+    return selection.names.empty() ? ByPattern(selection, action) : ByNames(selection, action, outcomes);
+}
+
+/// What the daemon says of some mails; of those of which it says nothing that is told, too.
+void TakeAnswer(const nlohmann::json& answer, std::span<const SMailName> asked, COutcomes& outcomes)
+{
+    std::set<std::string> done;
+    for (const nlohmann::json& name : MemberIn(answer, "done")) {
+        if (name.is_string())
+            done.insert(name.get<std::string>());
+    }
+    const nlohmann::json& refused = MemberIn(answer, "refused");
+    for (const SMailName& name : asked) {
+        if (done.contains(name.strName)) {
+            outcomes.Done(name.Shown());
+            continue;
+        }
+        const std::string strReason = TextIn(refused, name.strName.c_str());
+        const bool bNotNow = !strReason.empty() && strReason != UNKNOWN;
+        outcomes.Refused(name.Shown(), strReason.empty() ? "the daemon's answer says nothing of it" : strReason,
+                         bNotNow ? EExit::Refused : EExit::Wrong);
+    }
+}
+
+/// Whoever gave the order learns what was done before a daemon failed.
+void AskAbout(std::span<const SMailName> names, const SAction& action, COutcomes& outcomes)
+{
+    auto texts = nlohmann::json::array();
+    for (const SMailName& name : names)
+        texts.push_back(name.strName);
+    try {
+        const nlohmann::json request{
+            {"command", action.pszCommand}, {"directory", PlaceName(names.front().place)}, {"names", std::move(texts)}};
+        TakeAnswer(CDaemon::OfConfiguration().Ask(request), names, outcomes);
+    } catch (const CControlError& error) {
+        for (const SMailName& name : names)
+            outcomes.Refused(name.Shown(), error.what(), error.Exit());
+    }
+}
+
+/// Asks the daemon some names at a time: neither has to take in very much.
+void ByDaemon(const CNames& names, const SAction& action, COutcomes& outcomes)
+{
+    for (const EPlace place : PLACES) {
+        CNames ofPlace;
+        std::ranges::copy_if(names, std::back_inserter(ofPlace),
+                             [place](const auto& name) { return name.place == place; });
+        for (size_t nFirst = 0; nFirst < ofPlace.size(); nFirst += NAMES_PER_REQUEST) {
+            const size_t nCount = std::min(NAMES_PER_REQUEST, ofPlace.size() - nFirst);
+            AskAbout({ofPlace.data() + nFirst, nCount}, action, outcomes);
+        }
+    }
+}
+
+int Finish(const SOptions& options, const SAction& action, const COutcomes& outcomes)
+{
+    outcomes.Write(CTerminal(options), action.pszDone);
+    return static_cast<int>(outcomes.Exit());
+}
+
+int Act(const SOptions& options, const SMailSelection& selection, const SAction& action)
+{
+    LoadConfiguration(options);
+    COutcomes outcomes;
+    ByDaemon(Select(selection, action, outcomes), action, outcomes);
+    return Finish(options, action, outcomes);
+}
+
+void Release(const SMailName& held, COutcomes& outcomes)
+{
+    const SMailName released{held.place, EMark::None, held.strName};
+    if (Platform::RenameNoReplace(held.Path().Text(), released.Path().Text()))
+        return outcomes.Done(released.Shown());
+    const Platform::SError error = Platform::LastError();
+    const bool bTaken = error.iLibError == Platform::LIB_EXISTS;
+    outcomes.Refused(held.Shown(), bTaken ? "another mail has its name meanwhile" : ErrorText(error),
+                     bTaken ? EExit::Refused : EExit::Wrong);
+}
+
+/// A mail that the daemon passes over, with its report.
+void RemoveMarked(const SMailName& name, COutcomes& outcomes)
+{
+    try {
+        CHeldMailFile file;
+        file.Take(name.Path());
+        if (!file.RemoveIfStill())
+            return outcomes.Refused(name.Shown(), "it has changed meanwhile", EExit::Refused);
+    } catch (const Bex::CFileException& exception) {
+        const bool bBusy = Platform::IsBusy(exception.Error());
+        return outcomes.Refused(name.Shown(), ErrorText(exception.Error()), bBusy ? EExit::Refused : EExit::Wrong);
+    }
+    const SMailName unmarked{name.place, EMark::None, name.strName};
+    if (Platform::KindOf(unmarked.Path().Text(), false) == Platform::EPathKind::Missing)
+        Platform::RemoveFile(ErrorReportPath(unmarked.Path()).Text()); // most have none
+    outcomes.Done(name.Shown());
+}
+
+void Confirm(const CNames& names, const SMailSelection& selection, const CTerminal& terminal)
+{
+    if (selection.bConfirmed || names.empty())
+        return;
+    if (!Platform::HasKeyboard())
+        throw CControlError(EExit::Refused, "mail is removed for good: say --yes");
+    terminal.Write(names.size() == 1 ? "Remove " + names.front().Shown()
+                                     : "Remove " + std::to_string(names.size()) + " mails");
+    terminal.Write(" for good? [y/N] ");
+    CTerminal::Finish();
+    std::string strAnswer;
+    std::getline(std::cin, strAnswer);
+    if (strAnswer != "y" && strAnswer != "yes")
+        throw CControlError(EExit::Refused, "nothing is removed");
+}
+
+} // namespace
+
+/// All of it without reading a file.
+int RetryMail(const SOptions& options, const SMailSelection& selection)
+{
+    if (!selection.bAll)
+        return Act(options, selection, RETRY);
+    COutcomes outcomes;
+    if (!selection.names.empty() || !selection.strTo.empty())
+        Select(selection, RETRY, outcomes); // which raises
+    LoadConfiguration(options);
+    const nlohmann::json answer = CDaemon::OfConfiguration().Ask({{"command", "retry"}, {"all", true}});
+    for (const nlohmann::json& name : MemberIn(answer, "done")) {
+        if (name.is_string())
+            outcomes.Done(SMailName{EPlace::Outgoing, EMark::None, name.get<std::string>()}.Shown());
+    }
+    return Finish(options, RETRY, outcomes);
+}
+
+int HoldMail(const SOptions& options, const SMailSelection& selection) { return Act(options, selection, HOLD); }
+
+int BounceMail(const SOptions& options, const SMailSelection& selection) { return Act(options, selection, BOUNCE); }
+
+int ReleaseMail(const SOptions& options, const SMailSelection& selection)
+{
+    LoadConfiguration(options);
+    COutcomes outcomes;
+    for (const SMailName& name : Select(selection, RELEASE, outcomes))
+        Release(name, outcomes);
+    return Finish(options, RELEASE, outcomes);
+}
+
+int RemoveMail(const SOptions& options, const SMailSelection& selection)
+{
+    LoadConfiguration(options);
+    COutcomes outcomes;
+    CNames names = Select(selection, REMOVE, outcomes);
+    Confirm(names, selection, CTerminal(options));
+    const auto firstMarked =
+        std::stable_partition(names.begin(), names.end(), [](const auto& name) { return name.mark == EMark::None; });
+    std::for_each(firstMarked, names.end(), [&](const SMailName& name) { RemoveMarked(name, outcomes); });
+    names.erase(firstMarked, names.end());
+    ByDaemon(names, REMOVE, outcomes);
+    return Finish(options, REMOVE, outcomes);
+}

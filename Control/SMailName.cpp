@@ -1,0 +1,124 @@
+#include "Control/SMailName.h"
+
+#include "Bex/TextFunctions.h"
+#include "Common/Globals.h"
+#include "Control/CControlError.h"
+#include "Platform/FileSystem.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view EXTENSION = ".eml";
+constexpr size_t LONGEST_NAME = 255;
+constexpr struct
+{
+    EMark mark;
+    std::string_view suffix;
+} MARKS[] = {{EMark::Held, ".held"}, {EMark::Failed, ".failed"}};
+
+std::string_view SuffixOf(EMark mark)
+{
+    const auto found = std::ranges::find(MARKS, mark, [](const auto& known) { return known.mark; });
+    return found == std::end(MARKS) ? std::string_view() : found->suffix;
+}
+
+bool Exists(const SMailName& name)
+{
+    const Bex::CSimpleString strPath = name.Path();
+    switch (Platform::KindOf(strPath.Text(), false)) {
+    case Platform::EPathKind::File:
+        return true;
+    case Platform::EPathKind::Failed:
+        throw CControlError(EExit::Wrong, std::string(strPath.Text()) + ": " + ErrorText(Platform::LastError()));
+    default:
+        return false;
+    }
+}
+
+/// The text in front of the first slash, when it is a directory's name, goes.
+std::optional<EPlace> TakePlace(std::string_view& text)
+{
+    for (const EPlace place : PLACES) {
+        const std::string strPrefix = std::string(PlaceName(place)) + "/";
+        if (!text.starts_with(strPrefix))
+            continue;
+        text.remove_prefix(strPrefix.size());
+        return place;
+    }
+    return std::nullopt;
+}
+
+/// With both directories, of the text's own mark when it has one.
+std::vector<SMailName> Candidates(const std::string& strText, std::span<const EPlace> places,
+                                  std::span<const EMark> marks)
+{
+    std::string_view file = strText;
+    const std::optional<EPlace> onlyPlace = TakePlace(file);
+    const std::optional<SMailName> named = SMailName::OfFile(EPlace::Queue, file);
+    if (!named)
+        throw CControlError(EExit::Misused, strText + ": that is no mail's name; a mail is called \"NAME.eml\", "
+                                                      "\"queue/NAME.eml\" or \"outgoing/NAME.eml\"");
+    std::vector<SMailName> candidates;
+    for (const EPlace place : places) {
+        for (const EMark mark : marks) {
+            if ((!onlyPlace || *onlyPlace == place) && (named->mark == EMark::None || named->mark == mark))
+                candidates.push_back({place, mark, named->strName});
+        }
+    }
+    return candidates;
+}
+
+} // namespace
+
+const char* PlaceName(EPlace place) { return place == EPlace::Queue ? "queue" : "outgoing"; }
+
+Bex::CSimpleString PlaceDirectory(EPlace place)
+{
+    return Config().GetPath(place == EPlace::Queue ? Keys::QUEUE_DIR : Keys::OUTGOING_DIR);
+}
+
+std::optional<SMailName> SMailName::OfFile(EPlace place, std::string_view file)
+{
+    SMailName name{place, EMark::None, {}};
+    for (const auto& known : MARKS) {
+        if (!file.ends_with(known.suffix))
+            continue;
+        name.mark = known.mark;
+        file.remove_suffix(known.suffix.size());
+        break;
+    }
+    const bool bMail = file.size() >= EXTENSION.size() && file.size() <= LONGEST_NAME &&
+                       Bex::EqualNoCase(file.substr(file.size() - EXTENSION.size()), EXTENSION) &&
+                       file.find('/') == std::string_view::npos && file.find('\0') == std::string_view::npos;
+    name.strName = file;
+    return bMail ? std::optional(std::move(name)) : std::nullopt;
+}
+
+/// Of one place the first mark counts: an unmarked mail before one that is set aside.
+SMailName SMailName::Given(const std::string& strText, std::span<const EPlace> places, std::span<const EMark> marks)
+{
+    std::optional<SMailName> found;
+    for (SMailName& candidate : Candidates(strText, places, marks)) {
+        if ((found && found->place == candidate.place) || !Exists(candidate))
+            continue;
+        if (found)
+            throw CControlError(EExit::Wrong, strText + " is in both directories: say " + found->Shown() + " or " +
+                                                  candidate.Shown());
+        found = std::move(candidate);
+    }
+    if (!found)
+        throw CControlError(EExit::Wrong, strText + ": no such mail is there");
+    return *found;
+}
+
+std::string SMailName::Shown() const
+{
+    return std::string(PlaceName(place)) + "/" + strName + std::string(SuffixOf(mark));
+}
+
+Bex::CSimpleString SMailName::Path() const
+{
+    return Bex::PathBelow(PlaceDirectory(place), strName + std::string(SuffixOf(mark)));
+}
