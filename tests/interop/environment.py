@@ -1,6 +1,7 @@
 """The mail servers of the interop tests: started once, ended with the tests. See etc/ for what each one is."""
 import atexit
 import contextlib
+import os
 import pathlib
 import shutil
 import socket
@@ -29,10 +30,10 @@ def serve(*command):
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
 
-def wait_for_server(host):
+def wait_for_server(host, port=25, greeting=b"220"):
     def answers():
-        with contextlib.suppress(OSError), socket.create_connection((host, 25), 5) as connection:
-            return connection.recv(3) == b"220"
+        with contextlib.suppress(OSError), socket.create_connection((host, port), 5) as connection:
+            return connection.recv(len(greeting)) == greeting
     try:
         wait_for(f"a mail server at {host}", answers, 30)
     except AssertionError as error:
@@ -84,6 +85,8 @@ def start():
     shutil.chown(RUN / "exim", "Debian-exim", "Debian-exim")
     _servers.append(serve("/usr/sbin/exim4", "-bdf", "-q1m"))
     start_opensmtpd()
+    _servers.append(serve("/usr/sbin/dovecot", "-F"))
+    wait_for_server("192.0.2.1", 143, b"* OK")
     for number in (11, 12, 13):
         wait_for_server(f"192.0.2.{number}")
         wait_for_server(f"2001:db8::{number}")
@@ -96,6 +99,16 @@ def stop():
         with contextlib.suppress(subprocess.TimeoutExpired):
             server.wait(5)
     _servers.clear()
+
+
+def as_vmail(root):
+    """A command that runs the daemon as the user who reads mailboxes, in a tree that is his from now on."""
+    daemon, command = root / "tobix", root / "as-vmail"
+    shutil.copy(os.environ["TOBIX"], daemon)
+    command.write_text(f'#!/bin/sh\nexec setpriv --reuid vmail --regid vmail --clear-groups {daemon} "$@"\n')
+    command.chmod(0o755)
+    run("chown", "-R", "vmail:", root)
+    return command
 
 
 def received(server, token):

@@ -15,7 +15,7 @@ for host in 1 11 12 13 14 15 16; do
 done
 
 mount -t tmpfs -o mode=755 interop /run
-mkdir -p /run/interop/{log,mail,tls,dns,empty,postfix,exim,sasl,upper,work}
+mkdir -p /run/interop/{log,mail,tls,dns,empty,postfix,exim,sasl,dovecot,upper,work}
 lay_over() { # directory: what the packages bring comes on top of it, and changes go to memory
     local name="${1//\//-}"
     mkdir -p "$packages$1" "/run/interop/upper/$name" "/run/interop/scratch/$name"
@@ -30,7 +30,7 @@ if [ -e /dev/log ]; then mount --bind /dev/null /dev/log; fi
 
 cp -r "$here"/etc/. /etc/
 uid=60100
-for user in postfix postdrop Debian-exim opensmtpd opensmtpq nsd vmail; do
+for user in postfix postdrop Debian-exim opensmtpd opensmtpq nsd vmail dovecot dovenull; do
     uid=$((uid + 1))
     sed -i "/^$user:/d" /etc/passwd /etc/group
     echo "$user:x:$uid:$uid::/run/interop/empty:/usr/sbin/nologin" >>/etc/passwd

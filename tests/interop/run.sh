@@ -8,7 +8,7 @@ set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 build="$(cd "$here/../.." && pwd)/build"
 base="$build/interop"
-PACKAGES=("postfix sasl2-bin libsasl2-modules libsasl2-modules-db nsd" exim4-daemon-light opensmtpd)
+PACKAGES=("postfix sasl2-bin libsasl2-modules libsasl2-modules-db nsd" exim4-daemon-light opensmtpd dovecot-imapd)
 
 skip() {
     echo "interop tests skipped: $1" >&2
@@ -25,7 +25,7 @@ wanted() {
 }
 
 fetch() {
-    [ -e "$base/complete" ] && return
+    if [ "$(cat "$base/complete" 2>/dev/null)" = "${PACKAGES[*]}" ]; then return; fi
     rm -rf "$base"
     mkdir -p "$base/packages" "$base/root/usr/lib" "$base/root/usr/bin" "$base/root/usr/sbin"
     ln -s usr/lib usr/bin usr/sbin "$base/root/"
@@ -37,7 +37,7 @@ fetch() {
     for package in "$base"/packages/*.deb; do
         dpkg-deb --fsys-tarfile "$package" | tar -x --no-same-owner --keep-directory-symlink -C "$base/root" || return 1
     done
-    touch "$base/complete"
+    echo "${PACKAGES[*]}" >"$base/complete"
 }
 
 isolation=(--net --mount --pid --fork --kill-child --mount-proc)

@@ -419,12 +419,12 @@ TEST_P(PowerCutTest, LosesNoMailAtAnyStepAndSendsNoHalf)
     std::string strMany;
     for (int n = 0; n < WIDE; ++n)
         strMany += "someone" + std::to_string(n) + "@far.example,";
-    std::vector<SMail> mails{{"ann@example.org", {{strAnn, 1}}, "", ""},
+    std::vector<SMail> mails{{strMany, {{strOutgoing, WIDE}}, "", ""},
+                             {"ben@example.org", {{strMaildir, 1}}, "", ""}, // alone on its disk in the first group
+                             {strMany + "ann@example.org", {{strAnn, 1}, {strOutgoing, WIDE}}, "", ""},
+                             {"ann@example.org", {{strAnn, 1}}, "", ""},
                              {"ann@example.org,nobody@example.org", {}, "", ""},
                              {"eve@far.example,ann@example.org", {{strAnn, 1}, {strOutgoing, 1}}, "", ""},
-                             {strMany, {{strOutgoing, WIDE}}, "", ""},
-                             {strMany + "ann@example.org", {{strAnn, 1}, {strOutgoing, WIDE}}, "", ""},
-                             {"ben@example.org,ann@example.org", {{strMaildir, 1}, {strAnn, 1}}, "", ""},
                              {"ann@example.org", {{Path("filter"), 1}}, "Subject: spam\r\n", ""},
                              {"nobody@example.org", {}, "", ""}};
     for (size_t n = 0; n < mails.size(); ++n) {
