@@ -98,7 +98,8 @@ bool CFileTreeChangeMonitor::OnRecord(const Platform::STreeRecord& record, const
     return true;
 }
 
-void CFileTreeChangeMonitor::Create(const CSimpleString& strDirectory, Platform::CTreeWatch::Filter filter)
+void CFileTreeChangeMonitor::Create(const CSimpleString& strDirectory, Platform::CTreeWatch::Filter filter,
+                                    std::string_view leftOut)
 {
     const CScopedLock lock(m_lock);
     if (m_watch.IsOpen()) {
@@ -107,7 +108,7 @@ void CFileTreeChangeMonitor::Create(const CSimpleString& strDirectory, Platform:
     }
     const bool bNetwork = Platform::IsNetworkPath(strDirectory.Text());
     const size_t nBuffer = bNetwork ? NETWORK_BUFFER_BYTES : LOCAL_BUFFER_BYTES;
-    const bool bOpen = m_watch.Open(strDirectory.Text(), nBuffer, std::move(filter));
+    const bool bOpen = m_watch.Open(strDirectory.Text(), nBuffer, std::move(filter), leftOut);
     const Platform::SError error = Platform::LastError();
     if (!bOpen && IsAboutTheDirectory(error.dwSysError)) {
         LogError(MainLog(), "CreateFile in %s:%d on \"%s\" failed, error-code: 0x%08X", SOURCE_FILE, OPEN_LINE,

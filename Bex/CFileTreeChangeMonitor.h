@@ -4,6 +4,8 @@
 #include "Bex/CSimpleString.h"
 #include "Platform/CTreeWatch.h"
 
+#include <string_view>
+
 namespace Bex {
 
 /// A directory tree's change notification: tells each change, with its action and name, to overridable handlers.
@@ -27,8 +29,10 @@ public:
     virtual bool OnRecord(const Platform::STreeRecord& record, const Platform::STreeRecord* pNext);
 
     /// Starts watching; failures are logged and leave the monitor without reports. The filter, when given, is asked
-    /// on another thread which relative names are worth keeping.
-    void Create(const CSimpleString& strDirectory, Platform::CTreeWatch::Filter filter = nullptr);
+    /// on another thread which relative names are worth keeping. Nothing is reported from below directories of the
+    /// name that is left out.
+    void Create(const CSimpleString& strDirectory, Platform::CTreeWatch::Filter filter = nullptr,
+                std::string_view leftOut = {});
     bool HasChanged(); ///< true when at least one record counted since the last call; never blocks
     void Destroy();
     /// False, too, once the directory was moved away, removed or unmounted.

@@ -74,10 +74,11 @@ bool CUsers::LoadUsers(const Bex::CSimpleString& strSpoolDirectory)
     return bBuilt || (bSameTree && m_nUsers > 0);
 }
 
+/// What programs do in a Maildir is not ours, and its directories would take many times the watches.
 void CUsers::Watch()
 {
     m_monitor.Destroy();
-    m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts);
+    m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts, "Maildir");
     if (!m_monitor.IsCreated())
         Bex::LogError(Bex::MainLog(), "CUsers::Load failed creating FCM at %s:%d", SOURCE_FILE, NO_MONITOR_LINE);
 }

@@ -41,7 +41,8 @@ public:
     CTreeWatch(const CTreeWatch&) = delete;
     CTreeWatch& operator=(const CTreeWatch&) = delete;
 
-    bool Open(const char* pszRoot, size_t nBufferBytes, Filter filter); ///< false: LastError
+    /// False: LastError. Directories of the name that is left out are told, but nothing below them is; empty: none are.
+    bool Open(const char* pszRoot, size_t nBufferBytes, Filter filter, std::string_view leftOut = {});
     void Close();
     bool IsOpen() const;
     /// Moves out the records of everything that has happened, never waiting for more. False when records were lost

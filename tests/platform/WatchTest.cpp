@@ -187,6 +187,16 @@ TEST_F(TreeWatchTest, KeepsOnlyWantedNamesAndBothHalvesOfARename)
     EXPECT_EQ(Fetched(), "*a/password a/password>a/old ");
 }
 
+TEST_F(TreeWatchTest, LooksIntoNoDirectoryThatIsLeftOut)
+{
+    MakeDirectory("a/out/in");
+    ASSERT_TRUE(m_watch.Open((m_directory / "tree").c_str(), 1 << 20, nullptr, "out"));
+    Touch(InTree("a/out/in/new"));
+    MakeDirectory("out/in");
+    Touch(InTree("a/new"));
+    EXPECT_EQ(Fetched(), "+out *a/new ");
+}
+
 TEST_F(TreeWatchTest, SteadyTrafficDoesNotHoldBackAFileThatLeft)
 {
     Open();

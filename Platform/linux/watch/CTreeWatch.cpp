@@ -48,7 +48,9 @@ struct SOpenRename
 /// the kernel's queue itself so that it never answers behind what has happened.
 struct CTreeWatch::SState
 {
-    SState(CEventHandle& ready, size_t nBufferBytes, Filter filter) : records(ready, nBufferBytes, std::move(filter)) {}
+    SState(CEventHandle& ready, size_t nBufferBytes, Filter filter, std::string_view leftOut)
+        : records(ready, nBufferBytes, std::move(filter)), strLeftOut(leftOut)
+    {}
     ~SState();
     bool Open(const char* pszRoot);
     bool Fetch(std::vector<STreeRecord>& fetched, SError& loss);
@@ -78,7 +80,8 @@ struct CTreeWatch::SState
     CNotifyQueue queue;
     CWatchedTree tree;
     CTreeRecords records;
-    std::string strName; ///< of the event in hand, relative to the root
+    const std::string strLeftOut; ///< name of directories that are not watched
+    std::string strName;          ///< of the event in hand, relative to the root
     SOpenRename rename;
     bool bScanningAll = false;
     bool bOutOfStep = false; ///< the tree has to be built anew
@@ -258,6 +261,8 @@ void CTreeWatch::SState::Forget(const SDirectory& parent, std::string_view strLe
 
 void CTreeWatch::SState::AddDirectory(SDirectory& parent, std::string_view strLeaf, bool bReport)
 {
+    if (strLeaf == strLeftOut)
+        return;
     SDirectory* pDirectory = nullptr;
     switch (tree.Add(parent, strLeaf, pDirectory)) {
     case CWatchedTree::EAdded::New:
@@ -314,12 +319,12 @@ CTreeWatch::CTreeWatch() = default;
 
 CTreeWatch::~CTreeWatch() { Close(); }
 
-bool CTreeWatch::Open(const char* pszRoot, size_t nBufferBytes, Filter filter)
+bool CTreeWatch::Open(const char* pszRoot, size_t nBufferBytes, Filter filter, std::string_view leftOut)
 {
     Close();
     if (!m_ready.IsValid())
         return false;
-    m_pState = std::make_unique<SState>(m_ready, nBufferBytes, std::move(filter));
+    m_pState = std::make_unique<SState>(m_ready, nBufferBytes, std::move(filter), leftOut);
     if (m_pState->Open(pszRoot))
         return true;
     Close();
