@@ -40,7 +40,7 @@ class Package(unittest.TestCase):
 
     def subjects(self, mailbox=ANN):
         mails = (path.read_text() for path in self.machine[mailbox].glob("*.eml"))
-        return sorted(re.search("^Subject: (.*)$", mail, re.M)[1] for mail in mails)
+        return sorted("".join(re.findall("^Subject: (.*)$", mail, re.M)) for mail in mails)
 
     def wait_for_mail(self, *subjects, mailbox=ANN):
         wait_for(f"{subjects} in {self.subjects(mailbox)}", lambda: set(subjects) <= set(self.subjects(mailbox)))
@@ -69,9 +69,8 @@ class Package(unittest.TestCase):
         begin = time.monotonic()
         self.install("/root/before")
         self.run_there("tobixctl check && tobixctl mailbox add ann@example.org")
-        self.drop("first")
-        self.wait_for_mail("first")
-        self.assertIn("ann", self.run_there("journalctl TOBIX_MAIL=first.eml --no-pager -o cat"))
+        self.run_there("echo hello | tobix-inject ann@example.org")
+        wait_for("the mail", lambda: list(self.machine[ANN].glob("*.eml")))
         print(f"from a fresh machine to the first mail: {time.monotonic() - begin:.1f} s")
         self.assertEqual(self.run_there("systemctl is-active tobix; systemctl is-enabled tobix"), "active\nenabled")
         self.assertEqual(self.run_there(f"stat -c %U /proc/{self.property('MainPID')}"), "tobix")
@@ -119,6 +118,7 @@ class Package(unittest.TestCase):
         type(self).machine = Machine()
         self.drop("after-boot")
         self.wait_for_mail("after-boot")
+        self.assertIn("ann", self.run_there("journalctl TOBIX_MAIL=after-boot.eml --no-pager -o cat"))
         self.run_there("mkdir /etc/systemd/system/tobix.service.d; "
                        "printf '[Service]\nWatchdogSec=3\n' >/etc/systemd/system/tobix.service.d/impatient.conf; "
                        "systemctl daemon-reload; systemctl restart tobix")
@@ -141,7 +141,14 @@ class Package(unittest.TestCase):
         self.assertEqual(self.run_there("grep -c '# mine' /etc/tobix/aliases /etc/tobix/tobix.cfg"),
                          "/etc/tobix/aliases:1\n/etc/tobix/tobix.cfg:1")
 
-    def test_7_mail_goes_only_when_it_is_asked_for(self):
+    def test_7_every_user_hands_in_and_looks_at_nothing(self):
+        self.run_there("useradd bob; apt-get install -y -q /root/tobix-sendmail_*.deb")
+        self.run_there("printf 'To: ann@example.org\nSubject: by-sendmail\n\nhello\n' | sendmail -t", user="bob")
+        self.wait_for_mail("by-sendmail")
+        for path in ("/var/spool/tobix/queue", "/etc/tobix/tobix.cfg", "/etc/tobix/smarthosts", ANN):
+            self.assertIn("Permission denied", self.run_there(f"ls {path}/; cat {path}", user="bob", check=False))
+
+    def test_8_mail_goes_only_when_it_is_asked_for(self):
         mails = self.subjects()
         self.run_there("apt-get remove -y -q tobix")
         self.assertEqual(self.run_there("find /proc -maxdepth 1 -user tobix"), "")
