@@ -208,12 +208,20 @@ bool CService::Report(Platform::EServiceState state, unsigned dwWaitHint)
     m_status.dwCheckPoint = bSettled ? 0 : m_status.dwCheckPoint + 1;
     m_status.dwWaitHint = dwWaitHint;
     m_strWork.clear();
-    return Platform::ReportServiceStatus(m_status);
+    return ReportStatus();
+}
+
+bool CService::ReportStatus()
+{
+    m_bMissed = !Platform::ReportServiceStatus(m_status);
+    return !m_bMissed;
 }
 
 void CService::ReportWork(const std::string& strLine)
 {
     const std::lock_guard lock(m_statusMutex);
+    if (m_bMissed) // the end of a restart, for which no descriptor was left: the manager waits for it
+        ReportStatus();
     if (m_status.state == Platform::EServiceState::Running && !m_status.bReloading && m_strWork != strLine)
         m_strWork = Platform::ReportWork(strLine) ? strLine : "";
 }

@@ -79,6 +79,7 @@ private:
     void HandleCustomControl(unsigned dwControl);
     void RefuseWaitingControls();
     bool ReportAgain(bool bReloading = false);
+    bool ReportStatus(); ///< with the mutex held
     void TellFailedStart(const std::string& strWhy);
 
     bool m_bDebug = false;
@@ -91,7 +92,8 @@ private:
     unsigned m_dwDeferred = 0;         ///< the dispatcher's: the stop or shutdown that came during something else
     std::mutex m_statusMutex;          ///< around the status and its reports
     Platform::SServiceStatus m_status;
-    std::string m_strWork; ///< the line told last; empty: another status was since
+    bool m_bMissed = false; ///< the last report of it failed
+    std::string m_strWork;  ///< the line told last; empty: another status was since
     CSimpleString m_strShortName;
     CSimpleString m_strDisplayName;
 };

@@ -1,6 +1,8 @@
 #include "Bex/CSysLog.h"
 
 #include "Bex/TextFunctions.h"
+#include "Platform/CDatagramSocket.h"
+#include "Platform/CImmortal.h"
 #include "Platform/CNativeThread.h"
 
 #include <algorithm>
@@ -42,6 +44,13 @@ int FacilityOf(std::string_view name)
     return pFacility != nullptr ? pFacility->iCode * 8 : FACILITY_MAIL;
 }
 
+/// One for all, from the first line on: when a restart changes the destination there may be no other to be had.
+const Platform::CDatagramSocket& Socket()
+{
+    static Platform::CImmortal<Platform::CDatagramSocket> socket;
+    return *socket;
+}
+
 } // namespace
 
 bool CSysLog::IsFacility(std::string_view name) { return Find(name) != nullptr; }
@@ -60,7 +69,7 @@ void CSysLog::Write(int iLevel, const char* pszText, unsigned)
                                       Platform::CurrentThreadId(), m_strIdent.Text(), pszText);
     if (iLength < 0)
         return;
-    m_socket.Send(m_strHost.Text(), m_wPort, datagram, std::min(static_cast<size_t>(iLength), DATAGRAM_SIZE));
+    Socket().Send(m_strHost.Text(), m_wPort, datagram, std::min(static_cast<size_t>(iLength), DATAGRAM_SIZE));
 }
 
 } // namespace Bex

@@ -2,7 +2,6 @@
 
 #include "Bex/CSimpleString.h"
 #include "Bex/ILogDestination.h"
-#include "Platform/CDatagramSocket.h"
 
 #include <cstdint>
 #include <string_view>
@@ -32,7 +31,6 @@ private:
     int m_iFacility;
     CSimpleString m_strHost;
     uint16_t m_wPort;
-    Platform::CDatagramSocket m_socket;
 };
 
 } // namespace Bex

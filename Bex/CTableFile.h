@@ -30,7 +30,6 @@ public:
         CTableReader reader(m_nMostBytes, lines);
         if (!OnBeforeLoad() || !reader.Open(m_strFileName))
             return false;
-        SetFile(reader.Identity());
         TContainer content;
         const CLoading loading(m_pLoading, content);
         if (!OnLoadBegin())
@@ -40,6 +39,7 @@ public:
             ++m_nLine;
             LoadLine(strLine, reader, content);
         }
+        SetFile(reader.Identity());
         if (!reader.IsWithinBound() || !OnLoadEnd())
             return false;
         Replace(content, lines);

@@ -21,7 +21,6 @@ constexpr FrozenLine ID_PRESENT_LINE = 106;
 constexpr FrozenLine CREATE_LINE = 118;
 constexpr FrozenLine STOP_LINE = 151;
 constexpr FrozenLine TERMINATE_LINE = 205;
-constexpr unsigned STOP_WAIT_MILLIS = 1000;
 
 std::atomic<unsigned> s_nAbandoned = 0;
 thread_local CThread* t_pCurrent = nullptr; ///< whose body the calling thread runs
@@ -72,11 +71,11 @@ void CThread::RequestStop()
     OnStopRequest();
 }
 
-bool CThread::Stop()
+bool CThread::Stop(unsigned dwMillis)
 {
     try {
         RequestStop();
-        if (m_state != EState::Idle && !m_finished.Wait(STOP_WAIT_MILLIS)) {
+        if (m_state != EState::Idle && !m_finished.Wait(dwMillis)) {
             LogError(MainLog(), "Wait timed out in %s:%d", SOURCE_FILE, STOP_LINE);
             return false;
         }

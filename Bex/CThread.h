@@ -32,12 +32,14 @@ public:
     /// Failures are logged; an object whose thread has ended can be started again. The name is its activity's.
     bool Start(std::string_view name = "worker");
     void RequestStop(); ///< asks only; for several workers that are to end at the same time
-    bool Stop();        ///< asks, waits up to 1000 ms; true when no thread runs, at once when none ever did
+    /// Asks and waits, as long as told; true when no thread runs, at once when none ever did.
+    bool Stop(unsigned dwMillis = STOP_WAIT_MILLIS);
+    static constexpr unsigned STOP_WAIT_MILLIS = 1000;
     /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
     /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
-    bool HasFinished() const { return m_finished.IsSet(); }
-    unsigned Id() const; ///< 0 while no thread runs
+    bool HasFinished(unsigned dwMillis = 0) const { return m_finished.Wait(dwMillis); } ///< within that time
+    unsigned Id() const;                                                                ///< 0 while no thread runs
 
     /// Destroys a worker. One whose abandoned thread still runs is destroyed by that thread when it ends.
     static void Destroy(std::unique_ptr<CThread> pThread);

@@ -1,6 +1,7 @@
 #include "Bex/Log.h"
 
 #include "Bex/CErrorLines.h"
+#include "Bex/CWithheldLog.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
@@ -39,6 +40,8 @@ void WriteText(CLogPointer& log, int iLevel, const char* pszFormat, va_list argu
         if (const auto pDestination = log.Get()) {
             char text[TEXT_SIZE];
             FormatText(text, pszFormat, arguments);
+            if (CWithheldLog::Take(log, iLevel, text))
+                return Platform::SetLastError(lastError);
             if (iLevel <= LEVEL_ERROR)
                 CErrorLines::Note(text);
             pDestination->Write(iLevel, text, 0);

@@ -77,6 +77,8 @@ bool CUsers::LoadUsers(const Bex::CSimpleString& strSpoolDirectory)
 /// What programs do in a Maildir is not ours, and its directories would take many times the watches.
 void CUsers::Watch()
 {
+    m_watched = {};
+    Platform::IdentityOf(m_strSpoolDirectory.Text(), m_watched, Platform::ELinks::Follow);
     m_monitor.Destroy();
     m_monitor.Create(m_strSpoolDirectory, CUserChangeMonitor::Counts, "Maildir");
     if (!m_monitor.IsCreated())
@@ -88,8 +90,18 @@ bool CUsers::HasTreeChanged()
     const bool bChanged = m_monitor.HasChanged();
     if (!m_renewal.IsDue(m_monitor.IsCreated() && m_bListed))
         return m_renewal.HasToLook() || bChanged;
-    Watch();
+    if (!IsWatched())
+        Watch();
     return true;
+}
+
+/// A watch that works is not given up for a listing that failed.
+bool CUsers::IsWatched() const
+{
+    Platform::SFileIdentity directory;
+    return m_monitor.IsCreated() &&
+           Platform::IdentityOf(m_strSpoolDirectory.Text(), directory, Platform::ELinks::Follow) &&
+           directory.IsSameInode(m_watched);
 }
 
 bool CUsers::BuildUserList()

@@ -38,6 +38,7 @@ public:
     bool InitUsers(); ///< reads SpoolDir; false when the user list cannot be made (logged)
     bool LoadUsers(const Bex::CSimpleString& strSpoolDirectory);
     bool ReadUsers(const Bex::CSimpleString& strSpoolDirectory); ///< once, without watching; false: not listed (logged)
+    bool IsListed() const { return m_bListed; }                  ///< by the last build
     bool BuildUserList(); ///< when the listing fails (logged), those that are known stay
     /// A password file changed, or another directory stands in the place of the tree, or it can be listed again.
     /// Watches it anew when that is due.
@@ -56,12 +57,14 @@ private:
 
     void SetSpoolRoot(const Bex::CSimpleString& strRoot);
     void Watch();
+    bool IsWatched() const;
     void Replace(CAccounts accounts);
     bool ReadAccounts(CAccounts& accounts) const;
     std::unique_ptr<CUserEntry> ReadAccount(const char* pszDirectoryName, int iDefaultQuota) const;
 
     Bex::CSimpleString m_strSpoolDirectory; ///< listed by the last build
     CUserChangeMonitor m_monitor;
+    Platform::SFileIdentity m_watched; ///< the directory, when its watch was made
     Bex::CWatchRenewal m_renewal;
     bool m_bListed = true;               ///< by the last build
     Platform::SFileIdentity m_usersFrom; ///< the directory in which they were found

@@ -57,15 +57,18 @@ bool CInterceptor::IsListed(const Bex::CSimpleString& strAddress) const
     return !m_addresses.IsEmpty() && m_addresses.ContainsExact(strAddress.Lowered());
 }
 
-void CInterceptor::ReloadIfChanged()
+bool CInterceptor::ReloadIfChanged()
 {
     if (!m_addresses.HasFileChanged())
-        return;
+        return true;
     try {
-        m_addresses.Load(m_addresses.FileName());
+        if (m_addresses.Load(m_addresses.FileName()))
+            return true;
+        Bex::LogError(Bex::MainLog(), "could not reload 'intercept_addresses'-file");
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     }
+    return false;
 }
 
 void CInterceptor::Intercept(const CMail& mail, const Bex::CSimpleString& strAddress, const char* pszKind,

@@ -17,7 +17,7 @@ public:
     bool IsListed(const Bex::CSimpleString& strAddress) const; ///< lower-cases the address; entries count as written
     /// The kind is "sent" or "received".
     void Intercept(const CMail& mail, const Bex::CSimpleString& strAddress, const char* pszKind, CCopyGroup& group);
-    void ReloadIfChanged();
+    bool ReloadIfChanged();
 
 private:
     Bex::CSimpleString DirectoryOf(const Bex::CSimpleString& strAddress) const;

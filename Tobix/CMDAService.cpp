@@ -3,6 +3,7 @@
 #include "Bex/CActivity.h"
 #include "Bex/CException.h"
 #include "Bex/CFileException.h"
+#include "Bex/CWithheldLog.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
@@ -15,17 +16,14 @@
 #include "Tobix/CSetUp.h"
 #include "Tobix/LogSetUp.h"
 #include "Tobix/TableReload.h"
-#include "Tobix/ThreadControl.h"
 
 #include <exception>
 #include <functional>
-#include <new>
 
 namespace {
 
 constexpr char SHORT_NAME[] = "Tobix";
 constexpr char DISPLAY_NAME[] = "marlune Mail Delivery Agent";
-constexpr char LOCAL_AGENT[] = "local delivery agent";
 constexpr unsigned PAUSE_MILLIS = 1000;
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned STOP_WAIT_HINT = 2000;
@@ -80,9 +78,6 @@ private:
 
 CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
 
-/// A start-up that failed leaves its workers running up to the end of the process.
-CMDAService::~CMDAService() { Bex::CThread::Destroy(std::move(m_pLocalAgent)); }
-
 void CMDAService::Usage() { PrintUsage("TOBIX.EXE"); }
 
 /// The file goes here, not with the object: a thread that was given up keeps the objects to the end of the process.
@@ -113,25 +108,29 @@ bool CMDAService::OnStart()
         return false;
     HandOverConfiguration();
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
-    if (!setUp.Run() || !StartReporter() || !StartWorkers())
+    if (!setUp.Run() || !StartReporter() || !m_workers.Start(Reporter(Platform::EServiceState::StartPending)))
         return false;
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent launched and fully operational");
     return true;
 }
 
-/// When it fails those that were started are stopped, as at an end.
-bool CMDAService::StartWorkers()
+/// Without one a manager that asks for signs of life would end the service.
+bool CMDAService::StartReporter()
 {
-    const auto lock = LockWorkersAndTables(); // the status reporter looks at them
-    if (!StartLocalAgent())
-        return false;
-    StartPending();
-    if (StartConfiguredTransport())
+    if (IsDebug() || !Platform::HasServiceManager())
         return true;
-    RequestStops();
-    StopLocalAgent(Platform::EServiceState::StartPending);
-    StopRemoteDelivery(Platform::EServiceState::StartPending);
-    return false;
+    m_pReporter = std::make_unique<CStatusReporter>([this] { return DescribeWork(); });
+    return m_pReporter->Start("status reporter");
+}
+
+/// None while the workers or the tables change.
+std::optional<std::string> CMDAService::DescribeWork()
+{
+    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    if (!lock.owns_lock())
+        return std::nullopt;
+    const std::string strWork = m_workers.Describe();
+    return m_strMissing.IsEmpty() ? strWork : strWork + "; without: " + m_strMissing.Text();
 }
 
 /// The working directory changes, and the programs that are started have others.
@@ -181,70 +180,21 @@ bool CMDAService::EnterConfigurationDirectory()
     return true;
 }
 
-bool CMDAService::StartConfiguredTransport()
-{
-    return !Config().GetFlag(Keys::AUTO_TRANSPORT) || StartRemoteDelivery();
-}
-
-bool CMDAService::StartLocalAgent()
-{
-    if (m_pLocalAgent) {
-        Bex::LogError(Bex::MainLog(), "%s already instantiated", LOCAL_AGENT);
-        return false;
-    }
-    try {
-        m_pLocalAgent = std::make_unique<CLocalAgent>(m_remoteDelivery.NewFiles());
-    } catch (const Bex::CException&) {
-    } catch (const std::bad_alloc&) {
-    }
-    if (!m_pLocalAgent) {
-        Bex::LogError(Bex::MainLog(), "could not instantiate %s", LOCAL_AGENT);
-        return false;
-    }
-    if (ThreadControl::Start(*m_pLocalAgent, LOCAL_AGENT))
-        return true;
-    m_pLocalAgent.reset();
-    return false;
-}
-
-bool CMDAService::StopLocalAgent(Platform::EServiceState state)
-{
-    return ThreadControl::Stop(std::move(m_pLocalAgent), LOCAL_AGENT, [this, state] { Report(state); });
-}
-
-/// The workers end at the same time; they are then waited for one by one.
-void CMDAService::RequestStops()
-{
-    if (m_pLocalAgent)
-        m_pLocalAgent->RequestStop();
-    m_remoteDelivery.RequestStops();
-}
-
-bool CMDAService::StartRemoteDelivery() { return m_remoteDelivery.StartAgent() && m_remoteDelivery.StartThreads(); }
-
-void CMDAService::StopRemoteDelivery(Platform::EServiceState state)
-{
-    if (!m_remoteDelivery.HasAgent())
-        return;
-    m_remoteDelivery.StopThreads([this, state] { Report(state); });
-    if (state != Platform::EServiceState::None)
-        Report(state, STOP_WAIT_HINT);
-    m_remoteDelivery.StopAgent([this, state] { Report(state); });
-}
-
 void CMDAService::OnStop()
 {
     const Bex::CActivity::CStep step("shuts down");
     LogState("shutting down");
     Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     {
-        const auto lock = LockWorkersAndTables();
-        RequestStops();
-        StopLocalAgent(Platform::EServiceState::StopPending);
-        Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
-        StopRemoteDelivery(Platform::EServiceState::StopPending);
+        const std::lock_guard lock(m_workersAndTables);
+        m_workers.Stop(Reporter(Platform::EServiceState::StopPending));
     }
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent shut down");
+}
+
+CWorkers::CReport CMDAService::Reporter(Platform::EServiceState state)
+{
+    return [this, state](unsigned dwWaitHint) { Report(state, dwWaitHint); };
 }
 
 void CMDAService::OnCustomControl(unsigned dwControl)
@@ -252,16 +202,38 @@ void CMDAService::OnCustomControl(unsigned dwControl)
     if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
     const Bex::CActivity::CStep step("restarts");
-    const auto lock = LockWorkersAndTables();
-    Bex::CActivity::MayTake(LONGEST_LOADING);
+    const std::lock_guard lock(m_workersAndTables);
+    Restart();
+}
+
+/// What is short meanwhile is made up for by the main loop: workers that could not be started, tables and settings that
+/// could not be read.
+void CMDAService::Restart()
+{
     LogState("restarting");
-    RequestStops();
-    StopLocalAgent(Platform::EServiceState::None);
-    StopRemoteDelivery(Platform::EServiceState::None);
+    m_workers.Stop(Reporter(Platform::EServiceState::None)); // to the manager the service runs all the while
     CSetUp(CSetUp::EMode::Restart, IsDebug(), ConfigurationDirectory(), m_strFileName, [] {}).Run();
-    StartLocalAgent(); // without a report: to the manager the service runs all the while
-    StartConfiguredTransport();
+    m_unreadSettings.Tried(!Config().HasFileChanged(), Platform::TickCount());
+    m_workers.StartMissing();
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent restarted and fully operational");
+    m_bLook = true;
+    TellMissing();
+}
+
+/// The service manager hears it with what there is to do.
+void CMDAService::TellMissing()
+{
+    Bex::CSimpleString strMissing = m_workers.Missing();
+    m_missingWorkers.Tried(strMissing.IsEmpty(), Platform::TickCount());
+    if (m_unreadSettings.IsPending())
+        strMissing += strMissing.IsEmpty() ? "new settings" : ", new settings";
+    if (strMissing == m_strMissing)
+        return;
+    m_strMissing = strMissing;
+    if (strMissing.IsEmpty())
+        Bex::LogNotice(Bex::MainLog(), "the restart is complete now");
+    else
+        Bex::LogError(Bex::MainLog(), "restarted without: %s; this is tried again", strMissing.Text());
 }
 
 int CMDAService::Run()
@@ -271,6 +243,7 @@ int CMDAService::Run()
     CWatchedDirectory directory(m_strDirectory);
     while (IsRunning()) {
         WaitWhilePaused();
+        CompleteRestart();
         if (RunsHourlyCleanup()) {
             cleanup.Pass();
             StopEvent().Wait(IDLE_MILLIS);
@@ -291,16 +264,31 @@ void CMDAService::WaitWhilePaused() const
         StopEvent().Wait(PAUSE_MILLIS);
 }
 
-/// The other thread, which holds them, has an activity of its own.
-std::unique_lock<std::mutex> CMDAService::LockWorkersAndTables()
+/// A restart that was short of something is completed; one whose settings could not be read is made again.
+void CMDAService::CompleteRestart()
 {
-    Bex::CActivity::Waits(Platform::INFINITE);
-    std::unique_lock lock(m_workersAndTables);
-    Bex::CActivity::Alive();
-    return lock;
+    Bex::CActivity::Waits(Platform::INFINITE); // a restart may take its time
+    const std::lock_guard lock(m_workersAndTables);
+    const uint64_t nTicks = Platform::TickCount();
+    if (!IsRunning())
+        return;
+    if (m_unreadSettings.IsDue(nTicks)) {
+        if (CSetUp::CanRead(Config().FileName()))
+            return Restart();
+        m_unreadSettings.Tried(false, nTicks);
+    }
+    if (!m_missingWorkers.IsDue(nTicks))
+        return;
+    const Bex::CSimpleString strMissing = m_workers.Missing();
+    Bex::CWithheldLog log;
+    m_workers.StartMissing();
+    if (m_workers.Missing() != strMissing)
+        log.Tell();
+    TellMissing();
 }
 
-/// False when nothing has changed. What changes while a restart loads the tables shows afterwards.
+/// False when nothing has changed. What changes while a restart loads the tables shows afterwards; what could not be
+/// read is tried again, and that is told when it succeeds.
 bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
 {
     const auto lock = LockWorkersAndTables();
@@ -308,11 +296,18 @@ bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
     Bex::CActivity::MayTake(LONGEST_LOADING);
     if (!IsRunning())
         return true;
-    const bool bDirectoryChanged = directory.MayHaveChanged();
+    const bool bDirectoryChanged = std::exchange(m_bLook, false) | directory.MayHaveChanged();
     const bool bTreeChanged = !bDirectoryChanged && Users().HasTreeChanged();
-    if (!bDirectoryChanged && !bTreeChanged)
+    if (!bDirectoryChanged && !bTreeChanged && !m_unreadTables.IsDue(Platform::TickCount()))
         return false;
-    ReloadChangedTables(bTreeChanged, m_pLocalAgent ? &m_pLocalAgent->Interceptor() : nullptr);
+    CInterceptor* const pInterceptor = m_workers.LocalAgent() ? &m_workers.LocalAgent()->Interceptor() : nullptr;
+    std::optional<Bex::CWithheldLog> log;
+    if (m_unreadTables.IsPending() && !bDirectoryChanged)
+        log.emplace();
+    const bool bDone = ReloadChangedTables(bTreeChanged, pInterceptor);
+    m_unreadTables.Tried(bDone, Platform::TickCount());
+    if (log && bDone)
+        log->Tell();
     return true;
 }
 

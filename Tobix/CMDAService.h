@@ -2,10 +2,10 @@
 
 #include "Bex/CLockFile.h"
 #include "Common/CCommonService.h"
-#include "Tobix/CLocalAgent.h"
-#include "Tobix/CRemoteDelivery.h"
+#include "Tobix/CGrowingPause.h"
 #include "Tobix/CStatusReporter.h"
 #include "Tobix/CWatchedDirectory.h"
+#include "Tobix/CWorkers.h"
 
 #include <memory>
 #include <mutex>
@@ -20,7 +20,6 @@ class CMDAService : public CCommonService
 {
 public:
     CMDAService();
-    ~CMDAService() override;
 
     int Main() override;
     int Run() override;
@@ -41,24 +40,25 @@ private:
     bool EnterConfigurationDirectory();
     bool StartReporter();
     std::optional<std::string> DescribeWork();
-    bool StartWorkers();
-    void RequestStops();
-    bool StartLocalAgent();
-    bool StopLocalAgent(Platform::EServiceState state);
-    bool StartConfiguredTransport(); ///< if there is to be one
-    bool StartRemoteDelivery();
-    void StopRemoteDelivery(Platform::EServiceState state);
+    void Restart();
+    CWorkers::CReport Reporter(Platform::EServiceState state);
+    void TellMissing();
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
     std::unique_lock<std::mutex> LockWorkersAndTables();
     void WaitWhilePaused() const;
+    void CompleteRestart();
     bool TakeUpChanges(CWatchedDirectory& directory);
 
     CLockFile m_pidFile;
     Bex::CSimpleString m_strDirectory; ///< of the configuration
     Bex::CSimpleString m_strFileName;  ///< of the configuration
     std::mutex m_workersAndTables;
-    std::unique_ptr<CLocalAgent> m_pLocalAgent;
-    CRemoteDelivery m_remoteDelivery;
+    CWorkers m_workers;
+    Bex::CSimpleString m_strMissing; ///< since the restart, as was told
+    CGrowingPause m_missingWorkers;
+    CGrowingPause m_unreadSettings;
+    CGrowingPause m_unreadTables;
+    bool m_bLook = false;                         ///< for changed tables, though no change was reported
     std::unique_ptr<CStatusReporter> m_pReporter; ///< only where a service manager listens
 };

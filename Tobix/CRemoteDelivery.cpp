@@ -19,11 +19,11 @@ Bex::CSimpleString ThreadName(size_t nIndex)
     return Bex::CSimpleString::Formatted("remote delivery thread %d", static_cast<int>(nIndex) + 1);
 }
 
-template <class TWorker, class... TArguments>
-std::unique_ptr<TWorker> TryMake(TArguments&&... arguments)
+template <class TWorker, class TMake>
+std::unique_ptr<TWorker> TryMake(TMake Make)
 {
     try {
-        return std::make_unique<TWorker>(std::forward<TArguments>(arguments)...);
+        return Make();
     } catch (const Bex::CException&) {
     } catch (const std::exception&) {
     }
@@ -40,12 +40,26 @@ CRemoteDelivery::~CRemoteDelivery()
     Bex::CThread::Destroy(std::move(m_pAgent));
 }
 
-const std::shared_ptr<COutgoingFiles>& CRemoteDelivery::NewFiles()
+const std::shared_ptr<COutgoingFiles>& CRemoteDelivery::Files()
 {
     const bool bSends = Config().GetFlag(Keys::AUTO_TRANSPORT);
     const int iPerDomain = bSends ? Config().GetInt(Keys::AUTO_TRANSPORT_THREADS_PER_DOMAIN) : 0;
-    m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)));
+    if (!m_pFiles)
+        m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)));
     return m_pFiles;
+}
+
+bool CRemoteDelivery::Start() { return StartAgent() && StartThreads(); }
+
+bool CRemoteDelivery::StartMissing() { return (m_pAgent || StartAgent()) && AddThreads(); }
+
+Bex::CSimpleString CRemoteDelivery::Missing() const
+{
+    if (!m_pAgent)
+        return "remote delivery agent";
+    if (m_threads.size() == m_nThreads)
+        return {};
+    return Bex::CSimpleString::Formatted("%zu of %zu %s", m_nThreads - m_threads.size(), m_nThreads, THREADS);
 }
 
 bool CRemoteDelivery::StartAgent()
@@ -55,7 +69,7 @@ bool CRemoteDelivery::StartAgent()
         Bex::LogError(Bex::MainLog(), "%s already instantiated", AGENT);
         return false;
     }
-    m_pAgent = TryMake<CRemoteAgent>(m_pFiles);
+    m_pAgent = TryMake<CRemoteAgent>([this] { return std::make_unique<CRemoteAgent>(Files()); });
     if (!m_pAgent) {
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
         return false;
@@ -72,9 +86,16 @@ bool CRemoteDelivery::StartThreads()
         Bex::LogError(Bex::MainLog(), "%s already instantiated", THREADS);
         return false;
     }
-    const int iThreads = std::max(1, Config().GetInt(Keys::AUTO_TRANSPORT_THREADS));
+    return AddThreads();
+}
+
+bool CRemoteDelivery::AddThreads()
+{
+    m_nThreads = static_cast<size_t>(std::max(1, Config().GetInt(Keys::AUTO_TRANSPORT_THREADS)));
+    if (m_threads.size() == m_nThreads)
+        return true;
     const SDeliverySettings settings = SDeliverySettings::FromConfiguration();
-    for (int n = 0; n < iThreads; ++n) {
+    while (m_threads.size() < m_nThreads) {
         if (!StartThread(settings))
             return false;
     }
@@ -86,8 +107,10 @@ bool CRemoteDelivery::StartThreads()
 bool CRemoteDelivery::StartThread(const SDeliverySettings& settings)
 {
     const Bex::CSimpleString strName = ThreadName(m_threads.size());
-    auto pThread = TryMake<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
-                                                Config().GetPath(Keys::OUTGOING_DIR));
+    auto pThread = TryMake<CSMTPDeliveryThread>([&] {
+        return std::make_unique<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
+                                                     Config().GetPath(Keys::OUTGOING_DIR));
+    });
     if (!pThread) {
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", strName.Text());
         return false;
@@ -125,7 +148,7 @@ void CRemoteDelivery::RequestStops()
         m_pAgent->RequestStop();
 }
 
-bool CRemoteDelivery::StopThreads(const std::function<void()>& Report)
+bool CRemoteDelivery::StopThreads(const Platform::CWaitLimit& limit, const std::function<void()>& Report)
 {
     if (m_threads.empty()) {
         Bex::LogError(Bex::MainLog(), "%s not instantiated", THREADS);
@@ -133,13 +156,13 @@ bool CRemoteDelivery::StopThreads(const std::function<void()>& Report)
     }
     bool bAll = true;
     for (size_t n = 0; n < m_threads.size(); ++n)
-        bAll &= ThreadControl::Stop(std::move(m_threads[n]), ThreadName(n).Text(), Report);
+        bAll &= ThreadControl::Stop(std::move(m_threads[n]), ThreadName(n).Text(), limit, Report);
     m_threads.clear();
     Bex::LogNotice(Bex::MainLog(), "%s stopped", THREADS);
     return bAll;
 }
 
-bool CRemoteDelivery::StopAgent(const std::function<void()>& Report)
+bool CRemoteDelivery::StopAgent(const Platform::CWaitLimit& limit, const std::function<void()>& Report)
 {
-    return ThreadControl::Stop(std::move(m_pAgent), "remote delivery agent", Report);
+    return ThreadControl::Stop(std::move(m_pAgent), "remote delivery agent", limit, Report);
 }

@@ -20,21 +20,27 @@ public:
     CRemoteDelivery(const CRemoteDelivery&) = delete;
     CRemoteDelivery& operator=(const CRemoteDelivery&) = delete;
 
-    /// Begins anew, for both agents: the names of the outgoing files. To be called before they are started.
-    const std::shared_ptr<COutgoingFiles>& NewFiles();
-    bool StartAgent();
-    bool StartThreads(); ///< after the agent
+    /// The names of the outgoing files, for both agents. Made at the first call, and anew after ForgetFiles.
+    const std::shared_ptr<COutgoingFiles>& Files();
+    void ForgetFiles() { m_pFiles = nullptr; }
+    bool Start();                       ///< the agent, then the threads
+    bool StartMissing();                ///< goes on where a start failed; true also when all run
+    Bex::CSimpleString Missing() const; ///< what could not be started, in words
     bool HasAgent() const { return m_pAgent != nullptr; }
     std::string Describe() const; ///< "outgoing 340: 3 sending, 310 waiting until 14:05"; empty without an agent
     void RequestStops();
     /// Report is called while a thread takes its time to end.
-    bool StopThreads(const std::function<void()>& Report);
-    bool StopAgent(const std::function<void()>& Report); ///< after the threads
+    bool StopThreads(const Platform::CWaitLimit& limit, const std::function<void()>& Report);
+    bool StopAgent(const Platform::CWaitLimit& limit, const std::function<void()>& Report); ///< after the threads
 
 private:
+    bool StartAgent();
+    bool StartThreads();
+    bool AddThreads();
     bool StartThread(const SDeliverySettings& settings);
 
     std::shared_ptr<COutgoingFiles> m_pFiles;
     std::unique_ptr<CRemoteAgent> m_pAgent;
     std::vector<std::unique_ptr<CSMTPDeliveryThread>> m_threads;
+    size_t m_nThreads = 0; ///< wanted
 };

@@ -3,6 +3,7 @@
 #include "Bex/CActivity.h"
 #include "Bex/CErrorLines.h"
 #include "Bex/CFileException.h"
+#include "Bex/CWithheldLog.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CConfigCheck.h"
@@ -93,6 +94,13 @@ bool CSetUp::LoadConfiguration() const
         TellUnknownKeys(strPath);
     }
     return bLoaded;
+}
+
+bool CSetUp::CanRead(const Bex::CSimpleString& strConfiguration)
+{
+    const Bex::CWithheldLog log;
+    Bex::CConfigFile probe;
+    return LoadTable(probe, strConfiguration);
 }
 
 bool CSetUp::ConfigureLogging() const

@@ -19,6 +19,8 @@ public:
 
     bool Run(); ///< false (logged) when a start failed
 
+    static bool CanRead(const Bex::CSimpleString& strConfiguration); ///< without a line in the log
+
 private:
     bool LoadConfiguration() const;
     bool ConfigureLogging() const;

@@ -29,47 +29,52 @@ bool Reload(TTable& table)
     return Reload(table, table.FileName());
 }
 
+/// True also when nothing has changed.
 template <class TTable>
-void ReloadIfChanged(TTable& table)
+bool ReloadIfChanged(TTable& table, const char* pszFile)
 {
-    if (table.HasFileChanged())
-        Reload(table);
+    if (!table.HasFileChanged() || Reload(table))
+        return true;
+    Bex::LogError(Bex::MainLog(), "could not reload '%s'-file", pszFile);
+    return false;
 }
 
-void ReloadAliases()
+bool ReloadAliases()
 {
     CAliases fresh;
     const bool bLoaded = Reload(fresh, Aliases().FileName());
     if (!bLoaded) {
         Bex::LogError(Bex::MainLog(), "could not reload 'aliases'-file");
-        Aliases().Saw(fresh); // it is not tried again before it changes
+        Aliases().Saw(fresh);
     }
     Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
     (bLoaded ? fresh : Aliases()).PreresolveAliases();
     if (bLoaded)
         Aliases().TakeOver(fresh);
+    return bLoaded;
 }
 
-void ReloadRouting()
+bool ReloadRouting()
 {
-    if (!Reload(LocalDomains()))
+    const bool bDomains = Reload(LocalDomains());
+    if (!bDomains)
         Bex::LogError(Bex::MainLog(), "could not reload 'domains'-file");
-    if (!Users().BuildUserList())
+    const bool bUsers = Users().BuildUserList();
+    if (!bUsers)
         Bex::LogError(Bex::MainLog(), "could not reload user-list");
-    ReloadAliases();
+    return ReloadAliases() && bDomains && bUsers;
 }
 
 } // namespace
 
-void ReloadChangedTables(bool bMailboxTreeChanged, CInterceptor* pInterceptor)
+bool ReloadChangedTables(bool bMailboxTreeChanged, CInterceptor* pInterceptor)
 {
-    if (LocalDomains().HasFileChanged() || bMailboxTreeChanged || Aliases().HasFileChanged())
-        ReloadRouting();
-    ReloadIfChanged(BackupDomains());
-    if (Filters().HasFileChanged() && !Reload(Filters()))
-        Bex::LogError(Bex::MainLog(), "could not reload 'filters'-file");
-    ReloadIfChanged(SmartHosts());
-    ReloadIfChanged(Masquerading());
-    if (pInterceptor != nullptr)
-        pInterceptor->ReloadIfChanged();
+    bool bAll = true;
+    if (LocalDomains().HasFileChanged() || bMailboxTreeChanged || !Users().IsListed() || Aliases().HasFileChanged())
+        bAll = ReloadRouting();
+    bAll &= ReloadIfChanged(BackupDomains(), "backupdomains");
+    bAll &= ReloadIfChanged(Filters(), "filters");
+    bAll &= ReloadIfChanged(SmartHosts(), "smarthosts");
+    bAll &= ReloadIfChanged(Masquerading(), "masquerading");
+    return (pInterceptor == nullptr || pInterceptor->ReloadIfChanged()) && bAll;
 }

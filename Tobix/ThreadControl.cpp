@@ -2,23 +2,26 @@
 
 #include "Bex/CActivity.h"
 #include "Bex/Log.h"
-#include "Platform/Clock.h"
 #include "Platform/Errors.h"
+
+#include <algorithm>
 
 namespace ThreadControl {
 
 namespace {
 
-constexpr unsigned POLLS = 120;
 constexpr unsigned POLL_MILLIS = 500;
 
-void WaitForEnd(const Bex::CThread& thread, const std::function<void()>& Report)
+unsigned AtMost(unsigned dwMillis, const Platform::CWaitLimit& limit)
 {
-    for (unsigned n = 0; n < POLLS && !thread.HasFinished(); ++n) {
-        Bex::CActivity::Alive();
+    return static_cast<unsigned>(std::min<uint64_t>(dwMillis, limit.MillisLeft()));
+}
+
+void WaitForEnd(const Bex::CThread& thread, const Platform::CWaitLimit& limit, const std::function<void()>& Report)
+{
+    do
         Report();
-        Platform::SleepMillis(POLL_MILLIS);
-    }
+    while (!thread.HasFinished(AtMost(POLL_MILLIS, limit)) && limit.HasTimeLeft());
     Report();
 }
 
@@ -34,7 +37,8 @@ bool Start(Bex::CThread& thread, const char* pszName)
     return true;
 }
 
-bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const std::function<void()>& Report)
+bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const Platform::CWaitLimit& limit,
+          const std::function<void()>& Report)
 {
     if (!pThread) {
         Bex::LogError(Bex::MainLog(), "%s not instantiated", pszName);
@@ -42,9 +46,9 @@ bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const std:
     }
     const Bex::CActivity::CStep step("stops %s", pszName);
     const unsigned dwId = pThread->Id();
-    if (!pThread->Stop()) {
+    if (!pThread->Stop(AtMost(Bex::CThread::STOP_WAIT_MILLIS, limit))) {
         Bex::LogWarning(Bex::MainLog(), "stopping %s (id %04X) pending", pszName, dwId);
-        WaitForEnd(*pThread, Report);
+        WaitForEnd(*pThread, limit, Report);
         if (!pThread->HasFinished()) {
             Bex::LogError(Bex::MainLog(), "terminating %s (id %04X)", pszName, dwId);
             pThread->Terminate();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Bex/CThread.h"
+#include "Platform/CWaitLimit.h"
 
 #include <functional>
 #include <memory>
@@ -12,8 +13,12 @@ namespace ThreadControl {
 /// False (logged) when the thread cannot be started; the worker stays constructed.
 bool Start(Bex::CThread& thread, const char* pszName);
 
-/// Asks the worker to stop and waits for it, about a minute at most; one that does not end is given up. Calls Report
-/// while it waits. The pointer is null afterwards; false (logged) when it was before.
-bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const std::function<void()>& Report);
+/// How long all workers that are stopped together may take.
+inline constexpr uint64_t MOST_STOP_MILLIS = 61'000;
+
+/// Asks the worker to stop and waits for it up to the limit; one that does not end is given up. Calls Report while it
+/// waits. The pointer is null afterwards; false (logged) when it was before.
+bool Stop(std::unique_ptr<Bex::CThread> pThread, const char* pszName, const Platform::CWaitLimit& limit,
+          const std::function<void()>& Report);
 
 } // namespace ThreadControl

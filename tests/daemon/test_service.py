@@ -1,5 +1,6 @@
 """What the service manager and the installing administrator see of the daemon."""
 import os
+import resource
 import select
 import signal
 import socket
@@ -45,6 +46,28 @@ class Service(unittest.TestCase):
                 (world.spool / "dora" / "password").write_text("x")
                 wait_for("the new user", lambda: world.deliver("1.eml", mail("dora@example.org")) or world.mailbox("dora"))
                 self.assertEqual(world.stop(), 0)
+
+    def test_a_restart_that_is_short_of_descriptors_is_completed_when_there_are_some(self):
+        receiver = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        receiver.bind(("127.0.0.1", 0))
+        receiver.settimeout(DEADLINE)
+        with receiver, World(AutoTransport=1, LogPort=receiver.getsockname()[1]) as world, \
+                world.start_service(MAILCONFIGDIR=str(world.etc)) as reports:
+            reports_up_to("STATUS=queue 0, outgoing 0", reports)
+            limits = resource.prlimit(world.process.pid, resource.RLIMIT_NOFILE)
+            for n, few in enumerate((4, len(os.listdir(f"/proc/{world.process.pid}/fd")))):
+                with open(world.etc / "tobix.cfg", "a") as settings, open(world.etc / "domains", "a") as domains:
+                    settings.write("AutoTransport.Threads: 20\n")
+                    domains.write(f"new{n}.example\n")
+                resource.prlimit(world.process.pid, resource.RLIMIT_NOFILE, (few, limits[1]))
+                world.process.send_signal(signal.SIGHUP)
+                while b"restarted without: " not in receiver.recv(1024):
+                    pass
+                resource.prlimit(world.process.pid, resource.RLIMIT_NOFILE, limits)
+                self.assertIn("READY=1\nSTATUS=Running", reports_up_to("STATUS=queue 0, outgoing 0", reports))
+                world.deliver("1.eml", mail(f"ann@new{n}.example"))
+            self.assertEqual(len(world.mailbox("ann")), 2)
+            self.assertEqual(world.stop(), 0)
 
     def test_a_pause_holds_the_mail_until_it_ends(self):
         count = 500  # in either directory: more than is done when the pause comes
