@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +15,8 @@ namespace Platform {
 ///
 /// Owned and used by one thread. A directory must be added before the writes that its flush shall answer for: a
 /// write-back error since then is reported, not lost. Flush answers false and sets LastError when one of the file
-/// systems reports an error on which the caller relies.
+/// systems reports an error on which the caller relies. An empty group holds no descriptor: who unmounts a file system
+/// that nobody uses shall find it idle.
 class CFlushGroup
 {
 public:
@@ -24,12 +26,14 @@ public:
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
     bool Add(const char* pszDirectory); ///< false: cannot be opened. May be repeated: one look at the directory
-    /// Flushes the file systems that were marked since the last flush; all stay in the group. The failure of one on
-    /// which nobody relies is only told.
+    /// Flushes the file systems that were marked, and empties the group. The failure of one on which nobody relies is
+    /// only told.
     bool Flush(SError* pUnpromised = nullptr);
+    void Empty(); ///< without a flush, except for what has to come later
     /// A directory that was never added is added now; when that fails, so does the next Flush. On what is not promised
     /// nobody relies.
     void MarkWritten(const char* pszDirectory, bool bPromised = true);
+    void FlushLater(const char* pszDirectory); ///< what was changed there, with the next flush; not promised
 
 private:
     struct SVolume
@@ -43,7 +47,8 @@ private:
 
     std::vector<SVolume> m_volumes;
     std::map<std::string, size_t, std::less<>> m_directories; ///< index into m_volumes
-    SError m_missed;                                          ///< of a mark that could not be kept
+    std::set<std::string, std::less<>> m_later;
+    SError m_missed; ///< of a mark that could not be kept
 };
 
 } // namespace Platform

@@ -18,6 +18,8 @@ SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, bool bProm
         if (m_nCopies++ == 0)
             m_nBegunTicks = Platform::TickCount();
         m_flush.MarkWritten(strDirectory.Text(), bPromised);
+    } else if (IsEmpty()) {
+        m_flush.Empty();
     }
     return saved;
 }
@@ -122,7 +124,4 @@ void CCopyGroup::EndIfDue()
         m_End();
 }
 
-void CCopyGroup::MarkRemoved(const Bex::CSimpleString& strDirectory)
-{
-    m_flush.MarkWritten(strDirectory.Text(), false);
-}
+void CCopyGroup::MarkRemoved(const Bex::CSimpleString& strDirectory) { m_flush.FlushLater(strDirectory.Text()); }

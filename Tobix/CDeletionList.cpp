@@ -5,9 +5,12 @@
 #include "Bex/CLogContext.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
+#include "Platform/CImmortal.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
 
+#include <mutex>
+#include <string>
 #include <utility>
 
 namespace {
@@ -26,6 +29,43 @@ bool IsMissing(const Bex::CSimpleString& strPath)
 }
 
 } // namespace
+
+struct CDeletionList::SOrphans
+{
+    std::mutex lock;
+    Entries entries;
+};
+
+CDeletionList::SOrphans& CDeletionList::Orphans()
+{
+    static Platform::CImmortal<SOrphans> orphans;
+    return *orphans;
+}
+
+CDeletionList::~CDeletionList()
+{
+    SOrphans& orphans = Orphans();
+    const std::lock_guard lock(orphans.lock);
+    orphans.entries.splice(orphans.entries.end(), m_kept);
+    orphans.entries.splice(orphans.entries.end(), m_entries);
+}
+
+void CDeletionList::Adopt(const Bex::CSimpleString& strErrorDirectory)
+{
+    Entries adopted;
+    {
+        SOrphans& orphans = Orphans();
+        const std::lock_guard lock(orphans.lock);
+        adopted.swap(orphans.entries);
+    }
+    for (SEntry& entry : adopted) {
+        m_paths.insert(entry.pFile->Name().View());
+        const std::string_view target = entry.strTarget.View();
+        if (!target.empty())
+            entry.strTarget = Bex::PathBelow(strErrorDirectory, std::string(target.substr(target.rfind('/') + 1)));
+    }
+    m_kept.splice(m_kept.end(), adopted);
+}
 
 void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget)
 {

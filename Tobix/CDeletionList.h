@@ -15,11 +15,19 @@
 /// A file that cannot leave stays listed, so that it is not delivered again; that is logged once, and it is tried again
 /// about once a second. A name that stands for another file or other content by now is dropped: that is new mail. The
 /// files stay taken until they are gone; those of many failed deletions, which would keep the process from opening
-/// others, do not.
+/// others, do not. What a list still holds at its end waits, taken, for another one to adopt it: the agent of before a
+/// restart, or one that was given up, leaves it to the next.
 class CDeletionList
 {
 public:
     static constexpr size_t MOST_HELD = 256;
+
+    CDeletionList() = default;
+    ~CDeletionList();
+    CDeletionList(const CDeletionList&) = delete;
+    CDeletionList& operator=(const CDeletionList&) = delete;
+
+    void Adopt(const Bex::CSimpleString& strErrorDirectory); ///< to which what has failed moves from now on
 
     /// With an empty target it is to be deleted. A file that could not be taken is known as well.
     void Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget = {});
@@ -38,6 +46,8 @@ private:
         bool bLogged = false; ///< that it cannot leave
     };
     using Entries = std::list<SEntry>;
+    struct SOrphans;
+    static SOrphans& Orphans(); ///< of the process
     enum class EOutcome { Gone, Replaced, Kept };
     bool Try(Entries& entries);
     void Keep(Entries& entries, Entries::iterator entry);

@@ -78,6 +78,7 @@ void CLocalAgent::RemoveUnfinishedFiles() const
 void CLocalAgent::ScanQueue()
 {
     m_batch.RemoveAll();
+    m_deletions.Adopt(m_directories.strError);
     if (!m_queue.MayHaveChanged())
         return;
     const Bex::CActivity::CStep step("lists the queue");
@@ -152,7 +153,7 @@ bool CLocalAgent::HasToRest(const Bex::CSimpleString& strName) const
 void CLocalAgent::MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile)
 {
     const Bex::CLogContext context(strName);
-    Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
+    MailLog::PlacedInError(strName);
     const bool bOthersWait = m_deletions.HasKept();
     m_deletions.Add(std::move(pFile), Bex::PathBelow(m_directories.strError, strName));
     RemoveDelivered();
@@ -258,45 +259,54 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     if (!m_group.HasRoomFor(mail.Recipients().Count()))
         EndGroup();
     EOutcome outcome = m_router.Route(mail, m_group);
-    if (outcome == EOutcome::Interrupted)
-        outcome = KeepRest(mail, *pFile);
+    const bool bInterrupted = outcome == EOutcome::Interrupted;
+    if (bInterrupted)
+        outcome = KeepRest(mail, strName);
     if (m_group.HasLostCopies())
         return EOutcome::Failed;
     if (outcome == EOutcome::Delivered)
         m_group.AddDelivered(strName, std::move(pFile));
+    if (bInterrupted)
+        EndGroup();
     if (outcome == EOutcome::Unanswered)
         return TryLater(strPath, EWhy::Unanswered);
     return outcome == EOutcome::Retry ? TryLater(strPath, EWhy::Busy) : outcome;
 }
 
-/// Some recipients have their copies, and something is short: a queue file for the others takes the place of this one,
-/// at once and only when it and the copies are on stable storage, so that nobody gets a second copy. While even that
-/// cannot be written there is nothing to do but to wait.
-CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, CHeldMailFile& file)
+/// Some recipients have their copies, and something is short or a stop came: a queue file for the others is one more
+/// copy of this mail, so that it counts as delivered and nobody gets a second one. While even that cannot be written
+/// there is nothing to do but to wait. Where the queue has no room for it, it takes the mail's place in the error
+/// directory.
+CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, const Bex::CSimpleString& strName)
 {
-    EndGroup();
-    if (m_group.HasLostCopies())
-        return EOutcome::Failed;
     const CMail rest(mail, m_router.OpenRecipients());
-    for (SSaveResult saved = SaveRest(rest, file); !saved; saved = SaveRest(rest, file)) {
-        if (MailLog::NotSaved(rest, file.Name(), saved.error, __LINE__) == ERouted::Failed)
-            return EOutcome::Failed;
-        if (StopEvent().Wait(AFTER_SHORTAGE_MILLIS))
+    TryLater(QueuePath(strName), EWhy::Busy);
+    const auto NextName = [this] { return m_names.RecipientCopy(Bex::CTime::Now(), Id()); };
+    for (;;) {
+        const SSaveResult saved = SaveRest(rest, m_directories.strQueue, NextName);
+        if (saved)
+            return EOutcome::Delivered;
+        if (MailLog::NotSaved(rest, QueuePath(strName), saved.error, __LINE__) == ERouted::Failed)
             break;
+        m_group.EndBeforeWaiting();
+        if (m_group.HasLostCopies() || StopEvent().Wait(AFTER_SHORTAGE_MILLIS))
+            return EOutcome::Retry;
     }
-    m_group.MarkRemoved(m_directories.strQueue);
-    FlushGroup(); // though there may be no copy in it: the original must not come back
-    return EOutcome::Retry;
+    const auto FirstOwnName = [=, bFirst = true]() mutable {
+        return std::exchange(bFirst, false) ? strName : NextName();
+    };
+    if (!SaveRest(rest, m_directories.strError, FirstOwnName))
+        return EOutcome::Failed;
+    MailLog::PlacedInError(strName);
+    return EOutcome::Delivered;
 }
 
-SSaveResult CLocalAgent::SaveRest(const CMail& rest, CHeldMailFile& file)
+SSaveResult CLocalAgent::SaveRest(const CMail& rest, const Bex::CSimpleString& strDirectory,
+                                  const std::function<Bex::CSimpleString()>& NextName)
 {
     try {
-        if (!file.IsReplaced())
-            return rest.Save(file.Name(), EWriteMode::Queue, {.bOrdered = true, .BeforeWaiting = nullptr});
-        Bex::CSimpleString strPath; // the name belongs to another mail by now
-        const auto NextName = [this] { return m_names.RecipientCopy(Bex::CTime::Now(), Id()); };
-        return m_group.SaveNew(rest, EWriteMode::Queue, m_directories.strQueue, ENaming::Durable, NextName, strPath);
+        Bex::CSimpleString strPath;
+        return m_group.SaveNew(rest, EWriteMode::Queue, strDirectory, ENaming::WhenDurable, NextName, strPath);
     } catch (...) {
         if (!Bex::IsHandledExceptionBusy())
             throw;

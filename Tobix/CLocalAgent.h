@@ -58,8 +58,9 @@ private:
     EOutcome DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
                          std::unique_ptr<CHeldMailFile>& pFile);
     bool HasToRest(const Bex::CSimpleString& strName) const;
-    EOutcome KeepRest(const CMail& mail, CHeldMailFile& file);
-    SSaveResult SaveRest(const CMail& rest, CHeldMailFile& file);
+    EOutcome KeepRest(const CMail& mail, const Bex::CSimpleString& strName);
+    SSaveResult SaveRest(const CMail& rest, const Bex::CSimpleString& strDirectory,
+                         const std::function<Bex::CSimpleString()>& NextName);
     enum class EWhy { Busy, TooShort, NoMemory, Unanswered };
     EOutcome TryLater(const Bex::CSimpleString& strPath, EWhy why);
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
@@ -84,7 +85,7 @@ private:
     CDeletionList m_deletions;
     CInterceptor m_interceptor;
     CMailRouter m_router;
-    CFileNames m_names; ///< of the rests of mail whose own names are taken
+    CFileNames m_names; ///< of the rests of mail
     CCopyGroup m_group;
     std::vector<CCopyGroup::SDelivered> m_delivered; ///< of the group being finished
 };

@@ -77,6 +77,11 @@ void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exc
     LogRaised(strPath, exception.what());
 }
 
+void PlacedInError(const Bex::CSimpleString& strName)
+{
+    Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
+}
+
 void Busy(const Bex::CSimpleString& strPath, bool bNoMemory)
 {
     if (bNoMemory)

@@ -21,6 +21,7 @@ void InterceptionFailed(const CMail& mail);
 /// A mail file whose delivery ended with an exception that nothing is prescribed for.
 void DeliveryRaised(const Bex::CSimpleString& strPath, const Bex::CException& exception);
 void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exception);
+void PlacedInError(const Bex::CSimpleString& strName); ///< of a queue file
 /// Somebody is at the file, or there was not the memory to read it.
 void Busy(const Bex::CSimpleString& strPath, bool bNoMemory);
 

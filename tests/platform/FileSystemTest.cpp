@@ -280,8 +280,10 @@ TEST_F(FileSystemTest, AFlushGroupFlushesEachMarkedFileSystemOnce)
     SError error;
     EXPECT_TRUE(group.Flush(&error));
     EXPECT_EQ(error.iLibError, LIB_IO);
-    group.MarkWritten(paths[1].c_str());
+    group.FlushLater(paths[1].c_str());
+    EXPECT_EQ(openDescriptors(), nBefore);
     EXPECT_TRUE(group.Flush());
+    EXPECT_EQ(openDescriptors(), nBefore);
 }
 
 TEST_F(FileSystemTest, AFlushGroupTellsOfEveryFileSystemAndOfMarksItCouldNotKeep)

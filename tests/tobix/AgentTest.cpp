@@ -247,15 +247,28 @@ TEST_F(AgentTest, NobodyGetsASecondCopyWhenSomethingIsShortAfterTheFirst)
     m_log.SetListener([&](const std::string& strLine) {
         if (strLine.ends_with("saved in <ann>"))
             shortage.emplace(EFault::Open, 1, EMFILE, 2); // the next copy's, then that of the rest
+        if (strLine.find("Looks like lock") != std::string::npos && shortage && CountIn("spool/ann") == 1)
+            Drop("1.eml", "ann@example.org"); // takes the name meanwhile
     });
     RunAgentUntilQueueIsEmpty();
-    EXPECT_EQ(CountIn("spool/ann"), 1u);
+    EXPECT_EQ(CountIn("spool/ann"), 2u);
     EXPECT_EQ(CountIn("outgoing"), 2u);
     EXPECT_TRUE(m_log.Contains("Looks like lock on file"));
     const std::string strCopy =
         m_directory.Read("outgoing/" + fs::directory_iterator(Path("outgoing"))->path().filename().string());
     EXPECT_NE(strCopy.find("To: <ann@example.org>"), std::string::npos) << strCopy;
     EXPECT_TRUE(strCopy.starts_with("X-Envelope-From: re@far.example\r\n") && strCopy.ends_with("\r\n\r\nbody\r\n"));
+
+    std::optional<Platform::CInjectedFault> full; // the volume of the queue, at the rest
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.ends_with("saved in <ann>")) {
+            shortage.emplace(EFault::Open, 1, EMFILE);
+            full.emplace(EFault::Write, 1, ENOSPC);
+        }
+    });
+    Drop("2.eml", "ann@example.org,bob@far.example");
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(m_directory.Read("error/2.eml").find("X-Envelope-To: bob@far.example\r\n") != std::string::npos);
 }
 
 TEST_F(AgentTest, LetsAGroupEndBeforeAScriptIsWaitedFor)

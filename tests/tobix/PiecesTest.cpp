@@ -1,11 +1,14 @@
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
 #include "Platform/CInjectedFault.h"
+#include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/TableReload.h"
+#include "Tobix/ThreadControl.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 #include "support/CTemporaryDirectory.h"
 
@@ -16,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
+#include <utility>
 
 TEST(IsValidAddressTest, TakesDotAtomsAndAddressLiteralsOnly)
 {
@@ -72,9 +76,14 @@ TEST(TableReloadTest, TakesUpEachTableThatWasWrittenLaterAndSurvivesThoseThatCan
         ReloadChangedTables(false, &interceptor);
         EXPECT_TRUE(Holds("new: 1")) << strName;
         EXPECT_FALSE(Holds("old: 1")) << strName;
-        std::filesystem::last_write_time(strPath, time += std::chrono::hours(1));
-        const Platform::CInjectedFault fault(Platform::EFault::Read, 1, EIO);
-        EXPECT_NO_THROW(ReloadChangedTables(false, &interceptor)) << strName;
+        for (const auto& [fault, pszLater] :
+             {std::pair{Platform::EFault::Read, "mid: 1"}, {Platform::EFault::Open, "end: 1"}}) {
+            directory.Write(strName, pszLater);
+            std::filesystem::last_write_time(strPath, time += std::chrono::hours(1));
+            const Platform::CInjectedFault once(fault, 1, EMFILE);
+            EXPECT_FALSE(ReloadChangedTables(false, &interceptor)) << strName;
+            EXPECT_TRUE(ReloadChangedTables(false, &interceptor) && Holds(pszLater)) << strName;
+        }
     }
     EXPECT_TRUE(log.Contains("could not reload 'filters'-file"));
     LocalDomains().Append("l.example");
@@ -90,18 +99,37 @@ TEST(TableReloadTest, TakesUpEachTableThatWasWrittenLaterAndSurvivesThoseThatCan
     Masquerading().RemoveAll();
 }
 
+TEST(ThreadControlTest, GivesAllThatAreStoppedTogetherOneLimit)
+{
+    static Bex::CEvent release;
+    struct SDeaf : Bex::CThread
+    {
+        void Body() override { release.Wait(Platform::INFINITE); }
+    };
+    constexpr uint64_t MILLIS = 500;
+    const auto limit = Platform::CWaitLimit().For(MILLIS);
+    const uint64_t nBegin = Platform::TickCount();
+    for (int n = 0; n < 5; ++n) {
+        auto pDeaf = std::make_unique<SDeaf>();
+        EXPECT_TRUE(pDeaf->Start() && ThreadControl::Stop(std::move(pDeaf), "deaf", limit, [] {}));
+    }
+    EXPECT_LT(Platform::TickCount() - nBegin, 4 * MILLIS);
+    release.Set();
+    EXPECT_TRUE(Becomes([] { return !Bex::CThread::AnyAbandoned(); }));
+}
+
 TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
 {
     CTemporaryDirectory directory;
-    CDeletionList list;
+    auto pEarlier = std::make_unique<CDeletionList>();
     for (const char* pszName : {"same", "replaced", "gone", "touched", "rewritten"}) {
         const std::string strPath = directory.Write(pszName, "a: b\r\n\r\nfirst");
         auto pFile = std::make_unique<CHeldMailFile>();
         CMail mail, other;
         ASSERT_TRUE(mail.Load(strPath.c_str(), *pFile));
         EXPECT_EQ(other.Load(strPath.c_str(), false).result, ELoadResult::Busy); // it is ours until it is gone
-        list.Add(std::move(pFile));
-        EXPECT_TRUE(list.Contains(strPath.c_str()));
+        pEarlier->Add(std::move(pFile));
+        EXPECT_TRUE(pEarlier->Contains(strPath.c_str()));
     }
     directory.Write("rewritten", "a: b\r\n\r\nother");
     for (const char* pszName : {"touched", "rewritten"})
@@ -111,9 +139,13 @@ TEST(DeletionListTest, DeletesWhatWasDeliveredAndNothingThatCameLater)
     std::filesystem::remove(directory / "gone");
     {
         const Platform::CInjectedFault unseen(Platform::EFault::Stat, 1, EIO, 5);
-        EXPECT_FALSE(list.RemoveDelivered()); // nobody can tell which file it is
+        EXPECT_FALSE(pEarlier->RemoveDelivered()); // nobody can tell which file it is
         EXPECT_TRUE(std::filesystem::exists(directory / "same"));
     }
+    pEarlier = nullptr; // with its agent
+    EXPECT_EQ(CMail().Load((directory / "same").c_str(), false).result, ELoadResult::Busy);
+    CDeletionList list;
+    list.Adopt({});
     EXPECT_TRUE(list.RemoveDelivered());
     EXPECT_TRUE(list.IsEmpty());
     EXPECT_EQ(directory.Names(), (std::set<std::string>{"replaced", "rewritten"}));

@@ -25,10 +25,14 @@ bool FlushVolume(int iDescriptor)
 
 } // namespace
 
-CFlushGroup::~CFlushGroup()
+CFlushGroup::~CFlushGroup() { Empty(); }
+
+void CFlushGroup::Empty()
 {
     for (const SVolume& volume : m_volumes)
         close(volume.iDescriptor);
+    m_volumes.clear();
+    m_directories.clear();
 }
 
 bool CFlushGroup::FindVolume(unsigned long nDevice, size_t& nVolume) const
@@ -76,18 +80,26 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
     volume.bPromised |= bPromised;
 }
 
+void CFlushGroup::FlushLater(const char* pszDirectory)
+{
+    if (!m_later.contains(std::string_view(pszDirectory)))
+        m_later.insert(pszDirectory);
+}
+
 bool CFlushGroup::Flush(SError* pUnpromised)
 {
+    for (const std::string& strDirectory : std::exchange(m_later, {}))
+        MarkWritten(strDirectory.c_str(), false);
     SError error = std::exchange(m_missed, {});
-    for (SVolume& volume : m_volumes) {
-        const bool bPromised = std::exchange(volume.bPromised, false);
-        if (!std::exchange(volume.bWritten, false) || FlushVolume(volume.iDescriptor))
+    for (const SVolume& volume : m_volumes) {
+        if (!volume.bWritten || FlushVolume(volume.iDescriptor))
             continue;
-        if (bPromised)
+        if (volume.bPromised)
             error = LastError();
         else if (pUnpromised != nullptr)
             *pUnpromised = LastError();
     }
+    Empty();
     if (error.iLibError == LIB_NONE && error.dwSysError == SYS_NONE)
         return true;
     SetLastError(error);
