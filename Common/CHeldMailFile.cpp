@@ -1,6 +1,7 @@
 #include "Common/CHeldMailFile.h"
 
 #include "Bex/CFileException.h"
+#include "Platform/FileSystem.h"
 
 #include <array>
 #include <utility>
@@ -61,6 +62,16 @@ bool CHeldMailFile::MoveIfStill(const Bex::CSimpleString& strTarget)
         return false;
     LetOthersRead(); // a move to another volume does
     Move(Name(), strTarget);
+    return true;
+}
+
+bool CHeldMailFile::RenameIfStill(const Bex::CSimpleString& strTarget)
+{
+    if (!IsStill())
+        return false;
+    if (!Platform::RenameNoReplace(Name().Text(), strTarget.Text()))
+        Bex::ThrowFileException(SOURCE_FILE, __LINE__);
+    m_strName = strTarget;
     return true;
 }
 

@@ -24,6 +24,8 @@ public:
     bool RemoveIfStill();
     /// Likewise, to take the place of what has the target's name.
     bool MoveIfStill(const Bex::CSimpleString& strTarget);
+    /// Likewise, within the directory and to a name that nothing has yet.
+    bool RenameIfStill(const Bex::CSimpleString& strTarget);
     /// Nobody else may take it even so. False when somebody was faster: it is not ours any more.
     bool LetOthersRead();
     /// Gives the lock up and frees the descriptor; what it was stays known.

@@ -2,6 +2,7 @@
 
 #include "Bex/CActivity.h"
 #include "Bex/CFileException.h"
+#include "Bex/CFileFind.h"
 #include "Bex/CLogContext.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/TextFunctions.h"
@@ -11,6 +12,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -18,6 +20,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
 constexpr Bex::FrozenLine NOT_REMOVED_LINE = 433;
+constexpr std::string_view FAILED_SUFFIX = ".failed"; ///< behind the name that it had in the queue
 constexpr uint64_t RETRY_MILLIS = 1000;
 constexpr uint64_t REST_FOR_WORK = 9; ///< a tenth of the time goes into what may be in vain
 
@@ -65,6 +68,37 @@ void CDeletionList::Adopt(const Bex::CSimpleString& strErrorDirectory)
             entry.strTarget = Bex::PathBelow(strErrorDirectory, std::string(target.substr(target.rfind('/') + 1)));
     }
     m_kept.splice(m_kept.end(), adopted);
+}
+
+void CDeletionList::SetFailedAside()
+{
+    for (auto next = m_kept.begin(); next != m_kept.end();) {
+        const auto entry = next++;
+        const Bex::CSimpleString strName = entry->pFile->Name();
+        if (entry->strTarget.IsEmpty() || strName.View().ends_with(FAILED_SUFFIX))
+            continue;
+        try {
+            entry->pFile->RenameIfStill(Bex::CSimpleString(strName) += FAILED_SUFFIX);
+        } catch (const Bex::CFileException& exception) {
+            Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+            continue; // the next agent of this process still knows it
+        }
+        m_paths.erase(strName.View());
+        m_kept.erase(entry);
+    }
+}
+
+void CDeletionList::AdoptFailed(const Bex::CSimpleString& strQueue, const Bex::CSimpleString& strErrorDirectory)
+{
+    Bex::CFileFind find;
+    if (!find.Open(Bex::JoinPath(strQueue, std::string("*.eml").append(FAILED_SUFFIX).c_str())))
+        return;
+    while (find.Next()) {
+        const std::string_view name = find.Name();
+        auto pFile = std::make_unique<CHeldMailFile>();
+        pFile->LookUnlessTaken(Bex::PathBelow(strQueue, name));
+        Add(std::move(pFile), Bex::PathBelow(strErrorDirectory, name.substr(0, name.size() - FAILED_SUFFIX.size())));
+    }
 }
 
 void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget)

@@ -35,6 +35,11 @@ public:
     bool IsEmpty() const { return m_paths.empty(); }
     bool HasKept() const { return !m_kept.empty(); } ///< files that could not leave
 
+    /// For the end of the agent: what failed and could not be moved gets a name behind which no start sees new mail.
+    void SetFailedAside();
+    /// Takes up what an earlier agent, also of another process, has set aside in that directory of the queue.
+    void AdoptFailed(const Bex::CSimpleString& strQueue, const Bex::CSimpleString& strErrorDirectory);
+
     /// Lets every listed file leave that can. True when a name was met that stands for new mail.
     bool RemoveDelivered();
 

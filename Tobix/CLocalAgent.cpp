@@ -28,7 +28,6 @@ constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 constexpr uint64_t LEAST_REST_MILLIS = 1000;
 constexpr uint64_t MOST_REST_MILLIS = 600'000;
-constexpr unsigned AFTER_SHORTAGE_MILLIS = 1000;
 
 } // namespace
 
@@ -45,6 +44,7 @@ void CLocalAgent::Body()
 {
     Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) started", Id());
     RemoveUnfinishedFiles();
+    AdoptFailed();
     while (ShallRun()) {
         WaitWhileServiceIsPaused(StopEvent());
         ScanQueue();
@@ -57,6 +57,7 @@ void CLocalAgent::Body()
         if (std::exchange(m_bBusyFiles, false))
             m_queue.AskAgain();
     }
+    m_deletions.SetFailedAside();
     Bex::LogNotice(Bex::MainLog(), "local delivery agent (id %04X) stopped", Id());
 }
 
@@ -73,6 +74,15 @@ void CLocalAgent::RemoveUnfinishedFiles() const
     RemoveStaleFiles(m_directories.strFilter);
     RemoveStaleFiles(m_directories.strError);
     RemoveStaleFilesBelow(m_directories.strIntercept);
+}
+
+void CLocalAgent::AdoptFailed()
+{
+    try {
+        m_deletions.AdoptFailed(m_directories.strQueue, m_directories.strError);
+    } catch (const Bex::CFileException& exception) {
+        Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
+    }
 }
 
 void CLocalAgent::ScanQueue()
@@ -271,47 +281,6 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     if (outcome == EOutcome::Unanswered)
         return TryLater(strPath, EWhy::Unanswered);
     return outcome == EOutcome::Retry ? TryLater(strPath, EWhy::Busy) : outcome;
-}
-
-/// Some recipients have their copies, and something is short or a stop came: a queue file for the others is one more
-/// copy of this mail, so that it counts as delivered and nobody gets a second one. While even that cannot be written
-/// there is nothing to do but to wait. Where the queue has no room for it, it takes the mail's place in the error
-/// directory.
-CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, const Bex::CSimpleString& strName)
-{
-    const CMail rest(mail, m_router.OpenRecipients());
-    TryLater(QueuePath(strName), EWhy::Busy);
-    const auto NextName = [this] { return m_names.RecipientCopy(Bex::CTime::Now(), Id()); };
-    for (;;) {
-        const SSaveResult saved = SaveRest(rest, m_directories.strQueue, NextName);
-        if (saved)
-            return EOutcome::Delivered;
-        if (MailLog::NotSaved(rest, QueuePath(strName), saved.error, __LINE__) == ERouted::Failed)
-            break;
-        m_group.EndBeforeWaiting();
-        if (m_group.HasLostCopies() || StopEvent().Wait(AFTER_SHORTAGE_MILLIS))
-            return EOutcome::Retry;
-    }
-    const auto FirstOwnName = [=, bFirst = true]() mutable {
-        return std::exchange(bFirst, false) ? strName : NextName();
-    };
-    if (!SaveRest(rest, m_directories.strError, FirstOwnName))
-        return EOutcome::Failed;
-    MailLog::PlacedInError(strName);
-    return EOutcome::Delivered;
-}
-
-SSaveResult CLocalAgent::SaveRest(const CMail& rest, const Bex::CSimpleString& strDirectory,
-                                  const std::function<Bex::CSimpleString()>& NextName)
-{
-    try {
-        Bex::CSimpleString strPath;
-        return m_group.SaveNew(rest, EWriteMode::Queue, strDirectory, ENaming::WhenDurable, NextName, strPath);
-    } catch (...) {
-        if (!Bex::IsHandledExceptionBusy())
-            throw;
-        return {ESaveResult::Failed, {Platform::LIB_NO_MEMORY, Platform::SYS_NO_MEMORY}};
-    }
 }
 
 /// What ends the stillness of a file, a reader in another process or a shortage does not change the directory: it is

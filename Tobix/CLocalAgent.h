@@ -44,6 +44,7 @@ private:
 
     void WaitForWork() const;
     void RemoveUnfinishedFiles() const;
+    void AdoptFailed();
     void ScanQueue();
     void ListQueue();
     void DeliverBatch();

@@ -28,6 +28,7 @@ class Ledger:
     def clear(self):
         self.open = {}  # mail -> its addresses and how its body ends
         self.places = collections.defaultdict(list)  # address -> where it was found
+        self.traces = collections.defaultdict(list)  # address -> the same with all that tells which copy it is
         self.allowed = collections.Counter()  # address -> how often it may be repeated
         self.findings = []
 
@@ -43,10 +44,11 @@ class Ledger:
                 with contextlib.suppress(OSError):  # a program that the daemon started can still remove it
                     self.allowed.update(addresses(path.read_bytes()))
 
-    def found(self, place, text, recipient=b""):
+    def found(self, place, text, recipient=b"", trace=""):
         found = addresses(b"X-Envelope-To:" + recipient + b"\n") or addresses(text)
         for address in found:
             self.places[address].append(place)
+            self.traces[address].append(f"{place} {trace}")
         if place != "bounced":
             for mail in {address[:6] for address in found} & self.open.keys():
                 if not text.translate(None, LINE_ENDS_AND_DOTS).endswith(self.open[mail][1]):
@@ -65,10 +67,10 @@ class Ledger:
         returned = []
         for directory, place in ((world.spool, "mailbox"), (world.filtered, "filtered"), (world.error, "error")):
             for path in directory.rglob("*.eml"):
-                text = path.read_bytes()
+                text, trace = path.read_bytes(), f"{path.parent.name}/{path.name} of {path.stat().st_ctime:.3f}"
                 path.unlink()
                 if not text.startswith(AUTOMATIC):
-                    self.found(place, text)
+                    self.found(place, text, trace=trace)
                     if place == "error":
                         returned.append(addresses(text))
                 elif b"multipart/report" in text:  # not an automatic reply
@@ -102,4 +104,4 @@ class Ledger:
             repeated = len(final) - 1
             self.totals["repeated"] += repeated
             if repeated > self.allowed[address]:
-                self.findings.append(f"doubled: {address}: {final}, allowed repeats: {self.allowed[address]}")
+                self.findings.append(f"doubled: {address}: {self.traces[address]}, allowed repeats: {self.allowed[address]}")

@@ -99,7 +99,8 @@ class Soak:
     # The daemon
 
     def start(self):
-        (self.world.root / "log").unlink(missing_ok=True)
+        if self.world.starts:
+            (self.world.root / "log").rename(self.world.root / f"log.{time.monotonic():.3f}")
         self.world.starts = 0
         self.world.start(**self.environment)
 
@@ -108,12 +109,14 @@ class Soak:
             self.find(f"the daemon ended with {code}")
 
     def find(self, what):
-        """Notes a finding, and keeps the daemon's log."""
+        """Notes a finding, and keeps the round's logs: the daemon's, one for each start, and the events."""
         self.findings.append(what)
         print(f"FOUND in {self.where}: {what}", flush=True)
-        kept = self.builds[0] / ("soak-" + self.where.replace(" ", "-") + ".log")
-        if not kept.exists():
-            shutil.copy(self.world.root / "log", kept)
+        kept = self.builds[0] / ("soak-" + self.where.replace(" ", "-"))
+        kept.mkdir(exist_ok=True)
+        for log in self.world.root.glob("log*"):
+            shutil.copy(log, kept)
+        (kept / "events").write_text("\n".join(self.history))
 
     def usage(self):
         process = pathlib.Path(f"/proc/{self.world.process.pid}")
@@ -282,6 +285,7 @@ class Soak:
             self.do_due(time.monotonic())
             event = self.random.choices(list(self.events), self.events.values())[0]
             self.ledger.totals[event] += 1
+            self.history.append(f"{time.monotonic():.3f} {event}, mail {self.ledger.number} was the last")
             getattr(self, event)()
             time.sleep(self.random.expovariate(4))
             if self.world.process.poll() is not None:
@@ -310,7 +314,10 @@ class Soak:
     def round(self, number, seconds):
         build = self.builds[number % len(self.builds)]
         self.where, self.world.executable, self.killed = f"round {number} of {build.name}", str(build / "tobix"), False
-        before = len(self.findings)
+        before, self.history = len(self.findings), []
+        for log in self.world.root.glob("log*"):
+            log.unlink()
+        self.world.starts = 0
         self.write_settings(max)
         self.start()
         if build not in self.baseline:

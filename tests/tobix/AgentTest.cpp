@@ -230,10 +230,12 @@ TEST_F(AgentTest, DeliversNothingAgainWhileTheErrorDirectoryIsAway)
     RunAgentUntil([this, nDropped = size_t{1}]() mutable {
         if (CountIn("spool/ann") == nDropped && nDropped < 4)
             Drop(std::to_string(++nDropped) + ".eml", "ann@example.org");
-        if (CountIn("queue") == 1 && nDropped == 4)
-            fs::create_directories(Path("error"));
-        return CountIn("queue") == 0;
+        return CountIn("queue") == 1 && nDropped == 4;
     });
+    EXPECT_TRUE(fs::exists(Path("queue/1.eml.failed"))); // what another process may find
+    fs::create_directories(Path("error"));
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(fs::exists(Path("error/1.eml")));
     EXPECT_EQ(CountIn("error"), 1u);
     EXPECT_EQ(CountIn("spool/ann"), 4u);
     const std::string strLog = m_log.Take(), strNotMoved = "caught at Tobix/LocalAgent:142";
