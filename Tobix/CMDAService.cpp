@@ -46,14 +46,15 @@ class CMDAService::CHourlyCleanup
 public:
     ~CHourlyCleanup()
     {
-        m_pRun->Stop();
+        if (m_pRun)
+            m_pRun->Stop();
         Bex::CThread::Destroy(std::move(m_pRun));
     }
     void Pass()
     {
         const bool bThatMinute = Platform::LocalNow().iMinute == m_iStartMinute;
-        if (m_bFirst || (bThatMinute && m_bDue))
-            StartRun();
+        if ((m_bFirst || (bThatMinute && m_bDue)) && !StartRun())
+            return;
         m_bDue = !bThatMinute;
         m_bFirst = false;
     }
@@ -63,17 +64,25 @@ private:
     {
         void Body() override { RunPostScript(Config().GetPath(Keys::OUTGOING_DIR), "", ScriptsRunInParallel()); }
     };
-    void StartRun()
+    /// False when something is short: the next pass tries again.
+    bool StartRun()
     {
+        try {
+            if (!m_pRun)
+                m_pRun = std::make_unique<CRun>();
+        } catch (const Bex::CException&) {
+            return false;
+        }
         if (!m_bStarted || m_pRun->HasFinished())
             m_bStarted = m_pRun->Start("hourly cleanup");
+        return m_bStarted;
     }
 
     int m_iStartMinute = Platform::LocalNow().iMinute;
     bool m_bFirst = true;
     bool m_bDue = false;
     bool m_bStarted = false;
-    std::unique_ptr<CRun> m_pRun = std::make_unique<CRun>(); ///< now, when nothing is short
+    std::unique_ptr<CRun> m_pRun;
 };
 
 CMDAService::CMDAService() : CCommonService(SHORT_NAME, DISPLAY_NAME) {}
