@@ -19,6 +19,7 @@ struct SLocalTime
 };
 
 uint64_t TickCount();                     ///< milliseconds since an arbitrary start; never goes back
+uint64_t TickMicros();                    ///< the same in microseconds
 uint64_t ThreadMicros();                  ///< microseconds that the calling thread has had of a processor
 int64_t NowSeconds();                     ///< seconds since 1970-01-01 UTC
 int64_t NowMicros();                      ///< the same in microseconds

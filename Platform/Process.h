@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 /// What this process knows of itself. Thread-safe unless said otherwise.
 namespace Platform {
 
 unsigned CurrentProcessId();
+uint32_t CurrentUserId(); ///< the one whose rights count
 /// As many open files as the system allows this process. Programs that it starts get the number from before. Once,
 /// before other threads are there.
 void RaiseDescriptorLimit();

@@ -4,6 +4,7 @@
 #include "Bex/CSocketException.h"
 #include "Bex/CThread.h"
 #include "Common/NormalizeAddress.h"
+#include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "SMTPc/CSMTPException.h"
 
@@ -106,6 +107,7 @@ void CSMTPSession::Greet()
 {
     const int iCode = m_client.ReadReply();
     m_bAnswered = true;
+    Statistics::Count(Statistics::ECount::Sessions);
     if (iCode != 220)
         m_client.Refuse(iCode, CSMTPClient::EOtherReply::Temporary, __LINE__);
     m_client.Hello(m_settings.strHelloName);
@@ -123,6 +125,7 @@ void CSMTPSession::Secure(const CSmartHost& target)
     m_client.SetMachineStore(true);
     m_client.SetProtocols(m_settings.dwProtocols);
     m_client.StartTls();
+    Statistics::Count(Statistics::ECount::SecureSessions);
     m_client.Hello(m_settings.strHelloName);
 }
 

@@ -9,6 +9,7 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/MailLog.h"
@@ -253,6 +254,7 @@ CLocalAgent::EOutcome CLocalAgent::TryMail(const Bex::CSimpleString& strName, co
 CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
                                                std::unique_ptr<CHeldMailFile>& pFile)
 {
+    const uint64_t nStarted = Platform::TickMicros();
     CMail mail;
     if (const SLoadResult loaded = mail.Load(strPath, *pFile, [this] { m_group.EndBeforeWaiting(); }); !loaded)
         return NotLoaded(strPath, loaded);
@@ -276,6 +278,10 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         return EOutcome::Failed;
     if (outcome == EOutcome::Delivered)
         m_group.AddDelivered(strName, std::move(pFile));
+    if (outcome == EOutcome::Delivered) {
+        Statistics::Count(Statistics::ECount::LocalMails);
+        Statistics::Took(Statistics::EDuration::LocalMail, Platform::TickMicros() - nStarted);
+    }
     if (bInterrupted)
         EndGroup();
     if (outcome == EOutcome::Unanswered)

@@ -19,8 +19,8 @@ constexpr unsigned LAST_TRY_MILLIS = 100;
 
 /// Some recipients have their copies, and something is short or a stop came: a queue file for the others is one more
 /// copy of this mail, so that it counts as delivered and nobody gets a second one. While even that cannot be written
-/// there is nothing to do but to wait; a stop ends that soon. Where the queue has no room for it, it takes the mail's place in the error
-/// directory.
+/// there is nothing to do but to wait; a stop ends that soon. Where the queue has no room for it, it takes the mail's
+/// place in the error directory.
 CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, const Bex::CSimpleString& strName)
 {
     const CMail rest(mail, m_router.OpenRecipients());

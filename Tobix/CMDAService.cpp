@@ -93,6 +93,7 @@ void CMDAService::Usage() { PrintUsage("TOBIX.EXE"); }
 int CMDAService::Main()
 {
     const int iResult = CCommonService::Main();
+    StopControlServer();
     if (m_pReporter)
         m_pReporter->Stop();
     Bex::CThread::Destroy(std::move(m_pReporter));
@@ -117,29 +118,17 @@ bool CMDAService::OnStart()
         return false;
     HandOverConfiguration();
     CSetUp setUp(CSetUp::EMode::Start, IsDebug(), m_strDirectory, m_strFileName, [this] { StartPending(); });
-    if (!setUp.Run() || !StartReporter() || !m_workers.Start(Reporter(Platform::EServiceState::StartPending)))
+    if (!setUp.Run() || !StartReporter() || !StartWorkers() || !StartControlServer())
         return false;
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent launched and fully operational");
     return true;
 }
 
-/// Without one a manager that asks for signs of life would end the service.
-bool CMDAService::StartReporter()
+bool CMDAService::StartWorkers()
 {
-    if (IsDebug() || !Platform::HasServiceManager())
-        return true;
-    m_pReporter = std::make_unique<CStatusReporter>([this] { return DescribeWork(); });
-    return m_pReporter->Start("status reporter");
-}
-
-/// None while the workers or the tables change.
-std::optional<std::string> CMDAService::DescribeWork()
-{
-    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
-    if (!lock.owns_lock())
-        return std::nullopt;
-    const std::string strWork = m_workers.Describe();
-    return m_strMissing.IsEmpty() ? strWork : strWork + "; without: " + m_strMissing.Text();
+    const auto lock = LockWorkersAndTables(); // the status reporter looks at them
+    m_iRunningSince = Platform::NowSeconds();
+    return m_workers.Start(Reporter(Platform::EServiceState::StartPending));
 }
 
 /// The working directory changes, and the programs that are started have others.
@@ -193,9 +182,10 @@ void CMDAService::OnStop()
 {
     const Bex::CActivity::CStep step("shuts down");
     LogState("shutting down");
+    StopControlServer();
     Report(Platform::EServiceState::StopPending, STOP_WAIT_HINT);
     {
-        const std::lock_guard lock(m_workersAndTables);
+        const auto lock = LockWorkersAndTables();
         m_workers.Stop(Reporter(Platform::EServiceState::StopPending));
     }
     Bex::LogNotice(Bex::MainLog(), "marlune Mail Delivery Agent shut down");
@@ -211,7 +201,8 @@ void CMDAService::OnCustomControl(unsigned dwControl)
     if (dwControl != Platform::CONTROL_RESTART || !Config().GetFlag(Keys::ALLOW_CONFIG_RESTART))
         return;
     const Bex::CActivity::CStep step("restarts");
-    const std::lock_guard lock(m_workersAndTables);
+    const auto lock = LockWorkersAndTables();
+    Bex::CActivity::MayTake(LONGEST_LOADING);
     Restart();
 }
 
@@ -276,8 +267,8 @@ void CMDAService::WaitWhilePaused() const
 /// A restart that was short of something is completed; one whose settings could not be read is made again.
 void CMDAService::CompleteRestart()
 {
-    Bex::CActivity::Waits(Platform::INFINITE); // a restart may take its time
-    const std::lock_guard lock(m_workersAndTables);
+    const auto lock = LockWorkersAndTables();
+    Bex::CActivity::MayTake(LONGEST_LOADING);
     const uint64_t nTicks = Platform::TickCount();
     if (!IsRunning())
         return;
@@ -294,6 +285,15 @@ void CMDAService::CompleteRestart()
     if (m_workers.Missing() != strMissing)
         log.Tell();
     TellMissing();
+}
+
+/// The other thread, which holds them, has an activity of its own.
+std::unique_lock<std::mutex> CMDAService::LockWorkersAndTables()
+{
+    Bex::CActivity::Waits(Platform::INFINITE);
+    std::unique_lock lock(m_workersAndTables);
+    Bex::CActivity::Alive();
+    return lock;
 }
 
 /// False when nothing has changed. What changes while a restart loads the tables shows afterwards; what could not be

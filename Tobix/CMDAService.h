@@ -2,6 +2,7 @@
 
 #include "Bex/CLockFile.h"
 #include "Common/CCommonService.h"
+#include "Tobix/CControlServer.h"
 #include "Tobix/CGrowingPause.h"
 #include "Tobix/CStatusReporter.h"
 #include "Tobix/CWatchedDirectory.h"
@@ -39,7 +40,12 @@ private:
     void CreatePidFile();
     bool EnterConfigurationDirectory();
     bool StartReporter();
+    bool StartWorkers();
     std::optional<std::string> DescribeWork();
+    bool StartControlServer();
+    void StopControlServer();
+    bool Look(SDaemonView& view);
+    bool RebuildUsers();
     void Restart();
     CWorkers::CReport Reporter(Platform::EServiceState state);
     void TellMissing();
@@ -59,6 +65,8 @@ private:
     CGrowingPause m_missingWorkers;
     CGrowingPause m_unreadSettings;
     CGrowingPause m_unreadTables;
-    bool m_bLook = false;                         ///< for changed tables, though no change was reported
-    std::unique_ptr<CStatusReporter> m_pReporter; ///< only where a service manager listens
+    bool m_bLook = false;                             ///< for changed tables, though no change was reported
+    int64_t m_iRunningSince = 0;                      ///< seconds since 1970-01-01 UTC
+    std::unique_ptr<CControlServer> m_pControlServer; ///< only where a socket is configured
+    std::unique_ptr<CStatusReporter> m_pReporter;     ///< only where a service manager listens
 };

@@ -1,5 +1,6 @@
-// What CMDAService tells the service manager of its work.
+// What CMDAService tells of its work: to the service manager, and to the administrator's commands.
 
+#include "Common/Globals.h"
 #include "Platform/ServiceStatus.h"
 #include "Tobix/CMDAService.h"
 
@@ -12,13 +13,62 @@ bool CMDAService::StartReporter()
     return m_pReporter->Start("status reporter");
 }
 
-/// From what the workers have in memory. None while they or the tables change.
+/// None while the workers or the tables change.
 std::optional<std::string> CMDAService::DescribeWork()
 {
     const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
-    if (!lock.owns_lock() || !m_pLocalAgent)
+    if (!lock.owns_lock())
         return std::nullopt;
-    const std::string strQueue = "queue " + std::to_string(m_pLocalAgent->Waiting());
-    const std::string strOutgoing = m_remoteDelivery.Describe();
-    return strOutgoing.empty() ? strQueue : strQueue + ", " + strOutgoing;
+    const std::string strWork = m_workers.Describe();
+    return m_strMissing.IsEmpty() ? strWork : strWork + "; without: " + m_strMissing.Text();
+}
+
+bool CMDAService::StartControlServer()
+{
+    const Bex::CSimpleString strSocket = Config().GetPath(Keys::CONTROL_SOCKET);
+    if (strSocket.IsEmpty())
+        return true;
+    const SDaemonHooks hooks{.Look = [this](SDaemonView& view) { return Look(view); },
+                             .RebuildUsers = [this] { return RebuildUsers(); }};
+    m_pControlServer = std::make_unique<CControlServer>(
+        strSocket, [hooks](const std::string& strRequest) { return AnswerCommand(strRequest, hooks); });
+    return m_pControlServer->Start("control server");
+}
+
+/// A command that is being answered has a second to end.
+void CMDAService::StopControlServer()
+{
+    if (m_pControlServer && !m_pControlServer->Stop())
+        m_pControlServer->Terminate();
+    Bex::CThread::Destroy(std::move(m_pControlServer));
+}
+
+bool CMDAService::Look(SDaemonView& view)
+{
+    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    if (!lock.owns_lock())
+        return false;
+    view.iRunningSince = m_iRunningSince;
+    view.bPaused = IsPaused();
+    view.strMissing = m_strMissing.View();
+    view.strQueueDirectory = Config().GetPath(Keys::QUEUE_DIR).View();
+    view.strOutgoingDirectory = Config().GetPath(Keys::OUTGOING_DIR).View();
+    const auto Add = [&view](const char* pszName, const auto& table) {
+        view.tables.push_back({pszName, std::string(table.FileName().View()), table.Count()});
+    };
+    Add("domains", LocalDomains());
+    Add("backupdomains", BackupDomains());
+    Add("aliases", Aliases());
+    Add("filters", Filters());
+    Add("smarthosts", SmartHosts());
+    Add("masquerading", Masquerading());
+    view.tables.push_back({"users", std::string(Config().GetPath(Keys::SPOOL_DIR).View()), Users().UserCount()});
+    m_workers.Look(view);
+    return true;
+}
+
+bool CMDAService::RebuildUsers()
+{
+    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    return lock.owns_lock() && Users().BuildUserList();
 }

@@ -44,6 +44,7 @@ void COutgoingFiles::RetryLater(std::string_view name)
     if (const auto found = m_index.find(name); found != m_index.end()) {
         Leave(*found->second);
         Move(found->second, RETRY_WAIT);
+        ++found->second->nAttempts;
     } else {
         Add(name, RETRY_WAIT);
     }
@@ -57,18 +58,19 @@ void COutgoingFiles::FinishDelivery(std::string_view name)
     if (found == m_index.end() || found->second->list != IN_PROGRESS)
         return;
     const CEntries::iterator entry = found->second;
+    TakeUp(*entry);
     LeaveForGood(*entry);
     m_index.erase(found); // before the name it points to
     m_lists[IN_PROGRESS].erase(entry);
     TellWork();
 }
 
-void COutgoingFiles::SetAside(std::string_view name)
+void COutgoingFiles::SetAside(std::string_view name, EAside why)
 {
     const Bex::CScopedLock lock(m_lock);
     if (const auto found = m_index.find(name); found != m_index.end() && found->second->list == IN_PROGRESS) {
         LeaveForGood(*found->second);
-        ++m_nSetAside;
+        PutAside(*found->second, why);
     }
     TellWork();
 }

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 /// The names of the outgoing mail files, each in one of these lists: pending (found, not yet taken), retry-due (to be
 /// tried again), retry-wait (failed, waiting for the next release), in progress (in the hands of a delivery thread) and
@@ -32,8 +33,11 @@ public:
     bool Take(Bex::CSimpleString& strName);
     void RetryLater(std::string_view name);     ///< to retry-wait, wherever it was
     void FinishDelivery(std::string_view name); ///< forgets a name that is in progress
-    void SetAside(std::string_view name);       ///< stays in progress, but no thread is at its domain any more
-    void ReleaseRetries();                      ///< all of retry-wait, in order, to retry-due
+    /// Stays in progress, but no thread is at its domain any more. What has not been delivered may be taken up again
+    /// by hand.
+    enum class EAside { Delivered, NotDisposedOf };
+    void SetAside(std::string_view name, EAside why = EAside::Delivered);
+    void ReleaseRetries(); ///< all of retry-wait, in order, to retry-due
     bool HasPending() const;
     struct SCounts
     {
@@ -42,6 +46,23 @@ public:
         size_t nWaiting; ///< for the next release of retries
     };
     SCounts Counts() const;
+
+    /// For who steers the daemon by hand. A name in delivery is left alone.
+    enum class EState { Pending, RetryDue, RetryWait, Sending, HeldBack, Delivered, NotDisposedOf };
+    struct SMailState
+    {
+        std::string strName;
+        EState state;
+        unsigned nAttempts; ///< that failed, since the start
+        int64_t iSecondsKnown;
+    };
+    std::vector<SMailState> List() const;
+    enum class EAnswer { Done, Unknown, InDelivery };
+    EAnswer RetryNow(std::string_view name);  ///< before all others but the new ones; what waits already does anyway
+    EAnswer ReturnNow(std::string_view name); ///< to its sender, as soon as a thread can
+    bool IsToReturn(std::string_view name) const;
+    /// No thread takes it until it is given back, by FinishDelivery when its file is gone, else by RetryNow.
+    EAnswer Claim(std::string_view name);
     int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
 
     /// Tells the domain of a name that will be found, so that nobody has to open the file for it. Without a limit
@@ -64,7 +85,10 @@ private:
         EList list;
         uint64_t nSinceTicks;
         CTurn turn{};
-        SDomain* pDomain = nullptr; ///< null: unknown, or nobody asks
+        SDomain* pDomain = nullptr;                 ///< null: unknown, or nobody asks
+        unsigned nAttempts = 0;                     ///< that failed
+        std::optional<EAside> aside = std::nullopt; ///< of one that is in progress, but in no thread's hands
+        bool bReturn = false;
     };
     using CEntries = std::list<SEntry>;
     struct SDomain
@@ -78,6 +102,10 @@ private:
 
     CEntries::iterator Add(std::string_view name, EList list);
     void Move(CEntries::iterator entry, EList list);
+    EAnswer TakeUpNow(std::string_view name, bool bReturn);
+    void PutAside(SEntry& entry, EAside why);
+    void TakeUp(SEntry& entry);
+    EState StateOf(const SEntry& entry) const;
     void Queue(CEntries::iterator entry, EList list);
     void SetDomain(SEntry& entry, std::string_view domain);
     bool IsFull(const SDomain& domain) const { return domain.nThreads >= m_nPerDomain; }

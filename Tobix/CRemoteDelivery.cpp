@@ -130,14 +130,18 @@ std::string CRemoteDelivery::Describe() const
     if (counts.nSending > 0)
         strText += ": " + std::to_string(counts.nSending) + " sending";
     if (counts.nWaiting > 0) {
-        const int64_t iSeconds =
-            m_pAgent->NextRelease() - static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND);
-        const Platform::SLocalTime until = Platform::ToLocalTime(Platform::NowSeconds() + iSeconds);
+        const Platform::SLocalTime until = Platform::ToLocalTime(Platform::NowSeconds() + NextReleaseIn());
         const auto strUntil =
             Bex::CSimpleString::Formatted("%zu waiting until %02d:%02d", counts.nWaiting, until.iHour, until.iMinute);
         strText.append(counts.nSending > 0 ? ", " : ": ").append(strUntil.View());
     }
     return strText;
+}
+
+int64_t CRemoteDelivery::NextReleaseIn() const
+{
+    const auto iNow = static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND);
+    return m_pAgent ? m_pAgent->NextRelease() - iNow : 0;
 }
 
 void CRemoteDelivery::RequestStops()

@@ -26,6 +26,8 @@ public:
     bool Start();                       ///< the agent, then the threads
     bool StartMissing();                ///< goes on where a start failed; true also when all run
     Bex::CSimpleString Missing() const; ///< what could not be started, in words
+    const std::shared_ptr<COutgoingFiles>& FilesOfAgent() const { return m_pFiles; } ///< null before there are any
+    int64_t NextReleaseIn() const; ///< seconds until mail that waits is tried again; 0 without an agent
     bool HasAgent() const { return m_pAgent != nullptr; }
     std::string Describe() const; ///< "outgoing 340: 3 sending, 310 waiting until 14:05"; empty without an agent
     void RequestStops();

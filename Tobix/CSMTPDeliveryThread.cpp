@@ -6,6 +6,7 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
 #include "Tobix/Bounce.h"
@@ -104,6 +105,7 @@ void CSMTPDeliveryThread::DeliverGuarded()
 void CSMTPDeliveryThread::MoveToError(CHeldMailFile& file)
 {
     Bex::LogError(Bex::MainLog(), "sending mail '%s' failed", m_strFileName.Text());
+    Statistics::Count(Statistics::ECount::RemoteFailed);
     const Bex::CSimpleString strTarget = Bex::PathBelow(m_strErrorDirectory, m_strFileName);
     try {
         if (!file.MoveIfStill(strTarget)) {
@@ -129,7 +131,7 @@ void CSMTPDeliveryThread::ReleaseUnlessStill(CHeldMailFile& file)
     if (bReplaced)
         Bex::LogWarning(Bex::MainLog(), "file \"%s\" was replaced while it was sent and stays", m_strMailPath.Text());
     if (!bReplaced && Platform::KindOf(m_strMailPath.Text()) != Platform::EPathKind::Missing) {
-        m_pFiles->SetAside(m_strFileName);
+        m_pFiles->SetAside(m_strFileName, COutgoingFiles::EAside::NotDisposedOf);
         return;
     }
     RemoveReport(); // of a mail that is no more
@@ -165,11 +167,28 @@ void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
         else if (load.result == ELoadResult::Busy) // of which nothing is sent in this pass
             attempt = {.verdict = EVerdict::FileBusy, .error = load.error};
         else
-            attempt = load ? Attempt(loaded) : NotLoaded(load);
+            attempt = load ? AttemptOrReturn(loaded) : NotLoaded(load);
         bSettled = Settle(attempt, loaded, state);
     }
     if (!bSettled)
         MoveToError(loaded.file);
+}
+
+SAttempt CSMTPDeliveryThread::AttemptOrReturn(SLoadedMail& loaded)
+{
+    if (m_pFiles->IsToReturn(m_strFileName)) {
+        constexpr char WHY[] = "returned by the administrator";
+        SDeliveryFailure failure{.kind = SDeliveryFailure::EKind::Permanent,
+                                 .strText = WHY,
+                                 .verdict = EVerdict::Permanent,
+                                 .bTryNextTarget = false};
+        failure.lines.Append(WHY);
+        return Failed(failure, loaded.mail);
+    }
+    const uint64_t nStarted = Platform::TickMicros();
+    const SAttempt attempt = Attempt(loaded);
+    Statistics::Took(Statistics::EDuration::Attempt, Platform::TickMicros() - nStarted);
+    return attempt;
 }
 
 SLoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
@@ -222,6 +241,7 @@ bool CSMTPDeliveryThread::Settle(const SAttempt& attempt, SLoadedMail& loaded, c
 
 bool CSMTPDeliveryThread::Delivered(const SAttempt& attempt, const CMail& mail, const SFileState& state)
 {
+    Statistics::Count(Statistics::ECount::RemoteDelivered);
     if (attempt.file == EMailFile::Gone)
         ReleaseName();
     else // it must not be sent again
@@ -251,8 +271,10 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFi
         IsOverdue(Platform::NowSeconds() - state.iCreated, m_pFiles->SecondsKnown(m_strFileName), iMinutes)) {
         Bex::LogError(Bex::MainLog(), "Delivering \"%s\" failed for %d minutes with error %d. I am giving up!",
                       m_strMailPath.Text(), iMinutes, Number(attempt));
+        Statistics::Count(Statistics::ECount::BouncedTemporary);
         return GiveUp(file);
     }
+    Statistics::Count(Statistics::ECount::RemoteDeferred);
     if (Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
         ReleaseUnlessStill(file);
     else
@@ -266,6 +288,7 @@ bool CSMTPDeliveryThread::FailedPermanently(const SAttempt& attempt, CHeldMailFi
 {
     Bex::LogError(Bex::MainLog(), "Delivering \"%s\" permanently failed with error %d. I am giving up!",
                   m_strMailPath.Text(), Number(attempt));
+    Statistics::Count(Statistics::ECount::BouncedPermanent);
     return GiveUp(file);
 }
 

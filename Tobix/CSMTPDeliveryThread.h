@@ -33,6 +33,7 @@ private:
     bool IsDomainsTurn();
     void DeliverGuarded();
     void DeliverFile(SAttempt& attempt);
+    SAttempt AttemptOrReturn(SLoadedMail& loaded);
     SLoadResult LoadForDelivery(SLoadedMail& loaded) const;
     bool ReadFileState(SFileState& state) const;
     /// What becomes of the file after the attempt; false, here and below: it is to go to the error directory.

@@ -49,6 +49,15 @@ Bex::CSimpleString CWorkers::Missing() const
     return strMissing += strRemote;
 }
 
+void CWorkers::Look(SDaemonView& view) const
+{
+    view.nQueue = m_pLocalAgent ? m_pLocalAgent->Waiting() : 0;
+    if (!m_remoteDelivery.HasAgent())
+        return;
+    view.pOutgoing = m_remoteDelivery.FilesOfAgent();
+    view.iNextReleaseIn = m_remoteDelivery.NextReleaseIn();
+}
+
 std::string CWorkers::Describe() const
 {
     const std::string strQueue = m_pLocalAgent ? "queue " + std::to_string(m_pLocalAgent->Waiting()) : "queue";

@@ -2,6 +2,7 @@
 
 #include "Tobix/CLocalAgent.h"
 #include "Tobix/CRemoteDelivery.h"
+#include "Tobix/ControlAnswers.h"
 
 #include <functional>
 #include <memory>
@@ -27,6 +28,7 @@ public:
     /// Starts what does not run; every worker is tried, whatever became of the others. To be repeated while Missing.
     void StartMissing();
     Bex::CSimpleString Missing() const; ///< what StartMissing could not start, in words
+    void Look(SDaemonView& view) const; ///< its part of what an administrator sees
     std::string Describe() const;       ///< what there is to do, from what they have in memory
     void Stop(const CReport& Report);   ///< all at the same time; they are then waited for one by one
     CLocalAgent* LocalAgent() { return m_pLocalAgent.get(); } ///< may be null

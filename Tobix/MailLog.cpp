@@ -3,6 +3,7 @@
 #include "Bex/CLogContext.h"
 #include "Bex/Log.h"
 #include "Common/ConfigKeys.h"
+#include "Common/Statistics.h"
 
 namespace MailLog {
 
@@ -27,18 +28,21 @@ ERouted NotSaved(const CMail& mail, const Bex::CSimpleString& strPath, Platform:
 
 void SavedInOutgoing(const CMail& mail)
 {
+    Statistics::Count(Statistics::ECount::OutgoingCopies);
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> saved in outgoing", mail.MessageID().Text(),
                  mail.EnvelopeSender().Text(), mail.FirstRecipient().Text());
 }
 
 void SavedInMailbox(const CMail& mail, const Bex::CSimpleString& strUser)
 {
+    Statistics::Count(Statistics::ECount::LocalCopies);
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> saved in <%s>", mail.MessageID().Text(),
                  mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(), strUser.Text());
 }
 
 void Filtered(const CMail& mail, const Bex::CSimpleString& strReason)
 {
+    Statistics::Count(Statistics::ECount::Filtered);
     const Bex::CSimpleString strRecipient = mail.FirstRecipient();
     const Bex::CLogContext context({}, {}, {}, strRecipient);
     Bex::LogWarning(Bex::MainLog(), "mail <%s> from <%s> to <%s> has been filtered due to \"%s\"",
@@ -79,6 +83,7 @@ void DeliveryRaised(const Bex::CSimpleString& strPath, const std::exception& exc
 
 void PlacedInError(const Bex::CSimpleString& strName)
 {
+    Statistics::Count(Statistics::ECount::LocalFailed);
     Bex::LogError(Bex::MainLog(), "delivering mail '%s' failed, placing in error", strName.Text());
 }
 

@@ -30,12 +30,14 @@ SLocalTime BreakDown(time_t tSeconds, int iMillisecond)
 
 } // namespace
 
-uint64_t TickCount()
+uint64_t TickCount() { return TickMicros() / 1000; }
+
+uint64_t TickMicros()
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000 +
-           s_ui64Ahead.load(std::memory_order_relaxed);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000 + static_cast<uint64_t>(now.tv_nsec) / 1000 +
+           1000 * s_ui64Ahead.load(std::memory_order_relaxed);
 }
 
 CAdvancedClock::~CAdvancedClock() { s_ui64Ahead = 0; }

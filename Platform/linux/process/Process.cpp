@@ -7,6 +7,8 @@ namespace Platform {
 
 unsigned CurrentProcessId() { return static_cast<unsigned>(getpid()); }
 
+uint32_t CurrentUserId() { return geteuid(); }
+
 std::string EnvironmentVariable(const char* pszName, bool& bPresent)
 {
     const char* const pszValue = std::getenv(pszName);

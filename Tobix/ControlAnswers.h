@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Tobix/COutgoingFiles.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A value.
+struct STableView
+{
+    const char* pszName;
+    std::string strFile;
+    size_t nEntries;
+};
+
+/// What the commands see of the running daemon. A value, made for one command.
+struct SDaemonView
+{
+    int64_t iRunningSince = 0; ///< seconds since 1970-01-01 UTC
+    bool bPaused = false;
+    std::string strMissing; ///< what the last restart could not start, in words
+    std::string strQueueDirectory;
+    std::string strOutgoingDirectory;
+    std::vector<STableView> tables;
+    size_t nQueue = 0;                         ///< found at the last listing and not yet taken
+    std::shared_ptr<COutgoingFiles> pOutgoing; ///< none: nothing is sent
+    int64_t iNextReleaseIn = 0;                ///< seconds until mail that waits is tried again
+};
+
+/// The steps that only the service itself can take; both may be called on any thread.
+struct SDaemonHooks
+{
+    std::function<bool(SDaemonView&)> Look; ///< false while it restarts
+    std::function<bool()> RebuildUsers;     ///< likewise
+};
+
+/// Answers one command of tobixctl: a line of JSON for a line of JSON. What is wrong with the request is told in the
+/// answer's "error".
+std::string AnswerCommand(const std::string& strRequest, const SDaemonHooks& hooks);
