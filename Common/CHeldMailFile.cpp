@@ -1,6 +1,7 @@
 #include "Common/CHeldMailFile.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CThread.h"
 #include "Platform/FileSystem.h"
 
 #include <array>
@@ -69,9 +70,9 @@ bool CHeldMailFile::RenameIfStill(const Bex::CSimpleString& strTarget)
 {
     if (!IsStill())
         return false;
+    Bex::CThread::EndIfAbandoned();
     if (!Platform::RenameNoReplace(Name().Text(), strTarget.Text()))
         Bex::ThrowFileException(SOURCE_FILE, __LINE__);
-    m_strName = strTarget;
     return true;
 }
 

@@ -26,10 +26,10 @@ public:
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
     bool Add(const char* pszDirectory); ///< false: cannot be opened. May be repeated: one look at the directory
-    /// Flushes the file systems that were marked, and empties the group. The failure of one on which nobody relies is
-    /// only told.
+    /// Flushes the file systems that were marked since the last flush; all stay in the group, so that the next one
+    /// wants no descriptor. The failure of one on which nobody relies is only told.
     bool Flush(SError* pUnpromised = nullptr);
-    void Empty(); ///< without a flush, except for what has to come later
+    void Empty(); ///< without a flush; what has to come later stays
     /// A directory that was never added is added now; when that fails, so does the next Flush. On what is not promised
     /// nobody relies.
     void MarkWritten(const char* pszDirectory, bool bPromised = true);

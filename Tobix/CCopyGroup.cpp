@@ -11,15 +11,14 @@
 template <class TSave>
 SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, bool bPromised, TSave SaveCopy)
 {
-    m_flush.Add(strDirectory.Text());
+    if (!m_flush.Add(strDirectory.Text()) && bPromised && Platform::IsBusy(Platform::LastError()))
+        return {ESaveResult::Failed, Platform::LastError()};
     const SSaveResult saved = SaveCopy();
     if (saved) {
         m_nCopiesOfMail += bPromised ? 1 : 0;
         if (m_nCopies++ == 0)
             m_nBegunTicks = Platform::TickCount();
         m_flush.MarkWritten(strDirectory.Text(), bPromised);
-    } else if (IsEmpty()) {
-        m_flush.Empty();
     }
     return saved;
 }

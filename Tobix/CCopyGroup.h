@@ -60,6 +60,7 @@ public:
     /// As SaveNew, under this very name; a file that has it is replaced. The copy is no part of the promise.
     SSaveResult SaveExtra(const CMail& mail, EWriteMode mode, const Bex::CSimpleString& strDirectory,
                           const Bex::CSimpleString& strName);
+    void LetGo() { m_flush.Empty(); }                         ///< of the file systems, while there is nothing to write
     void MarkRemoved(const Bex::CSimpleString& strDirectory); ///< what went from there is flushed with the next group
     void AddDelivered(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
 

@@ -135,6 +135,7 @@ void CLocalAgent::DeliverBatch()
     if (!m_batch.IsEmpty())
         m_queue.AskAgain();
     FinishGroup();
+    m_group.LetGo();
 }
 
 void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)

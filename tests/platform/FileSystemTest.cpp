@@ -268,6 +268,7 @@ TEST_F(FileSystemTest, AFlushGroupFlushesEachMarkedFileSystemOnce)
     }
     EXPECT_EQ(openDescriptors(), nBefore + 1);
     const CInjectedFault failing(EFault::FlushVolume, 2, EIO, 2), interrupted(EFault::FlushVolume, 4, EINTR);
+    const CInjectedFault shortage(EFault::Open, 1, EMFILE);
     EXPECT_TRUE(group.Flush()); // nothing was marked
     for (const std::string& strPath : paths)
         group.MarkWritten(strPath.c_str());
@@ -281,9 +282,10 @@ TEST_F(FileSystemTest, AFlushGroupFlushesEachMarkedFileSystemOnce)
     EXPECT_TRUE(group.Flush(&error));
     EXPECT_EQ(error.iLibError, LIB_IO);
     group.FlushLater(paths[1].c_str());
+    group.Empty();
     EXPECT_EQ(openDescriptors(), nBefore);
+    EXPECT_FALSE(group.Add(paths[0].c_str()));
     EXPECT_TRUE(group.Flush());
-    EXPECT_EQ(openDescriptors(), nBefore);
 }
 
 TEST_F(FileSystemTest, AFlushGroupTellsOfEveryFileSystemAndOfMarksItCouldNotKeep)

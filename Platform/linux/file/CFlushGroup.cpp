@@ -91,15 +91,15 @@ bool CFlushGroup::Flush(SError* pUnpromised)
     for (const std::string& strDirectory : std::exchange(m_later, {}))
         MarkWritten(strDirectory.c_str(), false);
     SError error = std::exchange(m_missed, {});
-    for (const SVolume& volume : m_volumes) {
-        if (!volume.bWritten || FlushVolume(volume.iDescriptor))
+    for (SVolume& volume : m_volumes) {
+        const bool bPromised = std::exchange(volume.bPromised, false);
+        if (!std::exchange(volume.bWritten, false) || FlushVolume(volume.iDescriptor))
             continue;
-        if (volume.bPromised)
+        if (bPromised)
             error = LastError();
         else if (pUnpromised != nullptr)
             *pUnpromised = LastError();
     }
-    Empty();
     if (error.iLibError == LIB_NONE && error.dwSysError == SYS_NONE)
         return true;
     SetLastError(error);
