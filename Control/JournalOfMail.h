@@ -11,4 +11,15 @@ struct SJournalOfMail
     std::string strWhyNone;         ///< that the journal cannot be asked, or has none; empty when there are lines
 
     static SJournalOfMail Of(std::string_view name); ///< the name of its file; waits for the journal for 20 s at most
+
+    /// What it says of one copy. A value.
+    struct SCopy
+    {
+        std::string strMessage;
+        std::vector<std::string> recipients; ///< one, and where that one's mail goes
+    };
+    using CCopies = std::vector<SCopy>;
+    static CCopies CopiesOf(std::string_view name); ///< likewise
+    /// The recipients who have their copies of the mail: another one of the same name has another message id.
+    static std::vector<std::string> Served(const CCopies& copies, std::string_view messageID);
 };

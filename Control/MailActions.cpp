@@ -2,18 +2,17 @@
 
 #include "Bex/CFileException.h"
 #include "Common/CHeldMailFile.h"
+#include "Control/AskYesNo.h"
 #include "Control/CControlError.h"
 #include "Control/CDaemon.h"
 #include "Control/COutcomes.h"
 #include "Control/JsonFields.h"
 #include "Control/LoadConfiguration.h"
 #include "Control/SWaitingMail.h"
-#include "Platform/ConsoleScreen.h"
 #include "Platform/FileSystem.h"
 #include "SMTPc/ErrorReport.h"
 
 #include <algorithm>
-#include <iostream>
 #include <set>
 
 namespace {
@@ -177,22 +176,6 @@ void RemoveMarked(const SMailName& name, COutcomes& outcomes)
     outcomes.Done(name.Shown());
 }
 
-void Confirm(const CNames& names, const SMailSelection& selection, const CTerminal& terminal)
-{
-    if (selection.bConfirmed || names.empty())
-        return;
-    if (!Platform::HasKeyboard())
-        throw CControlError(EExit::Refused, "mail is removed for good: say --yes");
-    terminal.Write(names.size() == 1 ? "Remove " + names.front().Shown()
-                                     : "Remove " + std::to_string(names.size()) + " mails");
-    terminal.Write(" for good? [y/N] ");
-    CTerminal::Finish();
-    std::string strAnswer;
-    std::getline(std::cin, strAnswer);
-    if (strAnswer != "y" && strAnswer != "yes")
-        throw CControlError(EExit::Refused, "nothing is removed");
-}
-
 } // namespace
 
 /// All of it without reading a file.
@@ -230,7 +213,9 @@ int RemoveMail(const SOptions& options, const SMailSelection& selection)
     LoadConfiguration(options);
     COutcomes outcomes;
     CNames names = Select(selection, REMOVE, outcomes);
-    Confirm(names, selection, CTerminal(options));
+    const std::string strWhat = names.size() == 1 ? names.front().Shown() : std::to_string(names.size()) + " mails";
+    if (!selection.bConfirmed && !names.empty())
+        AskYesNo(CTerminal(options), "Remove " + strWhat + " for good?", "say --yes");
     const auto firstMarked =
         std::stable_partition(names.begin(), names.end(), [](const auto& name) { return name.mark == EMark::None; });
     std::for_each(firstMarked, names.end(), [&](const SMailName& name) { RemoveMarked(name, outcomes); });

@@ -8,8 +8,10 @@
 #include "Control/MailActions.h"
 #include "Control/Mailbox.h"
 #include "Control/MailboxAdd.h"
+#include "Control/Metrics.h"
 #include "Control/QueueList.h"
 #include "Control/QueueShow.h"
+#include "Control/Requeue.h"
 #include "Control/Route.h"
 #include "Control/Status.h"
 
@@ -40,7 +42,9 @@ struct SCommandLine
     SRouteQuestion route;
     SQueueQuestion queue;
     SMailSelection mails;
-    std::string strMail;      ///< that is to be shown
+    std::string strMail; ///< that is to be shown
+    SRequeueQuestion requeue;
+    std::string strOutput;    ///< of metrics
     std::function<int()> Run; ///< the chosen command
 };
 
@@ -127,6 +131,33 @@ void DeclareStatus(CLI::App& program, SCommandLine& line)
                "  tobixctl status\n"
                "  tobixctl status --json | jq .outgoing.waiting",
                line, [&line] { return Status(line.options); });
+}
+
+void DeclareMetrics(CLI::App& program, SCommandLine& line)
+{
+    AddCommand(program, "metrics", "Writes what the daemon counts and what waits as text for OpenMetrics",
+               "  tobixctl metrics\n"
+               "  tobixctl metrics --output /var/lib/prometheus/node-exporter/tobix.prom",
+               line, [&line] { return Metrics(line.options, line.strOutput); })
+        .add_option("--output", line.strOutput, "the file that is replaced, at once, instead of standard output")
+        ->type_name("FILE");
+}
+
+void DeclareRequeue(CLI::App& program, SCommandLine& line)
+{
+    CLI::App& requeue =
+        AddCommand(program, "requeue", "Gives mail out of the error directory another chance",
+                   "  tobixctl requeue a.eml                            shows who has it already, and asks\n"
+                   "  tobixctl requeue a.eml --to ann@example.org       only for her; the others keep theirs",
+                   line, [&line] { return Requeue(line.options, line.requeue); });
+    requeue
+        .add_option("MAIL", line.requeue.strName, "a name in the error directory, or what the list calls \"failed\"")
+        ->required();
+    requeue.add_option("--to", line.requeue.recipients, "a recipient, of those in the mail; may be repeated")
+        ->type_name("ADDRESS")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    requeue.add_flag("--yes", line.requeue.bConfirmed, "do not ask: for all who are not known to have it");
 }
 
 void AddPattern(CLI::App& command, const char* pszOption, std::string& strPattern, const char* pszMeaning)
@@ -231,6 +262,8 @@ int main(int nArguments, char** ppArguments)
     DeclareStatus(program, line);
     DeclareQueue(program, line);
     DeclareMailCommands(program, line);
+    DeclareRequeue(program, line);
+    DeclareMetrics(program, line);
     DeclareCheck(program, line);
     DeclareRoute(program, line);
     DeclareMailbox(program, line);

@@ -1,5 +1,6 @@
 """The administrator's commands on waiting mail, on files and with a daemon's answers made up here."""
 import contextlib
+import fcntl
 import json
 import os
 import pty
@@ -72,7 +73,9 @@ class Queue(unittest.TestCase):
             fill(world)
             for name in ("a.eml", "c.eml.failed"):
                 os.utime(world.queue / name, (0, 0))
-            code, output, error = ctl(world, "queue")
+            with open(world.queue / "a.eml", "r+b") as claimed:
+                fcntl.lockf(claimed, fcntl.LOCK_EX)
+                code, output, error = ctl(world, "queue")
             self.assertEqual((code, error.count("\n")), (0, 1))
             self.assertIn("names no Control.Socket", error)
             self.assertNotIn("\x1b", output)
@@ -187,6 +190,83 @@ class Actions(unittest.TestCase):
                 os.close(them)
                 self.assertEqual((done.returncode, len(list(world.queue.glob("c.*")))), (3 if left else 0, left))
                 self.assertIn(b"Remove queue/c.eml.failed for good?", done.stdout)
+
+
+class Requeue(unittest.TestCase):
+    def journal(self, world, **entries):
+        """Whose copies the journal tells of: message ids by recipients."""
+        tools = world.root / "tools"
+        tools.mkdir(exist_ok=True)
+        lines = [json.dumps({"MESSAGE": f"mail <{messageID}> from <b> to <t> saved in <x>", "TOBIX_TO": ["t", f"{user}@example.org"]})
+                 for user, messageID in entries.items()]
+        (tools / "journalctl").write_text("#!/bin/sh\ncat <<'END'\n" + "\n".join(["no json", *lines]) + "\nEND\n")
+        (tools / "journalctl").chmod(0o755)
+        return f"{tools}:/bin"
+
+    def test_serves_those_who_have_no_copy(self):
+        with World(users=("ann", "carl", "eve"), aliases="") as world:
+            path = self.journal(world, ann="Hello@far.example", carl="another@far.example")
+            content = mail("ann@example.org,carl@example.org,eve@example.org", body="Hi \xe9.\r\n")
+            failed = world.error / "a.eml"
+            for aside in (failed, world.queue / "a.eml.failed"):
+                aside.write_bytes(content)
+                self.assertEqual(ctl(world, "requeue", "a.eml", PATH=path)[0], 3)
+                self.assertEqual(ctl(world, "requeue", "a.eml", "--to", "zoe@example.org", PATH=path)[0], 1)
+                self.assertEqual((list(world.queue.glob("*.eml")), aside.read_bytes()), ([], content))
+                (world.queue / "a.eml").write_text("another")
+                code, output, error = ctl(world, "requeue", "a.eml", "--to", "CARL@example.org", PATH=path)
+                self.assertEqual((code, error), (0, ""))
+                self.assertRegex(output, r"(?s)has it: +ann@.*left out: +eve@.*gets it: +carl@.*requeued as queue/a-1.eml")
+                self.assertIn(b"X-Envelope-To: <carl@example.org>", (world.queue / "a-1.eml").read_bytes())
+                self.assertIn(b"X-Envelope-To: <eve@example.org>", aside.read_bytes())
+                (world.queue / "a.eml").unlink()
+                answer = json.loads(ctl(world, "requeue", "a.eml", "--yes", "--json", PATH=path)[1])
+                self.assertEqual((answer["requeued"], answer["to"]), ("queue/a.eml", ["eve@example.org"]))
+                self.assertFalse(aside.exists())
+                for name in ("a.eml", "a-1.eml"):
+                    self.assertTrue((world.queue / name).read_bytes().endswith("Hi \xe9.\r\n".encode()))
+                    (world.queue / name).unlink()
+            for name in ("../etc/tobix.cfg", "error/../a.eml", "none.eml", "error/none.eml"):
+                self.assertIn(ctl(world, "requeue", name, PATH=path)[0], (1, 2))
+
+    def test_knows_an_outgoing_copy(self):
+        name = "2026112510150000123" + "0042.eml"
+        with World(aliases="info@example.org: x@far.example\n") as world:
+            for recipient, place in (("x@far.example", world.outgoing), ("ann@example.org", world.queue), ("info@example.org", world.queue)):
+                (world.error / name).write_bytes(mail(recipient))
+                code, output, error = ctl(world, "requeue", name, "--yes", PATH="/none")
+                self.assertEqual((code, [p.name for p in place.iterdir()]), (0, [name]), error)
+                self.assertIn("who has it already is not known", error)
+                (place / name).unlink()
+
+
+class Metrics(unittest.TestCase):
+    def test_are_text_for_collectors(self):
+        status = {"version": "7\"\n", "counters": {"local_mails": 5, "bounced_4xx": 2}, "tables": [{"name": "aliases", "entries": 12}],
+                  "histograms": {"attempt_seconds": {"bounds": [0.5, 1], "counts": [1, 2, 4], "sum": 9.5},
+                                 "local_mail_seconds": {"bounds": [1], "counts": [1]}}}
+        with World() as world:
+            fill(world)
+            self.assertIn("tobix_up 0\n", ctl(world, "metrics")[1])
+            os.chmod(world.root, 0o755)
+            for answer in (status, {}, b"garbage"):
+                with daemon(world, {"status": answer}):
+                    code, text, error = ctl(world, "metrics", "--output", "tobix.prom", cwd=world.root)
+                    self.assertEqual((code, text, bool(error)), (0, "", answer == b"garbage"))
+                (world.root / "control").unlink()
+                text = (world.root / "tobix.prom").read_text()
+                self.assertTrue(text.endswith("# EOF\n"))
+                for line in text.splitlines()[:-1]:
+                    self.assertRegex(line, r'^(# (TYPE|UNIT|HELP) tobix_\w+ .+|tobix_\w+({\w+="([^"\\]|\\.)*"})? [-+.e\d]+)$')
+                if answer == status:
+                    for line in ("tobix_up 1", 'tobix_build_info{version="7\\"?"} 1', "tobix_local_mails_total 5", 'tobix_bounced_total{class="5xx"} 0',
+                                 'tobix_attempt_seconds_bucket{le="1.0"} 3', 'tobix_attempt_seconds_bucket{le="+Inf"} 7',
+                                 "tobix_attempt_seconds_sum 9.5", 'tobix_mails{directory="queue"} 3', 'tobix_mails_held{directory="queue"} 1',
+                                 "# UNIT tobix_attempt_seconds seconds", "# TYPE tobix_bounced counter"):
+                        self.assertEqual(text.splitlines().count(line), 1, line)
+                    self.assertNotIn("local_mail_seconds", text)
+            self.assertEqual((world.root / "tobix.prom").stat().st_mode & 0o777, 0o644)
+            self.assertEqual(ctl(world, "metrics", "--output", "/none/x")[0], 1)
 
 
 class Status(unittest.TestCase):
