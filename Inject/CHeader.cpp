@@ -57,6 +57,8 @@ CHeader::CHeader(CInput& input)
             return;
         strLine.clear();
     }
+    if (nBytes == 0)
+        throw CRefusal(EExit::BadData, "there is no mail on standard input");
     if (!strLine.empty())
         TakeLine(strLine);
 }

@@ -11,7 +11,7 @@
 class CHeader
 {
 public:
-    /// Reads up to the body. CRefusal for a block beyond what the daemon reads, or one with a NUL.
+    /// Reads up to the body. CRefusal for a block beyond what the daemon reads, one with a NUL, or no mail at all.
     explicit CHeader(CInput& input);
 
     bool Has(std::string_view name) const;

@@ -15,9 +15,10 @@ constexpr size_t MOST_RECIPIENT_BYTES = CMessage::MAX_HEADER_BYTES / 2;
 constexpr size_t LONGEST_NAME = 200;
 
 /// Of those that the daemon can mail to, the ones that a queue file can hold: reading it drops apostrophes.
-bool IsMailable(std::string_view address)
+void RequireMailable(const std::string& strAddress, EExit ifNot)
 {
-    return address.size() <= LONGEST_ADDRESS && IsValidAddress(address) && address.find('\'') == address.npos;
+    if (strAddress.size() > LONGEST_ADDRESS || !IsValidAddress(strAddress) || strAddress.find('\'') != strAddress.npos)
+        throw CRefusal(ifNot, "\"" + OneLine(strAddress, LONGEST_ADDRESS) + "\" is no address to mail to");
 }
 
 std::string QuotedName(const std::string& strName)
@@ -58,23 +59,21 @@ std::string CSubmission::Sender() const
         return {};
     if (addresses.size() > 1)
         throw CRefusal(EExit::Usage, "-f names more than one sender");
-    return Qualified(addresses.front(), EExit::Usage);
+    const std::string& strAddress = addresses.front();
+    const std::string strSender =
+        strAddress.find('@') == std::string::npos ? strAddress + "@" + m_settings.strHost : strAddress;
+    RequireMailable(strSender, EExit::Usage);
+    return strSender;
 }
 
-std::string CSubmission::Qualified(const std::string& strAddress, EExit ifInvalid) const
-{
-    std::string strQualified = strAddress;
-    if (strQualified.find('@') == std::string::npos)
-        strQualified += "@" + m_settings.strHost;
-    if (strAddress.empty() || !IsMailable(strQualified))
-        throw CRefusal(ifInvalid, "\"" + OneLine(strAddress, LONGEST_ADDRESS) + "\" is no address to mail to");
-    return strQualified;
-}
-
+/// Each one once. Those without a domain are this host's own users for the daemon, whatever its name is.
 void CSubmission::AddRecipients(const std::vector<std::string>& addresses, EExit ifInvalid)
 {
     for (const std::string& strAddress : addresses) {
-        (m_strRecipients += m_strRecipients.empty() ? "" : ",") += Qualified(strAddress, ifInvalid);
+        RequireMailable(strAddress, ifInvalid);
+        if (!m_known.insert(strAddress).second)
+            continue;
+        (m_strRecipients += m_strRecipients.empty() ? "" : ",") += strAddress;
         if (++m_nRecipients > CMail::MAX_RECIPIENTS || m_strRecipients.size() > MOST_RECIPIENT_BYTES)
             throw CRefusal(EExit::BadData, "there are too many recipients");
     }

@@ -6,6 +6,8 @@
 #include "Inject/SCommand.h"
 #include "Inject/SSettings.h"
 
+#include <set>
+
 /// One mail on its way from standard input to the queue. Used by one thread; CRefusal when it cannot become one.
 class CSubmission
 {
@@ -16,7 +18,6 @@ public:
 private:
     void ReadHeader(CInput& input);
     void AddRecipients(const std::vector<std::string>& addresses, EExit ifInvalid);
-    std::string Qualified(const std::string& strAddress, EExit ifInvalid) const;
     std::string Sender() const;
     std::string Author() const;
     void CopyBody(CInput& input);
@@ -27,6 +28,7 @@ private:
     std::string m_strId;
     std::string m_strSender; ///< empty: the null sender
     std::string m_strRecipients;
+    std::set<std::string> m_known; ///< the same ones
     size_t m_nRecipients = 0;
     CQueueFile m_file;
     uint64_t m_nBody = 0;       ///< bytes, with CR LF line ends at most

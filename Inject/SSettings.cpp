@@ -41,7 +41,7 @@ std::string MailName()
 
 std::string HostName(const Bex::CConfigFile& config)
 {
-    for (std::string strName : {MailName(), std::string(config.GetString(Keys::FQDN).View())}) {
+    for (std::string strName : {std::string(config.GetString(Keys::FQDN).View()), MailName()}) {
         if (IsHost(strName))
             return strName;
     }

@@ -27,7 +27,8 @@ bool MoveFileReplacing(const char* pszFrom, const char* pszTo);
 bool RenameReplacing(const char* pszFrom, const char* pszTo); ///< within one file system
 /// Fails with LIB_EXISTS when the target exists; never replaces it.
 bool RenameNoReplace(const char* pszFrom, const char* pszTo);
-/// That the file has its name is on stable storage. Where its directory may not be read, by a flush of the file system.
+/// That the file has its name is on stable storage. Where its directory may not be read, by a flush of the
+/// file, and of the file system where that is not enough.
 bool FlushName(const char* pszPath);
 bool OwnerOf(const char* pszPath, unsigned& nUser); ///< of a file or a directory
 bool GetFileTimes(const char* pszPath, SFileTimes& times);

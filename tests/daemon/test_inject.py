@@ -33,7 +33,7 @@ class InjectTest(unittest.TestCase):
             (["ann@x.example"], HEAD + b"\nHi.\n.\nno\n", 0, b"ann@x.example", b"\nHi.\n", b"no\n"),
             (["-oi", "ann@x.example"], HEAD + b"\nHi.\n.\nyes\n", 0, b"ann@x.example", b"\n.\nyes\n", b"\0"),
             (["-i", "ann@x.example"], HEAD + b"\nHi.\n.\n", 0, b"ann@x.example", b"\n.\n\r\n", b"\0"),
-            (["ann@x.example,<b@x.example>", "c"], b"hello \xe4\0\n", 0, b"ann@x.example,b@x.example,c@far.example",
+            (["ann@x.example,<b@x.example>", "c", "c"], b"hello \xe4\0\n", 0, b"ann@x.example,b@x.example,c",
              b"\r\n\r\nhello \xe4\0\n", b"\nTo: <ann"),
             (["-ti", "-N", "never", "-odb", "-v"], HEAD + everybody + b"\nHi.\n", 0,
              b"a@x.example,b@x.example,e@x.example,f@x.example", b"Hi.", b"Bcc"),
@@ -45,6 +45,7 @@ class InjectTest(unittest.TestCase):
              0, b"a@x.example", b"Hello", b"eve@x.example"),
             (["-q15m"], b"", 0, None, b"", b""),
             ([], HEAD, 64, None, b"no recipient", b""),
+            (["a@x.example"], b"", 65, None, b"no mail", b""),
             (["-bs"], HEAD, 64, None, b"standard input", b""),
             (["-bp"], HEAD, 64, None, b"tobixctl queue", b""),
             (["-y", "a@x.example"], HEAD, 64, None, b"option -y", b""),
@@ -90,7 +91,7 @@ class InjectTest(unittest.TestCase):
         bodies[len(paths[:200]) + 1:] = [b"".join(bodies[len(paths[:200]) + 1:])]
         with World() as world:
             for body in bodies:
-                self.assertEqual(inject(world, "-i", "ann@example.org", text=b"Subject: a\n\n" + body).returncode, 0)
+                self.assertEqual(inject(world, "-i", "ann", text=b"Subject: a\n\n" + body).returncode, 0)
             world.start()
             world.wait_until_empty()
             stored = [p.read_bytes().partition(b"\r\n\r\n")[2] for p in world.mailbox("ann")]

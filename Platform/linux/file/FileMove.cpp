@@ -7,8 +7,10 @@
 #include <climits>
 #include <cstdio>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
 
 namespace Platform {
@@ -31,6 +33,18 @@ bool FlushDirectory(const std::string& strDirectory)
         return open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     }));
     return directory.IsValid() ? FlushDescriptor(directory.Get()) : FailWithErrno();
+}
+
+/// Where a file's name and its count of names are one transaction of the journal, a flush of the file brings its newest
+/// name along.
+bool FlushesNamesWithFiles(int iDescriptor)
+{
+    constexpr decltype(statfs::f_type) XFS_MAGIC = 0x58465342;
+    struct statfs fileSystem
+    {};
+    return fstatfs(iDescriptor, &fileSystem) == 0 &&
+           (fileSystem.f_type == EXT4_SUPER_MAGIC || fileSystem.f_type == XFS_MAGIC ||
+            fileSystem.f_type == BTRFS_SUPER_MAGIC || fileSystem.f_type == TMPFS_MAGIC);
 }
 
 bool CopyContent(CFileHandle& source, CFileHandle& target)
@@ -126,6 +140,8 @@ bool FlushName(const char* pszPath)
                                        [&] { return open(pszPath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
     if (!file.IsValid())
         return FailWithErrno();
+    if (FlushesNamesWithFiles(file.Get()))
+        return FlushDescriptor(file.Get());
     return Succeeded(
         GuardedCall({.kind = EFault::FlushVolume, .iDescriptor = file.Get()}, [&] { return syncfs(file.Get()); }));
 }
