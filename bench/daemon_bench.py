@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Whole-daemon benchmark: daemon_bench.py BUILD_DIRECTORY [rates|queue|latency|accounts|memory ...] [--quick]
+"""Whole-daemon benchmark: daemon_bench.py BUILD_DIRECTORY [rates|queue|latency|inject|accounts|memory ...] [--quick]
 
 Fills a queue, lets the daemon empty it and prints each figure beside what the same disk allows in the same run. Works
 in a directory of its own below the build directory; TOBIX_BENCH_DIR names another place.
@@ -149,6 +149,32 @@ def latency():
           f"CPU ticks while idle: {idle}")
 
 
+def inject():
+    print("tobix-inject, mails per second, beside a bare program that writes, flushes and renames; each started once a mail:", flush=True)
+    tree = Tree(1, settings="FQDN: mx.example.org")
+    environment = {**os.environ, "MAILCONFIGDIR": str(tree.etc)}
+    count = 40 if QUICK else 200
+
+    def rate(command):
+        begin = time.monotonic()
+        for n in range(count):
+            with open(PLACE / "mail") as mail:
+                pid = os.posix_spawn(command[0], [*command, f"{n}.eml"], environment, file_actions=[
+                    (os.POSIX_SPAWN_DUP2, mail.fileno(), 0)])
+                if os.waitpid(pid, 0)[1] != 0:
+                    sys.exit(f"{command[0]} failed")
+        elapsed = time.monotonic() - begin
+        for path in tree.queue.iterdir():
+            path.unlink()
+        return count / elapsed
+
+    for size in (4096, 65536):
+        (PLACE / "mail").write_bytes(text("", size).split(b"\r\n", 2)[2])
+        pairs = [(rate([BUILD / "tobix-inject", "-i"]), rate([BUILD / "bench_inject_loop", tree.queue])) for _ in range(REPEATS)]
+        ours, bare = (statistics.median(column) for column in zip(*pairs))
+        print(f"  {size // 1024:2} KiB: {ours:6.0f} of {bare:6.0f}: {statistics.median(o / b for o, b in pairs):4.0%}", flush=True)
+
+
 def accounts():
     count = 1000 if QUICK else 10000
     aliases = "".join(f"alias{n}: user{n}\n" if n % 2 else f"alias{n}: alias{n + 1}@example.org\n" for n in range(count))
@@ -194,7 +220,7 @@ def memory():
 if __name__ == "__main__":
     wanted = [name for name in sys.argv[2:] if not name.startswith("-")]
     try:
-        for name in wanted or ["rates", "queue", "latency", "accounts", "memory"]:
+        for name in wanted or ["rates", "queue", "latency", "inject", "accounts", "memory"]:
             globals()[name]()
     finally:
         shutil.rmtree(PLACE, ignore_errors=True)
