@@ -60,7 +60,7 @@ std::string CSubmission::Sender() const
     if (addresses.size() > 1)
         throw CRefusal(EExit::Usage, "-f names more than one sender");
     const std::string& strAddress = addresses.front();
-    const std::string strSender =
+    std::string strSender =
         strAddress.find('@') == std::string::npos ? strAddress + "@" + m_settings.strHost : strAddress;
     RequireMailable(strSender, EExit::Usage);
     return strSender;
