@@ -82,8 +82,8 @@ class Package(unittest.TestCase):
                           "700 tobix:tobix spool/tobix/outgoing", "1730 tobix:tobix-inject spool/tobix/queue",
                           "750 tobix:tobix lib/tobix", "700 tobix:tobix lib/tobix-dumps"])
         self.assertIn("FQDN: mail.example.net\n", self.machine["/etc/tobix/tobix.cfg"].read_text())
-        self.run_there("printf 'Subject: injected\\n\\nhello\\n' | runuser -u nobody -- tobix-inject -f root ann@example.org")
-        self.wait_for_mail("injected")
+        self.run_there("printf 'Subject: injected\\n\\nhello\\n' | runuser -u nobody -- tobix-inject -f root postmaster")
+        self.wait_for_mail("injected", mailbox="/var/lib/tobix/postmaster")
         self.assertIn("denied", self.run_there(f"runuser -u nobody -- ls {QUEUE} 2>&1", check=False))
         self.drop("to-the-postmaster", "root@mail.example.net")
         self.wait_for_mail("to-the-postmaster", mailbox="/var/lib/tobix/postmaster")
