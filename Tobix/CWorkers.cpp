@@ -51,7 +51,11 @@ Bex::CSimpleString CWorkers::Missing() const
 
 void CWorkers::Look(SDaemonView& view) const
 {
-    view.nQueue = m_pLocalAgent ? m_pLocalAgent->Waiting() : 0;
+    if (m_pLocalAgent) {
+        view.nQueue = m_pLocalAgent->Waiting();
+        view.bShortOfSpace = m_pLocalAgent->IsShortOfSpace();
+        view.nLoopsEnded = m_pLocalAgent->LoopsEnded();
+    }
     if (!m_remoteDelivery.HasAgent())
         return;
     view.pOutgoing = m_remoteDelivery.FilesOfAgent();

@@ -111,6 +111,8 @@ json Status(const SDaemonView& view)
             {"pid", Platform::CurrentProcessId()},
             {"running_since", view.iRunningSince},
             {"paused", view.bPaused},
+            {"low_space", view.bShortOfSpace},
+            {"loops_ended", view.nLoopsEnded},
             {"missing", view.strMissing},
             {"tables", Tables(view)},
             {"threads", Threads()},
