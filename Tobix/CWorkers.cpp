@@ -23,6 +23,7 @@ CWorkers::~CWorkers() { Bex::CThread::Destroy(std::move(m_pLocalAgent)); }
 
 bool CWorkers::Start(const CReport& Report)
 {
+    ClaimDirectories();
     if (!StartLocalAgent())
         return false;
     Report(WAIT_HINT);
@@ -32,8 +33,16 @@ bool CWorkers::Start(const CReport& Report)
     return false;
 }
 
+/// Each file that is worked on is locked as well: without a claim nothing is unsafe.
+void CWorkers::ClaimDirectories()
+{
+    m_queueClaim.TakeShared(Config().GetPath(Keys::QUEUE_DIR).Text());
+    m_outgoingClaim.TakeShared(Config().GetPath(Keys::OUTGOING_DIR).Text());
+}
+
 void CWorkers::StartMissing()
 {
+    ClaimDirectories();
     if (!m_pLocalAgent)
         StartLocalAgent();
     if (Sends())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/CDirectoryClaim.h"
 #include "Tobix/CLocalAgent.h"
 #include "Tobix/CRemoteDelivery.h"
 #include "Tobix/ControlAnswers.h"
@@ -34,9 +35,12 @@ public:
     CLocalAgent* LocalAgent() { return m_pLocalAgent.get(); } ///< may be null
 
 private:
+    void ClaimDirectories();
     bool StartLocalAgent();
     void StopRemoteDelivery(const Platform::CWaitLimit& limit, const CReport& Report);
 
+    Platform::CDirectoryClaim m_queueClaim; ///< which keep tools out that work on the files themselves
+    Platform::CDirectoryClaim m_outgoingClaim;
     std::unique_ptr<CLocalAgent> m_pLocalAgent;
     CRemoteDelivery m_remoteDelivery;
 };
