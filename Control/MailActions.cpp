@@ -9,6 +9,7 @@
 #include "Control/JsonFields.h"
 #include "Control/LoadConfiguration.h"
 #include "Control/SWaitingMail.h"
+#include "Platform/CDirectoryClaim.h"
 #include "Platform/FileSystem.h"
 #include "SMTPc/ErrorReport.h"
 
@@ -103,6 +104,56 @@ void TakeAnswer(const nlohmann::json& answer, std::span<const SMailName> asked, 
     }
 }
 
+void Mark(const SMailName& name, EMark mark, COutcomes& outcomes)
+{
+    const SMailName marked{name.place, mark, name.strName};
+    if (Platform::RenameNoReplace(name.Path().Text(), marked.Path().Text()))
+        return outcomes.Done(marked.Shown());
+    const Platform::SError error = Platform::LastError();
+    const bool bTaken = error.iLibError == Platform::LIB_EXISTS;
+    outcomes.Refused(name.Shown(), bTaken ? "another mail has its name meanwhile" : ErrorText(error),
+                     bTaken ? EExit::Refused : EExit::Wrong);
+}
+
+/// A mail that no daemon has, with its report.
+void RemoveFile(const SMailName& name, COutcomes& outcomes)
+{
+    try {
+        CHeldMailFile file;
+        file.Take(name.Path());
+        if (!file.RemoveIfStill())
+            return outcomes.Refused(name.Shown(), "it has changed meanwhile", EExit::Refused);
+    } catch (const Bex::CFileException& exception) {
+        const bool bBusy = Platform::IsBusy(exception.Error());
+        return outcomes.Refused(name.Shown(), ErrorText(exception.Error()), bBusy ? EExit::Refused : EExit::Wrong);
+    }
+    const SMailName unmarked{name.place, EMark::None, name.strName};
+    if (Platform::KindOf(unmarked.Path().Text(), false) == Platform::EPathKind::Missing)
+        Platform::RemoveFile(ErrorReportPath(unmarked.Path()).Text()); // most have none
+    outcomes.Done(name.Shown());
+}
+
+/// As the daemon would, which does not run and cannot start meanwhile.
+void WithoutDaemon(std::span<const SMailName> names, const SAction& action, COutcomes& outcomes)
+{
+    const Bex::CSimpleString strDirectory = PlaceDirectory(names.front().place);
+    Platform::CDirectoryClaim claim;
+    if (!claim.TakeExclusive(strDirectory.Text())) {
+        const std::string strHolder = std::to_string(claim.Holder());
+        for (const SMailName& name : names)
+            outcomes.Refused(name.Shown(),
+                             "process " + strHolder + " runs on the directory, but cannot be asked: Control.Socket",
+                             EExit::Refused);
+        return;
+    }
+    for (const SMailName& name : names) {
+        if (&action == &REMOVE)
+            RemoveFile(name, outcomes);
+        else
+            Mark(name, EMark::Held, outcomes);
+    }
+}
+
 /// Whoever gave the order learns what was done before a daemon failed.
 void AskAbout(std::span<const SMailName> names, const SAction& action, COutcomes& outcomes)
 {
@@ -112,7 +163,14 @@ void AskAbout(std::span<const SMailName> names, const SAction& action, COutcomes
     try {
         const nlohmann::json request{
             {"command", action.pszCommand}, {"directory", PlaceName(names.front().place)}, {"names", std::move(texts)}};
-        TakeAnswer(CDaemon::OfConfiguration().Ask(request), names, outcomes);
+        const CDaemon daemon = CDaemon::OfConfiguration();
+        const bool bPossibleWithout = &action == &HOLD || &action == &REMOVE;
+        const std::optional<nlohmann::json> answer =
+            bPossibleWithout ? daemon.AskIfRunning(request) : daemon.Ask(request);
+        if (answer)
+            TakeAnswer(*answer, names, outcomes);
+        else
+            WithoutDaemon(names, action, outcomes);
     } catch (const CControlError& error) {
         for (const SMailName& name : names)
             outcomes.Refused(name.Shown(), error.what(), error.Exit());
@@ -147,35 +205,6 @@ int Act(const SOptions& options, const SMailSelection& selection, const SAction&
     return Finish(options, action, outcomes);
 }
 
-void Release(const SMailName& held, COutcomes& outcomes)
-{
-    const SMailName released{held.place, EMark::None, held.strName};
-    if (Platform::RenameNoReplace(held.Path().Text(), released.Path().Text()))
-        return outcomes.Done(released.Shown());
-    const Platform::SError error = Platform::LastError();
-    const bool bTaken = error.iLibError == Platform::LIB_EXISTS;
-    outcomes.Refused(held.Shown(), bTaken ? "another mail has its name meanwhile" : ErrorText(error),
-                     bTaken ? EExit::Refused : EExit::Wrong);
-}
-
-/// A mail that the daemon passes over, with its report.
-void RemoveMarked(const SMailName& name, COutcomes& outcomes)
-{
-    try {
-        CHeldMailFile file;
-        file.Take(name.Path());
-        if (!file.RemoveIfStill())
-            return outcomes.Refused(name.Shown(), "it has changed meanwhile", EExit::Refused);
-    } catch (const Bex::CFileException& exception) {
-        const bool bBusy = Platform::IsBusy(exception.Error());
-        return outcomes.Refused(name.Shown(), ErrorText(exception.Error()), bBusy ? EExit::Refused : EExit::Wrong);
-    }
-    const SMailName unmarked{name.place, EMark::None, name.strName};
-    if (Platform::KindOf(unmarked.Path().Text(), false) == Platform::EPathKind::Missing)
-        Platform::RemoveFile(ErrorReportPath(unmarked.Path()).Text()); // most have none
-    outcomes.Done(name.Shown());
-}
-
 } // namespace
 
 /// All of it without reading a file.
@@ -204,7 +233,7 @@ int ReleaseMail(const SOptions& options, const SMailSelection& selection)
     LoadConfiguration(options);
     COutcomes outcomes;
     for (const SMailName& name : Select(selection, RELEASE, outcomes))
-        Release(name, outcomes);
+        Mark(name, EMark::None, outcomes);
     return Finish(options, RELEASE, outcomes);
 }
 
@@ -218,7 +247,7 @@ int RemoveMail(const SOptions& options, const SMailSelection& selection)
         AskYesNo(CTerminal(options), "Remove " + strWhat + " for good?", "say --yes");
     const auto firstMarked =
         std::stable_partition(names.begin(), names.end(), [](const auto& name) { return name.mark == EMark::None; });
-    std::for_each(firstMarked, names.end(), [&](const SMailName& name) { RemoveMarked(name, outcomes); });
+    std::for_each(firstMarked, names.end(), [&](const SMailName& name) { RemoveFile(name, outcomes); });
     names.erase(firstMarked, names.end());
     ByDaemon(names, REMOVE, outcomes);
     return Finish(options, REMOVE, outcomes);

@@ -172,6 +172,9 @@ class Actions(unittest.TestCase):
             self.assertEqual(ctl(world, "release", "--all")[:2], (0, "released queue/B.EML\n"))
             self.assertEqual((world.queue / "B.EML").read_bytes(), content)
             self.assertEqual(ctl(world, "release", "--all")[:2], (0, "no such mail waits\n"))
+            self.assertEqual(ctl(world, "hold", "many.eml")[:2], (0, "holds queue/many.eml.held\n"))
+            self.assertEqual(ctl(world, "remove", "--yes", "many.eml")[0], 0)
+            self.assertEqual(list(world.queue.glob("many.*")), [])
             for command in (["bounce", "outgoing/a.eml"], ["retry", "--all"], ["status"]):
                 self.assertEqual(ctl(world, *command)[0], 4, command)
             (world.outgoing / "a.eml").rename(world.outgoing / "a.eml.held")
