@@ -187,7 +187,7 @@ std::string ActOnOutgoing(const SDaemonView& view, const std::string& strName, E
     const COutgoingFiles::EAnswer claim = files.Claim(strName);
     if (claim == COutgoingFiles::EAnswer::InDelivery)
         return Refusal(claim);
-    const std::string strRefusal = ActByHand(view.strOutgoingDirectory, strName, what);
+    std::string strRefusal = ActByHand(view.strOutgoingDirectory, strName, what);
     const Bex::CSimpleString strPath = Bex::PathBelow(view.strOutgoingDirectory, strName);
     if (Platform::KindOf(strPath.Text(), false) == Platform::EPathKind::Missing)
         files.FinishDelivery(strName);

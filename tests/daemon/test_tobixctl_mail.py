@@ -3,6 +3,7 @@ import contextlib
 import fcntl
 import json
 import os
+import pathlib
 import pty
 import socket
 import subprocess
@@ -10,7 +11,7 @@ import threading
 import unittest
 
 from test_tobixctl import ctl
-from world import World, mail
+from world import World, mail, wait_for
 
 REPORT = ("X-Envelope-From: <>\r\nSubject: Returned mail\r\n\r\n\t----- The following addresses had continuous fatal errors -----\r\n"
           "x@far.example\r\n{reason}\r\n\t----- Transcript of session follows -----\r\n{transcript}")
@@ -174,6 +175,12 @@ class Actions(unittest.TestCase):
             self.assertEqual(ctl(world, "release", "--all")[:2], (0, "no such mail waits\n"))
             self.assertEqual(ctl(world, "hold", "many.eml")[:2], (0, "holds queue/many.eml.held\n"))
             self.assertEqual(ctl(world, "remove", "--yes", "many.eml")[0], 0)
+            with subprocess.Popen(("flock", "-s", world.outgoing, "cat"), stdin=subprocess.PIPE) as other:
+                number = str(world.outgoing.stat().st_ino)
+                wait_for("its claim", lambda: number in pathlib.Path("/proc/locks").read_text())
+                code, _, complaint = ctl(world, "hold", "outgoing/a.eml")
+                other.stdin.close()
+            self.assertEqual((code, f"process {other.pid} runs" in complaint), (3, True), complaint)
             self.assertEqual(list(world.queue.glob("many.*")), [])
             for command in (["bounce", "outgoing/a.eml"], ["retry", "--all"], ["status"]):
                 self.assertEqual(ctl(world, *command)[0], 4, command)

@@ -25,7 +25,7 @@ int HolderOf(int iDescriptor)
     {};
     if (fstat(iDescriptor, &status) != 0)
         return 0;
-    const std::string strEnd = ":" + std::to_string(status.st_ino) + " ";
+    const std::string strEnd = std::string(":").append(std::to_string(status.st_ino)).append(" ");
     std::ifstream locks("/proc/locks");
     for (std::string strLine; std::getline(locks, strLine);) {
         int iProcess = 0;
