@@ -183,9 +183,12 @@ uint32_t CPatternTree::BehindEnded(const SPlace& place) const
 /// The patterns of a place that go on with a character; all of them are longer than its depth.
 CPatternTree::SPlace CPatternTree::Child(const SPlace& place, char c) const
 {
-    const auto next = [&](const SLeaf& leaf) { return static_cast<unsigned char>(leaf.strText[place.nDepth]); };
-    const auto found = std::ranges::equal_range(m_leaves.begin() + place.nFirst, m_leaves.begin() + place.nBehind,
-                                                static_cast<unsigned char>(c), {}, next);
-    return {static_cast<uint32_t>(found.begin() - m_leaves.begin()),
-            static_cast<uint32_t>(found.end() - m_leaves.begin()), place.nDepth + 1, place.nPosition};
+    const auto Next = [&](const SLeaf& leaf) { return static_cast<unsigned char>(leaf.strText[place.nDepth]); };
+    const auto cNext = static_cast<unsigned char>(c);
+    const auto end = m_leaves.begin() + place.nBehind;
+    const auto first = std::partition_point(m_leaves.begin() + place.nFirst, end,
+                                            [&](const SLeaf& leaf) { return Next(leaf) < cNext; });
+    const auto behind = std::partition_point(first, end, [&](const SLeaf& leaf) { return Next(leaf) == cNext; });
+    return {static_cast<uint32_t>(first - m_leaves.begin()), static_cast<uint32_t>(behind - m_leaves.begin()),
+            place.nDepth + 1, place.nPosition};
 }

@@ -16,10 +16,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <optional>
-#include <regex>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -166,8 +166,8 @@ TEST_F(AgentTest, StoresInAMaildirWhatTheTaggerHasSeen)
     RunAgentUntilQueueIsEmpty();
     const std::string strName = Only("spool/ann/Maildir/new"), strMail = m_directory.Read("spool/ann/seen");
     EXPECT_TRUE(strMail.ends_with("\r\n\r\nbody\r\n") && Only("spool/ann/Maildir/tmp").empty());
-    EXPECT_TRUE(
-        std::regex_match(strName, std::regex("\\d+\\.M\\d+P\\d+Q41\\.[^/:,]+,S=" + std::to_string(strMail.size()))));
+    EXPECT_THAT(strName,
+                testing::MatchesRegex("[0-9]+\\.M[0-9]+P[0-9]+Q41\\.[^/:,]+,S=" + std::to_string(strMail.size())));
 
     fs::remove(Path("spool/ann/Maildir/new/" + strName));
     m_directory.Write("spool/ann/config", "NextUID: 42\nMaildir: 1\nRunAntiSpam: 1\n");
