@@ -105,6 +105,9 @@ class UsersTest(unittest.TestCase):
     DAEMON, GROUP, USER = 64321, 64322, 65534
 
     def test_a_plain_user_can_hand_in_mail_and_nothing_else(self):
+        with open(INJECT, "rb") as program:
+            if b"__asan_init" in program.read():
+                self.skipTest("the search for leaks may not look into a program that has more rights than its user")
         with World(FQDN="far.example") as world:
             os.chmod(world.root, 0o755)
             program = world.root / "inject"
@@ -114,7 +117,8 @@ class UsersTest(unittest.TestCase):
             os.chown(world.queue, self.DAEMON, self.GROUP)
             world.queue.chmod(0o1730)
             (world.root / "script").write_text(
-                f"set -e\nmount -t tmpfs tmpfs /mnt\ncp -a /etc/passwd /etc/group /etc/nsswitch.conf /etc/hosts /mnt\n"
+                "set -e\nmount -t tmpfs tmpfs /mnt\nfor name in passwd group nsswitch.conf hosts; do\n"
+                "[ ! -e /etc/$name ] || cp -a /etc/$name /mnt\ndone\n"
                 f"mkdir /mnt/tobix\ncp {world.etc}/tobix.cfg /mnt/tobix\nchown root:{self.GROUP} /mnt/tobix/tobix.cfg\n"
                 f"chmod 640 /mnt/tobix/tobix.cfg\nmount --bind /mnt /etc\nexec setpriv --reuid={self.USER} "
                 f"--regid={self.USER} --clear-groups sh -c '! ls {world.queue} && MAILCONFIGDIR=/nowhere {program} "
