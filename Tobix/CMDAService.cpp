@@ -305,7 +305,8 @@ bool CMDAService::TakeUpChanges(CWatchedDirectory& directory)
     Bex::CActivity::MayTake(LONGEST_LOADING);
     if (!IsRunning())
         return true;
-    const bool bDirectoryChanged = std::exchange(m_bLook, false) | directory.MayHaveChanged();
+    const bool bLook = std::exchange(m_bLook, false);
+    const bool bDirectoryChanged = directory.MayHaveChanged() || bLook;
     const bool bTreeChanged = !bDirectoryChanged && Users().HasTreeChanged();
     if (!bDirectoryChanged && !bTreeChanged && !m_unreadTables.IsDue(Platform::TickCount()))
         return false;
