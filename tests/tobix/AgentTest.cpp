@@ -287,6 +287,9 @@ TEST_F(AgentTest, LetsAGroupEndBeforeAScriptIsWaitedFor)
 
 TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesThatItsFilesWent)
 {
+    m_directory.Write("spool/ben/config", "");
+    ASSERT_TRUE(Users().InitUsers());
+    Users().ChangeMonitor().Destroy(); // its thread makes calls, too, which nobody is to watch
     struct CFlushes : Platform::CCallWatcher
     {
         void OnCall(const Platform::SCall& call) override
@@ -299,8 +302,6 @@ TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesTha
     } flushes;
     const CTemporaryDirectory queue; // on another volume
     Config().Set("QueueDir", queue.Path().c_str());
-    m_directory.Write("spool/ben/config", "");
-    ASSERT_TRUE(Users().InitUsers());
     for (const char* pszName : {"1.eml", "2.eml", "3.eml", "4.eml"})
         queue.Write(pszName,
                     std::string("X-Envelope-To: ") + (*pszName < '4' ? "ann" : "ben") + "@example.org\r\n\r\nx");
