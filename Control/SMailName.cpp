@@ -4,6 +4,8 @@
 #include "Common/Globals.h"
 #include "Control/CControlError.h"
 #include "Platform/FileSystem.h"
+#include "Tobix/CDeletionList.h"
+#include "Tobix/MailByHand.h"
 
 #include <algorithm>
 #include <vector>
@@ -16,7 +18,7 @@ constexpr struct
 {
     EMark mark;
     std::string_view suffix;
-} MARKS[] = {{EMark::Held, ".held"}, {EMark::Failed, ".failed"}};
+} MARKS[] = {{EMark::Held, HELD_SUFFIX}, {EMark::Failed, CDeletionList::FAILED_SUFFIX}};
 
 std::string_view SuffixOf(EMark mark)
 {

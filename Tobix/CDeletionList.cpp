@@ -20,7 +20,6 @@ namespace {
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_MOVED_LINE = 142;
 constexpr Bex::FrozenLine NOT_REMOVED_LINE = 433;
-constexpr std::string_view FAILED_SUFFIX = ".failed"; ///< behind the name that it had in the queue
 constexpr uint64_t RETRY_MILLIS = 1000;
 constexpr uint64_t REST_FOR_WORK = 9; ///< a tenth of the time goes into what may be in vain
 

@@ -21,6 +21,7 @@ class CDeletionList
 {
 public:
     static constexpr size_t MOST_HELD = 256;
+    static constexpr std::string_view FAILED_SUFFIX = ".failed"; ///< behind the name that a mail had in the queue
 
     CDeletionList() = default;
     ~CDeletionList();

@@ -102,6 +102,7 @@ private:
 
     CEntries::iterator Add(std::string_view name, EList list);
     void Move(CEntries::iterator entry, EList list);
+    EAnswer FindFree(std::string_view name, CEntries::iterator& entry) const;
     EAnswer TakeUpNow(std::string_view name, bool bReturn);
     void PutAside(SEntry& entry, EAside why);
     void TakeUp(SEntry& entry);

@@ -54,6 +54,17 @@ std::vector<COutgoingFiles::SMailState> COutgoingFiles::List() const
     return mails;
 }
 
+/// Of a name that no thread has in its hands; with the lock held.
+COutgoingFiles::EAnswer COutgoingFiles::FindFree(std::string_view name, CEntries::iterator& entry) const
+{
+    const auto found = m_index.find(name);
+    if (found == m_index.end())
+        return EAnswer::Unknown;
+    entry = found->second;
+    const bool bBusy = entry->list == IN_PROGRESS && entry->aside != EAside::NotDisposedOf;
+    return bBusy ? EAnswer::InDelivery : EAnswer::Done;
+}
+
 COutgoingFiles::EAnswer COutgoingFiles::RetryNow(std::string_view name) { return TakeUpNow(name, false); }
 
 COutgoingFiles::EAnswer COutgoingFiles::ReturnNow(std::string_view name) { return TakeUpNow(name, true); }
@@ -61,16 +72,14 @@ COutgoingFiles::EAnswer COutgoingFiles::ReturnNow(std::string_view name) { retur
 COutgoingFiles::EAnswer COutgoingFiles::TakeUpNow(std::string_view name, bool bReturn)
 {
     const Bex::CScopedLock lock(m_lock);
-    const auto found = m_index.find(name);
-    if (found == m_index.end())
-        return EAnswer::Unknown;
-    SEntry& entry = *found->second;
-    if (entry.list == IN_PROGRESS && entry.aside != EAside::NotDisposedOf)
-        return EAnswer::InDelivery;
+    CEntries::iterator found;
+    if (const EAnswer answer = FindFree(name, found); answer != EAnswer::Done)
+        return answer;
+    SEntry& entry = *found;
     entry.bReturn |= bReturn;
     if (entry.list == IN_PROGRESS || entry.list == RETRY_WAIT) {
         TakeUp(entry);
-        Queue(found->second, entry.list == IN_PROGRESS ? PENDING : RETRY_DUE);
+        Queue(found, entry.list == IN_PROGRESS ? PENDING : RETRY_DUE);
         TellWork();
     }
     return EAnswer::Done;
@@ -86,14 +95,12 @@ bool COutgoingFiles::IsToReturn(std::string_view name) const
 COutgoingFiles::EAnswer COutgoingFiles::Claim(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
-    const auto found = m_index.find(name);
-    if (found == m_index.end())
-        return EAnswer::Unknown;
-    SEntry& entry = *found->second;
-    if (entry.list == IN_PROGRESS && entry.aside != EAside::NotDisposedOf)
-        return EAnswer::InDelivery;
+    CEntries::iterator found;
+    if (const EAnswer answer = FindFree(name, found); answer != EAnswer::Done)
+        return answer;
+    SEntry& entry = *found;
     LeaveForGood(entry);
-    Move(found->second, IN_PROGRESS);
+    Move(found, IN_PROGRESS);
     PutAside(entry, EAside::NotDisposedOf);
     TellWork();
     return EAnswer::Done;

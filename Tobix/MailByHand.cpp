@@ -21,14 +21,8 @@ void RemoveReportOf(const Bex::CSimpleString& strPath)
 
 bool Act(CHeldMailFile& file, const Bex::CSimpleString& strPath, EByHand what)
 {
-    switch (what) {
-    case EByHand::Hold:
+    if (what == EByHand::Hold)
         return file.RenameIfStill(Bex::CSimpleString(strPath) += HELD_SUFFIX);
-    case EByHand::Release:
-        return file.RenameIfStill(strPath);
-    case EByHand::Remove:
-        break;
-    }
     return file.RemoveIfStill();
 }
 
@@ -56,7 +50,7 @@ std::string ActByHand(std::string_view directory, std::string_view name, EByHand
     const Bex::CSimpleString strPath = Bex::PathBelow(directory, name);
     try {
         CHeldMailFile file;
-        file.Take(what == EByHand::Release ? Bex::CSimpleString(strPath) += HELD_SUFFIX : strPath);
+        file.Take(strPath);
         if (!Act(file, strPath, what))
             return "in delivery"; // or rather another mail by now
     } catch (const Bex::CFileException& exception) {

@@ -5,8 +5,7 @@
 
 /// What an administrator does to one waiting mail, with the daemon or without one.
 enum class EByHand {
-    Hold,    ///< takes the name away from the daemon: "<name>.held" is seen by nobody
-    Release, ///< gives it back; the name is the one without that
+    Hold, ///< takes the name away from the daemon: "<name>.held" is seen by nobody
     Remove
 };
 
