@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Remote delivery benchmark: remote_bench.py BUILD_DIRECTORY [rates|queue|latency|memory ...] [--quick]
+"""Remote delivery benchmark: remote_bench.py BUILD_DIRECTORY [rates|distance|queue|latency|memory ...] [--quick]
 
 Lets the daemon send to a server on loopback, and compares its rates with those of a minimal client in the same run.
 Plain sessions go to Debian's smtp-sink where its package can be had (it is unpacked below the build directory), those
@@ -61,6 +61,25 @@ class OwnSink:
         self.process.communicate()
 
 
+class FarSink:
+    """Debian's server or our own, a round trip away."""
+    def __init__(self, near, milliseconds):
+        self.near = near
+        self.process = subprocess.Popen([BUILD / "bench_smtp_far", str(near.port), str(milliseconds)],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.port = int(self.process.stdout.readline())
+
+    def connections(self):
+        """So many were made so far."""
+        self.process.stdin.write("\n")
+        self.process.stdin.flush()
+        return int(self.process.stdout.readline())
+
+    def stop(self):
+        self.process.communicate()
+        self.near.stop()
+
+
 class PackagedSink:
     def __init__(self, program):
         with socket.create_server(("127.0.0.1", 0)) as free:
@@ -75,9 +94,9 @@ class PackagedSink:
         self.process.wait()
 
 
-def remote_tree(port, threads):
+def remote_tree(port, threads, settings=""):
     os.environ["TOBIX_CONNECTIVITY"] = "4"
-    tree = Tree(1, settings=f"AutoTransport: 1\nAutoTransport.Threads: {threads}\nFQDN: client.example")
+    tree = Tree(1, settings=f"AutoTransport: 1\nAutoTransport.Threads: {threads}\nFQDN: client.example\n{settings}")
     (tree.etc / "smarthosts").write_text(f"*: 127.0.0.1:{port}\n")
     return tree
 
@@ -89,8 +108,8 @@ def wait_until_sent(tree, first, behind):
             time.sleep(0.001)
 
 
-def daemon_rate(port, mails, threads, size):
-    tree = remote_tree(port, threads)
+def daemon_rate(port, mails, threads, size, settings=""):
+    tree = remote_tree(port, threads, settings)
     tree.fill_outgoing(mails, size)
     tree.start()
     wait_until_sent(tree, 0, 1)
@@ -123,6 +142,25 @@ def rates():
                 daemon, loop = (statistics.median(column) for column in zip(*pairs))
                 ratio = statistics.median(d / l for d, l in pairs)
                 print(f"  {size // 1024:2} KiB, {threads:2} threads: {daemon:6.0f} of {loop:6.0f}: {ratio:4.0%}", flush=True)
+        sink.stop()
+
+
+def distance():
+    """Many mails for one far receiver, each on a connection of its own, and on connections that stay."""
+    milliseconds, threads = 50, 20
+    stay = "Connection.Mails: 1000\nConnection.Pipelining: 1\n"
+    for name, tls in (("plain", ()), ("STARTTLS", certificate())):
+        sink = FarSink(OwnSink(*tls), milliseconds)
+        pairs, most = [], 0
+        for _ in range(REPEATS):
+            alone = daemon_rate(sink.port, 200, threads, 4096)
+            before = sink.connections()
+            pairs.append((daemon_rate(sink.port, 1000, threads, 4096, stay), alone))
+            most = max(most, sink.connections() - before)
+        together, alone = (statistics.median(column) for column in zip(*pairs))
+        print(f"mails per second to a server {milliseconds} ms away, {name}, 4 KiB, {threads} threads: {together:.0f} on "
+              f"connections that stay, {alone:.0f} on one each: ratio {statistics.median(t / a for t, a in pairs):.1f}; "
+              f"1000 mails on {most} connections", flush=True)
         sink.stop()
 
 
@@ -185,7 +223,7 @@ def memory():
 if __name__ == "__main__":
     wanted = [name for name in sys.argv[2:] if not name.startswith("-")]
     try:
-        for name in wanted or ["rates", "queue", "latency", "memory"]:
+        for name in wanted or ["rates", "distance", "queue", "latency", "memory"]:
             globals()[name]()
     finally:
         shutil.rmtree(PLACE, ignore_errors=True)

@@ -40,8 +40,8 @@ bool Answer(CWire& wire, const std::string& strCommand, const SListener& listene
     SSL_CTX* const pContext = listener.pContext;
     if (StartsWith(strCommand, "EHLO"))
         return wire.Send(pContext != nullptr && wire.Tls() == nullptr
-                             ? "250-sink.example\r\n250-STARTTLS\r\n250 SIZE\r\n"
-                             : "250-sink.example\r\n250 SIZE\r\n");
+                             ? "250-sink.example\r\n250-PIPELINING\r\n250-STARTTLS\r\n250 SIZE\r\n"
+                             : "250-sink.example\r\n250-PIPELINING\r\n250 SIZE\r\n");
     if (StartsWith(strCommand, "STARTTLS") && pContext != nullptr)
         return wire.Send("220 go on\r\n") && wire.Accept(pContext);
     if (StartsWith(strCommand, "DATA"))
