@@ -36,7 +36,7 @@ public:
     static bool TakesStandardError(); ///< what goes to standard error is an entry already
 
 private:
-    bool SendPatiently(const std::function<bool(int)>& Send);
+    bool SendPatiently(const std::function<bool(bool)>& Send);
 
     std::string m_strSocket;
     int m_iDescriptor;

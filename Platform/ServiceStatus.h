@@ -29,10 +29,11 @@ struct SServiceStatus
     std::string strFailure;  ///< why a start has failed, in one line
 };
 
-/// Tells the service manager. True also when none listens (NOTIFY_SOCKET is not set); false: LastError. Any thread.
+/// Tells the service manager, and waits for a second at most where that reads nothing. True also when none listens
+/// (NOTIFY_SOCKET is not set); false: LastError. Any thread.
 bool ReportServiceStatus(const SServiceStatus& status);
-bool ReportWork(std::string_view line); ///< what a running service is at; likewise
-bool ReportAlive();                     ///< likewise; at least once in WatchdogMillis
+bool ReportWork(std::string_view line); ///< what a running service is at; likewise, without waiting
+bool ReportAlive();                     ///< likewise, without waiting; at least once in WatchdogMillis
 
 bool HasServiceManager();  ///< whether one listens
 unsigned WatchdogMillis(); ///< after that time without ReportAlive it starts the service again; 0: it does not ask

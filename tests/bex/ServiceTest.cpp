@@ -1,4 +1,5 @@
 #include "Platform/CControlSource.h"
+#include "Platform/ServiceStatus.h"
 #include "Platform/ServiceUnit.h"
 
 #include <gmock/gmock.h>
@@ -31,6 +32,16 @@ protected:
     const CNotifySocket m_manager{m_directory / "notify"};
     const std::vector<std::string> m_environment{m_manager.Variable()};
 };
+
+TEST_F(ServiceTest, AManagerThatReadsNothingHoldsNothingUp)
+{
+    setenv("NOTIFY_SOCKET", (m_directory / "notify").c_str(), 1);
+    while (Platform::ReportWork("busy")) { // until its queue is full
+    }
+    EXPECT_FALSE(Platform::ReportAlive());
+    EXPECT_FALSE(Platform::ReportServiceStatus({}));
+    unsetenv("NOTIFY_SOCKET");
+}
 
 TEST_F(ServiceTest, TellsTheManagerOfEveryTransition)
 {

@@ -46,7 +46,7 @@ bool CLocalListener::Bind(const char* pszPath)
         return false;
     const auto Try = [&] {
         return Succeeded(GuardedCall({EFault::LocalSocket}, [&] {
-            return bind(m_socket.m_pSocket->Get(), address.Get(), sizeof address.name);
+            return bind(m_socket.m_pSocket->Get(), address.Get(), address.nLength);
         }));
     };
     if (!Try() && !(LastError().iLibError == LIB_EXISTS && MakeWay(pszPath) && Try()))

@@ -49,7 +49,7 @@ bool CLocalSocket::Connect(const char* pszPath, const CWaitLimit& limit)
     if (!made.IsValid())
         return FailWithErrno();
     while (GuardedCall({EFault::LocalSocket},
-                       [&] { return connect(made.Get(), address.Get(), sizeof address.name); }) != 0) {
+                       [&] { return connect(made.Get(), address.Get(), address.nLength); }) != 0) {
         if (!MayGoOn())
             return FailWithErrno();
         if (limit.IsStopped())

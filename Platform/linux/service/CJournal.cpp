@@ -3,16 +3,14 @@
 #include "Platform/Clock.h"
 #include "Platform/Process.h"
 #include "Platform/linux/base/CDescriptor.h"
-#include "Platform/linux/base/GuardedCall.h"
 #include "Platform/linux/base/Result.h"
-#include "Platform/linux/net/LocalAddress.h"
+#include "Platform/linux/net/LocalDatagram.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <sys/stat.h>
-#include <sys/time.h>
 
 namespace Platform {
 
@@ -45,20 +43,11 @@ std::string Variable(const char* pszName)
     return EnvironmentVariable(pszName, bPresent);
 }
 
-/// A wait for the journal is short in any case.
-int OpenSocket()
-{
-    CDescriptor descriptor(
-        GuardedCall({EFault::LocalSocket}, [] { return socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0); }));
-    const timeval longest{.tv_sec = 0, .tv_usec = LONGEST_WAIT};
-    const auto limit = [&] { return setsockopt(descriptor.Get(), SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof longest); };
-    return GuardedCall({EFault::LocalSocket}, limit) == 0 ? descriptor.Release() : -1;
-}
-
 } // namespace
 
 CJournal::CJournal()
-    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")), m_iDescriptor(OpenSocket()), m_iMicrosLeft(MOST_WAITING)
+    : m_strSocket(Variable("TOBIX_JOURNAL_SOCKET")), m_iDescriptor(OpenLocalDatagrams(LONGEST_WAIT)),
+      m_iMicrosLeft(MOST_WAITING)
 {
     if (m_strSocket.empty())
         m_strSocket = SYSTEM_SOCKET;
@@ -76,17 +65,11 @@ bool CJournal::Send(std::span<const SField> fields)
     SLocalAddress address;
     if (!address.Set(m_strSocket.c_str()))
         return false;
-    const auto Send = [&](int iFlags) {
-        const auto send = [&] {
-            return sendto(m_iDescriptor, strEntry.data(), strEntry.size(), iFlags | MSG_NOSIGNAL, address.Get(),
-                          sizeof address.name);
-        };
-        return GuardedCall({EFault::LocalSocket}, send) >= 0;
-    };
-    return Send(MSG_DONTWAIT) || (errno == EAGAIN && SendPatiently(Send)) || FailWithErrno();
+    const auto Send = [&](bool bWait) { return SendLocalDatagram(m_iDescriptor, address, strEntry, bWait); };
+    return Send(false) || (errno == EAGAIN && SendPatiently(Send)) || FailWithErrno();
 }
 
-bool CJournal::SendPatiently(const std::function<bool(int)>& Send)
+bool CJournal::SendPatiently(const std::function<bool(bool)>& Send)
 {
     const std::lock_guard lock(m_waiting);
     const uint64_t nNow = TickCount();
@@ -98,7 +81,7 @@ bool CJournal::SendPatiently(const std::function<bool(int)>& Send)
         return false;
     }
     const auto begin = std::chrono::steady_clock::now();
-    const bool bSent = Send(0);
+    const bool bSent = Send(true);
     const int iErrno = errno;
     m_iMicrosLeft -=
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin).count();

@@ -1,7 +1,9 @@
 #include "Platform/ServiceStatus.h"
 
-#include "Platform/Errors.h"
 #include "Platform/Process.h"
+#include "Platform/linux/base/CDescriptor.h"
+#include "Platform/linux/base/Result.h"
+#include "Platform/linux/net/LocalDatagram.h"
 
 #include <algorithm>
 #include <climits>
@@ -14,6 +16,7 @@ namespace Platform {
 namespace {
 
 constexpr uint64_t MICROSECONDS = 1'000'000;
+constexpr int LONGEST_WAIT = MICROSECONDS; ///< for a manager that reads nothing
 constexpr uint64_t MICROSECONDS_PER_MILLISECOND = 1000;
 
 std::string MonotonicNow()
@@ -60,27 +63,35 @@ std::string Notification(const SServiceStatus& status)
     return strText;
 }
 
-bool Notify(const std::string& strNotification)
+std::string ManagersSocket()
 {
-    const int iResult = sd_notify(0, strNotification.c_str());
-    if (iResult < 0)
-        SetLastError(ErrorFromErrno(-iResult));
-    return iResult >= 0;
+    bool bPresent = false;
+    return EnvironmentVariable("NOTIFY_SOCKET", bPresent);
+}
+
+/// sd_notify(3) would wait for as long as the manager reads nothing.
+bool Notify(const std::string& strNotification, bool bWait = false)
+{
+    const std::string strSocket = ManagersSocket();
+    if (strSocket.empty())
+        return true;
+    SLocalAddress address;
+    if (!address.Set(strSocket.c_str()))
+        return false;
+    const CDescriptor descriptor(OpenLocalDatagrams(LONGEST_WAIT));
+    return (descriptor.IsValid() && SendLocalDatagram(descriptor.Get(), address, strNotification, bWait)) ||
+           FailWithErrno();
 }
 
 } // namespace
 
-bool ReportServiceStatus(const SServiceStatus& status) { return Notify(Notification(status)); }
+bool ReportServiceStatus(const SServiceStatus& status) { return Notify(Notification(status), true); }
 
 bool ReportWork(std::string_view line) { return Notify("STATUS=" + std::string(line)); }
 
 bool ReportAlive() { return Notify("WATCHDOG=1"); }
 
-bool HasServiceManager()
-{
-    bool bPresent = false;
-    return !EnvironmentVariable("NOTIFY_SOCKET", bPresent).empty();
-}
+bool HasServiceManager() { return !ManagersSocket().empty(); }
 
 unsigned WatchdogMillis()
 {
