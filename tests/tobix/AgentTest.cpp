@@ -96,7 +96,8 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
         size_t nFailed; ///< of two mails, moved to the error directory
         const char* pszLog;
         size_t nStored = 2 - nFailed;
-    } CASES[] = {{EFault::FlushVolume, 1, EIO, 2, "flushing delivered mail failed", 2},
+        unsigned nTimes = 1;
+    } CASES[] = {{EFault::FlushVolume, 1, EIO, 2, "flushing delivered mail failed", 2, 2}, // in one group or two
                  {EFault::Remove, 1, EBUSY, 0, "caught at Tobix/LocalAgent:433"},
                  {EFault::Open, 2, EMFILE, 0, "Looks like lock on file"},
                  {EFault::Lock, 1, EAGAIN, 0, "Looks like lock on file"},
@@ -120,7 +121,7 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
         Users().ChangeMonitor().Destroy(); // its thread makes calls, too, which must not be counted
         Drop("1.eml", "ann@example.org");
         Drop("2.eml", "ann@example.org");
-        const Platform::CInjectedFault fault(tried.fault, tried.nCall, tried.iErrno);
+        const Platform::CInjectedFault fault(tried.fault, tried.nCall, tried.iErrno, tried.nTimes);
         RunAgentUntilQueueIsEmpty();
         EXPECT_EQ(CountIn("spool/ann"), tried.nStored);
         EXPECT_EQ(CountIn("error"), tried.nFailed);
