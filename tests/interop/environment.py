@@ -3,6 +3,7 @@ import atexit
 import contextlib
 import os
 import pathlib
+import re
 import shutil
 import socket
 import subprocess
@@ -11,6 +12,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "daemon"))
 from world import wait_for  # noqa: E402
 
+GUIDE = pathlib.Path(__file__).resolve().parents[2] / "docs" / "behind.md"
 RUN = pathlib.Path("/run/interop")
 CA = RUN / "tls" / "ca.pem"
 MAIL = RUN / "mail"
@@ -72,12 +74,23 @@ def start_opensmtpd():
     _servers.append(serve("/usr/sbin/smtpd", "-d", "-f", "/etc/smtpd.conf"))
 
 
+def follow_guide():
+    """Puts each block of docs/behind.md where the line before it tells: into a section, or at the end."""
+    for file, section, block in re.findall(r"^In `(/[^`]+)`(?:, section `(\w+)`)?[^\n]*:\n\n((?:(?: {4}.*)?\n)+)", GUIDE.read_text(), re.M):
+        path = pathlib.Path(file)
+        path.parent.mkdir(exist_ok=True)
+        text, block = path.read_text() if path.exists() else "", re.sub("^ {4}", "", block, flags=re.M)
+        begin = f"begin {section}\n"
+        path.write_text(text.replace(begin, begin + block, 1) if section else text + block)
+
+
 def start():
     """Idempotent; seconds."""
     if _servers:
         return
     atexit.register(stop)
     (RUN / "log").chmod(0o777)
+    follow_guide()
     shutil.chown(RUN / "dns", "nsd")
     _servers.append(serve("/usr/sbin/nsd", "-d", "-c", "/etc/nsd/nsd.conf"))
     make_certificates()
@@ -105,7 +118,7 @@ def as_vmail(root):
     """A command that runs the daemon as the user who reads mailboxes, in a tree that is his from now on."""
     daemon, command = root / "tobix", root / "as-vmail"
     shutil.copy(os.environ["TOBIX"], daemon)
-    command.write_text(f'#!/bin/sh\nexec setpriv --reuid vmail --regid vmail --clear-groups {daemon} "$@"\n')
+    command.write_text(f'#!/bin/sh\nexec setpriv --reuid vmail --regid vmail --init-groups {daemon} "$@"\n')
     command.chmod(0o755)
     run("chown", "-R", "vmail:", root)
     return command

@@ -30,12 +30,13 @@ if [ -e /dev/log ]; then mount --bind /dev/null /dev/log; fi
 
 cp -r "$here"/etc/. /etc/
 uid=60100
-for user in postfix postdrop Debian-exim opensmtpd opensmtpq nsd vmail dovecot dovenull; do
+for user in postfix postdrop Debian-exim opensmtpd opensmtpq nsd vmail dovecot dovenull tobix-feed tobix-inject; do
     uid=$((uid + 1))
     sed -i "/^$user:/d" /etc/passwd /etc/group
     echo "$user:x:$uid:$uid::/run/interop/empty:/usr/sbin/nologin" >>/etc/passwd
     echo "$user:x:$uid:" >>/etc/group
 done
+sed -i '/^tobix-inject:/s/$/vmail/' /etc/group
 chown vmail: /run/interop/mail
 chmod 711 /run/interop/empty
 
