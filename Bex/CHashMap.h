@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 namespace Bex {
@@ -19,7 +20,8 @@ namespace Bex {
 /// A map with string keys, compared byte for byte, and a lock of its own.
 ///
 /// Every operation is atomic for other threads; a sequence of operations, or a walk, needs the caller to hold the
-/// map's lock. The walk goes bucket by bucket and in a bucket in the order in which keys were first set.
+/// map's lock. The walk goes bucket by bucket and in a bucket in the order in which keys were first set; that is all
+/// that the buckets are for. A key is found by an index beside them, in the same time however many there are.
 template <class K, class V>
 class CHashMap : public ISyncObject
 {
@@ -32,7 +34,8 @@ public:
         uint32_t dwHash;
         K key;
         V value;
-        std::unique_ptr<SNode> pNext;
+        SNode* pNext; ///< in its bucket
+        SNode* pPrevious;
         uint32_t nBucket;
     };
 
@@ -46,7 +49,7 @@ public:
         SNode& operator*() const { return *m_pNode; }
         CIterator& operator++()
         {
-            m_pNode = m_pNode->pNext ? m_pNode->pNext.get() : m_map.FirstFrom(m_pNode->nBucket + 1);
+            m_pNode = m_pNode->pNext != nullptr ? m_pNode->pNext : m_map.FirstFrom(m_pNode->nBucket + 1);
             return *this;
         }
 
@@ -62,36 +65,24 @@ public:
     bool Lock(unsigned dwMillis) override { return m_pLock->Lock(dwMillis); }
     bool Lock() override { return m_pLock->Lock(); }
     bool Unlock() override { return m_pLock->Unlock(); }
-    ~CHashMap() override { FreeNodes(); }
+    ~CHashMap() override = default;
     virtual void SetModified() {} ///< called after every change
 
     void Set(const K& key, V value)
     {
         CScopedLock lock(*m_pLock);
-        uint32_t dwHash = Hash(key);
-        uint32_t nBucket = dwHash % BUCKETS;
-        std::unique_ptr<SNode>* pLink = &m_buckets[nBucket];
-        while (*pLink && !Matches(**pLink, dwHash, key))
-            pLink = &(*pLink)->pNext;
-        if (*pLink) {
-            (*pLink)->value = std::move(value);
-        } else {
-            pLink->reset(new (std::nothrow) SNode{dwHash, key, std::move(value), nullptr, nBucket});
-            if (!*pLink)
-                ThrowOutOfMemoryException("Bex/CHashMap.h", __LINE__);
-            ++m_nCount;
-        }
+        if (SNode* pNode = Find(key))
+            pNode->value = std::move(value);
+        else
+            Append(key, std::move(value));
         SetModified();
     }
     /// The node or null. Hold the lock as long as the node is used.
     SNode* Find(std::string_view key) const
     {
         CScopedLock lock(*m_pLock);
-        uint32_t dwHash = Hash(key);
-        SNode* pNode = m_buckets[dwHash % BUCKETS].get();
-        while (pNode != nullptr && !Matches(*pNode, dwHash, key))
-            pNode = pNode->pNext.get();
-        return pNode;
+        const auto found = m_nodes.find(key);
+        return found != m_nodes.end() ? found->second.get() : nullptr;
     }
     bool Contains(std::string_view key) const { return Find(key) != nullptr; }
     bool Lookup(std::string_view key, V& value) const ///< copies the value; false when the key is missing
@@ -113,14 +104,10 @@ public:
     bool Remove(std::string_view key) ///< false when there is nothing to remove
     {
         CScopedLock lock(*m_pLock);
-        uint32_t dwHash = Hash(key);
-        std::unique_ptr<SNode>* pLink = &m_buckets[dwHash % BUCKETS];
-        while (*pLink && !Matches(**pLink, dwHash, key))
-            pLink = &(*pLink)->pNext;
-        if (!*pLink)
+        const auto gone = m_nodes.extract(key); // lives on to the end: the key may be the node's own
+        if (gone.empty())
             return false;
-        std::unique_ptr<SNode> pGone = std::exchange(*pLink, nullptr); // the key may be the node's own
-        *pLink = std::move(pGone->pNext);
+        Unlink(*gone.mapped());
         --m_nCount;
         SetModified();
         return true;
@@ -128,13 +115,16 @@ public:
     void RemoveAll()
     {
         CScopedLock lock(*m_pLock);
-        FreeNodes();
+        m_buckets = {};
+        m_nodes.clear();
+        m_nCount = 0;
         SetModified();
     }
     void Swap(CHashMap& other) ///< which nobody else uses
     {
         CScopedLock lock(*m_pLock);
         m_buckets.swap(other.m_buckets);
+        m_nodes.swap(other.m_nodes);
         m_nCount = other.m_nCount.exchange(m_nCount);
         SetModified();
     }
@@ -151,6 +141,12 @@ public:
     }
 
 private:
+    struct SBucket
+    {
+        SNode* pFirst = nullptr;
+        SNode* pLast = nullptr;
+    };
+
     static std::unique_ptr<ISyncObject> MakeLock()
     {
         std::unique_ptr<ISyncObject> pLock(new (std::nothrow) CCriticalSection);
@@ -158,27 +154,44 @@ private:
             ThrowOutOfMemoryException("Bex/CHashMap.h", __LINE__);
         return pLock;
     }
-    static bool Matches(const SNode& node, uint32_t dwHash, std::string_view key)
+    void Append(const K& key, V value)
     {
-        return node.dwHash == dwHash && std::string_view(node.key) == key;
+        const uint32_t dwHash = Hash(key);
+        SBucket& bucket = m_buckets[dwHash % BUCKETS];
+        std::unique_ptr<SNode> pNode(new (std::nothrow)
+                                         SNode{dwHash, key, std::move(value), nullptr, bucket.pLast, dwHash % BUCKETS});
+        SNode* const pNew = pNode.get();
+        if (pNew == nullptr || !Enter(std::move(pNode)))
+            ThrowOutOfMemoryException("Bex/CHashMap.h", __LINE__);
+        (bucket.pLast != nullptr ? bucket.pLast->pNext : bucket.pFirst) = pNew;
+        bucket.pLast = pNew;
+        ++m_nCount;
+    }
+    bool Enter(std::unique_ptr<SNode> pNode) ///< into the index; false: no memory
+    {
+        try {
+            const std::string_view key = pNode->key;
+            return m_nodes.try_emplace(key, std::move(pNode)).second;
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+    void Unlink(const SNode& node)
+    {
+        SBucket& bucket = m_buckets[node.nBucket];
+        (node.pPrevious != nullptr ? node.pPrevious->pNext : bucket.pFirst) = node.pNext;
+        (node.pNext != nullptr ? node.pNext->pPrevious : bucket.pLast) = node.pPrevious;
     }
     SNode* FirstFrom(uint32_t nBucket) const
     {
-        while (nBucket < BUCKETS && !m_buckets[nBucket])
+        while (nBucket < BUCKETS && m_buckets[nBucket].pFirst == nullptr)
             ++nBucket;
-        return nBucket < BUCKETS ? m_buckets[nBucket].get() : nullptr;
-    }
-    void FreeNodes()
-    {
-        for (std::unique_ptr<SNode>& pHead : m_buckets) { // one by one: a chain must not free itself recursively
-            while (pHead)
-                pHead = std::unique_ptr<SNode>(std::move(pHead->pNext));
-        }
-        m_nCount = 0;
+        return nBucket < BUCKETS ? m_buckets[nBucket].pFirst : nullptr;
     }
 
     std::unique_ptr<ISyncObject> m_pLock = MakeLock();
-    std::array<std::unique_ptr<SNode>, BUCKETS> m_buckets;
+    std::array<SBucket, BUCKETS> m_buckets;
+    std::unordered_map<std::string_view, std::unique_ptr<SNode>> m_nodes; ///< by the keys that they hold
     std::atomic<uint32_t> m_nCount = 0;
 };
 
