@@ -1,11 +1,12 @@
 """The soak: soak.py MINUTES SEED BUILD...; scripts/soak calls it, in namespaces of its own.
 
-Rounds alternate between the builds. In each the daemon gets mail while the events of Soak.EVENTS happen at random; then
-everything is mended, the daemon has to empty its directories, and the ledger says where each mail went. The seed decides
+Rounds alternate between the builds, and every other pair of them has its volumes on a file system that does not order data
+before names. In each the daemon gets mail while the events of Soak.EVENTS happen at random; then everything is mended, the daemon has to empty its directories, and the ledger says where each mail went. The seed decides
 the events, their order and the pauses between them; when the processes get there is the machine's. TOBIX_SOAK_EVENTS
 names the events to try (all by default), to narrow down what a seed has found.
 """
 import contextlib
+import copy
 import mmap
 import os
 import pathlib
@@ -14,7 +15,6 @@ import re
 import resource
 import shutil
 import signal
-import struct
 import subprocess
 import sys
 import time
@@ -25,15 +25,16 @@ from network import Network  # noqa: E402
 from world import World, as_text, wait_for  # noqa: E402
 
 HERE = pathlib.Path(__file__).resolve().parent
-ROUND, WITHOUT_PROGRESS = 45, 90  # seconds
-VOLUME = 128 << 20  # bytes
+ROUND, WITHOUT_PROGRESS, WITHOUT_END = 90, 90, 900  # seconds
+VOLUMES, VOLUME = ("queue", "outgoing", "error", "spool"), 128 << 20  # bytes
+KINDS = ("tmpfs", "ext4 without a journal")
 USERS = {"ann": {}, "carl": {}, "slow": {}, "reply": {"RunReply": 1, "RunReplyTemplate": "template"}, "bounces": {}}
 RECIPIENTS = ("ann+{}@local.soak", "carl+{}@local.soak", "slow+{}@local.soak", "reply+{}@local.soak", "away{}@local.soak",
               *("{}@d%d.soak" % number for number in range(9)), "{}@d3.soak", "{}@d4.soak", "{}@missing.soak")
 NOBODY = ("nobody+{}@local.soak", "{}@not/valid..soak", "{} blank@d1.soak")
 TABLES = {"domains": "local.soak\nbounce.soak\n", "filters": "never there\n", "intercept_addresses": "carl\n",
           "aliases": "*@bounce.soak: bounces\naway*@local.soak: forwarded@d0.soak\n", "backupdomains": "d7.soak\n"}
-ALLOWED_GROWTH = 64 << 10  # KiB of resident memory
+ALLOWED_GROWTH = 1 << 10  # KiB of allocated memory: what the caches may have learned
 
 
 def run(*command):
@@ -42,35 +43,62 @@ def run(*command):
 
 class Soak:
     EVENTS = {"drop": 40, "burst": 4, "slow_writer": 6, "touch": 4, "restart": 2, "reload": 3, "kill": 1, "stop": 1, "full": 3,
-              "descriptors": 3, "jump": 2, "names": 3, "strangers": 3, "pause": 1, "unmount": 1}
+              "descriptors": 3, "jump": 2, "names": 3, "strangers": 3, "pause": 1, "unmount": 1, "second": 2}
 
     def __init__(self, seed, builds):
         self.random, self.builds, self.ledger = random.Random(seed), builds, Ledger()
         wanted = os.environ.get("TOBIX_SOAK_EVENTS", " ".join(self.EVENTS)).split()
         self.events = {name: self.EVENTS[name] for name in wanted}
-        corpus = pathlib.Path(os.environ["TOBIX_MAIL_CORPUS"])
+        corpus = pathlib.Path(os.environ.get("TOBIX_MAIL_CORPUS") or HERE.parents[1] / "demo" / "mail")
         self.corpus = [re.sub(rb"(?i)envelope-", b"Was-", path.read_bytes()) for path in sorted(corpus.rglob("*.eml"))]
-        self.due, self.findings, self.baseline, self.killed = [], [], {}, False
+        self.due, self.findings, self.baseline, self.killed, self.starts = [], [], {}, False, 0
         os.environ["TOBIX"] = str(builds[0] / "tobix")
         self.world = World(users=())
-        self.prepare_tree()
+        self.world.volumes = self.world.root / "volumes"
+        self.worlds = [self.world]  # and at times one with a second daemon on the same directories
+        self.kinds = [kind for kind in KINDS if self.can_have(kind)]
+        for name, text in TABLES.items():
+            (self.world.etc / name).write_text(text)
         self.network = Network(seed, self.world.etc)
         self.prepare_environment()
 
-    def prepare_tree(self):
-        world = self.world
-        world.volumes = world.root / "volumes"
-        for name in ("queue", "outgoing", "error", "spool"):
-            (world.volumes / name).mkdir(parents=True)
-            run("mount", "-t", "tmpfs", "-o", f"size={VOLUME}", "soak", world.volumes / name)
-            run("mount", "--bind", world.volumes / name, world.root / name)
-        for name, text in TABLES.items():
-            (world.etc / name).write_text(text)
+    def can_have(self, kind):
+        try:
+            for name in VOLUMES:
+                self.mount(name, kind)
+        except (OSError, subprocess.CalledProcessError) as error:
+            print(f"NOT TRIED: volumes of {kind}: {error}", flush=True)
+            return False
+        return True
+
+    def mount(self, name, kind):
+        """Gives the directory a new, empty volume."""
+        world, volume = self.world, self.world.volumes / name
+        volume.mkdir(parents=True, exist_ok=True)
+        for place in (world.root / name, volume):
+            if os.path.ismount(place):
+                run("umount", place)
+        if kind == "tmpfs":
+            run("mount", "-t", "tmpfs", "-o", f"size={VOLUME}", "soak", volume)
+        else:
+            image = world.root / "image"
+            image.write_bytes(b"")
+            os.truncate(image, VOLUME)
+            run("mkfs.ext4", "-q", "-F", "-m", "0", "-O", "^has_journal", image)
+            run("mount", "-o", "loop", image, volume)
+            image.unlink()  # the device has it until the volume goes
+            (volume / "lost+found").rmdir()
+        run("mount", "--bind", volume, world.root / name)
+
+    def prepare_volumes(self, kind):
+        for name in VOLUMES:
+            self.mount(name, kind)
+        spool = self.world.spool
         for user, settings in USERS.items():
-            world.add_user(user, SaveEnvelope=1, **settings)
-        (world.spool / "reply" / "template").write_text("Subject: away\n\nI am away.\n")
-        (world.spool / "slow" / "newmail.cmd").write_text("#!/bin/sh\nsleep 0.1\n")
-        (world.spool / "slow" / "newmail.cmd").chmod(0o755)
+            self.world.add_user(user, SaveEnvelope=1, **settings)
+        (spool / "reply" / "template").write_text("Subject: away\n\nI am away.\n")
+        (spool / "slow" / "newmail.cmd").write_text("#!/bin/sh\nsleep 0.1\n")
+        (spool / "slow" / "newmail.cmd").chmod(0o755)
 
     def write_settings(self, choose):
         world = self.world
@@ -83,30 +111,39 @@ class Soak:
 
     def prepare_environment(self):
         root = self.world.root
-        run("g++", "-std=c++20", "-shared", "-fPIC", "-O1", "-o", root / "clock.so", HERE / "clock.cpp")
+        run("g++", "-std=c++20", "-shared", "-fPIC", "-O1", "-o", root / "preloaded.so", HERE / "preloaded.cpp")
         (root / "resolv.conf").write_text("nameserver 127.0.0.1\n")
-        with open(root / "clock", "w+b") as file:
-            file.write(bytes(8))
+        with open(root / "page", "w+b") as file:
+            file.write(bytes(24))
             file.flush()
-            self.clock = mmap.mmap(file.fileno(), 8)
+            self.page = memoryview(mmap.mmap(file.fileno(), 24)).cast("q")  # seconds ahead, who is to tell, allocated bytes
         report = f"log_path={root}/sanitizer:"
         self.environment = {
-            "TOBIX_CONNECTIVITY": "4", "TOBIX_RESOLV_CONF": str(root / "resolv.conf"), "SOAK_CLOCK": str(root / "clock"),
-            "LD_PRELOAD": str(root / "clock.so"), "UBSAN_OPTIONS": report + "print_stacktrace=1",
+            "TOBIX_CONNECTIVITY": "4", "TOBIX_RESOLV_CONF": str(root / "resolv.conf"), "SOAK_PAGE": str(root / "page"),
+            "LD_PRELOAD": str(root / "preloaded.so"), "UBSAN_OPTIONS": report + "print_stacktrace=1",
             "ASAN_OPTIONS": report + "verify_asan_link_order=0:quarantine_size_mb=4:thread_local_quarantine_size_kb=16",
             "TSAN_OPTIONS": report + f"intercept_memmem=0:suppressions={HERE.parents[1]}/tests/tsan.supp"}
 
     # The daemon
 
-    def start(self):
-        if self.world.starts:
-            (self.world.root / "log").rename(self.world.root / f"log.{time.monotonic():.3f}")
-        self.world.starts = 0
-        self.world.start(**self.environment)
+    def start(self, world):
+        self.starts += 1
+        world.log_path, world.starts = world.root / f"log.{self.starts:03}", 0
+        world.start(**self.environment)
 
-    def end_in_order(self):
-        if (code := self.world.stop()) != 0:
+    def end_in_order(self, world):
+        if (code := world.stop()) != 0:
             self.find(f"the daemon ended with {code}")
+
+    def replace(self, world):
+        """Goes on after the end of one; a second daemon does not come back."""
+        if world is self.world:
+            self.start(world)
+        else:
+            self.worlds.remove(world)
+
+    def any_world(self):
+        return self.random.choice(self.worlds)
 
     def find(self, what):
         """Notes a finding, and keeps the round's logs: the daemon's, one for each start, and the events."""
@@ -118,14 +155,22 @@ class Soak:
             shutil.copy(log, kept)
         (kept / "events").write_text("\n".join(self.history))
 
+    def count_descriptors(self, world):
+        return len(os.listdir(f"/proc/{world.process.pid}/fd"))
+
     def usage(self):
-        process = pathlib.Path(f"/proc/{self.world.process.pid}")
-        memory = int(re.search(r"VmRSS:\s+(\d+)", (process / "status").read_text())[1])
-        return memory, len(list((process / "fd").iterdir()))
+        """Allocated memory and resident memory in KiB, descriptors, threads."""
+        process = self.world.process
+        self.page[1] = process.pid
+        process.send_signal(signal.SIGUSR2)  # so that it looks at its clock
+        wait_for("how much memory it has", lambda: self.page[1] == 0, 20)
+        status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
+        resident, threads = (int(re.search(key + r":\s+(\d+)", status)[1]) for key in ("VmRSS", "Threads"))
+        return self.page[2] >> 10, resident, self.count_descriptors(self.world), threads
 
     def others(self):
         """Programs that the daemon has started, also one that is dead by now."""
-        mine = {1, os.getpid(), self.world.process.pid}
+        mine = {1, os.getpid(), *(world.process.pid for world in self.worlds)}
         return [pid for pid in map(int, filter(str.isdigit, os.listdir("/proc"))) if pid not in mine]
 
     @staticmethod
@@ -148,7 +193,7 @@ class Soak:
         names = [f"{number:06}-{n}" for n in range(len(templates))]
         recipients = ",".join(t.format("soak-" + n) for t, n in zip(templates, names))
         ending = b"\r\n\r\nwhole %06d\r\n" % number
-        head = f"X-Envelope-From: from-{number:06}@bounce.soak\r\nX-Envelope-To: {recipients}\r\n".encode()
+        head = f"X-Envelope-From: from-{number:06}@bounce.soak\r\nX-Envelope-To: {recipients}\r\nX-Soak: {number}\r\n".encode()  # which the content may continue
         body = re.split(rb"\r?\n\r?\n", content, maxsplit=1)[-1] if not is_changed else b""
         return number, head + content + ending, names, (body if len(body) < 20000 else b"") + ending
 
@@ -201,7 +246,7 @@ class Soak:
 
     def restart(self, choose=None):
         self.write_settings(choose or self.random.choice)
-        self.world.process.send_signal(signal.SIGHUP)
+        self.any_world().process.send_signal(signal.SIGHUP)
 
     def reload(self):
         name = self.random.choice(list(TABLES))
@@ -211,28 +256,43 @@ class Soak:
             (self.world.spool / "ann" / "password").touch()
 
     def kill(self):
-        self.world.kill()
+        world = self.any_world()
+        survivors = [other.process for other in self.worlds if other is not world]
+        for process in survivors:  # until it is clear what may be repeated
+            process.send_signal(signal.SIGSTOP)
+            os.waitid(os.P_PID, process.pid, os.WSTOPPED | os.WNOWAIT)
+        world.kill()
         self.ledger.may_be_repeated((self.world.queue, self.world.outgoing))
+        for process in survivors:
+            process.send_signal(signal.SIGCONT)
         self.ledger.totals["kills"] += 1
         self.killed = True
         self.mend()
-        self.start()
+        self.replace(world)
 
     def stop(self):
         self.mend()
-        self.end_in_order()
-        self.start()
+        world = self.any_world()
+        self.end_in_order(world)
+        self.replace(world)
+
+    def second(self):
+        """A second daemon comes, and stays until a stop or a kill meets it."""
+        if len(self.worlds) == 1:
+            self.mend()
+            self.worlds.append(copy.copy(self.world))
+            self.start(self.worlds[1])
 
     def full(self):
-        volume = self.world.volumes / self.random.choice(("queue", "outgoing", "error", "spool"))
+        volume = self.world.volumes / self.random.choice(VOLUMES)
         room = os.statvfs(volume)
         with contextlib.suppress(OSError), open(volume / ".filler", "wb") as file:
             os.posix_fallocate(file.fileno(), 0, max(1, room.f_bavail - self.random.randrange(3)) * room.f_bsize)
         self.later(self.random.random() * 4, lambda: (volume / ".filler").unlink(missing_ok=True))
 
     def descriptors(self):
-        pid = self.world.process.pid
-        _, used = self.usage()
+        world = self.any_world()
+        pid, used = world.process.pid, self.count_descriptors(world)
         _, usual = resource.prlimit(pid, resource.RLIMIT_NOFILE)  # the daemon has all that it may; less, this came twice
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (used + self.random.randrange(-2, 6), usual))
 
@@ -246,7 +306,7 @@ class Soak:
         self.later(self.random.random() * 10, lambda: self.set_clock(0))
 
     def set_clock(self, seconds):
-        self.clock[:] = struct.pack("q", seconds)
+        self.page[0] = seconds
 
     def names(self):
         self.network.names.mood = self.random.choice(("good", "good", "odd", "dead", "failing"))
@@ -255,8 +315,8 @@ class Soak:
         self.network.unsettle(self.random)
 
     def pause(self):
-        self.world.process.send_signal(signal.SIGUSR1)
-        process = self.world.process
+        process = self.any_world().process
+        process.send_signal(signal.SIGUSR1)
         self.later(self.random.random() * 2, lambda: process.send_signal(signal.SIGUSR2))
 
     def unmount(self):
@@ -288,22 +348,23 @@ class Soak:
             self.history.append(f"{time.monotonic():.3f} {event}, mail {self.ledger.number} was the last")
             getattr(self, event)()
             time.sleep(self.random.expovariate(4))
-            if self.world.process.poll() is not None:
-                self.find(f"the daemon ended by itself with {self.world.process.returncode}")
+            for world in [world for world in self.worlds if world.process.poll() is not None]:
+                self.find(f"the daemon ended by itself with {world.process.returncode}")
                 self.mend()
-                self.start()
+                self.replace(world)
 
     def settle(self):
         """Waits until nothing is on its way; false when that takes too long. By then no mail is young enough to be kept."""
         self.set_clock(3600)
         last, since, quiet = None, time.monotonic(), 0
+        end = since + WITHOUT_END
         while quiet < 5:
             self.world.process.send_signal(signal.SIGUSR2)  # the one that was due may have met another control
             names = sorted(p.name for d in (self.world.queue, self.world.outgoing) for p in d.glob("*.eml"))
             state = (names, self.others())
             if state != last:
                 last, since = state, time.monotonic()
-            if time.monotonic() > since + WITHOUT_PROGRESS and state != ([], []):
+            if time.monotonic() > min(since + WITHOUT_PROGRESS, end) and state != ([], []):
                 self.find(f"stuck: {len(names)} mails {names[:5]}, programs {[self.describe(pid) for pid in state[1]]}")
                 return False
             quiet = quiet + 1 if state == ([], []) else 0
@@ -312,31 +373,40 @@ class Soak:
         return True
 
     def round(self, number, seconds):
-        build = self.builds[number % len(self.builds)]
+        build, kind = self.builds[number % len(self.builds)], self.kinds[number // len(self.builds) % len(self.kinds)]
         self.where, self.world.executable, self.killed = f"round {number} of {build.name}", str(build / "tobix"), False
-        before, self.history = len(self.findings), []
+        before, self.history = len(self.findings), [f"volumes of {kind}"]
         for log in self.world.root.glob("log*"):
             log.unlink()
-        self.world.starts = 0
+        self.prepare_volumes(kind)
         self.write_settings(max)
-        self.start()
+        self.start(self.world)
         if build not in self.baseline:
             self.burst()
             self.settle()
             self.baseline[build] = self.usage()
         self.unrest(seconds)
         self.mend()
+        while len(self.worlds) > 1:
+            self.end_in_order(self.worlds.pop())
         self.restart(max)  # with the settings of the beginning
         is_quiet, first = self.settle(), self.baseline[build]
         with contextlib.suppress(AssertionError):
-            wait_for("the restart", lambda: self.usage()[1] <= first[1], 20)
-        usage = self.usage()
-        self.end_in_order()
-        if is_quiet and (usage[0] > first[0] + ALLOWED_GROWTH or usage[1] > first[1]):
-            self.find(f"memory and descriptors grew from {first} to {usage}")
+            wait_for("the restart", lambda: not self.growth(first), 20)
+        usage, growth = self.usage(), self.growth(first)
+        self.end_in_order(self.world)
+        if is_quiet and growth:
+            self.find(growth)
         self.inspect()
-        print(f"{self.where}: {self.ledger.totals['mails']} mails by now; memory {first[0]} -> {usage[0]} KiB, "
-              f"descriptors {first[1]} -> {usage[1]}; {len(self.findings) - before} findings", flush=True)
+        print(f"{self.where} on {kind}: {self.ledger.totals['mails']} mails by now; allocated {first[0]} -> {usage[0]} KiB, resident "
+              f"{first[1]} -> {usage[1]}; descriptors {first[2]} -> {usage[2]}, threads {first[3]} -> {usage[3]}; "
+              f"{len(self.findings) - before} findings", flush=True)
+
+    def growth(self, first):
+        last = self.usage()
+        names = ("allocated KiB", "", "descriptors", "threads")
+        return ", ".join(f"{name} grew from {first[n]} to {last[n]}" for n, name in enumerate(names)
+                         if name and last[n] > first[n] + (ALLOWED_GROWTH if n == 0 else 0))
 
     def inspect(self):
         for finding in self.ledger.judge(self.world, self.network.take_receipts()):
@@ -355,13 +425,14 @@ def main(minutes, seed, *builds):
     print(f"soak for {minutes} minutes with seed {seed}", flush=True)
     soak = Soak(seed, [pathlib.Path(build).resolve() for build in builds])
     seconds = float(minutes) * 60
-    rounds = max(len(builds), round(seconds / ROUND))
+    rounds = max(2 * len(builds), round(seconds / ROUND))
     try:
         for number in range(rounds):
             soak.round(number, seconds / rounds)
     finally:
-        if soak.world.process.poll() is None:
-            soak.world.kill()
+        for world in soak.worlds:
+            if world.process.poll() is None:
+                world.kill()
     print("counted: " + ", ".join(f"{name} {count}" for name, count in soak.ledger.totals.items()))
     print(f"findings: {len(soak.findings)}")
     return 1 if soak.findings else 0

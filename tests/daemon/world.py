@@ -38,6 +38,7 @@ class World:
         self.process = None
         self.executable = os.environ["TOBIX"]
         self.starts = 0
+        self.log_path = self.root / "log"
         for name in ("etc", "queue", "spool", "error", "outgoing", "filtered", "intercepted"):
             (self.root / name).mkdir()
             setattr(self, name, self.root / name)
@@ -75,7 +76,7 @@ class World:
         return reports
 
     def run(self, *arguments, **environment):
-        self.log_file = open(self.root / "log", "ab")
+        self.log_file = open(self.log_path, "ab")
         self.process = subprocess.Popen([self.executable, *arguments], stdin=subprocess.DEVNULL, stdout=self.log_file,
                                         stderr=self.log_file, env={**os.environ, **environment})
 
@@ -99,7 +100,7 @@ class World:
         self.log_file.close()
 
     def log(self):
-        return (self.root / "log").read_text("utf-8", "replace")
+        return self.log_path.read_text("utf-8", "replace")
 
     def wait_for_log(self, text, count=1):
         def there():
