@@ -6,7 +6,6 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Platform/Clock.h"
-#include "Platform/DataOrder.h"
 #include "Platform/OverwriteInPlace.h"
 
 #include <optional>
@@ -105,8 +104,7 @@ bool CStorableStringHash::Save(const CSimpleString* pstrFileName)
     const std::string strContent = Content();
     Platform::SFileIdentity saved;
     CThread::EndIfAbandoned();
-    if (!Platform::OrdersDataBeforeNames(strTarget.Text()) &&
-        Platform::OverwriteInPlace(strTarget.Text(), strContent, saved)) {
+    if (Platform::OverwriteInPlace(strTarget.Text(), strContent, saved)) {
         SetSaved(saved);
         return true;
     }

@@ -21,7 +21,7 @@ public:
 
     /// Writes a temporary file and moves it onto the target (null: the file of the last Load). False when the
     /// temporary file cannot be made or the move fails for good; CFileException for a write error in between. A change
-    /// of few bytes is made in the target itself, where it would have to be flushed before the move.
+    /// of few bytes is made in the target itself.
     bool Save(const CSimpleString* pstrFileName = nullptr);
     bool HasChanged() const { return HasFileChanged(); } ///< after it was read or saved
 

@@ -43,9 +43,10 @@ TEST_F(TableFilesTest, IsFlushedBeforeItReplacesUnlessTheFileSystemOrdersThatOrA
     const CInjectedFault unflushed(EFault::Flush, 1, EIO, 2);
     m_config.Set("a", "10");
     EXPECT_TRUE(m_config.Save());
-    const CInjectedFault unknown(EFault::FileSystemType, 1, ENOSYS, UINT_MAX);
+    const CInjectedFault replaced(EFault::WriteOut, 1, EIO);
     m_config.Set("a", "11");
     EXPECT_TRUE(m_config.Save() && m_directory.Read("config") == "a: 11\n" && !m_config.HasChanged());
+    const CInjectedFault unknown(EFault::FileSystemType, 1, ENOSYS, UINT_MAX);
     m_config.Set("a", "111");
     EXPECT_THROW(m_config.Save(), CFileException);
     m_config.Set("a", "12");
@@ -141,17 +142,17 @@ TEST_F(TableFilesTest, StandWhateverIsInTheFile)
 TEST_F(TableFilesTest, AFailedSaveLeavesTheFileAlone)
 {
     ASSERT_TRUE(m_config.Load(Write("config", "a: 1\n")));
-    m_config.Set("a", "2");
+    m_config.Set("a", "22");
     const CInjectedFault full(EFault::Write, 1, ENOSPC), broken(EFault::Rename, 1, EIO);
     EXPECT_THROW(m_config.Save(), CFileException);
     EXPECT_FALSE(fs::exists(m_directory / "config.tmp"));
     EXPECT_FALSE(m_config.Save());
-    EXPECT_EQ(m_directory.Read("config.tmp"), "a: 2\n"); // for the administrator to find
+    EXPECT_EQ(m_directory.Read("config.tmp"), "a: 22\n"); // for the administrator to find
     EXPECT_EQ(m_directory.Read("config"), "a: 1\n");
     EXPECT_TRUE(m_config.IsModified());
     const CInjectedFault passing(EFault::Rename, 1, EACCES); // passes: tried again
     EXPECT_TRUE(m_config.Save());
-    EXPECT_EQ(m_directory.Read("config"), "a: 2\n");
+    EXPECT_EQ(m_directory.Read("config"), "a: 22\n");
 }
 
 TEST_F(TableFilesTest, DefaultsApplyOnlyToAbsentKeys)
