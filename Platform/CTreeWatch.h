@@ -21,8 +21,9 @@ struct STreeRecord
 
 /// Watches a directory tree and collects what happens in it, in order, until it is fetched.
 ///
-/// A background thread of this object empties the kernel's queue at once, so that a burst of changes does not
-/// overflow it, and keeps only names for which the filter holds (null: all), up to nBufferBytes.
+/// A background thread of this object empties the kernel's queue, so that a burst of changes does not overflow it: at
+/// once, and while changes keep coming every few milliseconds. It keeps only names for which the filter holds (null:
+/// all), up to nBufferBytes.
 /// Directories that appear later are watched, too; what is already in them is reported as added, some of it perhaps
 /// twice. Symbolic links are not followed. The two halves of a rename within the tree come together and are kept when
 /// either name is wanted; a name that enters or leaves the tree is added or removed. A written file is modified when it

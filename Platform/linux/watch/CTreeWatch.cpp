@@ -22,6 +22,9 @@ using SDirectory = CWatchedTree::SDirectory;
 
 /// The kernel queues the two halves of a rename one right after the other, but not as one.
 constexpr unsigned LONGEST_RENAME = 20; ///< milliseconds
+/// Between two looks at a queue in which much happens: waking up for every event costs more than the event itself. Of
+/// as many as come meanwhile the kernel's queue holds many times the number.
+constexpr unsigned NAP = 20; ///< milliseconds
 
 class CNotifyQueue : public IWaitable
 {
@@ -62,7 +65,7 @@ struct CTreeWatch::SState
     }
 
     void Pump();
-    void Drain();
+    bool Drain(); ///< true when there was something
     void Take(const inotify_event& event, std::string_view strLeaf);
     void TakeOfDirectoryItself(SDirectory& directory, uint32_t dwMask);
     void OnAppeared(SDirectory& parent, std::string_view strLeaf, bool bDirectory);
@@ -130,14 +133,14 @@ bool CTreeWatch::SState::Fetch(std::vector<STreeRecord>& fetched, SError& loss)
 
 void CTreeWatch::SState::Pump()
 {
-    unsigned dwPatience = INFINITE;
-    for (;;) {
-        const EWaitResult result = WaitAny({&queue, &wake}, dwPatience);
+    bool bNap = false;
+    for (unsigned dwPatience = INFINITE;;) {
+        const EWaitResult result = bNap ? WaitAny({&wake}, NAP) : WaitAny({&queue, &wake}, dwPatience);
         const std::lock_guard lock(mutex);
         wake.Reset();
         if (bStop)
             return;
-        Drain();
+        bNap = Drain();
         if (result == EWaitResult::Failed)
             return records.Lose();
         if (rename.bOpen && TickCount() - rename.ui64Since >= LONGEST_RENAME) // steady traffic never times out
@@ -146,14 +149,18 @@ void CTreeWatch::SState::Pump()
     }
 }
 
-void CTreeWatch::SState::Drain()
+bool CTreeWatch::SState::Drain()
 {
-    const bool bRead = DrainNotifications(
-        queue.m_queue.Get(), [this](const inotify_event& event, std::string_view strLeaf) { Take(event, strLeaf); });
-    if (!bRead)
+    bool bAny = false;
+    const auto take = [&](const inotify_event& event, std::string_view strLeaf) {
+        bAny = true;
+        Take(event, strLeaf);
+    };
+    if (!DrainNotifications(queue.m_queue.Get(), take))
         records.Lose();
     if (bOutOfStep)
         Rebuild();
+    return bAny;
 }
 
 void CTreeWatch::SState::Take(const inotify_event& event, std::string_view strLeaf)
