@@ -57,6 +57,8 @@ public:
     /// beyond MAX_HEADER_BYTES or MAX_HEADER_LINES, or a body beyond all memory, is refused (LIB_TOO_BIG).
     /// CInvalidParameterException or CSystemException when the lock cannot be made.
     SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly);
+    /// Likewise; while the caller keeps the file open nobody may take it or write to it. An open one is read again.
+    SLoadResult Load(const Bex::CSimpleString& strPath, bool bHeadersOnly, Bex::CFile& file);
     /// The same, the file being taken for as long as the caller keeps it.
     SLoadResult Load(const Bex::CSimpleString& strPath, CHeldMailFile& file,
                      const std::function<void()>& BeforeWaiting = nullptr);

@@ -39,9 +39,16 @@ bool LockMailFile(Bex::CMutex& mutex, Platform::SError& error, const std::functi
 SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
     Bex::CFile file;
+    return Load(strPath, bHeadersOnly, file);
+}
+
+SLoadResult CMessage::Load(const Bex::CSimpleString& strPath, bool bHeadersOnly, Bex::CFile& file)
+{
+    constexpr uint32_t MODE =
+        Bex::CFile::modeRead | Bex::CFile::typeBinary | Bex::CFile::shareDenyWrite | Bex::CFile::onlyRegular;
     return LoadLocked(strPath, file, bHeadersOnly, [&] {
-        file.Open(strPath,
-                  Bex::CFile::modeRead | Bex::CFile::typeBinary | Bex::CFile::shareDenyWrite | Bex::CFile::onlyRegular);
+        if (!file.IsOpen())
+            file.Open(strPath, MODE);
     });
 }
 

@@ -54,11 +54,17 @@ bool Names(std::string_view list, std::string_view address)
 
 CMail LoadMail(const Bex::CSimpleString& strPath, bool bHeadersOnly)
 {
+    Bex::CFile file;
+    return LoadMail(strPath, bHeadersOnly, file);
+}
+
+CMail LoadMail(const Bex::CSimpleString& strPath, bool bHeadersOnly, Bex::CFile& file)
+{
     constexpr uint64_t LONGEST_WAIT = 10000; // milliseconds
     constexpr unsigned PAUSE = 100;
     for (const uint64_t ui64Start = Platform::TickCount();; Platform::SleepMillis(PAUSE)) {
         CMail mail;
-        const SLoadResult loaded = mail.Load(strPath, bHeadersOnly);
+        const SLoadResult loaded = mail.Load(strPath, bHeadersOnly, file);
         if (loaded)
             return mail;
         if (loaded.result != ELoadResult::Busy || Platform::TickCount() - ui64Start >= LONGEST_WAIT)

@@ -101,14 +101,14 @@ std::string FieldsOf(const STextPart& part)
 
 /// The part that brings the mail back, or nothing. A mail cannot be encoded in it (RFC 2046 5.2.1): of one that could
 /// be changed on its way the header is returned.
-std::string ReturnedPart(const SCommand& command, const CMail& returned)
+std::string ReturnedPart(const SCommand& command, const CMail& returned, Bex::CFile& file)
 {
     if (command.returned == SCommand::EReturn::Nothing)
         return {};
     std::string strContent(returned.GetHeaderText(EWriteMode::Plain));
     const size_t nHeader = strContent.size() - 2; // RFC 6522 3: no blank line at the end
     if (command.returned == SCommand::EReturn::Full && Platform::FileSize(command.strMail.Text()) <= MOST_RETURNED) {
-        strContent += LoadMail(command.strMail, false).Body().View();
+        strContent += LoadMail(command.strMail, false, file).Body().View();
         if (strContent.ends_with("\r\n.\r\n")) // the end of the data is no part of it
             strContent.resize(strContent.size() - 3);
         if (IsTransportable(strContent))
@@ -146,7 +146,7 @@ void SetParts(CAnswer& answer, const std::string& strReport, const std::string& 
                     "multipart/report; report-type=delivery-status;\r\n\tboundary=\"" + strBoundary + "\"");
 }
 
-void Notify(const SCommand& command, const CMail& returned, const std::string& strReceivers)
+void Notify(const SCommand& command, const CMail& returned, Bex::CFile& file, const std::string& strReceivers)
 {
     const std::string strHost(LocalHostIdentity::Obtain().strHostName.View());
     const SReport report = LoadReport(command.strText, returned, strHost);
@@ -158,7 +158,7 @@ void Notify(const SCommand& command, const CMail& returned, const std::string& s
     answer.SetFrom(
         Bex::CSimpleString::Formatted("\"%s\" <%s>", report.mail.FromName().Text(), report.mail.FromAddress().Text()));
     answer.AddText("Subject", report.mail.Subject().IsEmpty() ? ReportText::SUBJECT : report.mail.Subject().Text());
-    SetParts(answer, report.strText, failure.StatusText(strHost), ReturnedPart(command, returned));
+    SetParts(answer, report.strText, failure.StatusText(strHost), ReturnedPart(command, returned, file));
     answer.QueueInto(Config().GetPath(Keys::QUEUE_DIR));
 }
 
@@ -193,17 +193,25 @@ SPlan PlanFor(const SCommand& command, const CMail& returned)
     return plan;
 }
 
-/// The marks go last: what a crash leaves is known for told.
-void Dispose(const SCommand& command, EOutcome outcome, const CToldMark& sender)
+/// Another mail may have got the name meanwhile.
+bool IsStill(const Bex::CSimpleString& strPath, const Bex::CFile& file)
 {
-    const CToldMark postmaster(command.strMail, CToldMark::EWho::Postmaster);
+    Platform::SFileIdentity present;
+    return Platform::IdentityOf(strPath.Text(), present) && present.IsSameInode(file.Identity());
+}
+
+/// The marks go last: what a crash leaves is known for told.
+void Dispose(const SCommand& command, EOutcome outcome, const Bex::CFile& file, const CToldMark& sender,
+             const CToldMark& postmaster)
+{
     if (!command.strTo.empty() && !sender.IsSet())
         throw std::runtime_error("the sender was not told before: the mail is kept");
     const std::string_view path = command.strMail.View();
-    if (outcome == EOutcome::LastTrace)
+    const bool bStill = IsStill(command.strMail, file);
+    if (bStill && outcome == EOutcome::LastTrace)
         Bex::CFile::Move(command.strMail,
                          Bex::PathBelow(Config().GetPath(Keys::ERROR_DIR), path.substr(path.rfind('/') + 1)));
-    else
+    else if (bStill)
         RemoveIfPresent(command.strMail);
     RemoveIfPresent(command.strText);
     sender.Remove();
@@ -218,17 +226,19 @@ const char* NotifySender(const SCommand& given)
     SCommand command = given;
     command.strMail = Bex::CSimpleString(Platform::AbsolutePath(given.strMail));
     command.strText = Bex::CSimpleString(Platform::AbsolutePath(given.strText));
-    const CToldMark sender(command.strMail, CToldMark::EWho::Sender);
     LoadConfiguration();
-    const CMail returned = LoadMail(command.strMail, true);
+    Bex::CFile file;
+    const CMail returned = LoadMail(command.strMail, true, file);
+    const CToldMark sender(command.strMail, CToldMark::EWho::Sender);
+    const CToldMark postmaster(command.strMail, CToldMark::EWho::Postmaster);
     const SPlan plan = PlanFor(command, returned);
-    const CToldMark mark(command.strMail, plan.who);
+    const CToldMark& mark = plan.who == CToldMark::EWho::Sender ? sender : postmaster;
     if (plan.outcome == EOutcome::Told && !mark.IsSet()) {
-        Notify(command, returned, plan.strReceivers);
+        Notify(command, returned, file, plan.strReceivers);
         mark.Set();
     }
     if (!command.bKeep)
-        Dispose(command, plan.outcome, sender);
+        Dispose(command, plan.outcome, file, sender, postmaster);
     else if (command.strTo.empty() && !sender.IsSet())
         sender.Set(); // also when nobody was to be told
     return DONE[static_cast<int>(plan.outcome)];

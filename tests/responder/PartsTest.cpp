@@ -1,6 +1,9 @@
+#include "Common/CHeldMailFile.h"
+#include "Platform/CCallWatcher.h"
 #include "Responder/AnsweredMail.h"
-#include "Responder/SCommand.h"
+#include "Responder/Notification.h"
 #include "Responder/SFailure.h"
+#include "support/CTemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -68,4 +71,35 @@ TEST(AnsweredMailTest, KnowsProgramsFromPeople)
     for (const char* pszLine :
          {"Auto-Submitted: no (really)", "X-Auto-Response-Suppress: None", "X-Spam-Flag: no", "Listed: yes"})
         EXPECT_FALSE(isAutomatic(pszLine)) << pszLine;
+}
+
+/// While the notification gets its name, another mail takes the returned one's.
+struct CTakeover : Platform::CCallWatcher
+{
+    explicit CTakeover(const CTemporaryDirectory& world) : m_world(world) {}
+    void OnCall(const Platform::SCall& call) override
+    {
+        if (call.pszTo != nullptr && std::string_view(call.pszTo).find("/b_") != std::string_view::npos)
+            std::filesystem::rename(m_world / "new.eml", m_world / "x.eml");
+    }
+    const CTemporaryDirectory& m_world;
+};
+
+TEST(NotificationTest, KeepsOthersFromTheMailAndLeavesOneThatGetsItsName)
+{
+    const CTemporaryDirectory world;
+    const std::string strMail = world.Write("x.eml", "X-Envelope-From: bob@far.example\r\n\r\n");
+    world.Write("new.eml", "another");
+    setenv("TOBIX_CONFIG", world.Write("tobix.cfg", "QueueDir: " + world.Path().string() + "\n").c_str(), 1);
+    {
+        Bex::CFile file;
+        LoadMail(strMail.c_str(), true, file);
+        CHeldMailFile other;
+        EXPECT_EQ(CMail().Load(strMail.c_str(), other).result, ELoadResult::Busy);
+    }
+    const CTakeover takeover(world);
+    const auto command = SCommand::Parse({strMail, "-t", "none", "-s", "-o"});
+    EXPECT_STREQ(NotifySender(*command), "notification queued");
+    EXPECT_EQ(world.Read("x.eml"), "another");
+    EXPECT_EQ(world.Names().size(), 3u); // no mark
 }
