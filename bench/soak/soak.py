@@ -193,9 +193,10 @@ class Soak:
         names = [f"{number:06}-{n}" for n in range(len(templates))]
         recipients = ",".join(t.format("soak-" + n) for t, n in zip(templates, names))
         ending = b"\r\n\r\nwhole %06d\r\n" % number
-        head = f"X-Envelope-From: from-{number:06}@bounce.soak\r\nX-Envelope-To: {recipients}\r\nX-Soak: {number}\r\n".encode()  # which the content may continue
-        body = re.split(rb"\r?\n\r?\n", content, maxsplit=1)[-1] if not is_changed else b""
-        return number, head + content + ending, names, (body if len(body) < 20000 else b"") + ending
+        head = f"X-Envelope-From: from-{number:06}@bounce.soak\r\nX-Envelope-To: {recipients}\r\n".encode()
+        head += b"X-Soak: %d\r\n" % number  # which the content may continue
+        body = re.split(rb"\r?\n\r?\n", content, maxsplit=1)[1:] if not is_changed else []  # or there is none
+        return number, head + content + ending, names, b"".join(part for part in body if len(part) < 20000) + ending
 
     def mutate(self, text):
         rng = self.random
