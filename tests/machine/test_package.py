@@ -2,6 +2,7 @@
 before has ended.
 """
 import concurrent.futures
+import json
 import re
 import threading
 import time
@@ -72,7 +73,7 @@ class Package(unittest.TestCase):
         self.run_there("echo hello | tobix-inject ann@example.org")
         wait_for("the mail", lambda: list(self.machine[ANN].glob("*.eml")))
         print(f"from a fresh machine to the first mail: {time.monotonic() - begin:.1f} s")
-        self.assertEqual(self.run_there("systemctl is-active tobix; systemctl is-enabled tobix"), "active\nenabled")
+        self.assertEqual(self.run_there("systemctl is-active tobix tobix-metrics.timer; systemctl is-enabled tobix"), "active\ninactive\nenabled")
         self.assertEqual(self.run_there(f"stat -c %U /proc/{self.property('MainPID')}"), "tobix")
         self.assertEqual(self.run_there("cd /etc/tobix; stat -c '%a %U:%G %n' . tobix.cfg domains smarthosts; "
                                         "cd /var; stat -c '%a %U:%G %n' spool/tobix/* lib/tobix lib/tobix-dumps").split("\n"),
@@ -134,7 +135,51 @@ class Package(unittest.TestCase):
         self.assertEqual(len(list(self.machine["/var/lib/tobix-dumps"].glob("tobix.*.dmp"))), 2)
         self.run_there("rm -r /etc/systemd/system/tobix.service.d; systemctl daemon-reload")
 
-    def test_6_the_next_version_takes_over(self):
+    def waiting(self):
+        mails = json.loads(self.run_there("tobixctl queue --json"))
+        return {mail["from"]: (mail["state"], mail.get("attempts"), mail["name"]) for mail in mails}
+
+    def wait_for_states(self, **expected):
+        wait_for(f"{expected}", lambda: {sender.partition("@")[0]: state[:2] for sender, state in self.waiting().items()} == expected)
+
+    def test_6_an_administrator_sees_and_steers_what_waits(self):
+        self.run_there("mkdir -p /var/lib/prometheus/node-exporter && systemctl enable --now tobix-metrics.timer && "
+                       "tobixctl mailbox add ben@example.org && chmod 500 /var/lib/tobix/ben && "
+                       "echo 'far.example: 127.0.0.1:1' >>/etc/tobix/smarthosts")
+        for sender in ("ann@example.org", "bob@example.com", "eve@example.com"):
+            self.drop(sender.partition("@")[0], "far@far.example", sender)
+        tried, again = ("waiting", 1), ("waiting", 2)
+        self.wait_for_states(ann=tried, bob=tried, eve=tried)
+        self.assertRegex(self.run_there("tobixctl status; tobixctl queue"),
+                         r"(?s)outgoing: +3, of them 0 sending, 3 waiting.*connect was rejected")
+        self.run_there("tobixctl hold --from 'eve@*' && systemctl restart tobix")
+        self.wait_for_states(ann=tried, bob=tried, eve=("held", None))
+        self.run_there("tobixctl release --all")
+        self.wait_for_states(ann=tried, bob=tried, eve=tried)
+        self.run_there("tobixctl retry --all")
+        self.wait_for_states(ann=again, bob=again, eve=again)
+        (*_, ann), (*_, bob), _ = self.waiting().values()
+        road = self.run_there(f"tobixctl queue show {bob}; journalctl TOBIX_MAIL={bob} --no-pager; "
+                              "journalctl TOBIX_MAIL=bob.eml -o json --no-pager")
+        self.assertEqual([road.count(step) for step in ("saved in outgoing", f'{bob}" temporarily failed')], [3, 6], road)
+        self.assertIn("code 3", self.run_there(f"tobixctl remove {bob} </dev/null; echo code $?"))
+        self.run_there(f"tobixctl remove --yes {bob} && tobixctl bounce {ann}")
+        self.wait_for_mail("Returned mail: see transcript for details")
+        self.wait_for_states(eve=again)
+        self.drop("both", "ann@example.org,ben@example.org")
+        wait_for("the failure", self.machine["/var/spool/tobix/error/both.eml"].exists)
+        told = wait_for("the daemon to let go of it", lambda: re.search("(?s).*requeued as.*", self.run_there(
+            "chmod 700 /var/lib/tobix/ben; tobixctl requeue both.eml --yes", check=False)))[0]
+        for line in (r"to <ann@example.org> saved in <ann>", "placing in error", "has it: +ann@example.org", "gets it: +ben@example.org"):
+            self.assertRegex(told, line)
+        self.wait_for_mail("both", mailbox="/var/lib/tobix/ben")
+        self.assertEqual(self.subjects().count("both"), 1)
+        metrics = self.machine["/var/lib/prometheus/node-exporter/tobix.prom"]
+        wait_for("the timer", metrics.exists, 70)
+        self.assertIn("tobix_up 1\n", metrics.read_text())
+        self.assertEqual(metrics.stat().st_mode & 0o777, 0o644)
+
+    def test_7_the_next_version_takes_over(self):
         process = self.property("MainPID")
         self.run_there("echo '# mine' | tee -a /etc/tobix/aliases /etc/tobix/tobix.cfg")
         self.under_load("upgrade", self.install)
@@ -144,17 +189,18 @@ class Package(unittest.TestCase):
         self.assertEqual(self.run_there("grep -c '# mine' /etc/tobix/aliases /etc/tobix/tobix.cfg"),
                          "/etc/tobix/aliases:1\n/etc/tobix/tobix.cfg:1")
 
-    def test_7_every_user_hands_in_and_looks_at_nothing(self):
+    def test_8_every_user_hands_in_and_looks_at_nothing(self):
         self.run_there("useradd bob; apt-get install -y -q /root/tobix-sendmail_*.deb")
         self.run_there("printf 'To: ann@example.org\nSubject: by-sendmail\n\nhello\n' | sendmail -t", user="bob")
         self.wait_for_mail("by-sendmail")
         for path in ("/var/spool/tobix/queue", "/etc/tobix/tobix.cfg", "/etc/tobix/smarthosts", ANN):
             self.assertIn("Permission denied", self.run_there(f"ls {path}/; cat {path}", user="bob", check=False))
 
-    def test_8_mail_goes_only_when_it_is_asked_for(self):
+    def test_9_mail_goes_only_when_it_is_asked_for(self):
         mails = self.subjects()
         self.run_there("apt-get remove -y -q tobix")
-        self.assertEqual(self.run_there("find /proc -maxdepth 1 -user tobix"), "")
+        self.assertEqual(self.run_there("find /proc -maxdepth 1 -user tobix; systemctl is-active tobix tobix-metrics.timer", check=False),
+                         "inactive\ninactive")
         self.assertIn("# mine", self.machine["/etc/tobix/tobix.cfg"].read_text())
         self.run_there("apt-get purge -y -q tobix")
         self.assertEqual(self.run_there("ls -d /etc/tobix /var/lib/tobix-dumps 2>/dev/null", check=False), "")
