@@ -196,6 +196,11 @@ uint32_t CSecureSocket::TakePending(void* pBuffer, uint32_t nLength)
     return static_cast<uint32_t>(nTaken);
 }
 
+bool CSecureSocket::HasInput()
+{
+    return !m_pending.empty() || m_received.nUsed > 0 || m_handle.WaitReadable(0) != ESocketWait::TimedOut;
+}
+
 uint32_t CSecureSocket::Receive(void* pBuffer, uint32_t nLength, int iFlags)
 {
     if (!m_bSecure || nLength == 0)

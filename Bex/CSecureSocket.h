@@ -42,6 +42,7 @@ public:
     /// the caller's to drop, and bytes that are still to be received fail the handshake.
     bool Negotiate(const CSimpleString& strTargetName);
 
+    bool HasInput(); ///< something that nobody has received, be it that the peer closed; never waits
     bool IsEstablished() const { return m_bEstablished; }
     bool IsResumed() const { return m_context.IsResumed(); } ///< went on with an earlier session
     void SetSecure(bool bSecure) { m_bSecure = bSecure; }

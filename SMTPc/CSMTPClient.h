@@ -51,6 +51,7 @@ public:
     /// Raises the SMTP exception for a reply that was not expected, with the transcript.
     [[noreturn]] void Refuse(int iCode, EOtherReply other, int iLine) const;
 
+    int LastCode() const { return m_reply.Code(); } ///< of the last reply, or of what has come of it
     const SCapabilities& Capabilities() const { return m_capabilities; }
     const Bex::CList<Bex::CSimpleString>& Transcript() const { return m_transcript; }
     void SetDebugLevel(int iLevel) { m_iDebugLevel = iLevel; }

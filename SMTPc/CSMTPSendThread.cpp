@@ -12,6 +12,7 @@
 #include "SMTPc/ErrorReport.h"
 #include "SMTPc/FindTargets.h"
 
+#include <optional>
 #include <utility>
 
 namespace {
@@ -19,6 +20,7 @@ namespace {
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LONGEST_NAMING = 5'000; // milliseconds, of this host for a report
+constexpr uint64_t LONGEST_PARTING = 500;  // milliseconds, with a host that nobody's mail waits for
 constexpr uint64_t TIMEOUTS_PER_ATTEMPT = 2;
 
 Bex::CSimpleString DisplayName(const CSmartHost& target)
@@ -70,6 +72,8 @@ void WriteErrorLine(const Bex::CSimpleString& strText)
 } // namespace
 
 CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings(settings) {}
+
+CSMTPSendThread::~CSMTPSendThread() = default;
 
 void CSMTPSendThread::SendMail()
 {
@@ -129,6 +133,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     EVerdict verdict = EVerdict::Stopped;
     bool bTried = false;
     CTargetList late = TakeSilent(targets);
+    PutReachedFirst(targets);
     for (CSmartHost target; targets.PopFirst(target) || late.PopFirst(target);) {
         if (!ShallRun())
             return {EVerdict::Stopped};
@@ -136,14 +141,18 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
             break;
         const Bex::CActivity::CStep step("sends %s to %s", Bex::CSimpleString(Bex::NameOf(m_strMailPath.View())).Text(),
                                          DisplayName(target).Text());
-        CSMTPSession session(m_client, m_settings, mail, limit);
-        const auto failure = FailureOf([&] { session.Deliver(target); });
-        const bool bSilent = IsSilent(session, target);
+        std::optional<CSMTPSession> session;
+        std::optional<SDeliveryFailure> failure;
+        do {
+            session.emplace(std::move(m_pConnection), m_settings, mail, limit);
+            failure = FailureOf([&] { session->Deliver(target); });
+        } while (failure && session->IsOfTheConnection(*failure) && ShallRun());
+        const bool bSilent = IsSilent(*session, target);
         if (!failure)
-            return Delivered(session, mail);
+            return Delivered(*session, mail);
         Tell(*failure, mail, DisplayName(target));
         if (failure->IsRefusal())
-            FailureOf([&] { session.Quit(); }); // whatever the server makes of it, the outcome is known
+            EndRefused(*session, failure->bTryNextTarget && !(targets.IsEmpty() && late.IsEmpty()));
         else if (target.mode == ETLSMode::Opportunistic)
             (bSilent ? late : targets).Append(WithoutTls(target));
         verdict = failure->verdict;
@@ -152,6 +161,40 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     }
     const bool bStopBrokeIt = verdict == EVerdict::ConnectionFailed && !ShallRun();
     return {bStopBrokeIt ? EVerdict::Stopped : verdict};
+}
+
+/// An open connection to none of them is of no use to the mail.
+void CSMTPSendThread::PutReachedFirst(CTargetList& targets)
+{
+    if (!m_pConnection)
+        return;
+    for (CTargetList::CIterator it = targets.begin(); it != targets.end(); ++it) {
+        if (!m_pConnection->Reaches(*it))
+            continue;
+        CSmartHost target = *it;
+        targets.Remove(it);
+        targets.Prepend(std::move(target));
+        return;
+    }
+    EndConnection();
+}
+
+/// Whatever the server makes of it, the outcome is known. Nothing waits while a mail goes on to its other targets.
+void CSMTPSendThread::EndRefused(CSMTPSession& session, bool bOthersFollow)
+{
+    if (!bOthersFollow && session.MayGoOn())
+        m_pConnection = session.TakeConnection();
+    else
+        FailureOf([&] { session.Quit(); });
+}
+
+void CSMTPSendThread::EndConnection()
+{
+    const std::unique_ptr<CSMTPConnection> pConnection = std::move(m_pConnection);
+    if (!pConnection)
+        return;
+    pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_PARTING));
+    FailureOf([&] { pConnection->Quit(); });
 }
 
 /// Remembers it for the mails to come. A stop is nobody's silence.
@@ -177,7 +220,7 @@ void CSMTPSendThread::Tell(const SDeliveryFailure& failure, const SPreparedMail&
 }
 
 /// The mail is the server's: nothing that fails from here on makes it undelivered.
-SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& mail) const
+SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& mail)
 {
     SAttempt attempt{EVerdict::Delivered};
     try {
@@ -190,11 +233,15 @@ SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& 
     return attempt;
 }
 
-void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const
+void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file)
 {
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
     RemoveFiles(mail, file);
+    if (session.MayGoOn() && TakesNext()) {
+        m_pConnection = session.TakeConnection();
+        return;
+    }
     if (const auto failure = FailureOf([&] { session.Quit(); })) {
         const auto strText =
             Bex::CSimpleString::Formatted("%s after successful delivery: %s", failure->Name(), failure->strText.Text());

@@ -4,24 +4,28 @@
 #include "Common/CHeldMailFile.h"
 #include "Common/CMail.h"
 #include "Common/CSmartHost.h"
-#include "SMTPc/CSMTPClient.h"
+#include "Platform/CWaitLimit.h"
 #include "SMTPc/SAttempt.h"
 #include "SMTPc/SDeliveryFailure.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/SPreparedMail.h"
 
+#include <memory>
+
+struct CSMTPConnection;
 class CSMTPSession;
 
 /// A thread that delivers mail files by SMTP, one attempt after the other: the targets of the recipient's domain in
 /// order, until one takes the mail or refuses it for good.
 ///
 /// A stop request ends whatever an attempt waits for at once. A failed attempt leaves an error report beside the mail
-/// file; a successful one removes both, unless another file stands under the mail's name by then.
+/// file; a successful one removes both, unless another file stands under the mail's name by then. A connection stays
+/// open after an attempt, for the next one, as long as the settings let it and another mail wants it.
 class CSMTPSendThread : public Bex::CThread
 {
 public:
     explicit CSMTPSendThread(const SDeliverySettings& settings);
-    ~CSMTPSendThread() override = default;
+    ~CSMTPSendThread() override;
 
 protected:
     /// A mail as its file holds it.
@@ -44,6 +48,11 @@ protected:
     Bex::CSimpleString RecipientOf(const CMail& mail) const; ///< empty: none
     void RemoveReport() const;                               ///< of the last failure, if there is one
 
+    /// Whether another mail goes the way of the one that has just been delivered, and will be the next attempt.
+    virtual bool TakesNext() { return false; }
+    bool HasConnection() const { return m_pConnection != nullptr; } ///< that the last attempt has left open
+    void EndConnection();                                           ///< if there is one
+
     SDeliverySettings m_settings;
     int m_iResult = 0;
     Bex::CSimpleString m_strMailPath;
@@ -53,12 +62,14 @@ private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
+    void PutReachedFirst(CTargetList& targets);
+    void EndRefused(CSMTPSession& session, bool bOthersFollow);
     bool IsSilent(const CSMTPSession& session, const CSmartHost& target) const;
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
-    SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail) const;
-    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file) const;
+    SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail);
+    void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file);
     void RemoveFiles(const SPreparedMail& mail, EMailFile& file) const;
     EMailFile RemoveMail(const SPreparedMail& mail) const;
 
-    CSMTPClient m_client;
+    std::unique_ptr<CSMTPConnection> m_pConnection; ///< open, between two attempts
 };

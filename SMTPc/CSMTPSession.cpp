@@ -9,15 +9,18 @@
 #include "SMTPc/CSMTPException.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
+constexpr char SOURCE_FILE[] = "SMTPc/SMTPSession";
 constexpr uint32_t CHUNK = 8192;
 constexpr uint64_t SLOWEST_TRANSFER = 4096; // bytes per second that a payload may need beyond the session's limit
 constexpr uint32_t QUIT_SECONDS = 10;
 constexpr uint32_t LEAST_SILENCE = 10; // seconds, which no failure takes that the other end tells of
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
-constexpr int SHUTDOWN_SENDING = 1;
+constexpr int CLOSES = 421; // RFC 5321 3.8
+constexpr int BAD_SEQUENCE = 503;
 
 Bex::CSimpleString AddressText(const CSmartHost& target)
 {
@@ -47,28 +50,72 @@ SExchanges ChooseExchanges(const CSMTPClient::SCapabilities& offered)
 
 } // namespace
 
-CSMTPSession::CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail,
-                           const Platform::CWaitLimit& attempt)
-    : m_client(client), m_settings(settings), m_mail(mail), m_attempt(attempt), m_ui64Begun(Platform::TickCount())
+CSMTPSession::CSMTPSession(std::unique_ptr<CSMTPConnection> pConnection, const SDeliverySettings& settings,
+                           const SPreparedMail& mail, const Platform::CWaitLimit& attempt)
+    : m_pConnection(std::move(pConnection)), m_bRides(m_pConnection != nullptr), m_settings(settings), m_mail(mail),
+      m_attempt(attempt), m_ui64Begun(Platform::TickCount())
 {}
 
 CSMTPSession::~CSMTPSession()
 {
+    if (m_pConnection == nullptr)
+        return;
     LimitTo(QUIT_SECONDS); // TLS says goodbye to peers that may not read any more
     try {
-        m_client.Close();
+        Client().Close();
     } catch (const Bex::CException&) { // nothing was lost: the mail is accepted, or its failure is known
     }
 }
 
 void CSMTPSession::Deliver(const CSmartHost& target)
 {
-    Open(target);
-    Greet();
-    Secure(target);
-    Authenticate(target);
+    if (m_bRides) {
+        GoOn();
+    } else {
+        m_pConnection = std::make_unique<CSMTPConnection>(target);
+        Open(target);
+        Greet();
+        Secure(target);
+        Authenticate(target);
+    }
+    m_bReady = true;
+    ++m_pConnection->nMails;
+    m_pConnection->bReset = true; // unless all goes well
     SendEnvelope();
     SendPayload();
+    m_pConnection->bReset = false;
+}
+
+/// A server that has said something meanwhile, such as that it closes, is no longer at what we say next.
+void CSMTPSession::GoOn()
+{
+    m_bAnswered = true;
+    LimitSession();
+    bool bInStep = !Client().HasInput();
+    if (bInStep && std::exchange(m_pConnection->bReset, false)) {
+        Client().SendCommand("RSET\r\n");
+        bInStep = Client().ReadReply() == 250;
+    }
+    if (!bInStep)
+        Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
+}
+
+/// A code that is neither a refusal nor what was expected belongs to another command.
+bool CSMTPSession::IsOfTheConnection(const SDeliveryFailure& failure) const
+{
+    if (!m_bRides || m_bGoAhead)
+        return false;
+    const int iCode = Client().LastCode();
+    return !failure.IsRefusal() || iCode == CLOSES || iCode == BAD_SEQUENCE || iCode / 100 < 4;
+}
+
+bool CSMTPSession::MayGoOn() const
+{
+    if (!m_bReady || m_pConnection->nMails >= m_settings.nMailsPerConnection)
+        return false;
+    const int iCode = Client().LastCode();
+    const bool bRefused = iCode / 100 == 4 || iCode / 100 == 5;
+    return !m_pConnection->bReset || (bRefused && iCode != CLOSES);
 }
 
 bool CSMTPSession::WasSilent() const
@@ -82,16 +129,16 @@ void CSMTPSession::Open(const CSmartHost& target)
     const int iFamily = target.endPoint.Raw().iFamily;
     const bool bIPv6 = iFamily == Platform::FAMILY_IPV6;
     LimitSession();
-    m_client.Create(iFamily);
-    m_client.Bind(bIPv6 && !m_settings.strInterface6.IsEmpty() ? m_settings.strInterface6 : m_settings.strInterface);
-    m_client.SetSecure(target.mode == ETLSMode::Direct);
-    m_client.SetCertificateName({});
-    m_client.SetMachineStore(false);
-    m_client.SetProtocols(0);
-    m_client.SetCheckCertificate(true);
-    m_client.SetDebugLevel(m_settings.iDebugLevel);
-    m_client.SetTimeout(m_settings.dwTimeout);
-    m_client.Connect(AddressText(target), target.endPoint.Port(), target.strHostName);
+    Client().Create(iFamily);
+    Client().Bind(bIPv6 && !m_settings.strInterface6.IsEmpty() ? m_settings.strInterface6 : m_settings.strInterface);
+    Client().SetSecure(target.mode == ETLSMode::Direct);
+    Client().SetCertificateName({});
+    Client().SetMachineStore(false);
+    Client().SetProtocols(0);
+    Client().SetCheckCertificate(true);
+    Client().SetDebugLevel(m_settings.iDebugLevel);
+    Client().SetTimeout(m_settings.dwTimeout);
+    Client().Connect(AddressText(target), target.endPoint.Port(), target.strHostName);
 }
 
 /// A peer that keeps each single wait just short of its time-out must not hold the thread for ever.
@@ -100,59 +147,60 @@ void CSMTPSession::LimitSession() { LimitTo(m_settings.dwSessionLimit + m_mail.p
 void CSMTPSession::LimitTo(uint64_t ui64Seconds)
 {
     Bex::CActivity::MayTake(ui64Seconds * MILLIS_PER_SECOND);
-    m_client.SetLimit(m_attempt.For(ui64Seconds * MILLIS_PER_SECOND));
+    Client().SetLimit(m_attempt.For(ui64Seconds * MILLIS_PER_SECOND));
 }
 
 void CSMTPSession::Greet()
 {
-    const int iCode = m_client.ReadReply();
+    const int iCode = Client().ReadReply();
     m_bAnswered = true;
     Statistics::Count(Statistics::ECount::Sessions);
     if (iCode != 220)
-        m_client.Refuse(iCode, CSMTPClient::EOtherReply::Temporary, __LINE__);
-    m_client.Hello(m_settings.strHelloName);
+        Client().Refuse(iCode, CSMTPClient::EOtherReply::Temporary, __LINE__);
+    Client().Hello(m_settings.strHelloName);
 }
 
 void CSMTPSession::Secure(const CSmartHost& target)
 {
-    if (!m_client.Capabilities().bStartTls || !m_settings.bUseTls || target.mode == ETLSMode::None ||
-        m_client.IsEstablished())
+    if (!Client().Capabilities().bStartTls || !m_settings.bUseTls || target.mode == ETLSMode::None ||
+        Client().IsEstablished())
         return;
-    const Bex::CSocketEndPoint peer = m_client.PeerEndPoint();
+    const Bex::CSocketEndPoint peer = Client().PeerEndPoint();
     if (peer.Address() != nullptr && peer.Address()->IsLoopback())
-        m_client.SetCheckCertificate(false);
-    m_client.SetCertificateName({});
-    m_client.SetMachineStore(true);
-    m_client.SetProtocols(m_settings.dwProtocols);
-    m_client.StartTls();
+        Client().SetCheckCertificate(false);
+    Client().SetCertificateName({});
+    Client().SetMachineStore(true);
+    Client().SetProtocols(m_settings.dwProtocols);
+    Client().StartTls();
     Statistics::Count(Statistics::ECount::SecureSessions);
-    m_client.Hello(m_settings.strHelloName);
+    Client().Hello(m_settings.strHelloName);
 }
 
 void CSMTPSession::Authenticate(const CSmartHost& target)
 {
-    if (target.strUser.IsEmpty() || target.strPassword.IsEmpty() || !m_client.Capabilities().bAuth)
+    if (target.strUser.IsEmpty() || target.strPassword.IsEmpty() || !Client().Capabilities().bAuth)
         return;
-    const SExchanges exchanges = ChooseExchanges(m_client.Capabilities());
+    const SExchanges exchanges = ChooseExchanges(Client().Capabilities());
     if (exchanges.first == nullptr)
         return;
     try {
-        (m_client.*exchanges.first)(target.strUser, target.strPassword);
+        (Client().*exchanges.first)(target.strUser, target.strPassword);
         return;
     } catch (const CSMTPTemporaryException&) { // the next exchange may do, and so may none
     }
     if (exchanges.second != nullptr)
-        (m_client.*exchanges.second)(target.strUser, target.strPassword);
+        (Client().*exchanges.second)(target.strUser, target.strPassword);
 }
 
 void CSMTPSession::SendEnvelope()
 {
-    m_client.MailFrom(NormalizeAddress(m_mail.strSender), m_mail.strIdentity, m_mail.payload.Size());
-    m_client.SendCommand(
+    Client().MailFrom(NormalizeAddress(m_mail.strSender), m_mail.strIdentity, m_mail.payload.Size());
+    Client().SendCommand(
         Bex::CSimpleString::Formatted("RCPT To:<%s>\r\n", NormalizeAddress(m_mail.strRecipient).Text()).Text());
     Expect(250, 251, __LINE__);
-    m_client.SendCommand("DATA\r\n");
+    Client().SendCommand("DATA\r\n");
     Expect(354, 354, __LINE__);
+    m_bGoAhead = true;
 }
 
 void CSMTPSession::SendPayload()
@@ -162,7 +210,7 @@ void CSMTPSession::SendPayload()
     for (uint32_t nSent = 0; nSent < nSize;) {
         Bex::CThread::EndIfAbandoned();
         const uint32_t nChunk = std::min(CHUNK, nSize - nSent);
-        m_client.Send(pPayload + nSent, nChunk, 0);
+        Client().Send(pPayload + nSent, nChunk, 0);
         nSent += nChunk;
     }
     Expect(250, 250, __LINE__);
@@ -170,16 +218,16 @@ void CSMTPSession::SendPayload()
 
 void CSMTPSession::Expect(int iExpected, int iAlso, int iLine)
 {
-    const int iCode = m_client.ReadReply();
-    if (iCode != iExpected && iCode != iAlso)
-        m_client.Refuse(iCode, CSMTPClient::EOtherReply::Permanent, iLine);
+    const int iCode = Client().ReadReply();
+    if (iCode == iExpected || iCode == iAlso)
+        return;
+    Client().Refuse(iCode, CSMTPClient::EOtherReply::Permanent, iLine);
 }
 
 void CSMTPSession::Quit()
 {
+    if (m_pConnection == nullptr)
+        return;
     LimitTo(std::min(m_settings.dwTimeout, QUIT_SECONDS));
-    m_client.SendCommand("QUIT\r\n");
-    m_client.ReadReply();
-    m_client.Shutdown(SHUTDOWN_SENDING);
-    m_client.Close();
+    m_pConnection->Quit();
 }

@@ -1,20 +1,24 @@
 #pragma once
 
-#include "Common/CSmartHost.h"
-#include "SMTPc/CSMTPClient.h"
+#include "SMTPc/CSMTPConnection.h"
+#include "SMTPc/SDeliveryFailure.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/SPreparedMail.h"
 
-/// The way of one mail through one connection, from the connect to the reply to its last byte.
+#include <memory>
+
+/// The way of one mail through one connection, from the connect, or from the end of the mail before it, to the reply to
+/// its last byte.
 ///
-/// Lives for one target, on the thread that owns the client. Every failure is raised: CSocketException,
+/// Lives for one target, on the thread that owns the connection. Every failure is raised: CSocketException,
 /// CSecurityException, or the SMTP exceptions, after which the session can still be closed politely.
 class CSMTPSession
 {
 public:
-    /// The stop is that of the attempt's limit, whose time is left to the attempt: a session has its own.
-    CSMTPSession(CSMTPClient& client, const SDeliverySettings& settings, const SPreparedMail& mail,
-                 const Platform::CWaitLimit& attempt);
+    /// Goes on over the connection, which reaches the target, or opens one when there is none. The stop is that of the
+    /// attempt's limit, whose time is left to the attempt: a session has its own.
+    CSMTPSession(std::unique_ptr<CSMTPConnection> pConnection, const SDeliverySettings& settings,
+                 const SPreparedMail& mail, const Platform::CWaitLimit& attempt);
     ~CSMTPSession(); ///< the connection is closed
     CSMTPSession(const CSMTPSession&) = delete;
     CSMTPSession& operator=(const CSMTPSession&) = delete;
@@ -24,9 +28,16 @@ public:
 
     bool HasAnswered() const { return m_bAnswered; } ///< with as much as a whole greeting
     bool WasSilent() const;                          ///< it did not answer for as long as one waits for an answer
+    /// The failure, of this session, is that of a connection which another mail had used before, and says nothing about
+    /// this mail.
+    bool IsOfTheConnection(const SDeliveryFailure& failure) const;
+    bool MayGoOn() const; ///< with another mail, after this one was accepted or refused
+    std::unique_ptr<CSMTPConnection> TakeConnection() { return std::move(m_pConnection); } ///< and ends this session
 
 private:
+    CSMTPClient& Client() const { return m_pConnection->client; }
     void Open(const CSmartHost& target);
+    void GoOn();
     void LimitSession();
     void LimitTo(uint64_t ui64Seconds);
     void Greet();
@@ -36,10 +47,13 @@ private:
     void SendPayload();
     void Expect(int iExpected, int iAlso, int iLine);
 
-    CSMTPClient& m_client;
+    std::unique_ptr<CSMTPConnection> m_pConnection; ///< null before it is opened
+    const bool m_bRides;                            ///< behind another mail
     const SDeliverySettings& m_settings;
     const SPreparedMail& m_mail;
     const Platform::CWaitLimit& m_attempt;
     const uint64_t m_ui64Begun; ///< as TickCount tells it
     bool m_bAnswered = false;
+    bool m_bReady = false;   ///< for mail
+    bool m_bGoAhead = false; ///< the server waits for the payload
 };

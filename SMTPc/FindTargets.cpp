@@ -55,6 +55,14 @@ std::optional<Bex::CSimpleString> MaskOf(const Bex::CSimpleString& strSender)
     return strMask;
 }
 
+Bex::CSimpleString RouteOf(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient)
+{
+    const Bex::CSimpleString strDomain = strRecipient.AfterFirst('@');
+    const Bex::CSimpleString strFrom = MaskOf(strSender).value_or(strSender).AfterFirst('@');
+    const Bex::CSimpleString strHosts = SmartHosts().Match(strFrom, strDomain).strHosts;
+    return strHosts.IsEmpty() ? strDomain.Lowered() : strHosts;
+}
+
 SFoundTargets FindTargets(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient,
                           const Platform::CWaitLimit& limit)
 {

@@ -32,6 +32,7 @@ SDeliverySettings SDeliverySettings::FromConfiguration()
     // Retries may follow each other at once, but each takes its time.
     const uint32_t dwRetry = SECONDS_PER_MINUTE * static_cast<uint32_t>(std::clamp(iRetry, 0, LONGEST_RETRY));
     settings.dwSilenceKept = RETRIES_IN_SILENCE * (dwRetry + settings.dwTimeout);
+    settings.nMailsPerConnection = static_cast<unsigned>(std::max(1, config.GetInt(Keys::CONNECTION_MAILS)));
     settings.iDebugLevel = config.GetInt(Keys::DEBUG_LOGGING);
     return settings;
 }

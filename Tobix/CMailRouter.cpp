@@ -9,6 +9,7 @@
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
 #include "Platform/CNativeThread.h"
+#include "SMTPc/FindTargets.h"
 #include "Tobix/DMARCPolicy.h"
 #include "Tobix/ForwardingRewrites.h"
 #include "Tobix/MailLog.h"
@@ -172,11 +173,13 @@ ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strTarget, S
 {
     copy.SetRecipients(strTarget);
     const auto NextName = [this, name = std::move(name), strDomain = strTarget.AfterFirst('@').Lowered(),
+                           strRoute = m_pOutgoing->KnowsRoutes() ? RouteOf(copy.EnvelopeSender(), strTarget)
+                                                                 : Bex::CSimpleString(),
                            strName = Bex::CSimpleString()]() mutable {
         m_pOutgoing->Withdraw(strName);
         strName = name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
                                          : std::exchange(name.strText, Bex::CSimpleString());
-        m_pOutgoing->Announce(strName, strDomain);
+        m_pOutgoing->Announce(strName, strDomain, strRoute);
         return strName;
     };
     const bool bScript = !Config().GetFlag(Keys::AUTO_TRANSPORT) && HasPostScript(m_directories.strOutgoing);

@@ -8,11 +8,12 @@ bool COutgoingFiles::AddPending(std::string_view name)
     if (m_index.contains(name))
         return false;
     const CEntries::iterator entry = Add(name, PENDING);
-    Queue(entry, PENDING);
     if (const auto announced = m_announced.find(std::string(name)); announced != m_announced.end()) {
-        SetDomain(*entry, announced->second);
+        SetDomain(*entry, announced->second.strDomain);
+        SetRoute(*entry, announced->second.strRoute);
         m_announced.erase(announced);
     }
+    Queue(entry, PENDING);
     TellWork();
     return true;
 }
@@ -116,6 +117,7 @@ COutgoingFiles::CEntries::iterator COutgoingFiles::Add(std::string_view name, EL
 /// To the end of the list.
 void COutgoingFiles::Move(CEntries::iterator entry, EList list)
 {
+    Unlist(*entry);
     m_lists[list].splice(m_lists[list].end(), m_lists[entry->list], entry);
     entry->list = list;
 }
@@ -124,6 +126,7 @@ void COutgoingFiles::Queue(CEntries::iterator entry, EList list)
 {
     Move(entry, list);
     entry->turn = {list, ++m_nTurns};
+    Enlist(entry);
 }
 
 void COutgoingFiles::TellWork()

@@ -25,7 +25,10 @@
 class COutgoingFiles
 {
 public:
-    explicit COutgoingFiles(unsigned nPerDomain = 0) : m_nPerDomain(nPerDomain) {} ///< threads at once; 0: any number
+    /// So many threads at a domain at once (0: any number), and whether mail is taken along.
+    explicit COutgoingFiles(unsigned nPerDomain = 0, bool bRoutes = false)
+        : m_nPerDomain(nPerDomain), m_bRoutes(bRoutes)
+    {}
 
     bool AddPending(std::string_view name); ///< false when the name is in one of the lists
     bool Contains(std::string_view name) const;
@@ -65,13 +68,20 @@ public:
     EAnswer Claim(std::string_view name);
     int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
 
-    /// Tells the domain of a name that will be found, so that nobody has to open the file for it. Without a limit
-    /// nothing is kept.
-    void Announce(std::string_view name, std::string_view domain);
+    /// Tells the domain and the route (RouteOf in SMTPc/FindTargets.h) of a name that will be found, so that nobody has
+    /// to open the file for it. Without a limit, and while no mail is taken along, nothing is kept.
+    void Announce(std::string_view name, std::string_view domain, std::string_view route = {});
     void Withdraw(std::string_view name);
     bool WantsDomain(std::string_view name) const; ///< of a name in progress, before anything is done with it
     /// Tells it; an empty one has no limit. False: the name is another thread's later.
-    bool EnterDomain(std::string_view name, std::string_view domain);
+    bool EnterDomain(std::string_view name, std::string_view domain, std::string_view route = {});
+
+    bool KnowsRoutes() const { return m_bRoutes; }
+    Bex::CSimpleString RouteOf(std::string_view name) const; ///< empty: not known
+    /// The first name that waits for the route, or the next one of all when nobody has looked where that goes. It is in
+    /// progress then, and takes the other name's place at their domain. False when there is none, or no place.
+    bool TakeAlong(std::string_view name, std::string_view route, Bex::CSimpleString& strNext);
+    void GiveBack(std::string_view name); ///< untried, to where it was taken from
 
     const Platform::IWaitable& WorkWaitable() const { return m_work.Waitable(); } ///< signalled while Take gives one
 
@@ -79,6 +89,7 @@ private:
     enum EList { PENDING, RETRY_DUE, RETRY_WAIT, IN_PROGRESS, HELD_BACK, LISTS };
     using CTurn = std::pair<EList, uint64_t>; ///< pending before retry-due, then by number
     struct SDomain;
+    struct SRoute;
     struct SEntry
     {
         Bex::CSimpleString strName;
@@ -86,6 +97,8 @@ private:
         uint64_t nSinceTicks;
         CTurn turn{};
         SDomain* pDomain = nullptr;                 ///< null: unknown, or nobody asks
+        SRoute* pRoute = nullptr;                   ///< likewise
+        bool bPlace = false;                        ///< counts as a thread at its domain
         unsigned nAttempts = 0;                     ///< that failed
         std::optional<EAside> aside = std::nullopt; ///< of one that is in progress, but in no thread's hands
         bool bReturn = false;
@@ -99,6 +112,17 @@ private:
         std::map<CTurn, CEntries::iterator> heldBack;
         std::optional<CTurn> ready; ///< where it stands in m_ready
     };
+    struct SRoute
+    {
+        std::string strName;
+        size_t nNames = 0;                           ///< with none it goes
+        std::map<CTurn, CEntries::iterator> waiting; ///< pending, to be tried again, or held back
+    };
+    struct SAnnounced
+    {
+        std::string strDomain;
+        std::string strRoute;
+    };
 
     CEntries::iterator Add(std::string_view name, EList list);
     void Move(CEntries::iterator entry, EList list);
@@ -109,9 +133,14 @@ private:
     EState StateOf(const SEntry& entry) const;
     void Queue(CEntries::iterator entry, EList list);
     void SetDomain(SEntry& entry, std::string_view domain);
+    void SetRoute(SEntry& entry, std::string_view route);
+    void Enlist(CEntries::iterator entry);
+    static void Unlist(const SEntry& entry);
+    bool NextAlong(std::string_view route, CEntries::iterator& entry);
     bool IsFull(const SDomain& domain) const { return domain.nThreads >= m_nPerDomain; }
     bool StartUnlessFull(CEntries::iterator entry);
-    void Leave(const SEntry& entry);
+    void Leave(SEntry& entry);
+    static void LeavePlace(SEntry& entry);
     void LeaveForGood(SEntry& entry);
     void GiveUpPlace(const SEntry& entry);
     void TellReady(SDomain& domain);
@@ -125,10 +154,12 @@ private:
     bool m_bWork = false; ///< the event is set
 
     const unsigned m_nPerDomain;
+    const bool m_bRoutes;
     uint64_t m_nTurns = 0;
     size_t m_nSetAside = 0;
     size_t m_nPendingHeldBack = 0;
-    std::unordered_map<std::string, std::string> m_announced; ///< domains by name
+    std::unordered_map<std::string, SAnnounced> m_announced; ///< by name
     std::unordered_map<std::string, SDomain> m_domains;
+    std::unordered_map<std::string, SRoute> m_routes;
     std::map<CTurn, SDomain*> m_ready; ///< domains with a thread to spare, by the first name that is held back there
 };

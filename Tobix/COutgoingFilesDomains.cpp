@@ -2,11 +2,11 @@
 
 #include "Tobix/COutgoingFiles.h"
 
-void COutgoingFiles::Announce(std::string_view name, std::string_view domain)
+void COutgoingFiles::Announce(std::string_view name, std::string_view domain, std::string_view route)
 {
     const Bex::CScopedLock lock(m_lock);
-    if (m_nPerDomain > 0)
-        m_announced[std::string(name)] = domain;
+    if (m_nPerDomain > 0 || m_bRoutes)
+        m_announced[std::string(name)] = {std::string(domain), std::string(route)};
 }
 
 void COutgoingFiles::Withdraw(std::string_view name)
@@ -19,14 +19,18 @@ bool COutgoingFiles::WantsDomain(std::string_view name) const
 {
     const Bex::CScopedLock lock(m_lock);
     const auto found = m_index.find(name);
-    return m_nPerDomain > 0 && found != m_index.end() && found->second->pDomain == nullptr;
+    return found != m_index.end() &&
+           ((m_nPerDomain > 0 && found->second->pDomain == nullptr) || (m_bRoutes && found->second->pRoute == nullptr));
 }
 
-bool COutgoingFiles::EnterDomain(std::string_view name, std::string_view domain)
+bool COutgoingFiles::EnterDomain(std::string_view name, std::string_view domain, std::string_view route)
 {
     const Bex::CScopedLock lock(m_lock);
     const auto found = m_index.find(name);
-    if (domain.empty() || found == m_index.end() || found->second->pDomain != nullptr)
+    if (domain.empty() || found == m_index.end())
+        return true;
+    SetRoute(*found->second, route);
+    if (m_nPerDomain == 0 || found->second->pDomain != nullptr)
         return true;
     SetDomain(*found->second, domain);
     const bool bStarted = StartUnlessFull(found->second);
@@ -36,6 +40,8 @@ bool COutgoingFiles::EnterDomain(std::string_view name, std::string_view domain)
 
 void COutgoingFiles::SetDomain(SEntry& entry, std::string_view domain)
 {
+    if (m_nPerDomain == 0)
+        return;
     SDomain& place = m_domains[std::string(domain)];
     place.strName = domain;
     ++place.nNames;
@@ -68,9 +74,11 @@ bool COutgoingFiles::StartUnlessFull(CEntries::iterator entry)
         GiveUpPlace(*entry);
         Move(entry, IN_PROGRESS);
         ++pDomain->nThreads;
+        entry->bPlace = true;
     } else {
         pDomain->heldBack.emplace(entry->turn, entry);
         Move(entry, HELD_BACK);
+        Enlist(entry);
         m_nPendingHeldBack += entry->turn.first == PENDING ? 1 : 0;
     }
     TellReady(*pDomain);
@@ -78,14 +86,19 @@ bool COutgoingFiles::StartUnlessFull(CEntries::iterator entry)
 }
 
 /// A thread is done with the name, for now or for good.
-void COutgoingFiles::Leave(const SEntry& entry)
+void COutgoingFiles::Leave(SEntry& entry)
 {
     if (entry.pDomain == nullptr)
         return;
-    if (entry.list == IN_PROGRESS)
-        --entry.pDomain->nThreads;
+    LeavePlace(entry);
     GiveUpPlace(entry);
     TellReady(*entry.pDomain);
+}
+
+void COutgoingFiles::LeavePlace(SEntry& entry)
+{
+    if (std::exchange(entry.bPlace, false))
+        --entry.pDomain->nThreads;
 }
 
 void COutgoingFiles::LeaveForGood(SEntry& entry)
@@ -94,6 +107,10 @@ void COutgoingFiles::LeaveForGood(SEntry& entry)
     if (entry.pDomain != nullptr && --entry.pDomain->nNames == 0)
         m_domains.erase(std::string(entry.pDomain->strName));
     entry.pDomain = nullptr;
+    Unlist(entry);
+    if (entry.pRoute != nullptr && --entry.pRoute->nNames == 0)
+        m_routes.erase(std::string(entry.pRoute->strName));
+    entry.pRoute = nullptr;
 }
 
 void COutgoingFiles::GiveUpPlace(const SEntry& entry)

@@ -45,7 +45,8 @@ const std::shared_ptr<COutgoingFiles>& CRemoteDelivery::Files()
     const bool bSends = Config().GetFlag(Keys::AUTO_TRANSPORT);
     const int iPerDomain = bSends ? Config().GetInt(Keys::AUTO_TRANSPORT_THREADS_PER_DOMAIN) : 0;
     if (!m_pFiles)
-        m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)));
+        m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)),
+                                                    bSends && Config().GetInt(Keys::CONNECTION_MAILS) > 1);
     return m_pFiles;
 }
 

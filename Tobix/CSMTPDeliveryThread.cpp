@@ -9,6 +9,7 @@
 #include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
+#include "SMTPc/FindTargets.h"
 #include "Tobix/Bounce.h"
 #include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
@@ -47,38 +48,73 @@ void CSMTPDeliveryThread::Body()
     m_settings.dwTimeout = SDeliverySettings::FromConfiguration().dwTimeout;
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) started", Id());
     while (ShallRun()) {
-        if (ServiceIsPaused())
+        if (ServiceIsPaused()) {
+            LetGoOfNext();
             WaitWhileServiceIsPaused(StopEvent());
-        else if (!TakeFile())
+        } else if (!TakeFile()) {
             Bex::WaitForAny({&StopEvent().Waitable(), &m_pFiles->WorkWaitable()}, IDLE_MILLIS);
-        else if (IsDomainsTurn())
+        } else if (IsDomainsTurn(m_strFileName)) {
+            m_strRoute = m_pFiles->RouteOf(m_strFileName);
             DeliverGuarded();
+            GoOnOrEnd();
+        }
     }
+    LetGoOfNext();
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
 }
 
 bool CSMTPDeliveryThread::TakeFile()
 {
-    if (!m_pFiles->Take(m_strFileName))
+    m_strFileName = std::exchange(m_strNext, {});
+    if (m_strFileName.IsEmpty() && !m_pFiles->Take(m_strFileName))
         return false;
     m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
     return true;
 }
 
-/// A file that a scan has found is looked at before anybody knows whether enough threads are at its domain. What cannot
-/// be read has no limit: the delivery tells why.
-bool CSMTPDeliveryThread::IsDomainsTurn()
+/// A file that a scan has found is looked at before anybody knows whether enough threads are at its domain, and what
+/// goes its way. What cannot be read has no limit: the delivery tells why.
+bool CSMTPDeliveryThread::IsDomainsTurn(const Bex::CSimpleString& strName)
 {
-    if (!m_pFiles->WantsDomain(m_strFileName))
+    if (!m_pFiles->WantsDomain(strName))
         return true;
-    const Bex::CActivity::CStep step("looks at %s", m_strFileName.Text());
+    const Bex::CActivity::CStep step("looks at %s", strName.Text());
     Bex::CSimpleString strDomain;
+    Bex::CSimpleString strRoute;
     FailureOf([&] {
         CMail mail;
-        if (mail.Load(m_strMailPath, true))
-            strDomain = RecipientOf(mail).AfterFirst('@').Lowered();
+        if (!mail.Load(Bex::PathBelow(m_strOutgoingDirectory, strName), true))
+            return;
+        const Bex::CSimpleString strRecipient = RecipientOf(mail);
+        strDomain = strRecipient.AfterFirst('@').Lowered();
+        if (m_pFiles->KnowsRoutes())
+            strRoute = RouteOf(mail.EnvelopeSender(), strRecipient);
     });
-    return m_pFiles->EnterDomain(m_strFileName, strDomain);
+    return m_pFiles->EnterDomain(strName, strDomain, strRoute);
+}
+
+bool CSMTPDeliveryThread::TakesNext()
+{
+    Bex::CSimpleString strName;
+    while (m_strNext.IsEmpty() && ShallRun() && !ServiceIsPaused() &&
+           m_pFiles->TakeAlong(m_strFileName, m_strRoute, strName)) {
+        if (IsDomainsTurn(strName))
+            m_strNext = strName;
+    }
+    return !m_strNext.IsEmpty() && m_pFiles->RouteOf(m_strNext) == m_strRoute;
+}
+
+/// A connection that a refused mail has left behind is the next mail's, or nobody's.
+void CSMTPDeliveryThread::GoOnOrEnd()
+{
+    if (HasConnection() && !TakesNext())
+        EndConnection();
+}
+
+void CSMTPDeliveryThread::LetGoOfNext()
+{
+    EndConnection();
+    m_pFiles->GiveBack(std::exchange(m_strNext, {}));
 }
 
 /// Whatever one mail raises, the thread goes on with the next one. A mail that a server has accepted must not be sent

@@ -22,6 +22,7 @@ public:
 
 protected:
     void Body() override;
+    bool TakesNext() override;
 
 private:
     struct SFileState
@@ -30,7 +31,9 @@ private:
         int64_t iSize;    ///< bytes
     };
     bool TakeFile();
-    bool IsDomainsTurn();
+    bool IsDomainsTurn(const Bex::CSimpleString& strName);
+    void GoOnOrEnd();
+    void LetGoOfNext();
     void DeliverGuarded();
     void DeliverFile(SAttempt& attempt);
     SAttempt AttemptOrReturn(SLoadedMail& loaded);
@@ -51,6 +54,8 @@ private:
 
     std::shared_ptr<COutgoingFiles> m_pFiles; ///< the remote agent's
     Bex::CSimpleString m_strFileName;
+    Bex::CSimpleString m_strRoute; ///< that mail's; empty: nobody asks
+    Bex::CSimpleString m_strNext;  ///< in this thread's hands, to be the next; empty: none
     Bex::CSimpleString m_strErrorDirectory;
     Bex::CSimpleString m_strOutgoingDirectory;
 };

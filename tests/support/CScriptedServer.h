@@ -23,8 +23,8 @@ class CScriptedServer
 public:
     /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload". "drop"
     /// closes the connection, "hang" waits for the client to do so; "endless" repeats what follows it for ever, "last"
-    /// closes behind it. With "tls" it begins with the handshake; a reply to STARTTLS that begins with 220 is followed
-    /// by the handshake.
+    /// closes behind it. "RCPT2" is for the second such command of a connection. With "tls" it begins with the
+    /// handshake; a reply to STARTTLS that begins with 220 is followed by the handshake.
     using Replies = std::map<std::string, std::string>;
 
     template <class... TMore>
@@ -79,6 +79,7 @@ private:
             }
             try {
                 m_strReceived.clear();
+                m_counts.clear();
                 Talk(m_scripts[std::min(nConnection, m_scripts.size() - 1)]);
             } catch (const Bex::CException&) { // as the clients are tried with it
             }
@@ -121,13 +122,16 @@ private:
             {"MAIL", "250 sender ok\r\n"},
             {"RCPT", "250 recipient ok\r\n"},
             {"DATA", "354 go on\r\n"},
+            {"RSET", "250 forgotten\r\n"},
             {"QUIT", "221 bye\r\n"}};
         const auto found = STANDARD.find(strWord);
         return found == STANDARD.end() ? nullptr : found->second;
     }
     bool Answer(const Replies& script, const std::string& strKey, const char* pszStandard)
     {
-        const auto found = script.find(strKey);
+        auto found = script.find(strKey + std::to_string(++m_counts[strKey]));
+        if (found == script.end())
+            found = script.find(strKey);
         m_strSent = found == script.end() ? pszStandard : found->second;
         if (m_strSent == "hang")
             ReadUpTo("never");
@@ -176,6 +180,7 @@ private:
     std::optional<Bex::CSecureSocket> m_peer;
     std::string m_strReceived;
     std::string m_strSent;
+    std::map<std::string, int> m_counts; ///< of what was answered
     std::mutex m_mutex;
     std::vector<std::string> m_commands;
     std::string m_strPayload;

@@ -16,7 +16,8 @@ const std::string ENVELOPE = "X-Envelope-From: ann@here.example\r\nX-Envelope-To
 class CDeliveryWorld : public CSendWorld
 {
 public:
-    explicit CDeliveryWorld(unsigned nPerDomain = 0) : m_pFiles(std::make_shared<COutgoingFiles>(nPerDomain))
+    explicit CDeliveryWorld(unsigned nPerDomain = 0, bool bRoutes = false)
+        : m_pFiles(std::make_shared<COutgoingFiles>(nPerDomain, bRoutes))
     {
         std::filesystem::create_directory(ErrorDirectory());
     }
@@ -33,6 +34,13 @@ public:
         Meanwhile();
         EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
+    }
+    void AddMail(const std::string& strName) ///< to carl
+    {
+        std::ofstream(Directory() / strName)
+            << "X-Envelope-From: ann@here.example\r\nX-Envelope-To: carl@far.example\r\n"
+            << "Message-ID: <2@here>\r\n\r\nmore\r\n";
+        m_pFiles->AddPending(strName);
     }
     void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
@@ -265,4 +273,40 @@ TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurthe
     Bex::CSimpleString strNext; // its domain is free for it
     world.Files().AddPending("y.eml");
     EXPECT_TRUE(world.Files().Take(strNext) && world.Files().EnterDomain("y.eml", "far.example"));
+}
+
+struct SSecond
+{
+    Replies first;                     ///< of the connection that both mails may share
+    std::vector<std::string> commands; ///< by their first letter, of all connections
+    std::string strLogged = "to <Bob@far.example> (";
+};
+TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
+{
+    const std::vector<std::string> both{"EMRD", "MRDQ"}, refused{"EMR", "SMRDQ"}, afresh{"EMRD", "M", "EMRDQ"};
+    for (const SSecond& row :
+         {SSecond{{}, both}, SSecond{{{"RCPT1", "550 no\r\n"}}, refused},
+          SSecond{{{"payload1", "554 spam\r\n"}}, {"EMRD", "SMRDQ"}}, SSecond{{{"MAIL2", "drop"}}, afresh},
+          SSecond{{{"MAIL2", "421 enough\r\n"}}, afresh}, SSecond{{{"payload1", "last250 bye\r\n"}}, {"EMRD", "EMRDQ"}},
+          SSecond{{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, {"EMR", "S", "EMRDQ"}},
+          SSecond{{{"RCPT1", "421 no\r\n"}}, {"EMRQ", "EMRDQ"}}, // refused on a connection that ends
+          SSecond{{{"DATA2", "250 to the command before\r\n"}}, {"EMRD", "MRD", "EMRDQ"}},
+          SSecond{{{"payload2", "drop"}}, {"EMRD", "MRD", "EMRDQ"}}, // without TLS, as it would be
+          SSecond{{{"RCPT2", "450 later\r\n"}}, {"EMRD", "MRQ"}, "temporarily failed with error 9"},
+          SSecond{{{"MAIL2", "550 never\r\n"}}, {"EMRD", "MQ"}, "permanently failed with error 19"}}) {
+        SCOPED_TRACE(testing::PrintToString(row.first));
+        CDeliveryWorld world(1, true);
+        world.settings.nMailsPerConnection = 2;
+        CScriptedServer server(row.first, Replies{});
+        Config().Set("Bounce.Disable", "1");
+        world.AddMail("y.eml");
+        world.Deliver(server, row.strLogged);
+        std::string strCommands, strExpected;
+        for (const std::string& strCommand : server.Commands())
+            strCommands += strCommand.starts_with("RS") ? 'S' : strCommand[0];
+        for (const std::string& strPart : row.commands)
+            strExpected += strPart;
+        EXPECT_EQ(strCommands, strExpected);
+        EXPECT_FALSE(Holds(world.Report(), "carl") || Holds(world.Report(), "RSET")) << world.Report();
+    }
 }

@@ -93,6 +93,27 @@ TEST(OutgoingFilesTest, LetsSoManyThreadsBeAtOneDomainAndTheRestKeepTheirPlaces)
     }
 }
 
+TEST(OutgoingFilesTest, GivesWhatGoesTheSameWayBeforeItsTurnAndThePlaceAtItsDomain)
+{
+    COutgoingFiles files(1, true);
+    for (const auto& [strName, strDomain] : {std::pair{"a", "x"}, {"b", "y"}, {"c", "x"}, {"d", ""}, {"e", "x"}}) {
+        files.Announce(strName, strDomain, strDomain);
+        if (*strDomain == '\0') // nobody knows where that goes
+            files.Withdraw(strName);
+        files.AddPending(strName);
+    }
+    Bex::CSimpleString strNext;
+    EXPECT_EQ(TakenFrom(files), "a");
+    EXPECT_TRUE(files.TakeAlong("a", "x", strNext) && strNext == "c");
+    files.FinishDelivery("a"); // its place is the other's
+    EXPECT_EQ(TakenFrom(files), "b");
+    EXPECT_TRUE(files.TakeAlong("b", "y", strNext) && strNext == "d");
+    files.GiveBack("c");
+    EXPECT_EQ(TakenFrom(files), "c");
+    EXPECT_TRUE(files.TakeAlong("c", "x", strNext) && strNext == "e");
+    EXPECT_FALSE(files.TakeAlong("e", "x", strNext));
+}
+
 class RemoteAgentTest : public testing::Test
 {
 protected:

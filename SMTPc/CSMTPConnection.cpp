@@ -1,0 +1,21 @@
+#include "SMTPc/CSMTPConnection.h"
+
+namespace {
+
+constexpr int SHUTDOWN_SENDING = 1;
+
+} // namespace
+
+bool CSMTPConnection::Reaches(const CSmartHost& other) const
+{
+    return target.mode == other.mode && target.strHostName == other.strHostName && target.strUser == other.strUser &&
+           target.strPassword == other.strPassword && target.endPoint.Raw() == other.endPoint.Raw();
+}
+
+void CSMTPConnection::Quit()
+{
+    client.SendCommand("QUIT\r\n");
+    client.ReadReply();
+    client.Shutdown(SHUTDOWN_SENDING);
+    client.Close();
+}
