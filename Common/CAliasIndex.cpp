@@ -19,7 +19,7 @@ CAliasIndex::CAliasIndex(const CTable& table)
 {
     m_entries.reserve(table.Count());
     m_byKey.reserve(table.Count());
-    std::vector<CPatternTree::SPattern> patterns;
+    std::vector<CPatternSet::SPattern> patterns;
     for (CTable::CIterator node(table); node; ++node) {
         const Id entry = Count();
         m_entries.push_back({&*node});
@@ -28,7 +28,7 @@ CAliasIndex::CAliasIndex(const CTable& table)
             patterns.push_back({node->key, entry});
     }
     std::ranges::sort(patterns, [this](const auto& a, const auto& b) { return WinsOver(a.id, b.id); });
-    m_patterns = CPatternTree(patterns);
+    m_patterns = CPatternSet(patterns);
 }
 
 void CAliasIndex::Hide(Id entry)

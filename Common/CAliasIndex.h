@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bex/CStorableStringHash.h"
-#include "Common/CPatternTree.h"
+#include "Common/CPatternSet.h"
 
 #include <cstdint>
 #include <string_view>
@@ -19,7 +19,7 @@ class CAliasIndex
 public:
     using CTable = Bex::CHashMap<Bex::CSimpleString, Bex::CSimpleString>;
     using SNode = CTable::SNode;
-    using Id = CPatternTree::Id; ///< of an entry: its place in the table's order
+    using Id = CPatternSet::Id; ///< of an entry: its place in the table's order
     static constexpr Id NONE = UINT32_MAX;
 
     /// What an address leads to: an entry, a user of its local part's name, or nothing.
@@ -54,5 +54,5 @@ private:
 
     std::vector<SEntry> m_entries;
     std::unordered_map<std::string_view, Id> m_byKey;
-    CPatternTree m_patterns; ///< the keys with wildcards
+    CPatternSet m_patterns; ///< the keys with wildcards
 };

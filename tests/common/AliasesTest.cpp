@@ -1,8 +1,9 @@
 #include "Bex/TextFunctions.h"
 #include "CAccountWorld.h"
-#include "Common/CPatternTree.h"
+#include "Common/CPatternSet.h"
 #include "Platform/Clock.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/resource.h>
@@ -87,14 +88,44 @@ TEST(AliasesTest, ALongAddressTakesLittleMemory)
         strAddress += texts.back().substr(1, texts.back().find('w', 2) - 1);
     }
     texts.resize(1000);
-    std::vector<CPatternTree::SPattern> patterns;
+    std::vector<CPatternSet::SPattern> patterns;
     for (const std::string& strPattern : texts)
-        patterns.push_back({strPattern, static_cast<CPatternTree::Id>(patterns.size())});
+        patterns.push_back({strPattern, static_cast<CPatternSet::Id>(patterns.size())});
     struct rusage before = {}, after = {};
     getrusage(RUSAGE_SELF, &before);
-    EXPECT_EQ(CPatternTree(patterns).FindBest(strAddress + "w@0123456789x"), CPatternTree::NONE);
+    EXPECT_EQ(CPatternSet(patterns).FindBest(strAddress + "w@0123456789x"), CPatternSet::NONE);
     getrusage(RUSAGE_SELF, &after);
     EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64 << 10); // KiB
+}
+
+TEST(AliasesTest, FindsThePatternThatTryingThemInOrderFinds)
+{
+    std::mt19937 random(25);
+    const auto text = [&](std::string_view alphabet, size_t nMost) {
+        std::string strText(random() % nMost, ' ');
+        for (char& c : strText)
+            c = alphabet[random() % alphabet.size()];
+        return strText;
+    };
+    for (size_t nRound = 0; nRound < 200; ++nRound) {
+        const size_t nMost = nRound % 10 == 0 ? 100 : 14;
+        std::vector<std::string> texts(600);
+        std::vector<CPatternSet::SPattern> patterns;
+        for (std::string& strPattern : texts) {
+            strPattern = text(nRound % 2 == 0 ? "abq**?" : "abq?", nMost);
+            patterns.push_back({strPattern, static_cast<CPatternSet::Id>(patterns.size())});
+        }
+        CPatternSet set(patterns);
+        for (int n = 0; n < 100; ++n) {
+            const std::string strText = text("aBq", nMost);
+            const auto best = std::ranges::find_if(texts, std::bind_front(&Bex::WildcardMatch, strText));
+            const auto found = set.FindBest(strText);
+            ASSERT_EQ(found, best != texts.end() ? best - texts.begin() : CPatternSet::NONE) << strText;
+            set.Remove(found);
+            if (found != CPatternSet::NONE)
+                texts[found] = "-";
+        }
+    }
 }
 
 /// The rules, walked naively: entries in the table's order, everything looked up by trying all of them.
