@@ -1,6 +1,5 @@
 #include "Common/CAliasPreresolver.h"
 
-#include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
 
 #include <algorithm>
@@ -8,70 +7,56 @@
 void CAliasPreresolver::Run()
 {
     for (Id entry = 0; entry < m_index.Count(); ++entry)
-        MarkSpelled(entry);
+        NoteSpelling(entry);
     for (Id entry = 0; entry < m_index.Count(); ++entry)
         Settle(entry);
 }
 
-void CAliasPreresolver::MarkSpelled(Id entry)
+/// Nearly always a target that spells an entry's key leads to the entry, too, which shows as a circle. These are the
+/// others.
+void CAliasPreresolver::NoteSpelling(Id entry)
 {
     const std::string_view value = m_index.Entry(entry).value;
     const CAliasIndex::STarget& next = Next(entry);
     const Id spelled = m_index.FindSpelled(value);
-    if (spelled != CAliasIndex::NONE && spelled != next.entry && next.strUser != value)
-        m_entries[spelled].bSpelled = true;
+    if (spelled != CAliasIndex::NONE && spelled != next.entry && spelled != entry && next.strUser != value)
+        m_entries[spelled].spelling.push_back(entry);
 }
 
 void CAliasPreresolver::Settle(Id entry)
 {
-    const SEnd end = Follow(entry);
-    if (end.IsNowhere() || (MayMeetItsOwnKey(entry, end) && MeetsItsOwnKey(entry))) {
-        m_index.Hide(entry);
+    const Bex::CSimpleString strEnd = Follow(entry);
+    const bool bRemove = strEnd.IsEmpty() || MeetsItsOwnKey(entry, strEnd);
+    m_chains.Cut(entry);
+    if (bRemove) {
+        Remove(entry);
     } else {
-        m_index.Entry(entry).value = end.strTarget;
-        m_entries[entry].next = CAliasIndex::STarget{CAliasIndex::NONE, end.strTarget};
+        m_index.Entry(entry).value = strEnd;
+        m_entries[entry].next = CAliasIndex::STarget{CAliasIndex::NONE, strEnd};
     }
 }
 
-CAliasPreresolver::SEnd CAliasPreresolver::Follow(Id start)
+Bex::CSimpleString CAliasPreresolver::Follow(Id start)
 {
-    ++m_nWalk;
-    std::vector<Id> path;
-    std::optional<SEnd> end;
-    for (Id entry = start; !end;) {
-        SEntry& state = m_entries[entry];
-        if (state.nWalk == m_nWalk) {
-            end = Circle(path, entry);
-            break;
-        }
-        state.nWalk = m_nWalk;
-        path.push_back(entry);
-        const Id next = Next(entry).entry;
-        if (state.known && state.known->holdsUntil >= start)
-            end = state.known;
-        else if (next == CAliasIndex::NONE)
-            end = SEnd{state.next->strUser};
-        else if (m_index.Entry(next).value.EqualsNoCase(m_index.Entry(entry).value))
-            end = SEnd{{}, next};
-        else
-            entry = next;
+    for (;;) {
+        const Id last = m_chains.End(start);
+        const CAliasIndex::STarget& next = Next(last);
+        if (next.entry == CAliasIndex::NONE)
+            return next.strUser;
+        const bool bCircle = m_chains.End(next.entry) == last;
+        if (bCircle || m_index.Entry(next.entry).value.EqualsNoCase(m_index.Entry(last).value))
+            return {};
+        m_chains.Link(last, next.entry);
+        m_entries[next.entry].linked.push_back(last);
     }
-    Remember(path, *end);
-    return *end;
 }
 
-CAliasPreresolver::SEnd CAliasPreresolver::Circle(const std::vector<Id>& path, Id entry)
+void CAliasPreresolver::Remove(Id entry)
 {
-    return {{}, *std::min_element(std::find(path.begin(), path.end(), entry), path.end())};
-}
-
-/// Nothing is kept for entries that come to an entry which may be removed although it leads somewhere.
-void CAliasPreresolver::Remember(const std::vector<Id>& path, SEnd end)
-{
-    for (auto entry = path.rbegin(); entry != path.rend() && !MayMeetItsOwnKey(*entry, end); ++entry) {
-        m_entries[*entry].known = end;
-        if (end.IsNowhere())
-            end.holdsUntil = std::min(end.holdsUntil, *entry);
+    m_index.Hide(entry);
+    for (const Id linked : m_entries[entry].linked) {
+        if (m_entries[linked].next->entry == entry) // it is not settled
+            m_chains.Cut(linked);
     }
 }
 
@@ -92,25 +77,14 @@ CAliasIndex::STarget CAliasPreresolver::TargetOf(std::string_view value) const
     return {CAliasIndex::NONE, bAddress || Users().IsUser(value) ? Bex::CSimpleString(value) : Bex::CSimpleString()};
 }
 
-/// Nearly always a target that spells an entry's key leads to the entry, too, which shows as a circle. These are the
-/// others; an entry whose value is its end stays in any case.
-bool CAliasPreresolver::MayMeetItsOwnKey(Id entry, const SEnd& end) const
+/// Of an entry that leads somewhere: is its key one of the targets on the way or the one at the end? One whose value is
+/// its end stays in any case.
+bool CAliasPreresolver::MeetsItsOwnKey(Id entry, const Bex::CSimpleString& strEnd)
 {
     const CAliasIndex::SNode& node = m_index.Entry(entry);
-    return !end.IsNowhere() && node.value != end.strTarget &&
-           (m_entries[entry].bSpelled || node.key.EqualsNoCase(end.strTarget));
-}
-
-/// Of an entry that leads somewhere: is its key one of the targets on the way or the one at the end?
-bool CAliasPreresolver::MeetsItsOwnKey(Id entry)
-{
-    const Bex::CSimpleString& strKey = m_index.Entry(entry).key;
-    for (Id current = entry; current != CAliasIndex::NONE;) {
-        const CAliasIndex::STarget& next = Next(current);
-        const bool bEnd = next.entry == CAliasIndex::NONE;
-        if (strKey.EqualsNoCase(bEnd ? next.strUser : m_index.Entry(next.entry).value))
-            return true;
-        current = next.entry;
-    }
-    return false;
+    if (node.value == strEnd)
+        return false;
+    return node.key.EqualsNoCase(strEnd) || std::ranges::any_of(m_entries[entry].spelling, [&](Id spelling) {
+               return m_index.Entry(spelling).value.EqualsNoCase(node.key) && m_chains.Passes(entry, spelling);
+           });
 }

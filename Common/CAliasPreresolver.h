@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Common/CAliasIndex.h"
+#include "Common/CChainForest.h"
 
-#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -18,46 +18,36 @@
 ///     y@l: x@l    there is no x@l any more, so "*@l" takes it: ann
 ///     *@l: ann    a user: stays
 ///
-/// What one walk finds is kept for the entries that it passed, since chains share their ends. A target holds for good.
-/// "Nowhere" holds until the turn of the first of the entries behind it, which is removed then: so what the walk from
-/// w@l finds is still true for x@l, which passes y@l alone, but not for y@l, since x@l has gone.
+/// What is known of the way is kept as links between entries, since chains share their ends; a link lasts until the
+/// entry that it leads to is removed.
 ///
-/// Used once, under the table's lock.
+/// Used once, by one thread, on a table that nobody else changes.
 class CAliasPreresolver
 {
 public:
-    explicit CAliasPreresolver(CAliasIndex& index) : m_index(index), m_entries(index.Count()) {}
+    explicit CAliasPreresolver(CAliasIndex& index) : m_index(index), m_entries(index.Count()), m_chains(index.Count())
+    {}
     void Run(); ///< sets the values; hides the entries that have to be removed
 
 private:
     using Id = CAliasIndex::Id;
 
-    /// Where an entry ends up.
-    struct SEnd
-    {
-        Bex::CSimpleString strTarget;      ///< empty: nowhere
-        Id holdsUntil = CAliasIndex::NONE; ///< this entry's turn is over; NONE: for good
-        bool IsNowhere() const { return strTarget.IsEmpty(); }
-    };
     struct SEntry
     {
         std::optional<CAliasIndex::STarget> next; ///< what its value leads to; a user may be an address elsewhere, too
-        std::optional<SEnd> known;
-        bool bSpelled = false; ///< some value spells this entry's key and yet leads elsewhere
-        uint32_t nWalk = 0;    ///< the last walk that passed
+        std::vector<Id> linked;                   ///< entries that were linked to it
+        std::vector<Id> spelling;                 ///< entries whose value spells its key and yet leads elsewhere
     };
 
-    void MarkSpelled(Id entry);
+    void NoteSpelling(Id entry);
     void Settle(Id entry);
-    SEnd Follow(Id start);
-    static SEnd Circle(const std::vector<Id>& path, Id entry);
-    void Remember(const std::vector<Id>& path, SEnd end);
+    Bex::CSimpleString Follow(Id start); ///< to its end; empty: nowhere
+    void Remove(Id entry);
     const CAliasIndex::STarget& Next(Id entry);
     CAliasIndex::STarget TargetOf(std::string_view value) const;
-    bool MayMeetItsOwnKey(Id entry, const SEnd& end) const;
-    bool MeetsItsOwnKey(Id entry);
+    bool MeetsItsOwnKey(Id entry, const Bex::CSimpleString& strEnd);
 
     CAliasIndex& m_index;
     std::vector<SEntry> m_entries;
-    uint32_t m_nWalk = 0;
+    CChainForest m_chains; ///< of the entries' targets
 };

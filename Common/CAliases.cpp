@@ -83,25 +83,35 @@ CAliases::SStep CAliases::Step(std::string_view address)
 
 void CAliases::PreresolveAliases()
 {
-    const Bex::CScopedLock lock(LockObject());
-    CAliasIndex index(*this);
-    CAliasPreresolver(index).Run();
+    CHashMap resolved;
+    for (CIterator node(*this); node; ++node) // only this thread changes the table: lookups go on meanwhile
+        resolved.Set(node->key, node->value);
     std::vector<Bex::CSimpleString> removed;
-    for (CAliasIndex::Id entry = 0; entry < index.Count(); ++entry) {
-        if (index.IsHidden(entry))
-            removed.push_back(index.Entry(entry).key);
+    {
+        CAliasIndex index(resolved);
+        CAliasPreresolver(index).Run();
+        for (CAliasIndex::Id entry = 0; entry < index.Count(); ++entry) {
+            if (index.IsHidden(entry))
+                removed.push_back(index.Entry(entry).key);
+        }
     }
-    for (const Bex::CSimpleString& strKey : removed) { // the index refers to what goes here
+    for (const Bex::CSimpleString& strKey : removed) {
         OnRemoved(strKey);
-        Remove(strKey);
+        resolved.Remove(strKey);
     }
-    SetModified();
-    Index();
+    auto pIndex = std::make_unique<CAliasIndex>(resolved);
+    std::unique_ptr<CAliasIndex> pOld; // freed, like the old entries, when the lock is open again
+    const Bex::CScopedLock lock(LockObject());
+    pOld = std::move(m_pIndex);
+    Swap(resolved);
+    m_pIndex = std::move(pIndex);
 }
 
 void CAliases::TakeOver(CAliases& fresh)
 {
+    std::unique_ptr<CAliasIndex> pOld; // freed when the lock is open again
     const Bex::CScopedLock lock(LockObject());
+    pOld = std::move(m_pIndex);
     CStorableStringHash::TakeOver(fresh);
     m_pIndex = std::move(fresh.m_pIndex); // its entries have moved with the content
     m_iGood = fresh.m_iGood;
