@@ -1,12 +1,14 @@
 #include "Bex/CFileException.h"
 #include "Bex/CReplacingFile.h"
 #include "Platform/CCallWatcher.h"
+#include "Platform/CChildProcess.h"
 #include "Platform/CTemporaryFile.h"
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <functional>
+#include <future>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <thread>
@@ -151,6 +153,17 @@ TEST_F(ReplacingFileTest, LetsSeveralWriteOneTargetAtATime)
         const std::jthread threads[] = {std::jthread(write), std::jthread(write), std::jthread(write)};
     }
     EXPECT_EQ(m_directory.Names(), Set{"target"});
+}
+
+TEST_F(ReplacingFileTest, HoldsUpNobodyElseWhileItsVolumeHangs)
+{
+    std::future<bool> others;
+    CReplacingFile hangs(m_strTarget);
+    others = std::async(std::launch::async, [&] {
+        CReplacingFile(CSimpleString(m_directory / "other")).Commit();
+        return Platform::CChildProcess::Start("", "true", nullptr) != nullptr;
+    });
+    EXPECT_EQ(others.wait_for(std::chrono::seconds(60)), std::future_status::ready);
 }
 
 } // namespace

@@ -182,7 +182,7 @@ std::unique_ptr<CChildProcess> CChildProcess::Start(std::string_view strProgram,
     auto pState = std::make_unique<SState>();
     int iErrno = 0;
     {
-        const CStartsNoChild alone; // returns once the child runs its program
+        const CStartsNoChild::CStart start; // ends once the child runs its program
         iErrno = SpawnProgram(pState->iProcess, strPath, std::move(arguments), pszWorkingDirectory);
     }
     if (iErrno != 0) {
