@@ -1,5 +1,6 @@
-"""Holds two documents against the tree: documents.py FILE..., all files of the project.
+"""Holds three documents against the tree: documents.py FILE..., all files of the project.
 
+docs/log.md: its tables have every line that the daemon logs, and no other.
 docs/decisions.md: the tests that it names exist. ARCHITECTURE.md: the section "The map" names every source of the
 product, and nothing else; sources that hold some of a class's members go with the file named after the class.
 """
@@ -7,6 +8,8 @@ import re
 import sys
 from pathlib import Path, PurePath
 
+LITERAL = r'"(?:[^"\\]|\\.)*"'
+LOGGED = re.compile(rf'\bLog(?:Error|Warning|Notice|Info)?\(\s*[\w:]+(?:\(\))?,\s*(?:\w+,\s*)?((?:{LITERAL}\s*)+)')
 PRODUCT = ("Platform", "Bex", "Common", "SMTPc", "Tobix", "Responder", "Control", "Inject")
 
 
@@ -42,8 +45,27 @@ def map_errors(files):
         yield f"ARCHITECTURE.md: the map names {name}, which is no source"
 
 
+def as_told(literals):
+    """Adjacent literals of a printf format as the guide writes the line."""
+    text = "".join(literal[1:-1] for literal in re.findall(LITERAL, literals)).replace('\\"', '"').removesuffix("\\n")
+    return re.sub(r"%[-0-9.]*l*[a-zA-Z]", "…", text).replace("%%", "%")
+
+
+def log_errors(files):
+    """A line whose format is "%s" alone is made elsewhere: of those only the parts are looked for."""
+    texts = {path: Path(path).read_text("utf-8") for path in files if path.startswith(PRODUCT) and path.endswith((".h", ".cpp"))}
+    guide = Path("docs/log.md").read_text("utf-8")
+    told = {line for row in re.findall(r"^\| (`.*?`) \|", guide, re.M) for line in re.findall(r"`([^`]+)`", row)}
+    logged = {as_told(literals): path for path, text in texts.items() for literals in LOGGED.findall(text)}
+    for line in sorted(logged.keys() - told - {"…"}):
+        yield f"docs/log.md: lacks the line `{line}` of {logged[line]}"
+    literals = {as_told(literal) for text in texts.values() for literal in re.findall(LITERAL, text)}
+    for line in sorted(told - logged.keys() - literals):
+        yield f"docs/log.md: nothing logs `{line}`"
+
+
 def main(*files):
-    errors = [*missing_tests(files), *map_errors(files)]
+    errors = [*missing_tests(files), *map_errors(files), *log_errors(files)]
     print("\n".join(errors), end="\n" if errors else "")
     return 1 if errors else 0
 
