@@ -38,6 +38,8 @@ inline constexpr Bex::SConfigKey TABLE[] = {
     {"AutoTransport.ThreadsPerDomain", Number, "0", "sessions at a time with one recipient domain; 0: any number"},
     {"Connection.Mails", Number, "1",
      "mails that follow each other over one connection, to one recipient domain or smart host; 1: each has its own"},
+    {"Connection.Pipelining", Flag, "0",
+     "send commands without waiting for each reply, where servers offer that; also those of the next mail"},
     {"AutoTransRetry", Number, "60", "minutes between tries"},
     {"AutoTransRetryMin", Number, Bex::SameAs("AutoTransRetry"), "the same, without new mail waiting"},
     {"AutoTransRetryMax", Number, Bex::SameAs("AutoTransRetry"), "the same, with new mail waiting"},
@@ -99,6 +101,7 @@ inline constexpr Bex::CFlagKey AUTO_TRANSPORT(TABLE, "AutoTransport");
 inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS(TABLE, "AutoTransport.Threads");
 inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS_PER_DOMAIN(TABLE, "AutoTransport.ThreadsPerDomain");
 inline constexpr Bex::CNumberKey CONNECTION_MAILS(TABLE, "Connection.Mails");
+inline constexpr Bex::CFlagKey CONNECTION_PIPELINING(TABLE, "Connection.Pipelining");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MIN(TABLE, "AutoTransRetryMin");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MAX(TABLE, "AutoTransRetryMax");
 inline constexpr Bex::CNumberKey AUTO_TRANS_TIME(TABLE, "AutoTransTime");

@@ -33,6 +33,19 @@ CReplyReader::EState CReplyReader::Take(std::string_view piece)
     return IsLastLine() && Code() != 0 ? EState::Complete : EState::Incomplete;
 }
 
+CReplyReader::EState CReplyReader::TakeOne(std::string_view& piece)
+{
+    constexpr std::string_view ENDS = "\r\n";
+    EState state = EState::Incomplete;
+    while (!piece.empty() && state == EState::Incomplete) {
+        const size_t nLength = std::min(piece.find_first_of(ENDS), piece.size() - 1) + 1;
+        state = Take(piece.substr(0, nLength));
+        piece.remove_prefix(nLength);
+    }
+    piece.remove_prefix(std::min(piece.find_first_not_of(ENDS), piece.size()));
+    return state;
+}
+
 CReplyReader::EState CReplyReader::EndLine()
 {
     if (m_strLine.empty())

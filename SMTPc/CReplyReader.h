@@ -22,6 +22,7 @@ public:
 
     void Clear();
     EState Take(std::string_view piece);
+    EState TakeOne(std::string_view& piece); ///< leaves what follows the reply's last line in the piece, if not blank
 
     const std::string& Text() const { return m_strText; } ///< the lines so far, each ended by LF
     std::string_view LastLine() const;                    ///< with its LF; one that has not ended yet without

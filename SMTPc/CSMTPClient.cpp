@@ -11,6 +11,7 @@
 #include "SMTPc/ConsoleText.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -61,6 +62,9 @@ void CSMTPClient::Forget()
     m_secrets.clear();
     m_reply.Clear();
     m_strReplyText = "";
+    m_unread = {};
+    m_bOneByOne = false;
+    m_nAhead = 0;
 }
 
 void CSMTPClient::Connect(const Bex::CSimpleString& strAddress, uint16_t wPort, const Bex::CSimpleString& strName)
@@ -92,11 +96,39 @@ uint32_t CSMTPClient::SendCommand(const char* pszText)
 uint32_t CSMTPClient::SendShown(const Bex::CSimpleString& strText, std::string_view shown)
 {
     const Bex::CSimpleString strShown(shown);
+    m_transcript.Append(Bex::CSimpleString::Formatted("%s%s", ReportText::COMMAND, strShown.Text()));
+    if (m_nAhead > 0) {
+        --m_nAhead;
+        return strText.Length();
+    }
+    Echo(strShown);
+    return CSecureSocket::Send(strText.Text(), strText.Length(), 0);
+}
+
+void CSMTPClient::Echo(const Bex::CSimpleString& strShown) const
+{
     WriteConsole(stdout, strShown);
     if (m_iDebugLevel >= 1)
         LogDebug("C: ", strShown);
-    m_transcript.Append(Bex::CSimpleString::Formatted("%s%s", ReportText::COMMAND, strShown.Text()));
-    return CSecureSocket::Send(strText.Text(), strText.Length(), 0);
+}
+
+void CSMTPClient::SendAhead(const std::vector<Bex::CSimpleString>& commands)
+{
+    Bex::CThread::EndIfAbandoned();
+    std::string strAll;
+    for (const Bex::CSimpleString& strCommand : commands) {
+        Echo(strCommand);
+        strAll += strCommand.View();
+    }
+    m_bOneByOne = true;
+    m_nAhead = commands.size();
+    CSecureSocket::Send(strAll.data(), static_cast<uint32_t>(strAll.size()), 0);
+}
+
+int CSMTPClient::ReadReplyAhead()
+{
+    --m_nAhead;
+    return ReadReply();
 }
 
 int CSMTPClient::ReadReply()
@@ -113,10 +145,11 @@ void CSMTPClient::ReceiveReply()
 {
     CReplyReader::EState state = CReplyReader::EState::Incomplete;
     while (state == CReplyReader::EState::Incomplete) {
-        const uint32_t nReceived = Receive(m_receiveBuffer, sizeof(m_receiveBuffer), 0);
-        if (nReceived == 0)
+        if (m_unread.empty())
+            m_unread = {m_receiveBuffer, Receive(m_receiveBuffer, sizeof(m_receiveBuffer), 0)};
+        if (m_unread.empty())
             Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
-        state = m_reply.Take({m_receiveBuffer, nReceived});
+        state = m_bOneByOne ? m_reply.TakeOne(m_unread) : m_reply.Take(std::exchange(m_unread, {}));
         if (m_iDebugLevel > 1)
             LogDebug("S: ", ShownSoFar(m_reply.LastLine()).substr(0, CReplyReader::LONGEST_SHOWN_LINE));
     }
@@ -207,6 +240,7 @@ void CSMTPClient::LearnCapabilities()
     m_capabilities.bLogin = m_capabilities.bAuth && offers("LOGIN");
     m_capabilities.bSize = offers("SIZE");
     m_capabilities.b8BitMime = offers("8BITMIME");
+    m_capabilities.bPipelining = offers("PIPELINING");
 }
 
 void CSMTPClient::StartTls()
@@ -225,18 +259,23 @@ void CSMTPClient::StartTls()
     Bex::LogNotice(Bex::MainLog(), "connection to %s secured", m_strPeerName.Text());
 }
 
-bool CSMTPClient::MailFrom(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity, uint32_t dwSize)
+Bex::CSimpleString CSMTPClient::MailCommand(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity,
+                                            uint32_t dwSize) const
 {
-    m_transcript.RemoveAll();
     Bex::CSimpleString strSize;
     if (m_capabilities.bSize && dwSize > 0)
         strSize.Format(" SIZE=%u", dwSize);
     Bex::CSimpleString strIdentityParameter;
     if (m_capabilities.bAuth && !m_bAuthenticated && !strIdentity.IsEmpty())
         strIdentityParameter.Format(" AUTH=%s", XtextEncode(strIdentity).Text());
-    SendCommand(Bex::CSimpleString::Formatted("MAIL From:<%s>%s%s\r\n", strSender.Text(), strSize.Text(),
-                                              strIdentityParameter.Text())
-                    .Text());
+    return Bex::CSimpleString::Formatted("MAIL From:<%s>%s%s\r\n", strSender.Text(), strSize.Text(),
+                                         strIdentityParameter.Text());
+}
+
+bool CSMTPClient::MailFrom(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity, uint32_t dwSize)
+{
+    m_transcript.RemoveAll();
+    SendCommand(MailCommand(strSender, strIdentity, dwSize).Text());
     const int iCode = ReadReply();
     if (iCode != 250)
         Refuse(iCode, EOtherReply::Permanent, __LINE__);

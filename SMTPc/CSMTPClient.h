@@ -27,6 +27,7 @@ public:
         bool bLogin = false;
         bool bSize = false;
         bool b8BitMime = false;
+        bool bPipelining = false;
     };
     /// How a reply counts that is neither expected nor plainly a refusal for now (4xx) or for good (5xx).
     enum class EOtherReply { Temporary, Permanent };
@@ -39,7 +40,13 @@ public:
     void Connect(const Bex::CSimpleString& strAddress, uint16_t wPort, const Bex::CSimpleString& strName) override;
     uint32_t Send(const char* pszText) override { return SendCommand(pszText); }
 
-    uint32_t SendCommand(const char* pszText);     ///< with its CR LF
+    uint32_t SendCommand(const char* pszText); ///< with its CR LF
+    /// Sends commands together (RFC 2920). The next calls of SendCommand are for them in turn and send nothing; from
+    /// now on each ReadReply takes one reply, also of several that came together.
+    void SendAhead(const std::vector<Bex::CSimpleString>& commands);
+    size_t Ahead() const { return m_nAhead; } ///< so many were sent ahead, and not yet by SendCommand
+    int ReadReplyAhead();                     ///< to the next one of these, which nobody sends any more
+    bool HasInput() { return !m_unread.empty() || Bex::CSecureSocket::HasInput(); }
     int ReadReply();                               ///< the code
     void Hello(const Bex::CSimpleString& strName); ///< empty: the name of this end of the connection
     void StartTls();                               ///< up to the end of the handshake; all replies so far are void
@@ -47,6 +54,8 @@ public:
     bool AuthCramMd5(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool AuthPlain(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
     bool AuthLogin(const Bex::CSimpleString& strUser, const Bex::CSimpleString& strPassword);
+    Bex::CSimpleString MailCommand(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity,
+                                   uint32_t dwSize) const;
     bool MailFrom(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strIdentity, uint32_t dwSize);
     /// Raises the SMTP exception for a reply that was not expected, with the transcript.
     [[noreturn]] void Refuse(int iCode, EOtherReply other, int iLine) const;
@@ -62,6 +71,7 @@ private:
     void Forget(); ///< what the last connection left
     Bex::CSimpleString OwnName() const;
     void LearnCapabilities();
+    void Echo(const Bex::CSimpleString& strShown) const;
     uint32_t SendShown(const Bex::CSimpleString& strText, std::string_view shown);
     void ReceiveReply();
     void RecordReply();
@@ -79,6 +89,9 @@ private:
     Bex::CList<Bex::CSimpleString> m_transcript{false};
     bool m_bAuthenticated = false;
     char m_receiveBuffer[1024];
+    std::string_view m_unread; ///< of the buffer: replies behind the last one
+    bool m_bOneByOne = false;  ///< replies may come together
+    size_t m_nAhead = 0;
     CReplyReader m_reply;
     Bex::CSimpleString m_strReplyText;
     Bex::CSimpleString m_strPeerName;

@@ -3,6 +3,9 @@
 #include "Common/CSmartHost.h"
 #include "SMTPc/CSMTPClient.h"
 
+/// Its address and port, such as hosts are remembered by; empty without an address.
+Bex::CSimpleString PlaceOf(const CSmartHost& target);
+
 /// A connection to a host that has greeted us, secured and logged in as the target that it was opened for wants it. It
 /// carries one mail after the other: a session (CSMTPSession) has it for its mail, and whoever owned that one may hand
 /// it to the next. Used by one thread at a time.

@@ -12,7 +12,6 @@
 #include "SMTPc/ErrorReport.h"
 #include "SMTPc/FindTargets.h"
 
-#include <optional>
 #include <utility>
 
 namespace {
@@ -37,20 +36,13 @@ CSilentPeers& SilentAddresses()
     return addresses;
 }
 
-Bex::CSimpleString AddressText(const CSmartHost& target)
-{
-    if (target.endPoint.Address() == nullptr)
-        return {};
-    return Bex::CSimpleString::Formatted("%s:%u", target.endPoint.Address()->Text().Text(), target.endPoint.Port());
-}
-
 /// Takes those that did not answer lately out of the list.
 CTargetList TakeSilent(CTargetList& targets)
 {
     CTargetList others(false);
     CTargetList silent(false);
     for (CSmartHost target; targets.PopFirst(target);)
-        (SilentAddresses().Contains(AddressText(target)) ? silent : others).Append(std::move(target));
+        (SilentAddresses().Contains(PlaceOf(target)) ? silent : others).Append(std::move(target));
     targets.AppendAll(others);
     return silent;
 }
@@ -78,7 +70,7 @@ CSMTPSendThread::~CSMTPSendThread() = default;
 void CSMTPSendThread::SendMail()
 {
     SLoadedMail loaded;
-    const SLoadResult load = LoadMail(loaded);
+    const SLoadResult load = LoadMail(m_strMailPath, loaded);
     m_iResult = static_cast<int>((load ? Attempt(loaded) : NotLoaded(load)).verdict);
 }
 
@@ -113,7 +105,9 @@ SAttempt CSMTPSendThread::Attempt(SLoadedMail& loaded)
 SAttempt CSMTPSendThread::TryToSend(SLoadedMail& loaded)
 {
     SPreparedMail mail;
-    if (!PrepareMessage(loaded, mail))
+    if (loaded.prepared)
+        mail = *std::exchange(loaded.prepared, {});
+    else if (!PrepareMessage(loaded, mail))
         return {EVerdict::NotPrepared};
     const Platform::CWaitLimit limit = AttemptLimit();
     CTargetList targets = FindTargets(mail.strSender, mail.strRecipient, limit).targets;
@@ -137,15 +131,21 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     for (CSmartHost target; targets.PopFirst(target) || late.PopFirst(target);) {
         if (!ShallRun())
             return {EVerdict::Stopped};
-        if (std::exchange(bTried, true) && !limit.HasTimeLeft())
+        if (bTried && !limit.HasTimeLeft())
             break;
+        if (std::exchange(bTried, true))
+            LetGoOfNext();
         const Bex::CActivity::CStep step("sends %s to %s", Bex::CSimpleString(Bex::NameOf(m_strMailPath.View())).Text(),
                                          DisplayName(target).Text());
         std::optional<CSMTPSession> session;
         std::optional<SDeliveryFailure> failure;
         do {
             session.emplace(std::move(m_pConnection), m_settings, mail, limit);
-            failure = FailureOf([&] { session->Deliver(target); });
+            failure = FailureOf([&] {
+                session->Deliver(target);
+                LeadNext(*session);
+                session->AwaitVerdict();
+            });
         } while (failure && session->IsOfTheConnection(*failure) && ShallRun());
         const bool bSilent = IsSilent(*session, target);
         if (!failure)
@@ -179,13 +179,31 @@ void CSMTPSendThread::PutReachedFirst(CTargetList& targets)
     EndConnection();
 }
 
+/// What goes wrong with the next mail is told when its turn has come.
+void CSMTPSendThread::LeadNext(CSMTPSession& session)
+{
+    if (!session.MayLead())
+        return;
+    FailureOf([&] {
+        SPreparedMail* const pNext = ReadyNext();
+        if (pNext == nullptr)
+            return;
+        pNext->bAhead = true;
+        session.SendAhead(*pNext);
+    });
+}
+
 /// Whatever the server makes of it, the outcome is known. Nothing waits while a mail goes on to its other targets.
 void CSMTPSendThread::EndRefused(CSMTPSession& session, bool bOthersFollow)
 {
-    if (!bOthersFollow && session.MayGoOn())
-        m_pConnection = session.TakeConnection();
-    else
-        FailureOf([&] { session.Quit(); });
+    FailureOf([&] {
+        const bool bGoOn = !bOthersFollow && session.MayGoOn();
+        session.HearTheRest();
+        if (bGoOn)
+            m_pConnection = session.TakeConnection();
+        else
+            session.Quit();
+    });
 }
 
 void CSMTPSendThread::EndConnection()
@@ -194,7 +212,10 @@ void CSMTPSendThread::EndConnection()
     if (!pConnection)
         return;
     pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_PARTING));
-    FailureOf([&] { pConnection->Quit(); });
+    FailureOf([&] {
+        if (pConnection->client.Ahead() == 0)
+            pConnection->Quit();
+    });
 }
 
 /// Remembers it for the mails to come. A stop is nobody's silence.
@@ -202,9 +223,9 @@ bool CSMTPSendThread::IsSilent(const CSMTPSession& session, const CSmartHost& ta
 {
     const bool bSilent = session.WasSilent() && ShallRun();
     if (session.HasAnswered())
-        SilentAddresses().Forget(AddressText(target));
+        SilentAddresses().Forget(PlaceOf(target));
     else if (bSilent)
-        SilentAddresses().Note(AddressText(target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
+        SilentAddresses().Note(PlaceOf(target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
     return bSilent;
 }
 

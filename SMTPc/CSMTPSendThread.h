@@ -11,6 +11,7 @@
 #include "SMTPc/SPreparedMail.h"
 
 #include <memory>
+#include <optional>
 
 struct CSMTPConnection;
 class CSMTPSession;
@@ -32,13 +33,15 @@ protected:
     struct SLoadedMail
     {
         CMail mail;
-        CHeldMailFile file; ///< nobody else may take it during the attempt
+        CHeldMailFile file;                    ///< nobody else may take it during the attempt
+        std::optional<SPreparedMail> prepared; ///< before the attempt
     };
 
     void Body() override { SendMail(); }
 
-    void SendMail();                                 ///< one attempt, whose verdict's number stays in m_iResult
-    SLoadResult LoadMail(SLoadedMail& loaded) const; ///< from m_strMailPath; as CMessage::Load
+    void SendMail(); ///< one attempt, whose verdict's number stays in m_iResult
+    static SLoadResult LoadMail(const Bex::CSimpleString& strPath, SLoadedMail& loaded); ///< as CMessage::Load
+    bool PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared) const;             ///< takes the body
     /// One attempt with what LoadMail loaded; takes the body. Whatever it raises is told as a failure, but never of a
     /// mail that a server has accepted.
     SAttempt Attempt(SLoadedMail& loaded);
@@ -50,6 +53,8 @@ protected:
 
     /// Whether another mail goes the way of the one that has just been delivered, and will be the next attempt.
     virtual bool TakesNext() { return false; }
+    virtual SPreparedMail* ReadyNext() { return nullptr; } ///< that one, if it may be told of before the verdict
+    virtual void LetGoOfNext() {}                          ///< it shall not wait: this mail goes on to another target
     bool HasConnection() const { return m_pConnection != nullptr; } ///< that the last attempt has left open
     void EndConnection();                                           ///< if there is one
 
@@ -58,11 +63,11 @@ protected:
     Bex::CSimpleString m_strMailPath;
 
 private:
-    bool PrepareMessage(SLoadedMail& loaded, SPreparedMail& prepared) const;
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
     void PutReachedFirst(CTargetList& targets);
+    void LeadNext(CSMTPSession& session);
     void EndRefused(CSMTPSession& session, bool bOthersFollow);
     bool IsSilent(const CSMTPSession& session, const CSmartHost& target) const;
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;

@@ -60,9 +60,9 @@ void Masquerade(CMail& mail, Bex::CSimpleString& strSender)
 
 } // namespace
 
-SLoadResult CSMTPSendThread::LoadMail(SLoadedMail& loaded) const
+SLoadResult CSMTPSendThread::LoadMail(const Bex::CSimpleString& strPath, SLoadedMail& loaded)
 {
-    const SLoadResult result = loaded.mail.Load(m_strMailPath, loaded.file);
+    const SLoadResult result = loaded.mail.Load(strPath, loaded.file);
     if (result && !loaded.file.LetOthersRead()) // who writes a report, and the responder
         return SLoadResult::InUse();
     return result;

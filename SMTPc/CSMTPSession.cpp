@@ -3,7 +3,6 @@
 #include "Bex/CActivity.h"
 #include "Bex/CSocketException.h"
 #include "Bex/CThread.h"
-#include "Common/NormalizeAddress.h"
 #include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "SMTPc/CSMTPException.h"
@@ -20,7 +19,6 @@ constexpr uint32_t QUIT_SECONDS = 10;
 constexpr uint32_t LEAST_SILENCE = 10; // seconds, which no failure takes that the other end tells of
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr int CLOSES = 421; // RFC 5321 3.8
-constexpr int BAD_SEQUENCE = 503;
 
 Bex::CSimpleString AddressText(const CSmartHost& target)
 {
@@ -80,10 +78,8 @@ void CSMTPSession::Deliver(const CSmartHost& target)
     }
     m_bReady = true;
     ++m_pConnection->nMails;
-    m_pConnection->bReset = true; // unless all goes well
     SendEnvelope();
     SendPayload();
-    m_pConnection->bReset = false;
 }
 
 /// A server that has said something meanwhile, such as that it closes, is no longer at what we say next.
@@ -91,22 +87,9 @@ void CSMTPSession::GoOn()
 {
     m_bAnswered = true;
     LimitSession();
-    bool bInStep = !Client().HasInput();
-    if (bInStep && std::exchange(m_pConnection->bReset, false)) {
-        Client().SendCommand("RSET\r\n");
-        bInStep = Client().ReadReply() == 250;
-    }
-    if (!bInStep)
+    const bool bAhead = Client().Ahead() > 0;
+    if (bAhead != m_mail.bAhead || (!bAhead && Client().HasInput()))
         Bex::ThrowSocketException(SOURCE_FILE, __LINE__, Platform::SOCKET_ABORTED);
-}
-
-/// A code that is neither a refusal nor what was expected belongs to another command.
-bool CSMTPSession::IsOfTheConnection(const SDeliveryFailure& failure) const
-{
-    if (!m_bRides || m_bGoAhead)
-        return false;
-    const int iCode = Client().LastCode();
-    return !failure.IsRefusal() || iCode == CLOSES || iCode == BAD_SEQUENCE || iCode / 100 < 4;
 }
 
 bool CSMTPSession::MayGoOn() const
@@ -192,17 +175,6 @@ void CSMTPSession::Authenticate(const CSmartHost& target)
         (Client().*exchanges.second)(target.strUser, target.strPassword);
 }
 
-void CSMTPSession::SendEnvelope()
-{
-    Client().MailFrom(NormalizeAddress(m_mail.strSender), m_mail.strIdentity, m_mail.payload.Size());
-    Client().SendCommand(
-        Bex::CSimpleString::Formatted("RCPT To:<%s>\r\n", NormalizeAddress(m_mail.strRecipient).Text()).Text());
-    Expect(250, 251, __LINE__);
-    Client().SendCommand("DATA\r\n");
-    Expect(354, 354, __LINE__);
-    m_bGoAhead = true;
-}
-
 void CSMTPSession::SendPayload()
 {
     const char* const pPayload = m_mail.payload.Data();
@@ -213,7 +185,12 @@ void CSMTPSession::SendPayload()
         Client().Send(pPayload + nSent, nChunk, 0);
         nSent += nChunk;
     }
+}
+
+void CSMTPSession::AwaitVerdict()
+{
     Expect(250, 250, __LINE__);
+    m_pConnection->bReset = false;
 }
 
 void CSMTPSession::Expect(int iExpected, int iAlso, int iLine)
@@ -229,5 +206,8 @@ void CSMTPSession::Quit()
     if (m_pConnection == nullptr)
         return;
     LimitTo(std::min(m_settings.dwTimeout, QUIT_SECONDS));
-    m_pConnection->Quit();
+    if (Client().Ahead() > 0)
+        Client().Close(); // in the middle of another mail
+    else
+        m_pConnection->Quit();
 }

@@ -23,13 +23,19 @@ public:
     CSMTPSession(const CSMTPSession&) = delete;
     CSMTPSession& operator=(const CSMTPSession&) = delete;
 
-    void Deliver(const CSmartHost& target); ///< returns when the server has accepted the mail
-    void Quit();                            ///< does not wait long for the answer
+    void Deliver(const CSmartHost& target); ///< up to the mail's last byte
+    bool MayLead() const;                   ///< the envelope of another mail may follow before this one's verdict
+    void SendAhead(const SPreparedMail& next);
+    void AwaitVerdict(); ///< returns when the server has accepted the mail
+    /// What a server still has to say about a mail that it has refused, and the end of a transfer that it asks for all
+    /// the same. Does not wait long.
+    void HearTheRest();
+    void Quit(); ///< does not wait long for the answer
 
     bool HasAnswered() const { return m_bAnswered; } ///< with as much as a whole greeting
     bool WasSilent() const;                          ///< it did not answer for as long as one waits for an answer
-    /// The failure, of this session, is that of a connection which another mail had used before, and says nothing about
-    /// this mail.
+    /// The failure, of this session, says nothing about this mail: another mail had used the connection before, or
+    /// commands were sent together. The next session with the host will be another in that.
     bool IsOfTheConnection(const SDeliveryFailure& failure) const;
     bool MayGoOn() const; ///< with another mail, after this one was accepted or refused
     std::unique_ptr<CSMTPConnection> TakeConnection() { return std::move(m_pConnection); } ///< and ends this session
@@ -43,12 +49,14 @@ private:
     void Greet();
     void Secure(const CSmartHost& target);
     void Authenticate(const CSmartHost& target);
+    bool Pipelines() const;
     void SendEnvelope();
     void SendPayload();
     void Expect(int iExpected, int iAlso, int iLine);
 
     std::unique_ptr<CSMTPConnection> m_pConnection; ///< null before it is opened
     const bool m_bRides;                            ///< behind another mail
+    bool m_bTogether = false;                       ///< the commands of the envelope were sent so
     const SDeliverySettings& m_settings;
     const SPreparedMail& m_mail;
     const Platform::CWaitLimit& m_attempt;

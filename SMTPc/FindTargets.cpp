@@ -12,18 +12,6 @@ namespace {
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSend";
 constexpr uint64_t LONGEST_RESOLUTION = 40'000; // milliseconds, of smart hosts and exchangers together
 
-void CheckAddresses(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient)
-{
-    if (!strSender.IsEmpty() && !IsValidAddress(strSender))
-        throw CSMTPPermanentException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("sender address <%s> has bad format", strSender.Text()));
-    if (!IsValidAddress(strRecipient))
-        throw CSMTPPermanentException(
-            SOURCE_FILE, __LINE__,
-            Bex::CSimpleString::Formatted("recipient address <%s> has bad format", strRecipient.Text()));
-}
-
 void ResolveDomain(const Bex::CSimpleString& strDomain, const Platform::CWaitLimit& limit, CTargetList& targets)
 {
     const char* const pszDomain = strDomain.Text();
@@ -53,6 +41,18 @@ std::optional<Bex::CSimpleString> MaskOf(const Bex::CSimpleString& strSender)
     if (strSender.IsEmpty() || !Masquerading().Lookup(NormalizeAddress(strSender), strMask))
         return std::nullopt;
     return strMask;
+}
+
+void CheckAddresses(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient)
+{
+    if (!strSender.IsEmpty() && !IsValidAddress(strSender))
+        throw CSMTPPermanentException(
+            SOURCE_FILE, __LINE__,
+            Bex::CSimpleString::Formatted("sender address <%s> has bad format", strSender.Text()));
+    if (!IsValidAddress(strRecipient))
+        throw CSMTPPermanentException(
+            SOURCE_FILE, __LINE__,
+            Bex::CSimpleString::Formatted("recipient address <%s> has bad format", strRecipient.Text()));
 }
 
 Bex::CSimpleString RouteOf(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient)

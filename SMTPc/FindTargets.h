@@ -10,6 +10,9 @@
 /// The address that stands in for the sender; nothing: the sender stays.
 std::optional<Bex::CSimpleString> MaskOf(const Bex::CSimpleString& strSender);
 
+/// Raises the SMTP exception of an address that is none.
+void CheckAddresses(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient);
+
 /// A text that is the same for mails that go the same way: the smart hosts, or the recipient's domain. Nobody is asked.
 Bex::CSimpleString RouteOf(const Bex::CSimpleString& strSender, const Bex::CSimpleString& strRecipient);
 

@@ -33,6 +33,7 @@ SDeliverySettings SDeliverySettings::FromConfiguration()
     const uint32_t dwRetry = SECONDS_PER_MINUTE * static_cast<uint32_t>(std::clamp(iRetry, 0, LONGEST_RETRY));
     settings.dwSilenceKept = RETRIES_IN_SILENCE * (dwRetry + settings.dwTimeout);
     settings.nMailsPerConnection = static_cast<unsigned>(std::max(1, config.GetInt(Keys::CONNECTION_MAILS)));
+    settings.bPipelining = config.GetFlag(Keys::CONNECTION_PIPELINING);
     settings.iDebugLevel = config.GetInt(Keys::DEBUG_LOGGING);
     return settings;
 }

@@ -17,6 +17,7 @@ struct SDeliverySettings
     uint32_t dwSessionLimit = 0; ///< seconds for a whole session, besides what its payload needs
     uint32_t dwSilenceKept = 0;  ///< seconds for which an address that did not answer is tried after others
     unsigned nMailsPerConnection = 1;
+    bool bPipelining = false;
     int iDebugLevel = 0;
 
     static SDeliverySettings FromConfiguration();

@@ -13,5 +13,6 @@ struct SPreparedMail
     Bex::CArray<char> payload;      ///< with the end marker
     Bex::CSimpleString strIdentity; ///< who the sender was authenticated as
     Bex::CSimpleString strMessageID;
+    bool bAhead = false;            ///< its envelope went behind the mail before, over the connection that is open
     CHeldMailFile* pFile = nullptr; ///< that it was read from, which outlives it
 };

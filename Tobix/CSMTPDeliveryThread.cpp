@@ -21,6 +21,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
 constexpr unsigned IDLE_MILLIS = 1000;
+constexpr int64_t LARGEST_AHEAD = 1 << 20; // bytes
 constexpr int64_t SECONDS_PER_MINUTE = 60;
 constexpr int64_t NANOSECONDS = 1'000'000'000;
 
@@ -49,6 +50,7 @@ void CSMTPDeliveryThread::Body()
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) started", Id());
     while (ShallRun()) {
         if (ServiceIsPaused()) {
+            EndConnection();
             LetGoOfNext();
             WaitWhileServiceIsPaused(StopEvent());
         } else if (!TakeFile()) {
@@ -59,6 +61,7 @@ void CSMTPDeliveryThread::Body()
             GoOnOrEnd();
         }
     }
+    EndConnection();
     LetGoOfNext();
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
 }
@@ -66,6 +69,7 @@ void CSMTPDeliveryThread::Body()
 bool CSMTPDeliveryThread::TakeFile()
 {
     m_strFileName = std::exchange(m_strNext, {});
+    m_pReady = std::move(m_pNext);
     if (m_strFileName.IsEmpty() && !m_pFiles->Take(m_strFileName))
         return false;
     m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
@@ -113,8 +117,30 @@ void CSMTPDeliveryThread::GoOnOrEnd()
 
 void CSMTPDeliveryThread::LetGoOfNext()
 {
-    EndConnection();
+    m_pNext.reset();
     m_pFiles->GiveBack(std::exchange(m_strNext, {}));
+}
+
+/// Nothing is told of it here, and its file is read again when it does not get ready. A large one would be in memory
+/// beside the one before.
+SPreparedMail* CSMTPDeliveryThread::ReadyNext()
+{
+    if (!TakesNext() || m_pFiles->IsToReturn(m_strNext))
+        return nullptr;
+    const Bex::CLogContext context(m_strNext);
+    const Bex::CSimpleString strPath = Bex::PathBelow(m_strOutgoingDirectory, m_strNext);
+    if (Platform::FileSize(strPath.Text()) > LARGEST_AHEAD)
+        return nullptr;
+    auto pNext = std::make_unique<SLoadedMail>();
+    if (!LoadMail(strPath, *pNext) || RecipientOf(pNext->mail).IsEmpty())
+        return nullptr;
+    SPreparedMail& prepared = pNext->prepared.emplace();
+    PrepareMessage(*pNext, prepared);
+    CheckAddresses(prepared.strSender, prepared.strRecipient);
+    if (RouteOf(pNext->mail.EnvelopeSender(), prepared.strRecipient) != m_strRoute)
+        return nullptr;
+    m_pNext = std::move(pNext);
+    return &prepared;
 }
 
 /// Whatever one mail raises, the thread goes on with the next one. A mail that a server has accepted must not be sent
@@ -189,9 +215,14 @@ bool CSMTPDeliveryThread::IsOverdue(int64_t iAgeSeconds, int64_t iSecondsKnown, 
 
 void CSMTPDeliveryThread::DeliverFile(SAttempt& attempt)
 {
-    SLoadedMail loaded;
+    const std::unique_ptr<SLoadedMail> pReady = std::move(m_pReady);
+    SLoadedMail fresh;
+    SLoadedMail& loaded = pReady ? *pReady : fresh;
     SLoadResult load;
-    const auto failure = FailureOf([&] { load = LoadForDelivery(loaded); });
+    const auto failure = FailureOf([&] {
+        if (!pReady)
+            load = LoadForDelivery(loaded);
+    });
     const Bex::CSimpleString strMessageID = loaded.mail.MessageID(), strSender = loaded.mail.EnvelopeSender(),
                              strRecipient = RecipientOf(loaded.mail); // the attempt may change them
     const Bex::CLogContext context({}, strMessageID, strSender, strRecipient);
@@ -229,7 +260,7 @@ SAttempt CSMTPDeliveryThread::AttemptOrReturn(SLoadedMail& loaded)
 
 SLoadResult CSMTPDeliveryThread::LoadForDelivery(SLoadedMail& loaded) const
 {
-    const SLoadResult load = LoadMail(loaded);
+    const SLoadResult load = LoadMail(m_strMailPath, loaded);
     if (load.result == ELoadResult::Busy) {
         MailLog::Busy(m_strMailPath, load.error.iLibError == Platform::LIB_NO_MEMORY);
     } else if (load.result == ELoadResult::Broken) {

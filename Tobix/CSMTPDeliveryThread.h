@@ -23,6 +23,8 @@ public:
 protected:
     void Body() override;
     bool TakesNext() override;
+    SPreparedMail* ReadyNext() override;
+    void LetGoOfNext() override;
 
 private:
     struct SFileState
@@ -33,7 +35,6 @@ private:
     bool TakeFile();
     bool IsDomainsTurn(const Bex::CSimpleString& strName);
     void GoOnOrEnd();
-    void LetGoOfNext();
     void DeliverGuarded();
     void DeliverFile(SAttempt& attempt);
     SAttempt AttemptOrReturn(SLoadedMail& loaded);
@@ -54,8 +55,10 @@ private:
 
     std::shared_ptr<COutgoingFiles> m_pFiles; ///< the remote agent's
     Bex::CSimpleString m_strFileName;
-    Bex::CSimpleString m_strRoute; ///< that mail's; empty: nobody asks
-    Bex::CSimpleString m_strNext;  ///< in this thread's hands, to be the next; empty: none
+    Bex::CSimpleString m_strRoute;         ///< that mail's; empty: nobody asks
+    Bex::CSimpleString m_strNext;          ///< in this thread's hands, to be the next; empty: none
+    std::unique_ptr<SLoadedMail> m_pReady; ///< the mail m_strFileName, where it was made ready before its turn
+    std::unique_ptr<SLoadedMail> m_pNext;  ///< the mail m_strNext likewise
     Bex::CSimpleString m_strErrorDirectory;
     Bex::CSimpleString m_strOutgoingDirectory;
 };

@@ -49,11 +49,16 @@ TEST(SendMailTest, FollowsTheReply)
                  {"EHLO", "endlessx", 8},
                  {"EHLO", "hang", 8, "aborted due to timeout"},
                  {"RCPT", "last250", 8}};
-    for (const auto& tried : CASES) {
+    for (size_t n = 0; n < 2 * std::size(CASES); ++n) {
+        const auto& tried = CASES[n / 2];
         SCOPED_TRACE(tried.strStage + ": " + tried.strReply);
         CSendWorld world;
+        world.settings.bPipelining = n % 2 == 1; // which makes no difference
         world.settings.dwSessionLimit = tried.strReply == "hang" ? 1 : 10;
         Replies replies = tried.others;
+        replies.try_emplace("EHLO", OFFERS + "PIPELINING\r\n");
+        if (tried.strStage == "MAIL")
+            replies["RCPT"] = "503 who sends that?\r\n";
         replies[tried.strStage] = tried.strReply;
         CScriptedServer server(replies);
         const EVerdict verdict = world.Send(server, "ann:secret@127.0.0.1:%t");
@@ -62,6 +67,26 @@ TEST(SendMailTest, FollowsTheReply)
         EXPECT_TRUE(Holds(world.Report(), tried.strReported)) << world.Report();
         EXPECT_EQ(world.Report().empty(), verdict == EVerdict::Delivered);
         EXPECT_EQ(testing::Value(server.Commands(), testing::Contains("QUIT")), verdict != EVerdict::ConnectionFailed);
+    }
+}
+
+TEST(SendMailTest, SendsToWhoeverOffersPipeliningWhateverComesOfIt)
+{
+    for (Replies wrong : {Replies{{"MAIL", "flush250 ok\r\n"}}, // and answers no more
+                          Replies{{"MAIL", "last250 ok\r\n"}}, Replies{{"RCPT", "drop"}},
+                          Replies{{"MAIL", "250 ok\r\n250 again\r\n"}}, Replies{{"RCPT", "503 who?\r\n"}},
+                          Replies{{"DATA", "354 go on\r\n250 taken\r\n"}}, Replies{{"DATA", "250 what?\r\n"}}}) {
+        SCOPED_TRACE(testing::PrintToString(wrong));
+        CSendWorld world;
+        world.settings.bPipelining = true;
+        world.settings.dwTimeout = 1;
+        wrong["EHLO"] = OFFERS + "PIPELINING\r\n";
+        const Replies good{{"EHLO", wrong["EHLO"]}, {"MAIL", "250-o\r\n250 k\r\n"}};
+        CScriptedServer server(wrong, good);
+        EXPECT_EQ(world.Send(server), EVerdict::Delivered) << world.Report();
+        const Commands commands = server.Commands();
+        EXPECT_EQ(Commands(commands.end() - 5, commands.end()), (Commands{EHLO, MAIL, RCPT, "DATA", "QUIT"}));
+        EXPECT_FALSE(world.Logged(" failed with "));
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -23,8 +24,9 @@ class CScriptedServer
 public:
     /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload". "drop"
     /// closes the connection, "hang" waits for the client to do so; "endless" repeats what follows it for ever, "last"
-    /// closes behind it. "RCPT2" is for the second such command of a connection. With "tls" it begins with the
-    /// handshake; a reply to STARTTLS that begins with 220 is followed by the handshake.
+    /// closes behind it, "flush" drops what has come, "late" waits until more has come. "RCPT2" is for the second such
+    /// command of a connection. With "tls" it begins with the handshake; a reply to STARTTLS that begins with 220 is
+    /// followed by the handshake.
     using Replies = std::map<std::string, std::string>;
 
     template <class... TMore>
@@ -104,7 +106,8 @@ private:
             if (bGoesOn && strWord == "STARTTLS" && m_strSent.starts_with("220"))
                 m_peer->Negotiate({});
             if (bGoesOn && strWord == "DATA" && m_strSent.starts_with("354")) {
-                const std::string strPayload = ReadUpTo("\r\n.\r\n");
+                m_strReceived.insert(0, "\r\n"); // where a single dot may follow
+                const std::string strPayload = ReadUpTo("\r\n.\r\n").substr(2);
                 std::unique_lock lock(m_mutex);
                 m_strPayload = strPayload;
                 lock.unlock();
@@ -139,6 +142,12 @@ private:
             Send(std::string_view(m_strSent).substr(7));
         if (m_strSent == "drop")
             return false;
+        if (m_strSent.starts_with("flush"))
+            m_strReceived.clear();
+        while (m_strSent.starts_with("late") && m_strReceived.empty())
+            ReadMore();
+        for (const char* pszDone : {"flush", "late"})
+            m_strSent.erase(0, m_strSent.starts_with(pszDone) ? std::strlen(pszDone) : 0);
         const bool bLast = m_strSent.starts_with("last");
         Send(std::string_view(m_strSent).substr(bLast ? 4 : 0));
         return !bLast;
@@ -156,16 +165,19 @@ private:
     std::string ReadUpTo(const std::string& strEnd)
     {
         size_t nEnd = 0;
-        while ((nEnd = m_strReceived.find(strEnd)) == std::string::npos) {
-            char buffer[16384];
-            const uint32_t nCount = m_peer->Receive(buffer, sizeof(buffer), 0);
-            if (nCount == 0)
-                Bex::ThrowSocketException("CScriptedServer", __LINE__, 10053);
-            m_strReceived.append(buffer, nCount);
-        }
+        while ((nEnd = m_strReceived.find(strEnd)) == std::string::npos)
+            ReadMore();
         const std::string strText = m_strReceived.substr(0, nEnd + strEnd.size());
         m_strReceived.erase(0, strText.size());
         return strText;
+    }
+    void ReadMore()
+    {
+        char buffer[16384];
+        const uint32_t nCount = m_peer->Receive(buffer, sizeof(buffer), 0);
+        if (nCount == 0)
+            Bex::ThrowSocketException("CScriptedServer", __LINE__, 10053);
+        m_strReceived.append(buffer, nCount);
     }
     void Note(const std::string& strCommand)
     {

@@ -277,36 +277,46 @@ TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurthe
 
 struct SSecond
 {
-    Replies first;                     ///< of the connection that both mails may share
-    std::vector<std::string> commands; ///< by their first letter, of all connections
+    Replies first;                ///< of the connection that both mails may share
+    std::string strOneByOne;      ///< the commands by their first letters, of all connections; empty: not tried
+    std::string strTogether = ""; ///< likewise, with pipelining; empty: the same
     std::string strLogged = "to <Bob@far.example> (";
 };
 TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
 {
-    const std::vector<std::string> both{"EMRD", "MRDQ"}, refused{"EMR", "SMRDQ"}, afresh{"EMRD", "M", "EMRDQ"};
-    for (const SSecond& row :
-         {SSecond{{}, both}, SSecond{{{"RCPT1", "550 no\r\n"}}, refused},
-          SSecond{{{"payload1", "554 spam\r\n"}}, {"EMRD", "SMRDQ"}}, SSecond{{{"MAIL2", "drop"}}, afresh},
-          SSecond{{{"MAIL2", "421 enough\r\n"}}, afresh}, SSecond{{{"payload1", "last250 bye\r\n"}}, {"EMRD", "EMRDQ"}},
-          SSecond{{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, {"EMR", "S", "EMRDQ"}},
-          SSecond{{{"RCPT1", "421 no\r\n"}}, {"EMRQ", "EMRDQ"}}, // refused on a connection that ends
-          SSecond{{{"DATA2", "250 to the command before\r\n"}}, {"EMRD", "MRD", "EMRDQ"}},
-          SSecond{{{"payload2", "drop"}}, {"EMRD", "MRD", "EMRDQ"}}, // without TLS, as it would be
-          SSecond{{{"RCPT2", "450 later\r\n"}}, {"EMRD", "MRQ"}, "temporarily failed with error 9"},
-          SSecond{{{"MAIL2", "550 never\r\n"}}, {"EMRD", "MQ"}, "permanently failed with error 19"}}) {
-        SCOPED_TRACE(testing::PrintToString(row.first));
+    const std::string BOTH = "EMRDMRDQ", AFRESH = "EMRDMRDEMRDQ";
+    const SSecond ROWS[] = {{{}, BOTH},
+                            {{{"payload1", "late250 taken\r\n"}}, "", BOTH},
+                            {{{"RCPT1", "550 no\r\n"}}, "EMRSMRDQ", "EMRDSMRDQ"},
+                            {{{"payload1", "554 spam\r\n"}}, "EMRDSMRDQ", BOTH},
+                            {{{"MAIL2", "drop"}}, "EMRDMEMRDQ"},
+                            {{{"MAIL2", "421 enough\r\n"}}, "EMRDMEMRDQ", AFRESH},
+                            {{{"payload1", "last250 bye\r\n"}}, "EMRDEMRDQ"},
+                            {{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, "EMRSEMRDQ", "EMRDSMRDEMRDQ"},
+                            {{{"RCPT1", "421 no\r\n"}}, "EMRQEMRDQ", "EMRDQEMRDQ"}, // on a connection that ends
+                            {{{"DATA2", "250 to the command before\r\n"}}, AFRESH},
+                            {{{"payload2", "drop"}}, AFRESH}, // without TLS, as ever
+                            {{{"RCPT2", "450 later\r\n"}}, "EMRDMRQ", BOTH, "temporarily failed with error 9"},
+                            {{{"MAIL2", "550 never\r\n"}}, "EMRDMQ", "EMRDMRD", "permanently failed with error 19"}};
+    for (size_t n = 0; n < 2 * std::size(ROWS); ++n) {
+        const SSecond& row = ROWS[n / 2];
+        const bool bTogether = n % 2 == 1;
+        if (!bTogether && row.strOneByOne.empty())
+            continue;
+        SCOPED_TRACE(testing::PrintToString(row.first) + (bTogether ? " together" : ""));
         CDeliveryWorld world(1, true);
         world.settings.nMailsPerConnection = 2;
-        CScriptedServer server(row.first, Replies{});
+        world.settings.bPipelining = bTogether;
+        Replies first = row.first;
+        first["EHLO"] = "250-mx\r\n250 PIPELINING\r\n";
+        CScriptedServer server(first, Replies{});
         Config().Set("Bounce.Disable", "1");
         world.AddMail("y.eml");
         world.Deliver(server, row.strLogged);
-        std::string strCommands, strExpected;
+        std::string strCommands;
         for (const std::string& strCommand : server.Commands())
             strCommands += strCommand.starts_with("RS") ? 'S' : strCommand[0];
-        for (const std::string& strPart : row.commands)
-            strExpected += strPart;
-        EXPECT_EQ(strCommands, strExpected);
+        EXPECT_EQ(strCommands, bTogether && !row.strTogether.empty() ? row.strTogether : row.strOneByOne);
         EXPECT_FALSE(Holds(world.Report(), "carl") || Holds(world.Report(), "RSET")) << world.Report();
     }
 }
