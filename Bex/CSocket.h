@@ -36,6 +36,7 @@ public:
     void SetTimeout(uint32_t dwSeconds) { m_dwTimeout = dwSeconds; } ///< NO_LIMIT: no limit
     /// Ends all waits, besides their own time-out, however often the peer moves.
     void SetLimit(const Platform::CWaitLimit& limit);
+    const Platform::CWaitLimit& Limit() const { return m_limit; }
     void SetConditionalAccept(bool bConditional) { m_bConditionalAccept = bConditional; }
     CSocketEndPoint LocalEndPoint() const;
     CSocketEndPoint PeerEndPoint() const;

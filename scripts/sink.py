@@ -1,10 +1,11 @@
 """A small receiving mail server for the demonstration and the tests: Sink() listens on loopback.
 
 The recipient decides what happens: "refuse..." is answered with 550, "later..." with 451 the first time, "silent..." not at
-all; every other one is accepted.
+all; every other one is accepted, "slow..." after half a second.
 """
 import socketserver
 import threading
+import time
 
 
 class Session(socketserver.StreamRequestHandler):
@@ -62,6 +63,8 @@ class Session(socketserver.StreamRequestHandler):
     def accept(self, text):
         with self.server.sink.lock:
             self.server.sink.mails.append((self.sender, self.recipient, text))
+        if self.recipient.startswith("slow"):
+            time.sleep(0.5)
         self.reply("250 accepted")
 
 

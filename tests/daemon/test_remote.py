@@ -68,6 +68,12 @@ class Remote(unittest.TestCase):
         self.assertIn("aborted, thread has been shut down.", world.log())
         self.assertEqual(len(list(world.outgoing.glob("*.eml"))), 1)
 
+    def test_a_stop_waits_for_the_answer_to_a_whole_mail(self):
+        world = self.world()
+        world.deliver("1.eml", mail("slow@far.example"))
+        wait_for("the mail", lambda: self.sink.recipients())
+        self.assertEqual((world.stop(), list(world.outgoing.iterdir())), (0, []))
+
     def test_kills_and_a_restart_lose_nothing_and_repeat_little(self):
         count, threads = 400, 4
         world = self.world(**{"AutoTransport.Threads": threads})

@@ -3,12 +3,19 @@
 #include "Platform/Clock.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace Platform {
 
+struct CWaitLimit::SLateStop
+{
+    const uint64_t ui64Millis;
+    std::atomic<uint64_t> ui64End = NO_LIMIT; ///< once the stop has been seen
+};
+
 CWaitLimit CWaitLimit::For(uint64_t ui64Millis) const
 {
-    CWaitLimit limit(m_pStop);
+    CWaitLimit limit(*this);
     const uint64_t ui64Now = TickCount();
     limit.m_ui64Deadline = ui64Now + std::min(ui64Millis, NO_LIMIT - ui64Now);
     return limit;
@@ -21,11 +28,31 @@ CWaitLimit CWaitLimit::AtMost(uint64_t ui64Millis) const
     return limit;
 }
 
-bool CWaitLimit::IsStopped() const { return m_pStop != nullptr && WaitAny({m_pStop}, 0) == EWaitResult::Signalled; }
+CWaitLimit CWaitLimit::EndingAfterStop(uint64_t ui64Millis) const
+{
+    CWaitLimit limit(*this);
+    limit.m_pLate = std::make_shared<SLateStop>(ui64Millis);
+    return limit;
+}
+
+bool CWaitLimit::EndsNow() const
+{
+    if (!m_pLate)
+        return true;
+    uint64_t ui64Unseen = NO_LIMIT;
+    m_pLate->ui64End.compare_exchange_strong(ui64Unseen, TickCount() + m_pLate->ui64Millis);
+    return !HasTimeLeft();
+}
+
+bool CWaitLimit::IsStopped() const
+{
+    return m_pStop != nullptr && WaitAny({m_pStop}, 0) == EWaitResult::Signalled && EndsNow();
+}
 
 uint64_t CWaitLimit::MillisLeft() const
 {
-    return m_ui64Deadline == NO_LIMIT ? NO_LIMIT : m_ui64Deadline - std::min(m_ui64Deadline, TickCount());
+    const uint64_t ui64End = m_pLate ? std::min<uint64_t>(m_pLate->ui64End, m_ui64Deadline) : m_ui64Deadline;
+    return ui64End == NO_LIMIT ? NO_LIMIT : ui64End - std::min(ui64End, TickCount());
 }
 
 } // namespace Platform

@@ -34,7 +34,10 @@ EPollEnd PollWithin(std::span<pollfd> polled, const CWaitLimit& limit)
             return EPollEnd::Failed;
         if (iReady > 0 && stop.revents != 0) {
             limit.Stop()->Observe();
-            return EPollEnd::Stopped;
+            if (limit.EndsNow())
+                return EPollEnd::Stopped;
+            stop = {-1, 0, 0};
+            continue;
         }
         if (iReady > 0) {
             std::copy_n(all.begin(), nPolled, polled.begin());
