@@ -151,7 +151,8 @@ void CSMTPDeliveryThread::DeliverGuarded()
     const Bex::CLogContext context(m_strFileName);
     SAttempt attempt{EVerdict::Temporary};
     try {
-        DeliverFile(attempt);
+        if (!WasSent())
+            DeliverFile(attempt);
         return;
     } catch (const Bex::CException& exception) {
         MailLog::DeliveryRaised(m_strMailPath, exception);
@@ -312,7 +313,7 @@ bool CSMTPDeliveryThread::Delivered(const SAttempt& attempt, const CMail& mail, 
     if (attempt.file == EMailFile::Gone)
         ReleaseName();
     else // it must not be sent again
-        m_pFiles->SetAside(m_strFileName);
+        KeepSent();
     Bex::LogNotice(Bex::MainLog(), "successfully delivered mail from <%s> to <%s> (%llu bytes)",
                    mail.EnvelopeSender().Text(), mail.FirstRecipient().Text(),
                    static_cast<unsigned long long>(state.iSize));

@@ -36,6 +36,8 @@ private:
     bool IsDomainsTurn(const Bex::CSimpleString& strName);
     void GoOnOrEnd();
     void DeliverGuarded();
+    bool WasSent(); ///< its removal is all that was to be done, and was tried
+    void KeepSent();
     void DeliverFile(SAttempt& attempt);
     SAttempt AttemptOrReturn(SLoadedMail& loaded);
     SLoadResult LoadForDelivery(SLoadedMail& loaded) const;

@@ -44,6 +44,7 @@ public:
     }
     void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
+    void Restart() { m_pFiles = std::make_shared<COutgoingFiles>(); }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
     bool Retries()
@@ -137,17 +138,24 @@ TEST(DeliveryThreadTest, GivesUpWhatIsOlderThanAutoTransTime)
     EXPECT_TRUE(CSMTPDeliveryThread::IsOverdue(-1, 120 * 60 + 1, 120)); // the time was set back
 }
 
-TEST(DeliveryThreadTest, LetsADeliveredFileBeSentAgainOnlyOnceItIsGone)
+TEST(DeliveryThreadTest, SendsNoDeliveredFileAgainThatCannotBeRemoved)
 {
     CDeliveryWorld world;
     CScriptedServer server(Replies{});
     {
         const Platform::CInjectedFault fault(Platform::EFault::Remove, 1, EBUSY, 10);
         world.Deliver(server, "successfully delivered mail from");
+        EXPECT_TRUE(world.HasMail() && world.Retries());
+        world.Restart();
+        world.Deliver(server, "started",
+                      [&] { EXPECT_TRUE(Becomes([&] { return world.Files().Counts().nWaiting; })); });
     }
-    EXPECT_TRUE(world.HasMail());
-    EXPECT_FALSE(world.NameIsFree());
-    world.FreeName();
+    world.Restart();
+    world.Deliver(server, "which was delivered before");
+    EXPECT_FALSE(world.HasMail());
+    EXPECT_EQ(std::ranges::count(server.Commands(), "DATA"), 1);
+    EXPECT_TRUE(world.NameIsFree());
+    world.WriteMail(ENVELOPE);
     world.Log().Take();
     const CRaiser raiser(Platform::EFault::Remove, world.Path());
     world.Deliver(server, "successfully delivered mail from");
