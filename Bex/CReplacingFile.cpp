@@ -54,9 +54,10 @@ void CReplacingFile::MakeDurable()
 bool CReplacingFile::StartWriteOut()
 {
     Complete();
-    if (!Platform::OrdersDataBeforeNames(m_temporary.Path().c_str()))
+    const Platform::EDataOrder order = Platform::DataOrderAt(m_temporary.Path().c_str());
+    if (order == Platform::EDataOrder::WithVolume)
         return false;
-    Require(m_temporary.StartWriteOut(), __LINE__);
+    Require(order == Platform::EDataOrder::WithFileAlone ? m_temporary.Flush() : m_temporary.StartWriteOut(), __LINE__);
     return true;
 }
 

@@ -23,7 +23,7 @@ public:
     void Close() override;
     // The following close the file first, if it is open. When one fails it may be called again.
     void MakeDurable();   ///< the content is on stable storage before it gets its name
-    bool StartWriteOut(); ///< the content reaches it before the name does; false where the file system does not order
+    bool StartWriteOut(); ///< the content reaches it before the name does; false where a flush of the volume is needed
     void Commit();        ///< replaces the target, whose mode and owner it takes
     bool CommitNew();     ///< false: something has the target's name, and keeps it
     void SetTarget(const CSimpleString& strTarget); ///< another one in the same directory

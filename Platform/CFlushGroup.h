@@ -11,7 +11,8 @@
 
 namespace Platform {
 
-/// Makes what was written below some directories durable in one go: one flush per file system, not per file.
+/// Makes what was written below some directories durable in one go: one flush per file system, not per file; where that
+/// does not reach the files (EDataOrder::WithFileAlone), which have then been flushed, one per directory.
 ///
 /// Owned and used by one thread. A directory must be added before the writes that its flush shall answer for: a
 /// write-back error since then is reported, not lost. Flush answers false and sets LastError when one of the file
@@ -40,13 +41,20 @@ private:
     {
         unsigned long nDevice;
         int iDescriptor;
+        bool bByDirectory;
         bool bWritten = false;
         bool bPromised = false;
     };
+    struct SDirectory
+    {
+        size_t nVolume = 0; ///< index into m_volumes
+        bool bWritten = false;
+    };
     bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
+    bool FlushWritten(const SVolume& volume);
 
     std::vector<SVolume> m_volumes;
-    std::map<std::string, size_t, std::less<>> m_directories; ///< index into m_volumes
+    std::map<std::string, SDirectory, std::less<>> m_directories;
     std::set<std::string, std::less<>> m_later;
     SError m_missed; ///< of a mark that could not be kept
 };

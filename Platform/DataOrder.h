@@ -8,4 +8,12 @@ namespace Platform {
 /// next start.
 bool OrdersDataBeforeNames(const char* pszPath);
 
+/// How written content gets to the disk at this path; the first is what OrdersDataBeforeNames tells.
+enum class EDataOrder {
+    BeforeNames,
+    WithVolume,    ///< a flush of the file system brings it there
+    WithFileAlone, ///< only one of the file does: of what a program serves (FUSE) the kernel passes no other on
+};
+EDataOrder DataOrderAt(const char* pszPath);
+
 } // namespace Platform

@@ -21,7 +21,8 @@ namespace {
 
 TEST(ErrorsTest, BusyIsToldFromEverythingThatWillNotPass)
 {
-    const std::set<int> inUse{EAGAIN, EBUSY, ETXTBSY, EDEADLK}, isShort{EMFILE, ENFILE, ENOMEM, ENOLCK};
+    const std::set<int> inUse{EAGAIN, EBUSY, ETXTBSY, EDEADLK, ESTALE, ENOTCONN},
+        isShort{EMFILE, ENFILE, ENOMEM, ENOLCK};
     for (int iErrno = 1; iErrno < 140; ++iErrno) {
         const SError error = ErrorFromErrno(iErrno);
         EXPECT_EQ(IsShortage(error), isShort.contains(iErrno)) << iErrno;

@@ -107,6 +107,9 @@ bool IsNamed(const char* pszPath, const struct stat& status, const SOpenMode& mo
 
 enum class EAttempt { Opened, Removed, Failed };
 
+/// The client of a cluster file system may open what another host has replaced, and learn of that later.
+EAttempt Failure() { return errno == ESTALE ? EAttempt::Removed : EAttempt::Failed; }
+
 /// Removed: the name was taken away, or given to another file, between opening and locking, so that the lock would
 /// exclude nobody and a writer might cut off what has become somebody's finished file. Failed: errno.
 EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
@@ -116,11 +119,11 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
     struct stat status
     {};
     if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
-        return EAttempt::Failed;
+        return Failure();
     if (!S_ISREG(status.st_mode))
         return EAttempt::Opened;
     if (!ClaimShare(file.Get(), mode))
-        return EAttempt::Failed;
+        return Failure();
     if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && MayBeWritten(file.Get(), mode)) {
         errno = EAGAIN;
         return EAttempt::Failed;

@@ -1,8 +1,7 @@
 #include "Platform/CFlushGroup.h"
 
-#include "Platform/linux/base/CDescriptor.h"
-#include "Platform/linux/base/GuardedCall.h"
-#include "Platform/linux/base/Result.h"
+#include "Platform/DataOrder.h"
+#include "Platform/linux/file/Flush.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -58,9 +57,10 @@ bool CFlushGroup::Add(const char* pszDirectory)
         if (!directory.IsValid() || fstat(directory.Get(), &status) != 0)
             return FailWithErrno();
         if (!FindVolume(status.st_dev, nVolume))
-            m_volumes.push_back({status.st_dev, directory.Release()});
+            m_volumes.push_back(
+                {status.st_dev, directory.Release(), DataOrderAt(pszDirectory) == EDataOrder::WithFileAlone});
     }
-    m_directories.insert_or_assign(pszDirectory, nVolume);
+    m_directories[pszDirectory].nVolume = nVolume;
     return true;
 }
 
@@ -75,7 +75,8 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
         }
         found = m_directories.find(std::string_view(pszDirectory));
     }
-    SVolume& volume = m_volumes[found->second];
+    found->second.bWritten = true;
+    SVolume& volume = m_volumes[found->second.nVolume];
     volume.bWritten = true;
     volume.bPromised |= bPromised;
 }
@@ -86,6 +87,18 @@ void CFlushGroup::FlushLater(const char* pszDirectory)
         m_later.insert(pszDirectory);
 }
 
+bool CFlushGroup::FlushWritten(const SVolume& volume)
+{
+    if (!volume.bByDirectory)
+        return FlushVolume(volume.iDescriptor);
+    bool bFlushed = true;
+    for (auto& [strDirectory, directory] : m_directories) {
+        if (&m_volumes[directory.nVolume] == &volume && std::exchange(directory.bWritten, false))
+            bFlushed = FlushDirectory(strDirectory) && bFlushed;
+    }
+    return bFlushed;
+}
+
 bool CFlushGroup::Flush(SError* pUnpromised)
 {
     for (const std::string& strDirectory : std::exchange(m_later, {}))
@@ -93,7 +106,7 @@ bool CFlushGroup::Flush(SError* pUnpromised)
     SError error = std::exchange(m_missed, {});
     for (SVolume& volume : m_volumes) {
         const bool bPromised = std::exchange(volume.bPromised, false);
-        if (!std::exchange(volume.bWritten, false) || FlushVolume(volume.iDescriptor))
+        if (!std::exchange(volume.bWritten, false) || FlushWritten(volume))
             continue;
         if (bPromised)
             error = LastError();

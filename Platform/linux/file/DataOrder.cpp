@@ -37,25 +37,31 @@ bool IsOrderedExt4(dev_t device)
 
 } // namespace
 
-bool OrdersDataBeforeNames(const char* pszPath)
+bool OrdersDataBeforeNames(const char* pszPath) { return DataOrderAt(pszPath) == EDataOrder::BeforeNames; }
+
+EDataOrder DataOrderAt(const char* pszPath)
 {
+    using enum EDataOrder;
     struct statfs fileSystem
     {};
     struct stat status
     {};
     if (GuardedCall({EFault::FileSystemType, pszPath}, [&] { return statfs(pszPath, &fileSystem); }) != 0 ||
         stat(pszPath, &status) != 0)
-        return false;
+        return WithVolume;
     if (fileSystem.f_type == TMPFS_MAGIC || fileSystem.f_type == RAMFS_MAGIC)
-        return true;
+        return BeforeNames;
+    if (fileSystem.f_type == FUSE_SUPER_MAGIC)
+        return WithFileAlone;
     if (fileSystem.f_type != EXT4_SUPER_MAGIC)
-        return false;
+        return WithVolume;
     static std::mutex s_mutex;
     static std::map<dev_t, bool> s_known;
     const std::lock_guard lock(s_mutex);
-    const auto known = s_known.find(status.st_dev);
-    return known != s_known.end() ? known->second
-                                  : s_known.emplace(status.st_dev, IsOrderedExt4(status.st_dev)).first->second;
+    auto known = s_known.find(status.st_dev);
+    if (known == s_known.end())
+        known = s_known.emplace(status.st_dev, IsOrderedExt4(status.st_dev)).first;
+    return known->second ? BeforeNames : WithVolume;
 }
 
 } // namespace Platform

@@ -1,4 +1,5 @@
 #include "Platform/CTemporaryFile.h"
+#include "Platform/FileIdentity.h"
 #include "Platform/FileSystem.h"
 #include "Platform/linux/base/CDescriptor.h"
 #include "Platform/linux/file/Flush.h"
@@ -25,14 +26,6 @@ std::string DirectoryOf(const std::string& strPath)
     if (nSlash == std::string::npos)
         return ".";
     return nSlash == 0 ? "/" : strPath.substr(0, nSlash);
-}
-
-bool FlushDirectory(const std::string& strDirectory)
-{
-    const CDescriptor directory(GuardedCall({EFault::Open, strDirectory.c_str()}, [&] {
-        return open(strDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    }));
-    return directory.IsValid() ? FlushDescriptor(directory.Get()) : FailWithErrno();
 }
 
 /// Where a file's name and its count of names are one transaction of the journal, a flush of the file brings its newest
@@ -103,10 +96,20 @@ bool MoveAcross(const char* pszFrom, const char* pszTo)
     return bCopied && copy.Replace() && FlushDirectory(DirectoryOf(pszTo)) && RemoveFile(pszFrom);
 }
 
+/// A file server that has to be asked again, as its answer got lost, says that the name is taken: by us.
+bool IsLinked(const char* pszFrom, const char* pszTo)
+{
+    SFileIdentity from, to;
+    const bool bLinked = IdentityOf(pszFrom, from) && IdentityOf(pszTo, to) && from.IsSameInode(to);
+    errno = EEXIST;
+    return bLinked || FailWithErrno();
+}
+
 /// For file systems that cannot rename without replacing: the link is refused where the name is taken.
 bool LinkAndRemove(const char* pszFrom, const char* pszTo)
 {
-    if (!Succeeded(GuardedCall({EFault::Link, pszFrom, pszTo}, [&] { return link(pszFrom, pszTo); })))
+    if (!Succeeded(GuardedCall({EFault::Link, pszFrom, pszTo}, [&] { return link(pszFrom, pszTo); })) &&
+        !(LastError().iLibError == LIB_EXISTS && IsLinked(pszFrom, pszTo)))
         return false;
     if (RemoveFile(pszFrom))
         return true;
