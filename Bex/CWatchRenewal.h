@@ -21,6 +21,7 @@ public:
     bool IsDue(bool bWorks);
     /// On a network file system, which tells nothing of what others do there, true every PATIENCE_MILLIS.
     bool HasToLook();
+    bool IsOnNetwork() const { return m_bNetwork; }
 
 private:
     bool Look(Platform::SFileIdentity& directory) const;

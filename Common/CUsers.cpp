@@ -7,8 +7,12 @@
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
 #include "Common/Globals.h"
+#include "Platform/Clock.h"
 
 #include <algorithm>
+#include <functional>
+#include <map>
+#include <string>
 #include <utility>
 
 namespace {
@@ -89,10 +93,54 @@ bool CUsers::HasTreeChanged()
 {
     const bool bChanged = m_monitor.HasChanged();
     if (!m_renewal.IsDue(m_monitor.IsCreated() && m_bListed))
-        return m_renewal.HasToLook() || bChanged;
+        return HaveOthersChanged() || bChanged;
     if (!IsWatched())
         Watch();
     return true;
+}
+
+/// A directory that comes or goes changes the tree's own time.
+bool CUsers::HaveOthersChanged()
+{
+    const uint64_t nElapsed = Platform::TickCount() - m_nRoundTicks;
+    const size_t nDue = std::min<uint64_t>(m_looks.size(), 1 + m_looks.size() * nElapsed / ROUND_MILLIS);
+    bool bChanged = false;
+    for (; m_nNextLook < nDue; ++m_nNextLook)
+        bChanged |= m_looks[m_nNextLook].HasChanged();
+    if (nElapsed >= ROUND_MILLIS) {
+        m_nNextLook = 0;
+        m_nRoundTicks = Platform::TickCount();
+    }
+    return bChanged;
+}
+
+bool CUsers::SLook::HasChanged()
+{
+    Platform::SFileIdentity present;
+    if (!Platform::IdentityOf(strPath.Text(), present, Platform::ELinks::Follow))
+        present = {};
+    return std::exchange(seen, present) != present;
+}
+
+/// Those that were looked at before stay as they were seen then.
+void CUsers::LookFrom(const CAccounts& accounts)
+{
+    std::map<std::string, Platform::SFileIdentity, std::less<>> seen;
+    for (const SLook& look : m_looks)
+        seen.emplace(look.strPath.Text(), look.seen);
+    m_looks.clear();
+    const auto Add = [&](const Bex::CSimpleString& strPath) {
+        SLook& look = m_looks.emplace_back(SLook{.strPath = strPath, .seen = {}});
+        if (const auto known = seen.find(strPath.View()); known != seen.end())
+            look.seen = known->second;
+        else
+            look.HasChanged();
+    };
+    Add(m_strSpoolDirectory);
+    for (const std::unique_ptr<CUserEntry>& pAccount : accounts)
+        Add(Bex::PathBelow(Bex::PathBelow(m_strSpoolDirectory, pAccount->strDirectory), "password"));
+    m_nNextLook = 0;
+    m_nRoundTicks = Platform::TickCount();
 }
 
 /// A watch that works is not given up for a listing that failed.
@@ -113,6 +161,8 @@ bool CUsers::BuildUserList()
     const bool bVolumeAway = accounts.empty() && m_nUsers > 0 && !directory.IsSameInode(m_usersFrom);
     m_bListed = m_bListed && !bVolumeAway; // its mount point is empty, but no tree of ours
     if (m_bListed) {
+        if (m_renewal.IsOnNetwork())
+            LookFrom(accounts);
         Replace(std::move(accounts));
         m_usersFrom = directory;
     }

@@ -41,7 +41,8 @@ public:
     bool IsListed() const { return m_bListed; }                  ///< by the last build
     bool BuildUserList(); ///< when the listing fails (logged), those that are known stay
     /// A password file changed, or another directory stands in the place of the tree, or it can be listed again.
-    /// Watches it anew when that is due.
+    /// Watches it anew when that is due. To be asked every second: on a network file system, which tells nothing of
+    /// what other hosts do there, each call looks at as many accounts as makes one look at each in ROUND_MILLIS.
     bool HasTreeChanged();
     bool IsUser(std::string_view name) const { return Contains(name); }
     CUserChangeMonitor& ChangeMonitor() { return m_monitor; }
@@ -55,6 +56,16 @@ public:
 private:
     using CAccounts = std::vector<std::unique_ptr<CUserEntry>>;
 
+    struct SLook
+    {
+        Bex::CSimpleString strPath;
+        Platform::SFileIdentity seen; ///< nothing where there is no file
+        bool HasChanged();            ///< since the last look
+    };
+    static constexpr uint64_t ROUND_MILLIS = 25000;
+
+    bool HaveOthersChanged();
+    void LookFrom(const CAccounts& accounts);
     void SetSpoolRoot(const Bex::CSimpleString& strRoot);
     void Watch();
     bool IsWatched() const;
@@ -66,7 +77,10 @@ private:
     CUserChangeMonitor m_monitor;
     Platform::SFileIdentity m_watched; ///< the directory, when its watch was made
     Bex::CWatchRenewal m_renewal;
-    bool m_bListed = true;               ///< by the last build
+    bool m_bListed = true;      ///< by the last build
+    std::vector<SLook> m_looks; ///< on a network file system: the tree, then the accounts' password files
+    size_t m_nNextLook = 0;
+    uint64_t m_nRoundTicks = 0;          ///< when the first of them was looked at
     Platform::SFileIdentity m_usersFrom; ///< the directory in which they were found
     std::atomic<uint32_t> m_nUsers = 0;
     Bex::CSimpleString m_strSpoolRoot;
