@@ -38,11 +38,11 @@ void TellWhetherLocksWork(bool bWork)
 
 } // namespace
 
-CMutex::CMutex(const CSimpleString& strName)
+CMutex::CMutex(const CSimpleString& strName, const CSimpleString& strDirectory)
 {
     if (strName.Length() > LONGEST_NAME)
         ThrowInvalidParameterException(SOURCE_FILE, __LINE__);
-    m_pMutex = std::make_unique<Platform::CNamedMutex>(strName.View());
+    m_pMutex = std::make_unique<Platform::CNamedMutex>(strName.View(), strDirectory.View());
 }
 
 bool CMutex::Lock(unsigned dwMillis)

@@ -18,7 +18,9 @@ class CMutex : public ISyncObject
 {
 public:
     CMutex() = default;
-    explicit CMutex(const CSimpleString& strName); ///< CInvalidParameterException for more than 260 characters
+    /// With a directory, for the hosts that share it. CInvalidParameterException for a name of more than 260
+    /// characters.
+    explicit CMutex(const CSimpleString& strName, const CSimpleString& strDirectory = {});
 
     bool Lock(unsigned dwMillis) override;
     /// The function, if any, is called before there is something to wait for.

@@ -31,6 +31,7 @@ struct SSaveOptions
     std::function<void()> BeforeWaiting; ///< for the lock, when it is not had at once; may be null
     /// Gets there the complete file, still without its name; may be null.
     std::unique_ptr<Bex::CReplacingFile>* pUnnamed = nullptr;
+    Bex::CSimpleString strTemporary{}; ///< path of the file in the making; empty: that of Bex::CReplacingFile
 };
 
 /// An Internet message (RFC 5322): originator and identification fields, and the mail file on disk.

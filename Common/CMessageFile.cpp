@@ -106,7 +106,8 @@ SSaveResult CMessage::SaveAs(const Bex::CSimpleString& strPath, EWriteMode mode,
         // A taken name is seen before all of the mail is written for nothing.
         if (!bReplace && Bex::CFile::Exists(strPath))
             return TAKEN;
-        auto pFile = std::make_unique<Bex::CReplacingFile>(strPath);
+        const char* const pszTemporary = options.strTemporary.IsEmpty() ? nullptr : options.strTemporary.Text();
+        auto pFile = std::make_unique<Bex::CReplacingFile>(strPath, pszTemporary);
         if (const SSaveResult written = Write(*pFile, mode); !written)
             return written;
         const bool bOrdered = pFile->StartWriteOut();

@@ -17,6 +17,9 @@ inline constexpr Bex::SConfigKey TABLE[] = {
      "percent that has to be free on the volumes of `SpoolDir` and `OutgoingDir`; with less, mail waits in the queue; "
      "0: any"},
     {"SpoolDir", Path, "/mail/spool", "the mailboxes, a directory per user; must exist"},
+    {"LockDir", Path, "",
+     "directory of the locks of accounts, for hosts that store into one `SpoolDir`: on the same cluster file system; "
+     "empty: locks of this host (docs/scaling.md)"},
     {"ErrorDir", Path, "/mail/error", "mail that could not be delivered; must exist"},
     {"OutgoingDir", Path, "/mail/outgoing", "mail for other hosts, one file per recipient; must exist"},
     {"FilterDir", Path, "/mail/filtered", "mail that a content filter caught"},
@@ -82,6 +85,7 @@ inline constexpr Bex::SConfigKey TABLE[] = {
 inline constexpr Bex::CPathKey QUEUE_DIR(TABLE, "QueueDir");
 inline constexpr Bex::CNumberKey QUEUE_MIN_FREE(TABLE, "Queue.MinFree");
 inline constexpr Bex::CPathKey SPOOL_DIR(TABLE, "SpoolDir");
+inline constexpr Bex::CPathKey LOCK_DIR(TABLE, "LockDir");
 inline constexpr Bex::CPathKey ERROR_DIR(TABLE, "ErrorDir");
 inline constexpr Bex::CPathKey OUTGOING_DIR(TABLE, "OutgoingDir");
 inline constexpr Bex::CPathKey FILTER_DIR(TABLE, "FilterDir");
@@ -141,7 +145,8 @@ namespace AccountKeys {
 using enum Bex::EKeyKind;
 
 inline constexpr Bex::SConfigKey TABLE[] = {
-    {Bex::CConfigFile::NEXT_UID, Number, "1", "number of the next mail; written by the daemon"},
+    {Bex::CConfigFile::NEXT_UID, Number, "1",
+     "number of the next mail, or with `LockDir` one that is not reached yet; written by the daemon"},
     {"SaveEnvelope", Flag, "0", "begin the file with the envelope's addresses instead of Return-Path"},
     {"Maildir", Flag, "0", "store mail in `Maildir/new`, for programs that read it there"},
     {"RunAntiSpam", Flag, "0", "run `spamscan.exe \"<file>\" -tag -s`"},

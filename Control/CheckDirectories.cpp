@@ -91,6 +91,8 @@ void CheckDirectories(const Bex::CSimpleString& strPath, CFindings& findings)
     };
     for (const Bex::CPathKey& key : Keys::REQUIRED_DIRECTORIES)
         Look(key, true);
+    if (!Config().GetPath(Keys::LOCK_DIR).IsEmpty())
+        Look(Keys::LOCK_DIR, true);
     Look(Keys::FILTER_DIR, false);
     if (config.LineOf(Keys::INTERCEPT_DIR.Name()) != 0)
         Look(Keys::INTERCEPT_DIR, false);

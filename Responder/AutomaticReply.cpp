@@ -3,11 +3,13 @@
 #include "Bex/CFile.h"
 #include "Bex/TextFunctions.h"
 #include "Common/CToldMark.h"
+#include "Common/Globals.h"
 #include "Common/LocalHostIdentity.h"
 #include "Common/NormalizeAddress.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
 #include "Responder/CReplyRecord.h"
+#include "Responder/DaemonConfiguration.h"
 #include "Responder/STemplate.h"
 
 #include <stdexcept>
@@ -73,6 +75,19 @@ bool MayAnswer(const CMail& mail)
            !strSender.EqualsNoCase(NormalizeAddress(mail.ResentFor()));
 }
 
+/// Where hosts share the mailboxes they share who was answered. Whoever starts this program otherwise has no locks but
+/// this host's.
+void LearnWhereLocksAre()
+{
+    Bex::CSimpleString strPath;
+    if (!LoadDaemonConfiguration(strPath))
+        return;
+    for (const Bex::CPathKey* const pKey : {&Keys::LOCK_DIR, &Keys::SPOOL_DIR}) { // from its directory
+        if (const Bex::CSimpleString strValue = Config().GetPath(*pKey); !strValue.IsEmpty())
+            Config().Set(pKey->Name(), Bex::JoinPath(DirectoryOf(strPath), strValue));
+    }
+}
+
 const char* Reply(const SCommand& command, const CMail& mail)
 {
     const STemplate text = LoadTemplate(command.strText);
@@ -81,6 +96,7 @@ const char* Reply(const SCommand& command, const CMail& mail)
     Compose(answer, text, mail);
     if (answer.FromAddress().EqualsNoCase(strSender))
         return "from itself, not to be answered";
+    LearnWhereLocksAre();
     CReplyRecord record(Bex::CSimpleString(DirectoryOf(command.strMail)));
     if (!record.Add(strSender))
         return "answered today already";

@@ -2,6 +2,7 @@
 
 #include "Bex/CReplacingFile.h"
 #include "Bex/TextFunctions.h"
+#include "Common/AccountLock.h"
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
 
@@ -18,7 +19,7 @@ constexpr size_t LONGEST_ADDRESS = 320; // RFC 5321 4.5.3.1
 } // namespace
 
 CReplyRecord::CReplyRecord(const Bex::CSimpleString& strMailbox)
-    : m_strPath(Bex::PathBelow(strMailbox, "responder.replied")), m_lock(Bex::AccountLockName(m_strPath))
+    : m_strPath(Bex::PathBelow(strMailbox, "responder.replied")), m_lock(AccountLock(m_strPath))
 {
     if (!m_lock.Lock(LOCK_WAIT_MILLIS))
         throw std::runtime_error(std::string("cannot lock \"") + m_strPath.Text() + "\"");

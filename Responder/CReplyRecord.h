@@ -9,8 +9,9 @@
 /// Who got an automatic reply of an account within the last day: the file "responder.replied" in its mailbox directory,
 /// one line "seconds address" each.
 ///
-/// Locked, for all programs of this user, from its making to its end; entries older than a day go, and there are at
-/// most MOST_SENDERS: then nobody else is answered, as so many senders in a day are no people. Used by one thread.
+/// Locked, for all programs of this user (AccountLock), from its making to its end; entries older than a day go, and
+/// there are at most MOST_SENDERS: then nobody else is answered, as so many senders in a day are no people. Used by one
+/// thread.
 class CReplyRecord
 {
 public:

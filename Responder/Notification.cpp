@@ -8,9 +8,9 @@
 #include "Common/ReportText.h"
 #include "Common/UniqueText.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Process.h"
 #include "Responder/AnsweredMail.h"
 #include "Responder/CAnswer.h"
+#include "Responder/DaemonConfiguration.h"
 #include "Responder/SFailure.h"
 
 #include <stdexcept>
@@ -45,14 +45,10 @@ SReport LoadReport(const Bex::CSimpleString& strPath, const CMail& returned, con
     return report;
 }
 
-/// The daemon hands over which one it runs with.
 void LoadConfiguration()
 {
-    bool bPresent = false;
-    const std::string strOfDaemon = Platform::EnvironmentVariable(CONFIGURATION_VARIABLE, bPresent);
-    const Bex::CSimpleString strPath =
-        strOfDaemon.empty() ? Bex::JoinPath(ConfigDirectory(), CONFIGURATION_FILE) : Bex::CSimpleString(strOfDaemon);
-    if (!Config().Load(strPath))
+    Bex::CSimpleString strPath;
+    if (!LoadDaemonConfiguration(strPath))
         throw std::runtime_error(std::string("cannot load the configuration \"") + strPath.Text() + "\"");
     // Relative paths in it are meant from its directory, where the daemon works.
     if (!Platform::SetWorkingDirectory(DirectoryOf(strPath).c_str()))

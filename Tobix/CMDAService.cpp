@@ -331,6 +331,10 @@ std::vector<Bex::CSimpleString> CMDAService::WritableDirectories(const std::vect
     } catch (const Bex::CFileException&) { // the defaults apply
     }
     const SMailDirectories directories = SMailDirectories::FromConfiguration();
-    return {directories.strQueue,    directories.strError,     directories.strFilter,
-            directories.strOutgoing, directories.strIntercept, config.GetPath(Keys::SPOOL_DIR)};
+    std::vector<Bex::CSimpleString> writable{directories.strQueue,     directories.strError,
+                                             directories.strFilter,    directories.strOutgoing,
+                                             directories.strIntercept, config.GetPath(Keys::SPOOL_DIR)};
+    if (const Bex::CSimpleString strLocks = config.GetPath(Keys::LOCK_DIR); !strLocks.IsEmpty())
+        writable.push_back(strLocks);
+    return writable;
 }

@@ -1,27 +1,43 @@
 #include "Tobix/CMailboxStore.h"
 
 #include "Bex/CFileException.h"
-#include "Bex/CMutex.h"
 #include "Bex/CThread.h"
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Bex/TextFunctions.h"
+#include "Common/AccountLock.h"
 #include "Common/Globals.h"
 #include "Common/MailHlpr.h"
 #include "Platform/Clock.h"
+#include "Platform/FileSystem.h"
+#include "Platform/Host.h"
 #include "Tobix/CMaildir.h"
 #include "Tobix/MailLog.h"
+
+#include <functional>
 
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_WRITTEN_LINE = 313;
-constexpr unsigned LOOK_MILLIS = 250; ///< for a stop, while another program has the lock
+constexpr unsigned LOOK_MILLIS = 250;         ///< for a stop, while another program has the lock
+constexpr uint64_t OTHER_HOST_MILLIS = 10000; ///< for an account that another host may hold
+
+/// Of no other host, and of no other daemon of this one.
+Bex::CSimpleString TemporaryNameOfHost(const Bex::CSimpleString& strQueueDirectory)
+{
+    std::string strWho;
+    Platform::HostName(strWho);
+    strWho += '\n';
+    strWho += Platform::AbsolutePath(strQueueDirectory.View());
+    return Bex::CSimpleString::Formatted(".host-%zx.eml.tmp", std::hash<std::string>()(strWho));
+}
 
 } // namespace
 
 struct CMailboxStore::SAccount
 {
+    Bex::CSimpleString strName; ///< of its directory
     Bex::CSimpleString strDirectory;
     Bex::CSimpleString strConfigPath;
     Bex::CConfigFile config;
@@ -34,6 +50,15 @@ struct CMailboxStore::SAccount
     }
 };
 
+CMailboxStore::CMailboxStore(const Bex::CSimpleString& strQueueDirectory) : m_strQueueDirectory(strQueueDirectory)
+{
+    const Bex::CSimpleString strLockDirectory = Config().GetPath(Keys::LOCK_DIR);
+    if (strLockDirectory.IsEmpty())
+        return;
+    m_numbers.emplace(strLockDirectory);
+    m_strTemporary = TemporaryNameOfHost(strQueueDirectory);
+}
+
 ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
                                       const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group)
 {
@@ -45,12 +70,11 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
                       static_cast<int>(Platform::SYS_INVALID_NAME));
         return ERouted::Failed;
     }
+    account.strName = Bex::NameOf(account.strDirectory);
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
-    Bex::CMutex accountLock(Bex::AccountLockName(account.strConfigPath));
-    while (!accountLock.Lock(LOOK_MILLIS, [&group] { group.EndBeforeWaiting(); })) {
-        if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT || Bex::CThread::IsCallerStopped())
-            return ERouted::Busy;
-    }
+    Bex::CMutex accountLock = AccountLock(account.strConfigPath);
+    if (!LockAccount(accountLock, account, group))
+        return ERouted::Busy;
     ERouted routed = LoadAccount(account);
     if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() &&
         (WaitsForPrograms(account) || account.IsTaggedInMaildir()))
@@ -62,6 +86,26 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
     RecordNextUID(account);
     MailLog::SavedInMailbox(copy, strUser);
     return RunPrograms(account, strRecipientFileName, group);
+}
+
+/// One that was waited for in vain holds up the mail of others once only.
+bool CMailboxStore::LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group)
+{
+    if (m_heldElsewhere.contains(account.strName.Text())) {
+        if (lock.Lock(0))
+            m_heldElsewhere.erase(account.strName.Text());
+        return !m_heldElsewhere.contains(account.strName.Text());
+    }
+    const uint64_t nStarted = Platform::TickCount();
+    while (!lock.Lock(LOOK_MILLIS, [&group] { group.EndBeforeWaiting(); })) {
+        if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT || Bex::CThread::IsCallerStopped())
+            return false;
+        if (m_numbers && Platform::TickCount() - nStarted >= OTHER_HOST_MILLIS) {
+            m_heldElsewhere.insert(account.strName.Text());
+            return false;
+        }
+    }
+    return true;
 }
 
 ERouted CMailboxStore::LoadAccount(SAccount& account)
@@ -81,13 +125,38 @@ ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopy
     const bool bEnvelope =
         account.config.GetFlag(AccountKeys::SAVE_ENVELOPE) || account.config.GetFlag(AccountKeys::RUN_REPLY);
     const EWriteMode mode = bEnvelope ? EWriteMode::Envelope : EWriteMode::ReturnPath;
-    account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
-    const auto NextName = [&account] { return Bex::CSimpleString::Formatted("%u.eml", account.dwNextUID++); };
-    const SSaveResult saved =
-        account.config.GetFlag(AccountKeys::MAILDIR)
-            ? WriteInMaildir(copy, mode, account, group)
-            : group.SaveNew(copy, mode, account.strDirectory, ENaming::AtOnce, NextName, account.strMailFile);
+    if (!m_numbers)
+        account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
+    const SSaveResult saved = account.config.GetFlag(AccountKeys::MAILDIR) ? WriteInMaildir(copy, mode, account, group)
+                                                                           : WriteNumbered(copy, mode, account, group);
     return saved ? ERouted::Done : MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
+}
+
+uint32_t CMailboxStore::NextNumber(SAccount& account, CCopyGroup& group)
+{
+    if (!m_numbers)
+        return account.dwNextUID++;
+    group.MarkRemoved(m_numbers->DirectoryOf(account.strName)); // the number's old name goes
+    return m_numbers->Take(account.strName, account.config);
+}
+
+/// A number that was taken from among several hosts is not tried again after a crash: what that left must have another
+/// temporary name, which the next mail from this host finds.
+SSaveResult CMailboxStore::WriteNumbered(const CMail& copy, EWriteMode mode, SAccount& account, CCopyGroup& group)
+{
+    const auto NextName = [&] { return Bex::CSimpleString::Formatted("%u.eml", NextNumber(account, group)); };
+    if (!m_numbers)
+        return group.SaveNew(copy, mode, account.strDirectory, ENaming::AtOnce, NextName, account.strMailFile);
+    const SSaveOptions options{.BeforeWaiting = [&group] { group.EndBeforeWaiting(); },
+                               .strTemporary = Bex::PathBelow(account.strDirectory, m_strTemporary)};
+    return group.SaveBy(account.strDirectory, [&] {
+        SSaveResult saved{ESaveResult::Exists};
+        while (saved.result == ESaveResult::Exists) {
+            account.strMailFile = Bex::PathBelow(account.strDirectory, NextName());
+            saved = copy.SaveNew(account.strMailFile, mode, options);
+        }
+        return saved;
+    });
 }
 
 /// The tagger is waited for even where others run in parallel: behind it the mail gets another name. A stop leaves the
@@ -98,6 +167,8 @@ SSaveResult CMailboxStore::WriteInMaildir(const CMail& copy, EWriteMode mode, SA
     account.strMailFile = maildir.NewDirectory();
     if (!maildir.Prepare())
         return {ESaveResult::Failed, Platform::LastError()};
+    if (m_numbers)
+        account.dwNextUID = NextNumber(account, group);
     if (uint64_t& nNextLook = m_nextLook[account.strDirectory.Text()]; Platform::TickCount() >= nNextLook) {
         maildir.RemoveLeftovers();
         nNextLook = Platform::TickCount() + CMaildir::LEFTOVER_SECONDS * 1000;
@@ -115,8 +186,10 @@ SSaveResult CMailboxStore::WriteInMaildir(const CMail& copy, EWriteMode mode, SA
 }
 
 /// The mail is stored: when the number cannot be recorded, the next delivery moves past the names already taken.
-void CMailboxStore::RecordNextUID(SAccount& account)
+void CMailboxStore::RecordNextUID(SAccount& account) const
 {
+    if (m_numbers)
+        return; // with the number
     try {
         account.config.SetNextUID(account.dwNextUID);
         account.config.Save();

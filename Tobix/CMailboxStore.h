@@ -1,12 +1,16 @@
 #pragma once
 
 #include "Bex/CConfigFile.h"
+#include "Bex/CMutex.h"
 #include "Common/CMail.h"
 #include "Tobix/CCopyGroup.h"
+#include "Tobix/CSharedNumbers.h"
 #include "Tobix/ERouted.h"
 
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 
 /// Stores copies in the mailboxes of local users, under the lock of the account, and starts the programs that the
@@ -15,25 +19,31 @@ class CMailboxStore
 {
 public:
     /// The automatic responder's replies go to the queue directory.
-    explicit CMailboxStore(const Bex::CSimpleString& strQueueDirectory) : m_strQueueDirectory(strQueueDirectory) {}
+    explicit CMailboxStore(const Bex::CSimpleString& strQueueDirectory);
 
-    /// Waits without limit while another process holds the account; the group ends before that, and before a program
-    /// is waited for.
-    /// CSystemException or CInvalidParameterException when the account's lock cannot be made, CFileException when
-    /// the account file breaks off while it is read.
+    /// Waits while another process holds the account: without limit, or, where it may be another host's (`LockDir`),
+    /// for 10 s, after which it is busy until it is had at once. The group ends before that, and before a program is
+    /// waited for. CSystemException or CInvalidParameterException when the account's lock cannot be made,
+    /// CFileException when the account file breaks off while it is read.
     ERouted StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,
                            const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group);
 
 private:
     struct SAccount;
 
+    bool LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group);
     static ERouted LoadAccount(SAccount& account);
     ERouted WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group);
+    uint32_t NextNumber(SAccount& account, CCopyGroup& group);
+    SSaveResult WriteNumbered(const CMail& copy, EWriteMode mode, SAccount& account, CCopyGroup& group);
     SSaveResult WriteInMaildir(const CMail& copy, EWriteMode mode, SAccount& account, CCopyGroup& group);
-    static void RecordNextUID(SAccount& account);
+    void RecordNextUID(SAccount& account) const;
     static bool WaitsForPrograms(const SAccount& account);
     ERouted RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName, CCopyGroup& group) const;
 
     Bex::CSimpleString m_strQueueDirectory;
+    std::optional<CSharedNumbers> m_numbers;    ///< with `LockDir`
+    Bex::CSimpleString m_strTemporary;          ///< name of this host's mail in the making, with `LockDir`
+    std::set<std::string> m_heldElsewhere;      ///< accounts that were waited for in vain
     std::map<std::string, uint64_t> m_nextLook; ///< by account: when its Maildir is looked through for leftovers
 };

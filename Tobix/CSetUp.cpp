@@ -12,6 +12,9 @@
 #include "Tobix/LogSetUp.h"
 #include "Tobix/TableFiles.h"
 
+#include <iterator>
+#include <vector>
+
 namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/SetUp";
@@ -115,7 +118,10 @@ bool CSetUp::CheckDirectories() const
 {
     Bex::LogInfo(Bex::MainLog(), "checking directories...");
     bool bAll = true;
-    for (const Bex::CPathKey& key : Keys::REQUIRED_DIRECTORIES) {
+    std::vector<Bex::CPathKey> required(std::begin(Keys::REQUIRED_DIRECTORIES), std::end(Keys::REQUIRED_DIRECTORIES));
+    if (!Config().GetPath(Keys::LOCK_DIR).IsEmpty())
+        required.push_back(Keys::LOCK_DIR);
+    for (const Bex::CPathKey& key : required) {
         const Bex::CSimpleString strPath = Config().GetPath(key);
         if (IsDirectory(strPath))
             continue;

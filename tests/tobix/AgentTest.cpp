@@ -326,6 +326,26 @@ TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesTha
     EXPECT_TRUE(flushes.devices.contains(status.st_dev));
 }
 
+TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobodyTwice)
+{
+    m_directory.Write("spool/ben/config", "NextUID: 7\n");
+    fs::create_directory(Path("locks"));
+    Config().Set("LockDir", Path("locks").c_str());
+    ASSERT_TRUE(Users().InitUsers());
+    Bex::CMutex ofAnotherHost("ben/config", Path("locks").c_str());
+    ASSERT_TRUE(ofAnotherHost.Lock(0));
+    Drop("1.eml", "ann@example.org,ben@example.org");
+    Platform::CAdvancedClock clock;
+    RunAgentUntil([&] {
+        clock.Advance(100);
+        return !fs::exists(Path("queue/1.eml"));
+    });
+    EXPECT_EQ(CountIn("queue"), 1u);
+    ofAnotherHost.Unlock();
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_TRUE(fs::exists(Path("spool/ben/7.eml")) && CountIn("spool/ann") == 1 && CountIn("error") == 0);
+}
+
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
 {
     CDnsServer names;

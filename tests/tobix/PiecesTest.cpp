@@ -1,11 +1,14 @@
+#include "Bex/CFileException.h"
 #include "Common/Globals.h"
 #include "Common/IsValidAddress.h"
 #include "Platform/CInjectedFault.h"
+#include "Platform/CNamedMutex.h"
 #include "Platform/Clock.h"
 #include "Platform/FileIdentity.h"
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CInterceptor.h"
+#include "Tobix/CSharedNumbers.h"
 #include "Tobix/TableReload.h"
 #include "Tobix/ThreadControl.h"
 #include "support/Becomes.h"
@@ -41,6 +44,32 @@ TEST(FileNamesTest, CountOnThroughBothFormats)
     EXPECT_EQ(strSecond.substr(0, 6), "202311");
     EXPECT_EQ(strSecond.substr(14), "000420001.eml");
     EXPECT_EQ(std::string(names.RecipientCopy(Bex::CTime(0), 1234567).Text()).substr(14), "12345670002.eml");
+}
+
+TEST(SharedNumbersTest, GoOnForAllHostsWhateverTheyKnowAndSpareTheAccountFile)
+{
+    const CTemporaryDirectory directory;
+    const Bex::CSimpleString strDirectory(directory.Path().c_str());
+    EXPECT_EQ(Platform::CNamedMutex("ann/config", strDirectory.View()).Lock(0), Platform::ELockResult::Acquired);
+    const Bex::CSimpleString strFile(directory.Write("config", "NextUID: 7\n"));
+    CSharedNumbers hosts[] = {CSharedNumbers(strDirectory), CSharedNumbers(strDirectory)};
+    Bex::CConfigFile fresh, stale;
+    ASSERT_TRUE(stale.Load(strFile));
+    const auto TakeFresh = [&] { return fresh.Load(strFile) ? hosts[0].Take("ann", fresh) : 0; };
+    for (uint32_t dwNumber = 7; dwNumber < 1500; ++dwNumber) {
+        ASSERT_EQ(dwNumber % 3 == 0 ? hosts[1].Take("ann", stale) : TakeFresh(), dwNumber);
+        if (dwNumber == 900)
+            directory.Write("config", directory.Read("config") + "Maildir: 1\n");
+    }
+    EXPECT_TRUE(directory.Read("config").ends_with("Maildir: 1\n") && fresh.Load(strFile));
+    const uint32_t dwAhead = static_cast<uint32_t>(fresh.GetInt("NextUID", 0));
+    EXPECT_GE(dwAhead, 1500u);
+    std::filesystem::remove_all(hosts[0].DirectoryOf("ann").Text());
+    EXPECT_EQ(TakeFresh(), dwAhead);
+    directory.Write("config", "NextUID: 9000\n"); // by an administrator, or by deliveries without the directory
+    EXPECT_EQ(TakeFresh(), 9000u);
+    std::filesystem::remove_all(Platform::CNamedMutex::PlaceBelow(strDirectory.View()));
+    EXPECT_THROW(hosts[1].Take("ann", stale), Bex::CFileException);
 }
 
 TEST(SafeFileNamePartTest, NeverLeavesTheDirectoryAndFitsIntoAName)

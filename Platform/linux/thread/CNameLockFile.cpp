@@ -76,7 +76,7 @@ int SetLock(int iDescriptor, short iType, int64_t iByte)
 
 } // namespace
 
-std::shared_ptr<CNameLockFile> CNameLockFile::Open(std::initializer_list<const char*> bases)
+std::shared_ptr<CNameLockFile> CNameLockFile::Open(const std::vector<std::string>& bases)
 {
     auto pFile = std::make_shared<CNameLockFile>();
     // Looked for once more after one was made: another process may have found another place at the same time.
@@ -87,22 +87,22 @@ std::shared_ptr<CNameLockFile> CNameLockFile::Open(std::initializer_list<const c
 }
 
 /// False, with errno, when a file that others may use could not be opened for want of something.
-bool CNameLockFile::FindPlaces(std::initializer_list<const char*> bases)
+bool CNameLockFile::FindPlaces(const std::vector<std::string>& bases)
 {
-    for (const char* pszBase : bases) {
-        if (!OpenPlace(pszBase, false, m_places) && IsShortage(ErrorFromErrno(errno)))
+    for (const std::string& strBase : bases) {
+        if (!OpenPlace(strBase, false, m_places) && IsShortage(ErrorFromErrno(errno)))
             return false;
     }
     return true;
 }
 
 /// False, with errno of the last base that exists, when no base can be used.
-bool CNameLockFile::Make(std::initializer_list<const char*> bases)
+bool CNameLockFile::Make(const std::vector<std::string>& bases)
 {
     int iErrno = ENOENT;
-    for (const char* pszBase : bases) {
+    for (const std::string& strBase : bases) {
         std::vector<SPlace> made;
-        if (OpenPlace(pszBase, true, made))
+        if (OpenPlace(strBase, true, made))
             return true;
         if (errno != ENOENT)
             iErrno = errno;
@@ -111,10 +111,15 @@ bool CNameLockFile::Make(std::initializer_list<const char*> bases)
     return false;
 }
 
-bool CNameLockFile::OpenPlace(const char* pszBase, bool bMake, std::vector<SPlace>& places)
+std::string CNameLockFile::PlaceBelow(const std::string& strBase)
 {
-    const std::string strPath = std::string(pszBase) + "/tobix-" + std::to_string(geteuid());
-    if (!IsSafeBase(pszBase) || (bMake && mkdir(strPath.c_str(), S_IRWXU) != 0 && errno != EEXIST))
+    return strBase + "/tobix-" + std::to_string(geteuid());
+}
+
+bool CNameLockFile::OpenPlace(const std::string& strBase, bool bMake, std::vector<SPlace>& places)
+{
+    const std::string strPath = PlaceBelow(strBase);
+    if (!IsSafeBase(strBase.c_str()) || (bMake && mkdir(strPath.c_str(), S_IRWXU) != 0 && errno != EEXIST))
         return false;
     CDescriptor directory = OpenDirectory(strPath.c_str());
     if (!directory.IsValid())
@@ -144,6 +149,8 @@ CNameLockFile::EResult CNameLockFile::TryLockIn(int iFile, int64_t iByte)
     if (GuardedCall({EFault::LockName}, [&] { return SetLock(iFile, F_WRLCK, iByte); }) != 0) {
         if (errno == EAGAIN || errno == EACCES)
             return EResult::Busy;
+        if (errno == ESTALE) // removed by another host
+            return EResult::Replaced;
         SetLastError(ErrorFromErrno(errno));
         return EResult::Failed;
     }

@@ -3,8 +3,8 @@
 #include "Platform/linux/base/CDescriptor.h"
 
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Platform {
@@ -24,7 +24,9 @@ public:
     /// Opens the files that are there under the base directories; while there is none, makes it under the first base
     /// that can be used: a base that is missing, refused, full or has something of somebody else where the file belongs
     /// is passed over. Null, and LastError, when none can be used or something is short.
-    static std::shared_ptr<CNameLockFile> Open(std::initializer_list<const char*> bases);
+    static std::shared_ptr<CNameLockFile> Open(const std::vector<std::string>& bases);
+
+    static std::string PlaceBelow(const std::string& strBase); ///< the directory of the file
 
     /// Never waits. Replaced: the file was removed from under us, open it anew. Failed: LastError tells why.
     EResult TryLock(int64_t iByte);
@@ -37,9 +39,9 @@ private:
         CDescriptor file;
     };
 
-    static bool OpenPlace(const char* pszBase, bool bMake, std::vector<SPlace>& places);
-    static bool Make(std::initializer_list<const char*> bases);
-    bool FindPlaces(std::initializer_list<const char*> bases);
+    static bool OpenPlace(const std::string& strBase, bool bMake, std::vector<SPlace>& places);
+    static bool Make(const std::vector<std::string>& bases);
+    bool FindPlaces(const std::vector<std::string>& bases);
     EResult TryLockIn(int iFile, int64_t iByte);
 
     std::vector<SPlace> m_places;

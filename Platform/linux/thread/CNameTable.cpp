@@ -62,11 +62,18 @@ uint64_t CNameTable::CurrentOwner()
     return t_owner.ui64Id;
 }
 
-CNameTable::SEntry* CNameTable::Open(std::string_view strName)
+CNameTable::SEntry* CNameTable::Open(std::string_view strName, std::string_view strDirectory)
 {
     const int64_t iByte = ByteOfName(strName);
     const std::lock_guard lock(m_mutex);
-    SEntry& entry = m_entries.try_emplace(iByte, iByte).first->second;
+    auto place = m_places.find(strDirectory);
+    if (place == m_places.end()) {
+        std::vector<std::string> bases{"/run/tobix", "/run/lock", "/tmp"};
+        if (!strDirectory.empty())
+            bases = {std::string(strDirectory)};
+        place = m_places.emplace(strDirectory, SPlace{.bases = std::move(bases), .entries = {}, .pFile = {}}).first;
+    }
+    SEntry& entry = place->second.entries.try_emplace(iByte, place->second, iByte).first->second;
     ++entry.nObjects;
     return &entry;
 }
@@ -75,7 +82,7 @@ void CNameTable::Close(SEntry* pEntry)
 {
     const std::lock_guard lock(m_mutex);
     if (--pEntry->nObjects == 0)
-        m_entries.erase(pEntry->iByte);
+        pEntry->place.entries.erase(pEntry->iByte);
 }
 
 ELockResult CNameTable::Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis)
@@ -114,11 +121,13 @@ void CNameTable::Release(SEntry& entry, uint64_t ui64Owner)
 void CNameTable::Abandon(uint64_t ui64Owner)
 {
     const std::lock_guard lock(m_mutex);
-    for (auto& [iByte, entry] : m_entries) {
-        if (entry.ui64Owner != ui64Owner)
-            continue;
-        entry.bAbandoned = true;
-        LetGo(entry);
+    for (auto& [strDirectory, place] : m_places) {
+        for (auto& [iByte, entry] : place.entries) {
+            if (entry.ui64Owner != ui64Owner)
+                continue;
+            entry.bAbandoned = true;
+            LetGo(entry);
+        }
     }
 }
 
@@ -171,7 +180,7 @@ void CNameTable::LetGo(SEntry& entry)
 /// Takes the name from the other processes, looking again and again while one of them has it.
 ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
 {
-    std::shared_ptr<CNameLockFile> pFile = LockFile(nullptr);
+    std::shared_ptr<CNameLockFile> pFile = LockFile(entry.place, nullptr);
     for (uint64_t ui64Nap = 1; pFile;) {
         const CNameLockFile::EResult result = pFile->TryLock(entry.iByte);
         if (result == CNameLockFile::EResult::Locked) {
@@ -182,7 +191,7 @@ ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
         if (result == CNameLockFile::EResult::Failed)
             return ELockResult::Failed;
         if (result == CNameLockFile::EResult::Replaced) {
-            pFile = LockFile(pFile.get());
+            pFile = LockFile(entry.place, pFile.get());
             continue;
         }
         const uint64_t ui64Now = TickCount();
@@ -195,25 +204,27 @@ ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
 }
 
 /// The file that is in use now, opened when there is none or when it is the replaced one.
-std::shared_ptr<CNameLockFile> CNameTable::LockFile(const CNameLockFile* pReplaced)
+std::shared_ptr<CNameLockFile> CNameTable::LockFile(SPlace& place, const CNameLockFile* pReplaced)
 {
     const std::lock_guard lock(m_mutex);
-    if (!m_pFile || m_pFile.get() == pReplaced)
-        m_pFile = CNameLockFile::Open({"/run/tobix", "/run/lock", "/tmp"});
-    return m_pFile;
+    if (!place.pFile || place.pFile.get() == pReplaced)
+        place.pFile = CNameLockFile::Open(place.bases);
+    return place.pFile;
 }
 
 /// In the child of a fork: everything that is held is held by the parent's threads. Closing the copies of the
 /// descriptors leaves the parent its locks.
 void CNameTable::ForgetAfterFork()
 {
-    m_pFile.reset();
-    for (auto& [iByte, entry] : m_entries) {
-        entry.ui64Owner = 0;
-        entry.nDepth = 0;
-        entry.bAbandoned = false;
-        entry.waiting.clear();
-        entry.pLockedIn.reset();
+    for (auto& [strDirectory, place] : m_places) {
+        place.pFile.reset();
+        for (auto& [iByte, entry] : place.entries) {
+            entry.ui64Owner = 0;
+            entry.nDepth = 0;
+            entry.bAbandoned = false;
+            entry.waiting.clear();
+            entry.pLockedIn.reset();
+        }
     }
 }
 

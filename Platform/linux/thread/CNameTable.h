@@ -6,14 +6,18 @@
 #include <condition_variable>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace Platform {
 
-/// The named mutexes that objects of this process stand for, and which thread of the process has each.
+/// The named mutexes that objects of this process stand for, by the place where they lie, and which thread of the
+/// process has each.
 ///
 /// A thread first gets the name within the process, first come, first served, and then the name's byte of the lock
 /// file against the other processes. Names are told apart by a hash: two names that share one merely wait for each
@@ -22,13 +26,14 @@ class CNameTable
 {
 public:
     struct SEntry;
+    struct SPlace;
 
     static CNameTable& Instance();
     /// Stands for the calling thread, and is never used for another one. What it still owns at the thread's end is
     /// let go as abandoned.
     static uint64_t CurrentOwner();
 
-    SEntry* Open(std::string_view strName); ///< to be closed once
+    SEntry* Open(std::string_view strName, std::string_view strDirectory); ///< to be closed once
     void Close(SEntry* pEntry);
     ELockResult Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis);
     bool IsOwner(const SEntry& entry, uint64_t ui64Owner);
@@ -42,12 +47,11 @@ private:
     EEntered Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline);
     void LetGo(SEntry& entry);
     ELockResult LockByte(SEntry& entry, uint64_t ui64Deadline);
-    std::shared_ptr<CNameLockFile> LockFile(const CNameLockFile* pReplaced);
+    std::shared_ptr<CNameLockFile> LockFile(SPlace& place, const CNameLockFile* pReplaced);
     void ForgetAfterFork();
 
     std::mutex m_mutex;
-    std::unordered_map<int64_t, SEntry> m_entries;
-    std::shared_ptr<CNameLockFile> m_pFile;
+    std::map<std::string, SPlace, std::less<>> m_places; ///< by directory; empty: of this machine
 };
 
 struct CNameTable::SWaiter
@@ -59,8 +63,9 @@ struct CNameTable::SWaiter
 
 struct CNameTable::SEntry
 {
-    explicit SEntry(int64_t iItsByte) : iByte(iItsByte) {}
+    SEntry(SPlace& itsPlace, int64_t iItsByte) : place(itsPlace), iByte(iItsByte) {}
 
+    SPlace& place;
     const int64_t iByte;
     unsigned nObjects = 0;
     uint64_t ui64Owner = 0; ///< 0: nobody
@@ -68,6 +73,14 @@ struct CNameTable::SEntry
     bool bAbandoned = false; ///< its last owner ended without letting go
     std::list<SWaiter*> waiting;
     std::shared_ptr<CNameLockFile> pLockedIn;
+};
+
+/// Stays: a process knows few directories.
+struct CNameTable::SPlace
+{
+    std::vector<std::string> bases; ///< the file lies below the first that works
+    std::unordered_map<int64_t, SEntry> entries;
+    std::shared_ptr<CNameLockFile> pFile;
 };
 
 } // namespace Platform

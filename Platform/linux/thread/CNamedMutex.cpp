@@ -14,9 +14,9 @@ struct CNamedMutex::SState
     unsigned nHeld = 0;
 };
 
-CNamedMutex::CNamedMutex(std::string_view strName) : m_pState(std::make_unique<SState>())
+CNamedMutex::CNamedMutex(std::string_view strName, std::string_view strDirectory) : m_pState(std::make_unique<SState>())
 {
-    m_pState->pEntry = CNameTable::Instance().Open(strName);
+    m_pState->pEntry = CNameTable::Instance().Open(strName, strDirectory);
 }
 
 CNamedMutex::~CNamedMutex()
@@ -47,6 +47,11 @@ void CNamedMutex::Unlock()
         return; // the thread owns it through another object
     --m_pState->nHeld;
     CNameTable::Instance().Release(*m_pState->pEntry, ui64Thread);
+}
+
+std::string CNamedMutex::PlaceBelow(std::string_view strDirectory)
+{
+    return CNameLockFile::PlaceBelow(std::string(strDirectory));
 }
 
 } // namespace Platform
