@@ -27,7 +27,7 @@ CControlServer::CControlServer(const Bex::CSimpleString& strPath, std::function<
 
 void CControlServer::Body()
 {
-    while (ShallRun() && !Listen())
+    while (ShallRun() && !m_bListens && !Listen())
         StopEvent().Wait(NEXT_TRY_MILLIS);
     while (ShallRun()) {
         Platform::CLocalSocket client;
@@ -42,14 +42,13 @@ void CControlServer::Body()
 
 bool CControlServer::Listen()
 {
-    if (m_listener.Listen(m_strPath.Text(), PERMISSION, BACKLOG))
-        return true;
-    if (!std::exchange(m_bFailureLogged, true)) {
+    m_bListens = m_listener.Listen(m_strPath.Text(), PERMISSION, BACKLOG);
+    if (!m_bListens && !std::exchange(m_bFailureLogged, true)) {
         const Platform::SError error = Platform::LastError();
         Bex::LogError(Bex::MainLog(), "cannot take commands at \"%s\" (SysError=%d, LibError=%d)", m_strPath.Text(),
                       static_cast<int>(error.dwSysError), error.iLibError);
     }
-    return false;
+    return m_bListens;
 }
 
 void CControlServer::Serve(Platform::CLocalSocket& client) const

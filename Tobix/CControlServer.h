@@ -19,13 +19,16 @@ public:
     CControlServer(const Bex::CSimpleString& strPath, std::function<std::string(const std::string&)> Answer);
     ~CControlServer() override = default;
 
+    /// From then on clients are taken, to be served as soon as the thread runs. False, and told in the log: the thread
+    /// tries again. Before Start.
+    bool Listen();
+
     static constexpr size_t MOST_REQUEST_BYTES = 16u << 20;
 
 protected:
     void Body() override;
 
 private:
-    bool Listen();
     void Serve(Platform::CLocalSocket& client) const;
     static bool MayAsk(const Platform::CLocalSocket& client);
     static bool ReadRequest(Platform::CLocalSocket& client, const Platform::CWaitLimit& limit, std::string& strRequest);
@@ -33,5 +36,6 @@ private:
     Bex::CSimpleString m_strPath;
     std::function<std::string(const std::string&)> m_Answer;
     Platform::CLocalListener m_listener;
+    bool m_bListens = false;
     bool m_bFailureLogged = false;
 };

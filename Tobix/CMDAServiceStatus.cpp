@@ -32,6 +32,7 @@ bool CMDAService::StartControlServer()
                              .RebuildUsers = [this] { return RebuildUsers(); }};
     m_pControlServer = std::make_unique<CControlServer>(
         strSocket, [hooks](const std::string& strRequest) { return AnswerCommand(strRequest, hooks); });
+    m_pControlServer->Listen(); // who is told that the service runs may ask it at once
     return m_pControlServer->Start("control server");
 }
 
