@@ -43,6 +43,8 @@ inline constexpr Bex::SConfigKey TABLE[] = {
      "mails that follow each other over one connection, to one recipient domain or smart host; 1: each has its own"},
     {"Connection.Pipelining", Flag, "0",
      "send commands without waiting for each reply, where servers offer that; also those of the next mail"},
+    {"Connection.Wait", Number, "0",
+     "seconds, up to 300, that a connection is kept open for the next mail of `Connection.Mails` while there is none"},
     {"AutoTransRetry", Number, "60", "minutes between tries"},
     {"AutoTransRetryMin", Number, Bex::SameAs("AutoTransRetry"), "the same, without new mail waiting"},
     {"AutoTransRetryMax", Number, Bex::SameAs("AutoTransRetry"), "the same, with new mail waiting"},
@@ -106,6 +108,7 @@ inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS(TABLE, "AutoTransport.Th
 inline constexpr Bex::CNumberKey AUTO_TRANSPORT_THREADS_PER_DOMAIN(TABLE, "AutoTransport.ThreadsPerDomain");
 inline constexpr Bex::CNumberKey CONNECTION_MAILS(TABLE, "Connection.Mails");
 inline constexpr Bex::CFlagKey CONNECTION_PIPELINING(TABLE, "Connection.Pipelining");
+inline constexpr Bex::CNumberKey CONNECTION_WAIT(TABLE, "Connection.Wait");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MIN(TABLE, "AutoTransRetryMin");
 inline constexpr Bex::CNumberKey AUTO_TRANS_RETRY_MAX(TABLE, "AutoTransRetryMax");
 inline constexpr Bex::CNumberKey AUTO_TRANS_TIME(TABLE, "AutoTransTime");

@@ -8,6 +8,7 @@
 #include "Platform/CJournal.h"
 #include "Platform/Errors.h"
 #include "SMTPc/CSMTPSession.h"
+#include "SMTPc/CWaitingConnections.h"
 #include "SMTPc/ConsoleText.h"
 #include "SMTPc/ErrorReport.h"
 #include "SMTPc/FindTargets.h"
@@ -63,7 +64,9 @@ void WriteErrorLine(const Bex::CSimpleString& strText)
 
 } // namespace
 
-CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings) : m_settings(settings) {}
+CSMTPSendThread::CSMTPSendThread(const SDeliverySettings& settings, std::shared_ptr<CWaitingConnections> pWaiting)
+    : m_settings(settings), m_pWaiting(std::move(pWaiting))
+{}
 
 CSMTPSendThread::~CSMTPSendThread() = default;
 
@@ -163,20 +166,29 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     return {bStopBrokeIt ? EVerdict::Stopped : verdict};
 }
 
-/// An open connection to none of them is of no use to the mail.
+bool CSMTPSendThread::MayWait() const { return m_pWaiting && m_pWaiting->Takes() && ShallRun(); }
+
+/// The one that a connection is open to. One to none of them is of no use to the mail.
 void CSMTPSendThread::PutReachedFirst(CTargetList& targets)
 {
+    const auto FindReached = [&] {
+        CTargetList::CIterator it = targets.begin();
+        while (m_pConnection && it != targets.end() && !m_pConnection->Reaches(*it))
+            ++it;
+        return it;
+    };
+    CTargetList::CIterator reached = FindReached();
+    if (m_pConnection && reached == targets.end())
+        EndConnection();
+    if (!m_pConnection && MayWait()) {
+        m_pConnection = m_pWaiting->TakeTo(targets);
+        reached = FindReached();
+    }
     if (!m_pConnection)
         return;
-    for (CTargetList::CIterator it = targets.begin(); it != targets.end(); ++it) {
-        if (!m_pConnection->Reaches(*it))
-            continue;
-        CSmartHost target = *it;
-        targets.Remove(it);
-        targets.Prepend(std::move(target));
-        return;
-    }
-    EndConnection();
+    CSmartHost target = *reached;
+    targets.Remove(reached);
+    targets.Prepend(std::move(target));
 }
 
 /// What goes wrong with the next mail is told when its turn has come.
@@ -197,25 +209,28 @@ void CSMTPSendThread::LeadNext(CSMTPSession& session)
 void CSMTPSendThread::EndRefused(CSMTPSession& session, bool bOthersFollow)
 {
     FailureOf([&] {
-        const bool bGoOn = !bOthersFollow && session.MayGoOn();
+        const bool bGoOn = (!bOthersFollow || MayWait()) && session.MayGoOn();
         session.HearTheRest();
         if (bGoOn)
             m_pConnection = session.TakeConnection();
         else
             session.Quit();
     });
+    if (bOthersFollow)
+        EndConnection();
 }
 
 void CSMTPSendThread::EndConnection()
 {
-    const std::unique_ptr<CSMTPConnection> pConnection = std::move(m_pConnection);
-    if (!pConnection)
+    std::unique_ptr<CSMTPConnection> pConnection = std::move(m_pConnection);
+    if (!pConnection || pConnection->client.Ahead() > 0)
+        return; // in the middle of a mail it is just closed
+    if (MayWait()) {
+        m_pWaiting->Bring(std::move(pConnection));
         return;
+    }
     pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_PARTING));
-    FailureOf([&] {
-        if (pConnection->client.Ahead() == 0)
-            pConnection->Quit();
-    });
+    FailureOf([&] { pConnection->Quit(); });
 }
 
 /// Remembers it for the mails to come. A stop is nobody's silence.
@@ -259,7 +274,7 @@ void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
     RemoveFiles(mail, file);
-    if (session.MayGoOn() && TakesNext()) {
+    if (session.MayGoOn() && (TakesNext() || MayWait())) {
         m_pConnection = session.TakeConnection();
         return;
     }

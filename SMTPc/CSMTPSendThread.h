@@ -15,17 +15,20 @@
 
 struct CSMTPConnection;
 class CSMTPSession;
+class CWaitingConnections;
 
 /// A thread that delivers mail files by SMTP, one attempt after the other: the targets of the recipient's domain in
 /// order, until one takes the mail or refuses it for good.
 ///
 /// A stop request ends whatever an attempt waits for at once. A failed attempt leaves an error report beside the mail
 /// file; a successful one removes both, unless another file stands under the mail's name by then. A connection stays
-/// open after an attempt, for the next one, as long as the settings let it and another mail wants it.
+/// open after an attempt, for the next one, as long as the settings let it and another mail wants it, or waits among
+/// those that all threads share.
 class CSMTPSendThread : public Bex::CThread
 {
 public:
-    explicit CSMTPSendThread(const SDeliverySettings& settings);
+    explicit CSMTPSendThread(const SDeliverySettings& settings,
+                             std::shared_ptr<CWaitingConnections> pWaiting = nullptr); ///< null: none waits
     ~CSMTPSendThread() override;
 
 protected:
@@ -56,7 +59,7 @@ protected:
     virtual SPreparedMail* ReadyNext() { return nullptr; } ///< that one, if it may be told of before the verdict
     virtual void LetGoOfNext() {}                          ///< it shall not wait: this mail goes on to another target
     bool HasConnection() const { return m_pConnection != nullptr; } ///< that the last attempt has left open
-    void EndConnection();                                           ///< if there is one
+    void EndConnection();                                           ///< if there is one; it may wait
 
     SDeliverySettings m_settings;
     int m_iResult = 0;
@@ -66,6 +69,7 @@ private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
+    bool MayWait() const;
     void PutReachedFirst(CTargetList& targets);
     void LeadNext(CSMTPSession& session);
     void EndRefused(CSMTPSession& session, bool bOthersFollow);
@@ -76,5 +80,6 @@ private:
     void RemoveFiles(const SPreparedMail& mail, EMailFile& file) const;
     EMailFile RemoveMail(const SPreparedMail& mail) const;
 
+    std::shared_ptr<CWaitingConnections> m_pWaiting;
     std::unique_ptr<CSMTPConnection> m_pConnection; ///< open, between two attempts
 };

@@ -26,8 +26,8 @@ constexpr int SECONDS_PER_MINUTE = 60;
 
 } // namespace
 
-CRemoteAgent::CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles)
-    : m_directory(Config().GetPath(Keys::OUTGOING_DIR)), m_pFiles(std::move(pFiles))
+CRemoteAgent::CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles, std::shared_ptr<CWaitingConnections> pWaiting)
+    : m_directory(Config().GetPath(Keys::OUTGOING_DIR)), m_pFiles(std::move(pFiles)), m_pWaiting(std::move(pWaiting))
 {
     m_iRetryMin = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MIN)} * SECONDS_PER_MINUTE;
     m_iRetryMax = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MAX)} * SECONDS_PER_MINUTE;
@@ -37,12 +37,14 @@ void CRemoteAgent::Body()
 {
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) started", Id());
     while (ShallRun()) {
-        WaitWhileServiceIsPaused(StopEvent());
+        WaitWhileServiceIsPaused(StopEvent(), [this] { m_pWaiting->EndAll(); });
+        m_pWaiting->EndOld();
         const unsigned dwFound = ScanOutgoing(static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND));
         StopEvent().Wait(RestMillis(m_nListingMicros));
         if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
     }
+    m_pWaiting->EndAll();
     Bex::LogNotice(Bex::MainLog(), "remote delivery agent (id %04X) stopped", Id());
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Bex/CThread.h"
+#include "SMTPc/CWaitingConnections.h"
 #include "Tobix/COutgoingFiles.h"
 #include "Tobix/CWatchedDirectory.h"
 
@@ -17,7 +18,9 @@
 class CRemoteAgent : public Bex::CThread
 {
 public:
-    explicit CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles);
+    explicit CRemoteAgent(
+        std::shared_ptr<COutgoingFiles> pFiles,
+        std::shared_ptr<CWaitingConnections> pWaiting = std::make_shared<CWaitingConnections>(0)); ///< it has them end
     ~CRemoteAgent() override = default;
 
     const std::shared_ptr<COutgoingFiles>& Files() const { return m_pFiles; } ///< what the delivery threads take from
@@ -40,6 +43,7 @@ private:
 
     CWatchedDirectory m_directory;
     std::shared_ptr<COutgoingFiles> m_pFiles;
+    std::shared_ptr<CWaitingConnections> m_pWaiting;
     std::atomic<int64_t> m_iNextRelease = 0;
     std::optional<int64_t> m_iLastRelease; ///< as ScanOutgoing's; none before the first pass
     uint64_t m_nListingMicros = 0;         ///< of the last scan; 0 when it listed nothing

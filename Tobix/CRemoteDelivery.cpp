@@ -13,6 +13,7 @@ namespace {
 
 constexpr char THREADS[] = "remote delivery threads";
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
+constexpr int LONGEST_WAIT = 300; // seconds, of a connection: servers wait no longer (RFC 5321 4.5.3.2.7)
 
 Bex::CSimpleString ThreadName(size_t nIndex)
 {
@@ -70,7 +71,11 @@ bool CRemoteDelivery::StartAgent()
         Bex::LogError(Bex::MainLog(), "%s already instantiated", AGENT);
         return false;
     }
-    m_pAgent = TryMake<CRemoteAgent>([this] { return std::make_unique<CRemoteAgent>(Files()); });
+    m_pAgent = TryMake<CRemoteAgent>([this] {
+        m_pWaiting = std::make_shared<CWaitingConnections>(
+            static_cast<unsigned>(std::clamp(Config().GetInt(Keys::CONNECTION_WAIT), 0, LONGEST_WAIT)));
+        return std::make_unique<CRemoteAgent>(Files(), m_pWaiting);
+    });
     if (!m_pAgent) {
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
         return false;
@@ -110,7 +115,7 @@ bool CRemoteDelivery::StartThread(const SDeliverySettings& settings)
     const Bex::CSimpleString strName = ThreadName(m_threads.size());
     auto pThread = TryMake<CSMTPDeliveryThread>([&] {
         return std::make_unique<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
-                                                     Config().GetPath(Keys::OUTGOING_DIR));
+                                                     Config().GetPath(Keys::OUTGOING_DIR), m_pWaiting);
     });
     if (!pThread) {
         Bex::LogError(Bex::MainLog(), "could not instantiate %s", strName.Text());

@@ -22,7 +22,11 @@ public:
 
     /// The names of the outgoing files, for both agents. Made at the first call, and anew after ForgetFiles.
     const std::shared_ptr<COutgoingFiles>& Files();
-    void ForgetFiles() { m_pFiles = nullptr; }
+    void ForgetFiles()
+    {
+        m_pFiles = nullptr;
+        m_pWaiting = nullptr;
+    }
     bool Start();                       ///< the agent, then the threads
     bool StartMissing();                ///< goes on where a start failed; true also when all run
     Bex::CSimpleString Missing() const; ///< what could not be started, in words
@@ -42,6 +46,7 @@ private:
     bool StartThread(const SDeliverySettings& settings);
 
     std::shared_ptr<COutgoingFiles> m_pFiles;
+    std::shared_ptr<CWaitingConnections> m_pWaiting; ///< the agent's and the threads'
     std::unique_ptr<CRemoteAgent> m_pAgent;
     std::vector<std::unique_ptr<CSMTPDeliveryThread>> m_threads;
     size_t m_nThreads = 0; ///< wanted

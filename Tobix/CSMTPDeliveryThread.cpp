@@ -9,7 +9,6 @@
 #include "Common/Statistics.h"
 #include "Platform/Clock.h"
 #include "Platform/FileSystem.h"
-#include "SMTPc/FindTargets.h"
 #include "Tobix/Bounce.h"
 #include "Tobix/MailLog.h"
 #include "Tobix/ServicePause.h"
@@ -21,7 +20,6 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/SMTPDeliveryThread";
 constexpr unsigned IDLE_MILLIS = 1000;
-constexpr int64_t LARGEST_AHEAD = 1 << 20; // bytes
 constexpr int64_t SECONDS_PER_MINUTE = 60;
 constexpr int64_t NANOSECONDS = 1'000'000'000;
 
@@ -33,9 +31,10 @@ int Number(const SAttempt& attempt) { return static_cast<int>(attempt.verdict); 
 
 CSMTPDeliveryThread::CSMTPDeliveryThread(const SDeliverySettings& settings, std::shared_ptr<COutgoingFiles> pFiles,
                                          const Bex::CSimpleString& strErrorDirectory,
-                                         const Bex::CSimpleString& strOutgoingDirectory)
-    : CSMTPSendThread(settings), m_pFiles(std::move(pFiles)), m_strErrorDirectory(strErrorDirectory),
-      m_strOutgoingDirectory(strOutgoingDirectory)
+                                         const Bex::CSimpleString& strOutgoingDirectory,
+                                         std::shared_ptr<CWaitingConnections> pWaiting)
+    : CSMTPSendThread(settings, std::move(pWaiting)), m_pFiles(std::move(pFiles)),
+      m_strErrorDirectory(strErrorDirectory), m_strOutgoingDirectory(strOutgoingDirectory)
 {}
 
 void CSMTPDeliveryThread::Body()
@@ -64,83 +63,6 @@ void CSMTPDeliveryThread::Body()
     EndConnection();
     LetGoOfNext();
     Bex::LogNotice(Bex::MainLog(), "remote delivery thread (id %04X) stopped", Id());
-}
-
-bool CSMTPDeliveryThread::TakeFile()
-{
-    m_strFileName = std::exchange(m_strNext, {});
-    m_pReady = std::move(m_pNext);
-    if (m_strFileName.IsEmpty() && !m_pFiles->Take(m_strFileName))
-        return false;
-    m_strMailPath = Bex::PathBelow(m_strOutgoingDirectory, m_strFileName);
-    return true;
-}
-
-/// A file that a scan has found is looked at before anybody knows whether enough threads are at its domain, and what
-/// goes its way. What cannot be read has no limit: the delivery tells why.
-bool CSMTPDeliveryThread::IsDomainsTurn(const Bex::CSimpleString& strName)
-{
-    if (!m_pFiles->WantsDomain(strName))
-        return true;
-    const Bex::CActivity::CStep step("looks at %s", strName.Text());
-    Bex::CSimpleString strDomain;
-    Bex::CSimpleString strRoute;
-    FailureOf([&] {
-        CMail mail;
-        if (!mail.Load(Bex::PathBelow(m_strOutgoingDirectory, strName), true))
-            return;
-        const Bex::CSimpleString strRecipient = RecipientOf(mail);
-        strDomain = strRecipient.AfterFirst('@').Lowered();
-        if (m_pFiles->KnowsRoutes())
-            strRoute = RouteOf(mail.EnvelopeSender(), strRecipient);
-    });
-    return m_pFiles->EnterDomain(strName, strDomain, strRoute);
-}
-
-bool CSMTPDeliveryThread::TakesNext()
-{
-    Bex::CSimpleString strName;
-    while (m_strNext.IsEmpty() && ShallRun() && !ServiceIsPaused() &&
-           m_pFiles->TakeAlong(m_strFileName, m_strRoute, strName)) {
-        if (IsDomainsTurn(strName))
-            m_strNext = strName;
-    }
-    return !m_strNext.IsEmpty() && m_pFiles->RouteOf(m_strNext) == m_strRoute;
-}
-
-/// A connection that a refused mail has left behind is the next mail's, or nobody's.
-void CSMTPDeliveryThread::GoOnOrEnd()
-{
-    if (HasConnection() && !TakesNext())
-        EndConnection();
-}
-
-void CSMTPDeliveryThread::LetGoOfNext()
-{
-    m_pNext.reset();
-    m_pFiles->GiveBack(std::exchange(m_strNext, {}));
-}
-
-/// Nothing is told of it here, and its file is read again when it does not get ready. A large one would be in memory
-/// beside the one before.
-SPreparedMail* CSMTPDeliveryThread::ReadyNext()
-{
-    if (!TakesNext() || m_pFiles->IsToReturn(m_strNext))
-        return nullptr;
-    const Bex::CLogContext context(m_strNext);
-    const Bex::CSimpleString strPath = Bex::PathBelow(m_strOutgoingDirectory, m_strNext);
-    if (Platform::FileSize(strPath.Text()) > LARGEST_AHEAD)
-        return nullptr;
-    auto pNext = std::make_unique<SLoadedMail>();
-    if (!LoadMail(strPath, *pNext) || RecipientOf(pNext->mail).IsEmpty())
-        return nullptr;
-    SPreparedMail& prepared = pNext->prepared.emplace();
-    PrepareMessage(*pNext, prepared);
-    CheckAddresses(prepared.strSender, prepared.strRecipient);
-    if (RouteOf(pNext->mail.EnvelopeSender(), prepared.strRecipient) != m_strRoute)
-        return nullptr;
-    m_pNext = std::move(pNext);
-    return &prepared;
 }
 
 /// Whatever one mail raises, the thread goes on with the next one. A mail that a server has accepted must not be sent

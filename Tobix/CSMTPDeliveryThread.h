@@ -13,7 +13,8 @@ class CSMTPDeliveryThread : public CSMTPSendThread
 {
 public:
     CSMTPDeliveryThread(const SDeliverySettings& settings, std::shared_ptr<COutgoingFiles> pFiles,
-                        const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory);
+                        const Bex::CSimpleString& strErrorDirectory, const Bex::CSimpleString& strOutgoingDirectory,
+                        std::shared_ptr<CWaitingConnections> pWaiting = nullptr);
     ~CSMTPDeliveryThread() override = default;
 
     /// Whether a mail has waited for longer than AutoTransTime, in minutes, allows. A file that seems to come from the
@@ -59,6 +60,7 @@ private:
     Bex::CSimpleString m_strFileName;
     Bex::CSimpleString m_strRoute;         ///< that mail's; empty: nobody asks
     Bex::CSimpleString m_strNext;          ///< in this thread's hands, to be the next; empty: none
+    unsigned m_nInRow = 0;                 ///< taken along, with the one before them
     std::unique_ptr<SLoadedMail> m_pReady; ///< the mail m_strFileName, where it was made ready before its turn
     std::unique_ptr<SLoadedMail> m_pNext;  ///< the mail m_strNext likewise
     Bex::CSimpleString m_strErrorDirectory;

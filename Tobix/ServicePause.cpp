@@ -15,11 +15,13 @@ bool ServiceIsPaused()
     return pService != nullptr && pService->IsPaused() && pService->IsRunning();
 }
 
-void WaitWhileServiceIsPaused(const Bex::CEvent& stop)
+void WaitWhileServiceIsPaused(const Bex::CEvent& stop, const std::function<void()>& Meanwhile)
 {
     if (!ServiceIsPaused())
         return;
     const Bex::CActivity::CStep step("pauses");
-    while (ServiceIsPaused() && !stop.IsSet())
+    while (ServiceIsPaused() && !stop.IsSet()) {
+        Meanwhile();
         stop.Wait(PAUSE_MILLIS);
+    }
 }

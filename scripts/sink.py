@@ -9,6 +9,8 @@ import time
 
 
 class Session(socketserver.StreamRequestHandler):
+    sender = recipient = None
+
     def reply(self, text):
         self.wfile.write(text.encode() + b"\r\n")
 
@@ -20,26 +22,32 @@ class Session(socketserver.StreamRequestHandler):
             pass
 
     def handle(self):
+        with self.server.sink.lock:
+            self.server.sink.connections += 1
         self.reply("220 sink.example ready")
         for line in self.lines():
             command = line.decode("latin-1").strip()
             verb = command.upper()
             if verb.startswith(("EHLO", "HELO")):
-                self.reply("250-sink.example\r\n250 SIZE 100000000")
+                self.reply("250-sink.example\r\n250-PIPELINING\r\n250 SIZE 100000000")
             elif verb.startswith("RCPT"):
                 self.answer_recipient(command[command.index("<") + 1:-1])
+            elif verb == "DATA" and not self.recipient:
+                self.reply("503 to whom?")
             elif verb == "DATA":
                 self.reply("354 go on")
                 self.receive()
             elif verb == "QUIT":
+                with self.server.sink.lock:
+                    self.server.sink.parted += 1
                 self.reply("221 bye")
                 return
             else:
-                self.sender = command
+                self.sender, self.recipient = command, None
                 self.reply("250 ok")
 
     def answer_recipient(self, address):
-        sink, self.recipient = self.server.sink, address
+        sink = self.server.sink
         if address.startswith("silent"):
             sink.silence.wait()
         elif address.startswith("refuse"):
@@ -48,6 +56,7 @@ class Session(socketserver.StreamRequestHandler):
             sink.deferred.add(address)
             self.reply("451 4.7.1 try again later")
         else:
+            self.recipient = address
             self.reply("250 ok")
 
     def receive(self):
@@ -77,6 +86,7 @@ class Server(socketserver.ThreadingTCPServer):
 class Sink:
     def __init__(self, address=("127.0.0.1", 0), session=Session):
         self.lock, self.mails, self.deferred, self.silence = threading.Lock(), [], set(), threading.Event()
+        self.connections = self.parted = 0
         self.server = Server(address, session)
         self.server.sink = self
         self.port = self.server.server_address[1]

@@ -74,6 +74,21 @@ class Remote(unittest.TestCase):
         wait_for("the mail", lambda: self.sink.recipients())
         self.assertEqual((world.stop(), list(world.outgoing.iterdir())), (0, []))
 
+    def test_many_mails_share_few_connections_and_each_arrives_once(self):
+        world = self.world(**{"Connection.Mails": 50, "Connection.Pipelining": 1, "Connection.Wait": 60, "Bounce.Disable": 1})
+        for n in range(100):
+            body = "x" * 990 + "\r\n"
+            name = "refuse" if n % 10 == 3 else "later" if n % 10 == 7 else "user"
+            world.drop(f"{n}.eml", mail(f"{name}{n}@far.example", body=body * (67000 if n == 50 else 1)), world.outgoing)
+        wait_for("all mails", lambda: len(self.sink.mails) == 90)
+        wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+        self.assertEqual(len(set(self.sink.recipients())), 90)
+        self.assertEqual(max(len(text) for _, _, text in self.sink.mails) // (992 * 67000), 1)
+        self.assertLessEqual(self.sink.connections, 6)
+        world.process.send_signal(signal.SIGUSR1)
+        wait_for("the end of the connections", lambda: self.sink.connections == self.sink.parted)
+        self.assertEqual(world.stop(), 0)
+
     def test_kills_and_a_restart_lose_nothing_and_repeat_little(self):
         count, threads = 400, 4
         world = self.world(**{"AutoTransport.Threads": threads})

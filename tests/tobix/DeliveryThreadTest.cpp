@@ -1,5 +1,7 @@
 #include "Bex/CFile.h"
+#include "Platform/CAdvancedClock.h"
 #include "Platform/CCallWatcher.h"
+#include "SMTPc/CWaitingConnections.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"
@@ -16,8 +18,9 @@ const std::string ENVELOPE = "X-Envelope-From: ann@here.example\r\nX-Envelope-To
 class CDeliveryWorld : public CSendWorld
 {
 public:
-    explicit CDeliveryWorld(unsigned nPerDomain = 0, bool bRoutes = false)
-        : m_pFiles(std::make_shared<COutgoingFiles>(nPerDomain, bRoutes))
+    explicit CDeliveryWorld(unsigned nPerDomain = 0, bool bRoutes = false, unsigned nWait = 0)
+        : m_pFiles(std::make_shared<COutgoingFiles>(nPerDomain, bRoutes)),
+          m_pWaiting(std::make_shared<CWaitingConnections>(nWait))
     {
         std::filesystem::create_directory(ErrorDirectory());
     }
@@ -28,7 +31,7 @@ public:
     {
         Route(server);
         m_pFiles->AddPending("x.eml");
-        CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str());
+        CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str(), m_pWaiting);
         m_pThread = &thread;
         ASSERT_TRUE(thread.Start());
         Meanwhile();
@@ -45,6 +48,7 @@ public:
     void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
     void Restart() { m_pFiles = std::make_shared<COutgoingFiles>(); }
+    CWaitingConnections& Waiting() { return *m_pWaiting; }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
     bool Retries()
@@ -58,6 +62,7 @@ public:
 
 private:
     std::shared_ptr<COutgoingFiles> m_pFiles;
+    std::shared_ptr<CWaitingConnections> m_pWaiting;
     Bex::CThread* m_pThread = nullptr;
 };
 
@@ -327,4 +332,48 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
         EXPECT_EQ(strCommands, bTogether && !row.strTogether.empty() ? row.strTogether : row.strOneByOne);
         EXPECT_FALSE(Holds(world.Report(), "carl") || Holds(world.Report(), "RSET")) << world.Report();
     }
+}
+
+TEST(DeliveryThreadTest, StopsAtEveryMomentOfASharedConnection)
+{
+    const std::pair<const char*, size_t> MOMENTS[] = {
+        {"MAIL2", 5}, {"RCPT2", 6}, {"DATA2", 7}}; // and the commands then
+    for (size_t n = 0; n < 2 * std::size(MOMENTS); ++n) {
+        const auto& [pszMoment, nCommands] = MOMENTS[n / 2];
+        SCOPED_TRACE(pszMoment);
+        CDeliveryWorld world(1, true);
+        world.settings.nMailsPerConnection = 2;
+        world.settings.bPipelining = n % 2 == 1;
+        CScriptedServer server(Replies{{"EHLO", "250 PIPELINING\r\n"}, {pszMoment, "hang"}});
+        world.AddMail("y.eml");
+        world.Deliver(server, ") stopped", [&] {
+            EXPECT_TRUE(Becomes([&] { return server.Commands().size() == nCommands; }));
+            world.RequestStop();
+        });
+        EXPECT_TRUE(world.HasMail() && !std::filesystem::exists(world.Directory() / "y.eml"));
+        EXPECT_FALSE(world.Logged("retry later"));
+    }
+}
+
+TEST(DeliveryThreadTest, LetsAConnectionWaitForALaterMailAndEndsItInTime)
+{
+    CDeliveryWorld world(0, true, 30);
+    world.settings.nMailsPerConnection = 3;
+    CScriptedServer server(Replies{});
+    for (const size_t nCommands : {4u, 7u}) {
+        world.WriteMail();
+        world.Deliver(server, "successfully delivered", [&] {
+            EXPECT_TRUE(Becomes([&] { return server.Commands().size() == nCommands && world.Waiting().Count() == 1; }));
+        });
+    }
+    Platform::CAdvancedClock clock;
+    clock.Advance(29'000);
+    world.Waiting().EndOld();
+    EXPECT_EQ(server.Commands().size(), 7u);
+    clock.Advance(1'000);
+    EXPECT_TRUE(Becomes([&] {
+        world.Waiting().EndOld();
+        return world.Waiting().Count() == 0;
+    }));
+    EXPECT_EQ(server.Commands().back(), "QUIT");
 }

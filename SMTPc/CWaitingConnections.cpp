@@ -1,0 +1,74 @@
+#include "SMTPc/CWaitingConnections.h"
+
+#include "Platform/Clock.h"
+#include "SMTPc/SDeliveryFailure.h"
+
+#include <utility>
+
+namespace {
+
+constexpr uint64_t MILLIS_PER_SECOND = 1000;
+constexpr uint64_t LONGEST_PARTING = 10'000; // milliseconds
+constexpr uint64_t LONGEST_SEND = 100;       // of a QUIT, to whom nothing else was sent
+
+} // namespace
+
+void CWaitingConnections::Bring(std::unique_ptr<CSMTPConnection> pConnection)
+{
+    pConnection->client.SetLimit({}); // that of the thread it comes from ends with it
+    std::unique_lock lock(m_lock);
+    m_waiting.push_back({std::move(pConnection), Platform::TickCount() + MILLIS_PER_SECOND * m_nSeconds});
+    const uint64_t nEnd = m_waiting.size() > MOST ? m_waiting.front().nUntil : 0;
+    lock.unlock();
+    if (nEnd > 0)
+        End(nEnd);
+}
+
+std::unique_ptr<CSMTPConnection> CWaitingConnections::TakeTo(CTargetList& targets)
+{
+    const std::lock_guard lock(m_lock);
+    for (const CSmartHost& target : targets) {
+        for (auto it = m_waiting.rbegin(); it != m_waiting.rend(); ++it) {
+            if (!it->pConnection->Reaches(target))
+                continue;
+            std::unique_ptr<CSMTPConnection> pConnection = std::move(it->pConnection);
+            m_waiting.erase(std::prev(it.base()));
+            return pConnection;
+        }
+    }
+    return nullptr;
+}
+
+void CWaitingConnections::EndOld() { End(Platform::TickCount()); }
+
+void CWaitingConnections::EndAll() { End(UINT64_MAX); }
+
+size_t CWaitingConnections::Count() const
+{
+    const std::lock_guard lock(m_lock);
+    return m_waiting.size() + m_parting.size();
+}
+
+/// Whose time has come by then.
+void CWaitingConnections::End(uint64_t nBy)
+{
+    CWaiting ending;
+    CWaiting parting;
+    {
+        const std::lock_guard lock(m_lock);
+        while (!m_waiting.empty() && m_waiting.front().nUntil <= nBy)
+            ending.splice(ending.end(), m_waiting, m_waiting.begin());
+        parting.swap(m_parting);
+    }
+    const uint64_t nNow = Platform::TickCount();
+    parting.remove_if([nNow](const SWaiting& one) { return one.pConnection->client.HasInput() || one.nUntil <= nNow; });
+    for (SWaiting& one : ending) {
+        one.nUntil = nNow + LONGEST_PARTING;
+        one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
+        FailureOf([&] { one.pConnection->client.SendCommand("QUIT\r\n"); });
+        one.pConnection->client.SetLimit({});
+    }
+    const std::lock_guard lock(m_lock);
+    m_parting.splice(m_parting.end(), parting);
+    m_parting.splice(m_parting.end(), ending);
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "SMTPc/CSMTPConnection.h"
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+
+/// Open connections that no mail has for now, each for so many seconds at most. When there are too many, the one that
+/// has been here longest makes room. What ends here is told QUIT, and its answer waited for by nobody.
+///
+/// Shared by the delivery threads, which bring and take, and the remote agent, which has them end; no operation waits
+/// for a host.
+class CWaitingConnections
+{
+public:
+    static constexpr size_t MOST = 100;
+
+    explicit CWaitingConnections(unsigned nSeconds) : m_nSeconds(nSeconds) {} ///< 0: takes none
+
+    bool Takes() const { return m_nSeconds > 0; }
+    void Bring(std::unique_ptr<CSMTPConnection> pConnection); ///< between two mails
+    /// To the first target to which there is one, the last one that was brought; null when there is none.
+    std::unique_ptr<CSMTPConnection> TakeTo(CTargetList& targets);
+    void EndOld();        ///< and lets go of those that have ended
+    void EndAll();        ///< likewise
+    size_t Count() const; ///< with those that have not answered QUIT
+
+private:
+    struct SWaiting
+    {
+        std::unique_ptr<CSMTPConnection> pConnection;
+        uint64_t nUntil; ///< in ticks
+    };
+    using CWaiting = std::list<SWaiting>; ///< in the order of their ends
+
+    void End(uint64_t nBy);
+
+    const unsigned m_nSeconds;
+    mutable std::mutex m_lock; ///< around the lists
+    CWaiting m_waiting;
+    CWaiting m_parting; ///< were told QUIT
+};
