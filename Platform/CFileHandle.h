@@ -43,7 +43,9 @@ public:
     bool IsOpen() const { return m_iDescriptor >= 0; }
     bool Remove(); ///< takes away the name that it has by now, wherever its directory was moved
     bool Close();
-    bool ShareLock(); ///< of one that reads and excludes everybody, with others that only read
+    bool ShareLock();          ///< of one that reads and excludes everybody, with others that only read
+    bool LetOthersTake();      ///< of one that reads and denies writers: only RemoveUnlessInUse spares the file still
+    bool IsUnfinished() const; ///< by somebody's LetOthersTake (LIB_ACCESS), or nobody can tell
     /// The very file that the reader has open, which says how it is shared; the path is for the faults of tests.
     bool OpenWriter(const CFileHandle& reader, const char* pszPath);
     bool OpenReader(const CFileHandle& writer, const char* pszPath); ///< the same the other way round

@@ -15,6 +15,7 @@
 #include "Tobix/MailLog.h"
 
 #include <functional>
+#include <utility>
 
 namespace {
 
@@ -205,8 +206,8 @@ bool CMailboxStore::WaitsForPrograms(const SAccount& account)
             HasPostScript(account.strDirectory));
 }
 
-/// After a stop nothing more is started. Where that leaves something out, the recipient stays open: the next start
-/// repeats the copy, with all its programs.
+/// The first program is started also when a stop has come since the copy was stored; after that nothing more is. Where
+/// this leaves something out, the recipient stays open: the next start repeats the copy, with all its programs.
 ERouted CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& strRecipientFileName,
                                    CCopyGroup& group) const
 {
@@ -214,8 +215,9 @@ ERouted CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& 
     const bool bWaits = WaitsForPrograms(account);
     if (bWaits)
         group.EndBeforeWaiting();
-    const auto IsCut = [bWaits] { return bWaits && Bex::CThread::IsCallerStopped(); };
-    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM) && !account.IsTaggedInMaildir())
+    bool bBegun = false;
+    const auto IsCut = [&] { return std::exchange(bBegun, true) && bWaits && Bex::CThread::IsCallerStopped(); };
+    if (account.config.GetFlag(AccountKeys::RUN_ANTI_SPAM) && !account.IsTaggedInMaildir() && !IsCut())
         RunSpamTagger(account.strDirectory, account.strMailFile, bParallel);
     const Bex::CSimpleString strTemplate = account.config.GetString(AccountKeys::RUN_REPLY_TEMPLATE);
     if (account.config.GetFlag(AccountKeys::RUN_REPLY) && !strTemplate.IsEmpty()) {
@@ -225,7 +227,7 @@ ERouted CMailboxStore::RunPrograms(SAccount& account, const Bex::CSimpleString& 
             Bex::JoinPath(m_strQueueDirectory, Bex::CSimpleString::Formatted("r_%s", strRecipientFileName.Text()));
         RunResponder(account.strDirectory, account.strMailFile, strTemplate, strOutput, bParallel);
     }
-    if (IsCut() && HasPostScript(account.strDirectory))
+    if (HasPostScript(account.strDirectory) && IsCut())
         return ERouted::Busy;
     RunPostScript(account.strDirectory, account.strMailFile, bParallel);
     return ERouted::Done;

@@ -65,8 +65,9 @@ class Ledger:
         for receipt in receipts:
             self.received(*receipt)
         returned = []
-        for directory, place in ((world.spool, "mailbox"), (world.filtered, "filtered"), (world.error, "error")):
-            for path in directory.rglob("*.eml"):
+        for directory, pattern, place in ((world.spool, "*.eml", "mailbox"), (world.spool, "Maildir/new/*", "mailbox"),
+                                          (world.filtered, "*.eml", "filtered"), (world.error, "*.eml", "error")):
+            for path in directory.rglob(pattern):
                 text, trace = path.read_bytes(), f"{path.parent.name}/{path.name} of {path.stat().st_ctime:.3f}"
                 path.unlink()
                 if not text.startswith(AUTOMATIC):

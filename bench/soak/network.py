@@ -62,7 +62,8 @@ class HostileSession(Session):
         """Whether it was given as it is."""
         if text.startswith("250-") and not self.secure and self.random.random() < 0.5:
             text = "250-STARTTLS\r\n" + text
-        if self.random.random() >= MOODS[self.server.sink.moods[self.connection.getsockname()[0]]]:
+        mood = self.server.sink.moods.get(self.connection.getsockname()[0], "good")  # a lie can lead to any address
+        if self.random.random() >= MOODS[mood]:
             super().reply(text)
             return True
         misdeed = self.random.choice((self.drop, self.fall_silent, self.drip, self.babble, self.flood, self.say_other, self.say_other))

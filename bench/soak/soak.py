@@ -1,9 +1,10 @@
 """The soak: soak.py MINUTES SEED BUILD...; scripts/soak calls it, in namespaces of its own.
 
 Rounds alternate between the builds, and every other pair of them has its volumes on a file system that does not order data
-before names. In each the daemon gets mail while the events of Soak.EVENTS happen at random; then everything is mended, the daemon has to empty its directories, and the ledger says where each mail went. The seed decides
-the events, their order and the pauses between them; when the processes get there is the machine's. TOBIX_SOAK_EVENTS
-names the events to try (all by default), to narrow down what a seed has found.
+before names. In each the daemon gets mail while the events of Soak.EVENTS happen at random; then everything is mended, the
+daemon has to empty its directories, and the ledger says where each mail went. The seed decides the events, their order and
+the pauses between them; when the processes get there is the machine's. TOBIX_SOAK_EVENTS names the events to try (all by
+default), to narrow down what a seed has found.
 """
 import contextlib
 import copy
@@ -28,9 +29,11 @@ HERE = pathlib.Path(__file__).resolve().parent
 ROUND, WITHOUT_PROGRESS, WITHOUT_END = 90, 90, 900  # seconds
 VOLUMES, VOLUME = ("queue", "outgoing", "error", "spool"), 128 << 20  # bytes
 KINDS = ("tmpfs", "ext4 without a journal")
-USERS = {"ann": {}, "carl": {}, "slow": {}, "reply": {"RunReply": 1, "RunReplyTemplate": "template"}, "bounces": {}}
-RECIPIENTS = ("ann+{}@local.soak", "carl+{}@local.soak", "slow+{}@local.soak", "reply+{}@local.soak", "away{}@local.soak",
-              *("{}@d%d.soak" % number for number in range(9)), "{}@d3.soak", "{}@d4.soak", "{}@missing.soak")
+USERS = {"ann": {}, "carl": {}, "slow": {}, "reply": {"RunReply": 1, "RunReplyTemplate": "template"}, "bounces": {},
+         "maildir": {"Maildir": 1}}
+RECIPIENTS = ("ann+{}@local.soak", "carl+{}@local.soak", "slow+{}@local.soak", "reply+{}@local.soak", "maildir+{}@local.soak",
+              "away{}@local.soak", *("{}@d%d.soak" % number for number in range(9)), "{}@d3.soak", "{}@d4.soak",
+              "{}@missing.soak")
 NOBODY = ("nobody+{}@local.soak", "{}@not/valid..soak", "{} blank@d1.soak")
 TABLES = {"domains": "local.soak\nbounce.soak\n", "filters": "never there\n", "intercept_addresses": "carl\n",
           "aliases": "*@bounce.soak: bounces\naway*@local.soak: forwarded@d0.soak\n", "backupdomains": "d7.soak\n"}
@@ -105,9 +108,10 @@ class Soak:
         (world.etc / "tobix.cfg").write_text(as_text({
             "QueueDir": world.queue, "SpoolDir": world.spool, "ErrorDir": world.error, "OutgoingDir": world.outgoing,
             "FilterDir": world.filtered, "InterceptDir": world.intercepted, "AutoTransport.Threads": choose((1, 4, 10)),
+            "AutoTransport.ThreadsPerDomain": choose((0, 1, 3)),
             "AutoTransRetry": 0, "AutoTransTime": choose((1, 2)), "TimeOut": 60, "FQDN": "client.soak",
-            "Postmaster": "postmaster@local.soak", "Postmaster.To": "", "Bounce.Attachment": 1, "Scripts.Execution.Parallel": choose((0, 1)),
-            "DebugLogging": choose((0, 0, 1, 2)), "SRS.Domain": "", "UseTLS": choose((0, 1, 1))}))
+            "Postmaster": "postmaster@local.soak", "Postmaster.To": "", "Bounce.Attachment": 1,
+            "Scripts.Execution.Parallel": choose((0, 1)), "DebugLogging": choose((0, 0, 1, 2)), "SRS.Domain": "", "UseTLS": choose((0, 1, 1))}))
 
     def prepare_environment(self):
         root = self.world.root
@@ -416,10 +420,11 @@ class Soak:
             self.find(report.read_text("utf-8", "replace")[:6000])
             report.unlink()
         left = [p for d in (self.world.queue, self.world.outgoing, self.world.error) for p in d.iterdir()]
+        left += self.world.leftovers()
         if left and not self.killed:  # the next start removes what a kill has left
             self.find(f"left behind: {[p.name for p in left[:10]]}")
         for path in left:
-            path.unlink()
+            path.unlink(missing_ok=True)
 
 
 def main(minutes, seed, *builds):

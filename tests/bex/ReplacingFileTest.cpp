@@ -27,6 +27,7 @@ struct SLockLooker : Platform::CCallWatcher
         struct flock lock
         {};
         lock.l_type = F_WRLCK;
+        lock.l_start = off_t{1} << 62; // where openers tell each other what they do
         const int iFile = call.kind == Platform::EFault::Rename ? open(call.pszTo, O_RDWR | O_CLOEXEC) : -1;
         bFree |= iFile >= 0 && fcntl(iFile, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_UNLCK;
         close(iFile);
@@ -132,6 +133,8 @@ TEST_F(ReplacingFileTest, TakesANameOnlyWhereNothingHasIt)
         CReplacingFile file(CSimpleString(m_directory / strName));
         file.WriteString("new");
         EXPECT_EQ(file.CommitNew(), strName == strLong);
+        EXPECT_FALSE(strName != strLong && CFile::RemoveUnlessInUse(CSimpleString(m_strTemporary)))
+            << "before the next";
     }
     EXPECT_EQ(m_directory.Read("target") + m_directory.Read(strLong), "oldnew");
     EXPECT_EQ(m_directory.Names(), (Set{"target", strLong}));

@@ -367,9 +367,15 @@ TEST_F(AgentTest, WaitsForNoScriptAfterAStopAndTouchesNothingOnceItIsGivenUp)
     m_directory.Write("spool/ann/newmail.cmd", "touch ran; while [ -e newmail.cmd ]; do sleep 0.05; done\n");
     fs::permissions(script, fs::perms::owner_all);
     Config().Set("Scripts.Execution.Parallel", "0");
-    for (const bool bGivenUp : {false, true}) {
+    enum class EEnd { StopBeforeTheScript, Stop, GivenUp };
+    for (const EEnd end : {EEnd::StopBeforeTheScript, EEnd::Stop, EEnd::GivenUp}) {
+        const bool bGivenUp = end == EEnd::GivenUp;
         Drop("1.eml", "ann@example.org,bob@far.example");
         auto pAgent = std::make_unique<CLocalAgent>(m_pOutgoing);
+        m_log.SetListener([&](const std::string& strLine) {
+            if (end == EEnd::StopBeforeTheScript && strLine.ends_with("saved in <ann>"))
+                pAgent->RequestStop();
+        });
         ASSERT_TRUE(pAgent->Start() && Becomes([&] { return fs::exists(ran); }) && fs::remove(ran));
         EXPECT_TRUE(bGivenUp ? pAgent->Terminate() : pAgent->Stop());
         Bex::CThread::Destroy(std::move(pAgent));
@@ -377,7 +383,7 @@ TEST_F(AgentTest, WaitsForNoScriptAfterAStopAndTouchesNothingOnceItIsGivenUp)
         EXPECT_EQ(CountIn("queue"), 1u);
         if (!bGivenUp)
             RunAgentUntilQueueIsEmpty();    // of the rest
-        EXPECT_EQ(CountIn("outgoing"), 1u); // of the first mail
+        EXPECT_EQ(CountIn("outgoing"), end == EEnd::StopBeforeTheScript ? 1u : 2u); // not of the last mail
         EXPECT_FALSE(fs::exists(ran));
     }
     fs::remove(script);

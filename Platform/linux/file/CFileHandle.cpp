@@ -243,6 +243,13 @@ bool CFileHandle::ShareLock()
     return ReplaceClaim(m_iDescriptor, {.share = EShare::Exclusive}, {.share = EShare::DenyWrite}) || FailWithErrno();
 }
 
+bool CFileHandle::LetOthersTake()
+{
+    return ClaimUnfinished(m_iDescriptor, {.share = EShare::DenyWrite}) || FailWithErrno();
+}
+
+bool CFileHandle::IsUnfinished() const { return Platform::IsUnfinished(m_iDescriptor) && !FailWithErrno(); }
+
 int64_t CFileHandle::Read(void* pBuffer, size_t nCount)
 {
     size_t nDone = 0;

@@ -122,8 +122,8 @@ bool CTemporaryFile::TakeModeAndOwnerOf(const char* pszPath)
 
 bool CTemporaryFile::Replace() { return RenameReplacing(m_strPath.c_str(), m_strTarget.c_str()) && LetGo(); }
 
-/// Whoever watches for the name opens the file at once and may want it for himself: our lock must be gone by then. A
-/// cleaner that comes between takes it for a leftover.
+/// Whoever watches for the name opens the file at once and may want it for himself: our lock must be gone by then, but
+/// another daemon's cleaner must not take the file for a leftover.
 bool CTemporaryFile::TakeName()
 {
     if (m_bUnnamed) {
@@ -133,7 +133,8 @@ bool CTemporaryFile::TakeName()
             return linkat(AT_FDCWD, strLink.c_str(), AT_FDCWD, pszTarget, AT_SYMLINK_FOLLOW);
         }));
     }
-    m_holder = CFileHandle();
+    if (!m_holder.LetOthersTake())
+        m_holder = CFileHandle();
     if (RenameNoReplace(m_strPath.c_str(), m_strTarget.c_str()))
         return LetGo();
     errno = EBUSY;

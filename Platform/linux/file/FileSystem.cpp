@@ -48,7 +48,8 @@ bool RemoveUnlessInUse(const char* pszPath)
 {
     // Only an opener for reading is told of writers that do not lock.
     CFileHandle file;
-    return file.Open(pszPath, {.share = EShare::Exclusive, .bOnlyRegular = true}) && RemoveFile(pszPath);
+    return file.Open(pszPath, {.share = EShare::Exclusive, .bOnlyRegular = true}) && !file.IsUnfinished() &&
+           RemoveFile(pszPath);
 }
 
 bool OwnerOf(const char* pszPath, unsigned& nUser)

@@ -52,6 +52,8 @@ constexpr int IndexOf(const SOpenMode& mode)
     return iUse;
 }
 
+constexpr int UNFINISHED = -1; ///< a range of its own, which conflicts with no use
+
 constexpr off_t Start(int iUse) { return FIRST_BYTE + iUse * RANGE; }
 
 /// An opener that only reads gets no lock but a shared one, one that only writes no other than an exclusive one.
@@ -59,7 +61,8 @@ bool Lock(int iDescriptor, int iUse, bool bTake)
 {
     struct flock lock
     {};
-    lock.l_type = static_cast<short>(!bTake ? F_UNLCK : USES[iUse].access == EAccess::Read ? F_RDLCK : F_WRLCK);
+    const bool bReads = iUse == UNFINISHED || USES[iUse].access == EAccess::Read;
+    lock.l_type = static_cast<short>(!bTake ? F_UNLCK : bReads ? F_RDLCK : F_WRLCK);
     lock.l_start = Start(iUse) + off_t{getpid()} * DESCRIPTORS_PER_PROCESS + iDescriptor % DESCRIPTORS_PER_PROCESS;
     lock.l_len = 1;
     return GuardedCall({EFault::Lock}, [&] { return fcntl(iDescriptor, F_OFD_SETLK, &lock); }) == 0;
@@ -96,6 +99,13 @@ bool ClaimShare(int iDescriptor, const SOpenMode& mode)
     }
     return true;
 }
+
+bool ClaimUnfinished(int iDescriptor, const SOpenMode& before)
+{
+    return Lock(iDescriptor, UNFINISHED, true) && Lock(iDescriptor, IndexOf(before), false);
+}
+
+bool IsUnfinished(int iDescriptor) { return IsUsed(iDescriptor, UNFINISHED, UNFINISHED + 1); }
 
 bool ReplaceClaim(int iDescriptor, const SOpenMode& before, const SOpenMode& after)
 {
