@@ -83,7 +83,7 @@ void RemoveStaleFiles(const Bex::CSimpleString& strDirectory)
         const bool bUnfinished = name.ends_with(UNFINISHED);
         name.remove_suffix(bUnfinished ? UNFINISHED.size() : 0);
         const bool bMark = CToldMark::IsName(name);
-        if (bUnfinished && (bMark || name.ends_with(".eml")))
+        if (bUnfinished && (bMark || name.ends_with(".eml") || name.ends_with(".eml.err")))
             RemoveUnlessInUse(strPath, "unfinished file");
         else if (bMark)
             marks.emplace(name);

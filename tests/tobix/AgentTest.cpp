@@ -391,6 +391,7 @@ TEST_F(AgentTest, WaitsForNoScriptAfterAStopAndTouchesNothingOnceItIsGivenUp)
 
 TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
 {
+    m_directory.Write("outgoing/.2024.eml.err.tmp", "half"); // a report
     m_directory.Write("outgoing/.2026.eml.tmp", "half");
     m_directory.Write("outgoing/.other", "not ours");
     m_directory.Write("outgoing/.12-34.sender-told", ""); // of a mail that somebody took away
@@ -401,6 +402,7 @@ TEST_F(AgentTest, RemovesTheUnfinishedFilesOfACrash)
     EXPECT_TRUE(fs::exists(Path("outgoing/.other")));
     EXPECT_TRUE(fs::exists(Path("outgoing/.2025.eml.tmp")));
     EXPECT_TRUE(mark.IsSet() && !fs::exists(Path("outgoing/.12-34.sender-told")));
+    EXPECT_FALSE(fs::exists(Path("outgoing/.2024.eml.err.tmp")));
 }
 
 TEST_F(AgentTest, NeverStoresMailOutsideTheSpoolDirectory)
