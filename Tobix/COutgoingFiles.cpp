@@ -108,9 +108,11 @@ int64_t COutgoingFiles::SecondsKnown(std::string_view name) const
 
 COutgoingFiles::CEntries::iterator COutgoingFiles::Add(std::string_view name, EList list)
 {
-    m_lists[list].push_back({.strName = Bex::CSimpleString(name), .list = list, .nSinceTicks = Platform::TickCount()});
-    const CEntries::iterator entry = std::prev(m_lists[list].end());
+    CEntries made; // listed when nothing can fail any more
+    made.push_back({.strName = Bex::CSimpleString(name), .list = list, .nSinceTicks = Platform::TickCount()});
+    const CEntries::iterator entry = made.begin();
     m_index.emplace(entry->strName.View(), entry);
+    m_lists[list].splice(m_lists[list].end(), made);
     return entry;
 }
 
