@@ -92,7 +92,7 @@ SAttempt CSMTPSendThread::Failed(const SDeliveryFailure& failure, const CMail& m
     prepared.strRecipient = RecipientOf(mail);
     prepared.strMessageID = mail.MessageID();
     Tell(failure, prepared, {});
-    return {failure.verdict};
+    return failure.Outcome();
 }
 
 SAttempt CSMTPSendThread::Attempt(SLoadedMail& loaded)
@@ -127,7 +127,7 @@ Platform::CWaitLimit CSMTPSendThread::AttemptLimit() const
 /// are, none is begun once the attempt has lasted long enough; its result is that of the last one.
 SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit)
 {
-    EVerdict verdict = EVerdict::Stopped;
+    SAttempt attempt{EVerdict::Stopped};
     bool bTried = false;
     CTargetList late = TakeSilent(targets);
     PutReachedFirst(targets);
@@ -150,20 +150,21 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
                 session->AwaitVerdict();
             });
         } while (failure && session->IsOfTheConnection(*failure) && ShallRun());
-        const bool bSilent = IsSilent(*session, target);
         if (!failure)
-            return Delivered(*session, mail);
+            return Delivered(*session, target, mail);
+        const bool bSilent = IsSilent(*session, target);
         Tell(*failure, mail, DisplayName(target));
         if (failure->IsRefusal())
             EndRefused(*session, failure->bTryNextTarget && !(targets.IsEmpty() && late.IsEmpty()));
         else if (target.mode == ETLSMode::Opportunistic)
             (bSilent ? late : targets).Append(WithoutTls(target));
-        verdict = failure->verdict;
+        attempt = failure->Outcome();
         if (!failure->bTryNextTarget)
             break;
     }
-    const bool bStopBrokeIt = verdict == EVerdict::ConnectionFailed && !ShallRun();
-    return {bStopBrokeIt ? EVerdict::Stopped : verdict};
+    if (attempt.verdict == EVerdict::ConnectionFailed && !ShallRun()) // the stop broke it
+        attempt.verdict = EVerdict::Stopped;
+    return attempt;
 }
 
 bool CSMTPSendThread::MayWait() const { return m_pWaiting && m_pWaiting->Takes() && ShallRun(); }
@@ -256,11 +257,12 @@ void CSMTPSendThread::Tell(const SDeliveryFailure& failure, const SPreparedMail&
 }
 
 /// The mail is the server's: nothing that fails from here on makes it undelivered.
-SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const SPreparedMail& mail)
+SAttempt CSMTPSendThread::Delivered(CSMTPSession& session, const CSmartHost& target, const SPreparedMail& mail)
 {
     SAttempt attempt{EVerdict::Delivered};
     try {
         FinishDelivered(session, mail, attempt.file);
+        SilentAddresses().Forget(PlaceOf(target));
     } catch (const Bex::CAbandonment&) {
         throw;
     } catch (...) {

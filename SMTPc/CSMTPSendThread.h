@@ -75,7 +75,7 @@ private:
     void EndRefused(CSMTPSession& session, bool bOthersFollow);
     bool IsSilent(const CSMTPSession& session, const CSmartHost& target) const;
     void Tell(const SDeliveryFailure& failure, const SPreparedMail& mail, const Bex::CSimpleString& strHost) const;
-    SAttempt Delivered(CSMTPSession& session, const SPreparedMail& mail);
+    SAttempt Delivered(CSMTPSession& session, const CSmartHost& target, const SPreparedMail& mail);
     void FinishDelivered(CSMTPSession& session, const SPreparedMail& mail, EMailFile& file);
     void RemoveFiles(const SPreparedMail& mail, EMailFile& file) const;
     EMailFile RemoveMail(const SPreparedMail& mail) const;

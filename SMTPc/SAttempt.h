@@ -24,5 +24,5 @@ struct SAttempt
 {
     EVerdict verdict;
     EMailFile file = EMailFile::Stays;
-    Platform::SError error = {}; ///< why the mail file could not be read
+    Platform::SError error = {}; ///< why the mail file could not be read, or what was short
 };

@@ -45,7 +45,10 @@ SDeliveryFailure SDeliveryFailure::OfCaught()
     try {
         throw;
     } catch (const Bex::CSocketException& exception) {
-        return Broken(EKind::Socket, exception);
+        SDeliveryFailure failure = Broken(EKind::Socket, exception);
+        failure.bShortage = exception.SocketError() == Platform::SOCKET_TOO_MANY_OPEN ||
+                            exception.SocketError() == Platform::SOCKET_NO_BUFFERS;
+        return failure;
     } catch (const Bex::CSecurityException& exception) {
         return Broken(EKind::Security, exception);
     } catch (const CSMTPTemporaryException& exception) {
@@ -59,6 +62,12 @@ SDeliveryFailure SDeliveryFailure::OfCaught()
     } catch (const std::exception& exception) {
         return Unforeseen(exception.what());
     }
+}
+
+SAttempt SDeliveryFailure::Outcome() const
+{
+    constexpr Platform::SError SHORTAGE{Platform::LIB_TOO_MANY_OPEN, Platform::SYS_TOO_MANY_OPEN};
+    return {.verdict = verdict, .error = bShortage ? SHORTAGE : Platform::SError()};
 }
 
 const char* SDeliveryFailure::Name() const

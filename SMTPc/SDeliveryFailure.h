@@ -20,9 +20,11 @@ struct SDeliveryFailure
     bool bTryNextTarget;
     const char* pszSourceFile = ""; ///< where a broken connection was noticed
     int iLine = 0;
+    bool bShortage = false; ///< of sockets, here and for now
 
     /// Of the exception that is being handled; what neither SMTP nor the network raises is a refusal for now.
     static SDeliveryFailure OfCaught();
+    SAttempt Outcome() const; ///< of an attempt that ends with it
     /// The server said no, rather than that the connection broke: it can still be parted from politely.
     bool IsRefusal() const { return kind == EKind::Temporary || kind == EKind::Permanent; }
     const char* Name() const; ///< of the kind, as "socket error"

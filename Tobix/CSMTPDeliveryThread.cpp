@@ -253,7 +253,8 @@ void CSMTPDeliveryThread::LogTraffic(const CMail& mail, int64_t iSize)
                  LocalityLetter(strRecipient), strRecipient.Text(), static_cast<unsigned long long>(iSize));
 }
 
-/// Of a file that somebody else holds nothing is known, not even whether it is being sent: it is never given up.
+/// Of a file that somebody else holds nothing is known, not even whether it is being sent: it is never given up. Nor is
+/// a mail that met a shortage, before it has been tried.
 bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFile& file, const SFileState& state)
 {
     const int iMinutes = Config().GetInt(Keys::AUTO_TRANS_TIME);
@@ -265,7 +266,8 @@ bool CSMTPDeliveryThread::FailedTemporarily(const SAttempt& attempt, CHeldMailFi
         return GiveUp(file);
     }
     Statistics::Count(Statistics::ECount::RemoteDeferred);
-    if (Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
+    const bool bReplaced = attempt.verdict != EVerdict::FileBusy && file.IsReplaced();
+    if (bReplaced || Platform::KindOf(m_strMailPath.Text()) == Platform::EPathKind::Missing)
         ReleaseUnlessStill(file);
     else
         m_pFiles->RetryLater(m_strFileName);

@@ -1,8 +1,10 @@
+#include "Bex/CSocketException.h"
 #include "Common/CMailFilter.h"
 #include "Common/CSilentPeers.h"
 #include "Common/Globals.h"
 #include "Platform/CAdvancedClock.h"
 #include "SMTPc/CReplyReader.h"
+#include "SMTPc/SDeliveryFailure.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/TransferForm.h"
 #include "support/CTemporaryDirectory.h"
@@ -133,4 +135,12 @@ TEST(SilentPeersTest, AreRememberedForTheirTimeWithinABound)
     Config().Set("AutoTransRetry", "0");
     EXPECT_EQ(SDeliverySettings::FromConfiguration().dwSilenceKept, 180u); // two time-outs
     Config().RemoveAll();
+}
+
+TEST(DeliveryFailureTest, OfSocketsThatAreShortGivesNoMailUp)
+{
+    for (const uint32_t dwError : {Platform::SOCKET_TOO_MANY_OPEN, Platform::SOCKET_REFUSED}) {
+        const auto failure = FailureOf([&] { Bex::ThrowSocketException("", 0, dwError); });
+        EXPECT_EQ(Platform::IsBusy(failure->Outcome().error), dwError == Platform::SOCKET_TOO_MANY_OPEN);
+    }
 }

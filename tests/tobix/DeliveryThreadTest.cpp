@@ -218,6 +218,7 @@ TEST(DeliveryThreadTest, SendsWhatGetsTheNameOfAMailWhileThatOneLeaves)
     for (STakeover row : {STakeover{ENVELOPE,
                                     "250 ok\r\n", // then before and after the removal
                                     {"connection to 127.0.0.1 established", "socket error after successful delivery"}},
+                          STakeover{ENVELOPE, "450 no\r\n", {"connection to 127.0.0.1 established"}},
                           STakeover{ENVELOPE, "550 no\r\n", {"permanently failed with error 19"}},
                           STakeover{ENVELOPE, "550 no\r\n", {"SystemCall( "}}, // of the first of two
                           STakeover{"", "250 ok\r\n", {"Maybe malconfigured?"}}}) {
