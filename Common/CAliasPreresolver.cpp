@@ -1,5 +1,6 @@
 #include "Common/CAliasPreresolver.h"
 
+#include "Bex/CActivity.h"
 #include "Common/Globals.h"
 
 #include <algorithm>
@@ -64,8 +65,10 @@ void CAliasPreresolver::Remove(Id entry)
 const CAliasIndex::STarget& CAliasPreresolver::Next(Id entry)
 {
     std::optional<CAliasIndex::STarget>& next = m_entries[entry].next;
-    if (!next || (next->entry != CAliasIndex::NONE && m_index.IsHidden(next->entry)))
+    if (!next || (next->entry != CAliasIndex::NONE && m_index.IsHidden(next->entry))) {
+        Bex::CActivity::Alive();
         next = TargetOf(m_index.Entry(entry).value);
+    }
     return *next;
 }
 
