@@ -9,6 +9,8 @@ namespace Platform {
 
 struct CWaitLimit::SLateStop
 {
+    explicit SLateStop(uint64_t ui64AfterIt) : ui64Millis(ui64AfterIt) {}
+
     const uint64_t ui64Millis;
     std::atomic<uint64_t> ui64End = NO_LIMIT; ///< once the stop has been seen
 };
