@@ -1,6 +1,8 @@
 """A machine that boots systemd, out of the directory that the environment variable ROOT names."""
+import contextlib
 import os
 import pathlib
+import re
 import subprocess
 import time
 import uuid
@@ -37,9 +39,16 @@ class Machine:
         self.boots = subprocess.Popen(["systemd-nspawn", "--quiet", "--boot", f"--directory={ROOT}", "--register=no", "--keep-unit", "--resolv-conf=off", "--console=passive"],
                                       preexec_fn=lambda: [(g / "cgroup.procs").write_text("0") for g in self.groups],
                                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        children = pathlib.Path(f"/proc/{self.boots.pid}/task/{self.boots.pid}/children")
-        self.init = wait_for("the machine's first process", lambda: children.read_text().split())[0]
+        self.init = wait_for("the machine's first process", self.find_init)
         wait_for("the machine", lambda: self.run("systemctl is-system-running", check=False) in ("running", "degraded"))
+
+    def find_init(self):
+        """Not the child that makes it, and is gone a moment later."""
+        for child in pathlib.Path(f"/proc/{self.boots.pid}/task/{self.boots.pid}/children").read_text().split():
+            with contextlib.suppress(OSError):
+                if re.search(r"^NSpid:.*\t1$", pathlib.Path(f"/proc/{child}/status").read_text(), re.M):
+                    return child
+        return None
 
     def run(self, command, check=True, user="root", **options):
         """What a shell command prints there, both streams, without the last line's end."""

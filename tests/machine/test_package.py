@@ -175,8 +175,7 @@ class Package(unittest.TestCase):
         self.wait_for_mail("both", mailbox="/var/lib/tobix/ben")
         self.assertEqual(self.subjects().count("both"), 1)
         metrics = self.machine["/var/lib/prometheus/node-exporter/tobix.prom"]
-        wait_for("the timer", metrics.exists, 70)
-        self.assertIn("tobix_up 1\n", metrics.read_text())
+        wait_for("the timer", lambda: metrics.exists() and "tobix_up 1\n" in metrics.read_text(), 70)
         self.assertEqual(metrics.stat().st_mode & 0o777, 0o644)
 
     def test_7_the_next_version_takes_over(self):
