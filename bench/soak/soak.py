@@ -136,8 +136,17 @@ class Soak:
         world.start(**self.environment)
 
     def end_in_order(self, world):
-        if (code := world.stop()) != 0:
-            self.find(f"the daemon ended with {code}")
+        try:
+            if (code := world.stop()) != 0:
+                self.find(f"the daemon ended with {code}")
+        except subprocess.TimeoutExpired:
+            self.find("the daemon does not end")
+            self.give_up(world)
+
+    def give_up(self, world):
+        world.kill()
+        self.ledger.may_be_repeated((self.world.queue, self.world.outgoing))
+        self.killed = True
 
     def replace(self, world):
         """Goes on after the end of one; a second daemon does not come back."""
@@ -395,13 +404,16 @@ class Soak:
         while len(self.worlds) > 1:
             self.end_in_order(self.worlds.pop())
         self.restart(max)  # with the settings of the beginning
-        is_quiet, first = self.settle(), self.baseline[build]
-        with contextlib.suppress(AssertionError):
-            wait_for("the restart", lambda: not self.growth(first), 20)
-        usage, growth = self.usage(), self.growth(first)
-        self.end_in_order(self.world)
-        if is_quiet and growth:
-            self.find(growth)
+        first = usage = self.baseline[build]
+        if self.settle():
+            with contextlib.suppress(AssertionError):
+                wait_for("the restart", lambda: not self.growth(first), 20)
+            usage = self.usage()
+            if growth := self.growth(first):
+                self.find(growth)
+            self.end_in_order(self.world)
+        else:
+            self.give_up(self.world)
         self.inspect()
         print(f"{self.where} on {kind}: {self.ledger.totals['mails']} mails by now; allocated {first[0]} -> {usage[0]} KiB, resident "
               f"{first[1]} -> {usage[1]}; descriptors {first[2]} -> {usage[2]}, threads {first[3]} -> {usage[3]}; "

@@ -4,6 +4,7 @@
 #include "Platform/linux/base/CSignalsBlocked.h"
 #include "Platform/linux/thread/PollWithin.h"
 
+#include <array>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unbound.h>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr int CLASS_INTERNET = 1;
 constexpr uint32_t RESPONSE_CODES = 9000;
+constexpr size_t DESCRIPTORS = 32; ///< more than it opens while others open some, too
 
 struct SOption
 {
@@ -62,13 +64,14 @@ uint32_t StatusOf(const ub_result& result)
 }
 
 /// The library does not tell that it could not have its thread: it would take every question and answer none, and crash
-/// when it is taken down. Without its two pairs of sockets it leaves memory behind.
+/// when it is taken down. Without its two pairs of sockets it leaves memory behind, and when it cannot have those of
+/// its thread's loop it ends the process.
 bool CanHaveItsMeans()
 {
-    CDescriptor sockets[4];
-    for (CDescriptor& socket : sockets) {
-        socket = CDescriptor(eventfd(0, EFD_CLOEXEC));
-        if (!socket.IsValid())
+    std::array<CDescriptor, DESCRIPTORS> reserved;
+    for (CDescriptor& descriptor : reserved) {
+        descriptor = CDescriptor(eventfd(0, EFD_CLOEXEC));
+        if (!descriptor.IsValid())
             return false;
     }
     const auto pThread = CNativeThread::Create([](void*) {}, nullptr);
@@ -158,6 +161,10 @@ uint32_t CDnsContext::Query(const std::string& strName, EDnsType type, const CWa
     };
     int iQuestion = 0;
     const int iError = [&] {
+        const std::lock_guard lock(m_beginning);
+        if (!m_bBegun && !CanHaveItsMeans())
+            return static_cast<int>(UB_NOMEM);
+        m_bBegun = true;
         const CSignalsBlocked blocked; // for the threads that the library starts
         return ub_resolve_async(m_pContext, strName.c_str(), static_cast<int>(type), CLASS_INTERNET, pArgument.get(),
                                 onAnswer, &iQuestion);

@@ -42,6 +42,8 @@ private:
     SResolverConfig m_config;
     ub_ctx* m_pContext; ///< null when it could not be made
     uint32_t m_dwStatus = DNS_OK;
+    std::mutex m_beginning; ///< held while a question is handed over
+    bool m_bBegun = false;  ///< with the first one the library's thread and its loop are made
 };
 
 } // namespace Platform
