@@ -23,7 +23,7 @@ constexpr FrozenLine STOP_LINE = 151;
 constexpr FrozenLine TERMINATE_LINE = 205;
 
 std::atomic<unsigned> s_nAbandoned = 0;
-thread_local CThread* t_pCurrent = nullptr; ///< whose body the calling thread runs
+thread_local CThread* t_pCurrent = nullptr; ///< whose body, or a part of whose work, the calling thread runs
 
 } // namespace
 
@@ -127,6 +127,12 @@ void CThread::Destroy(std::unique_ptr<CThread> pThread)
         static_cast<void>(pThread.release()); // the thread's from here on
     }
 }
+
+CThread::CPart::CPart(CThread* pWorker) { t_pCurrent = pWorker; }
+
+CThread::CPart::~CPart() { t_pCurrent = nullptr; }
+
+CThread* CThread::Current() { return t_pCurrent; }
 
 bool CThread::IsCallerAbandoned() { return t_pCurrent != nullptr && t_pCurrent->m_state == EState::GivenUp; }
 

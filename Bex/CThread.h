@@ -35,6 +35,16 @@ public:
     /// Asks and waits, as long as told; true when no thread runs, at once when none ever did.
     bool Stop(unsigned dwMillis = STOP_WAIT_MILLIS);
     static constexpr unsigned STOP_WAIT_MILLIS = 1000;
+
+    /// As long as it lives, the calling thread is one more of that worker's, which outlives it; null: of none's.
+    class CPart
+    {
+    public:
+        explicit CPart(CThread* pWorker);
+        ~CPart();
+        CPart(const CPart&) = delete;
+        CPart& operator=(const CPart&) = delete;
+    };
     /// Gives a thread up that does not end: it is left running, detached, and logged. True when there was one.
     /// The object itself must then stay alive as long as the thread uses it: only Destroy may end it.
     bool Terminate();
@@ -50,6 +60,7 @@ public:
     /// or lose a name, flushes, programs that are started, commands to servers.
     static void EndIfAbandoned();
     static bool IsCallerStopped(); ///< the calling thread was asked to stop, or terminated; false on other threads
+    static CThread* Current();     ///< the worker whose thread the calling one is; null: it is none's
     static bool AnyAbandoned();    ///< a terminated thread still runs: the process must end without clean-up
 
 protected:

@@ -26,10 +26,33 @@ public:
     CFlushGroup(const CFlushGroup&) = delete;
     CFlushGroup& operator=(const CFlushGroup&) = delete;
 
+    /// What a flush has to cover. May be flushed on another thread, once, while the group it comes from goes on, but
+    /// does not let go of its descriptors. A failure that comes meanwhile is not told to the group's next flush again.
+    class CPending
+    {
+    public:
+        /// False when one fails on which the caller relies. The failure of one on which nobody relies is only told.
+        bool Flush(SError* pUnpromised = nullptr) const;
+
+    private:
+        friend class CFlushGroup;
+        struct SWritten
+        {
+            int iDescriptor;
+            bool bPromised;
+            std::vector<std::string> directories; ///< to be flushed instead, where there are some
+        };
+        static bool FlushWritten(const SWritten& volume);
+
+        std::vector<SWritten> m_volumes;
+        SError m_missed; ///< of a mark that could not be kept
+    };
+
     bool Add(const char* pszDirectory); ///< false: cannot be opened. May be repeated: one look at the directory
-    /// Flushes the file systems that were marked since the last flush; all stay in the group, so that the next one
-    /// wants no descriptor. The failure of one on which nobody relies is only told.
-    bool Flush(SError* pUnpromised = nullptr);
+    /// The file systems that were marked since the last time; all stay in the group, so that the next flush wants no
+    /// descriptor.
+    CPending TakePending();
+    bool Flush(SError* pUnpromised = nullptr) { return TakePending().Flush(pUnpromised); }
     void Empty(); ///< without a flush; what has to come later stays
     /// A directory that was never added is added now; when that fails, so does the next Flush. On what is not promised
     /// nobody relies.
@@ -51,7 +74,7 @@ private:
         bool bWritten = false;
     };
     bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
-    bool FlushWritten(const SVolume& volume);
+    std::vector<std::string> TakeDirectoriesOf(const SVolume& volume);
 
     std::vector<SVolume> m_volumes;
     std::map<std::string, SDirectory, std::less<>> m_directories;

@@ -69,12 +69,29 @@ bool CCopyGroup::Finish(std::vector<SDelivered>& delivered, Platform::SError& un
     delivered.swap(m_delivered);
     m_nCopies = 0;
     bool bFlushed = m_flush.Flush(&unpromised);
+    if (const auto failed = std::exchange(m_failed, {}); bFlushed && failed) {
+        Platform::SetLastError(*failed);
+        bFlushed = false;
+    }
     if (!m_unnamed.empty()) {
         bFlushed = bFlushed && NameCopies() && m_flush.Flush(&unpromised);
         DropUnnamed();
     }
     m_bLostCopies |= !bFlushed && m_nCopiesOfMail > 0;
     return bFlushed;
+}
+
+CCopyGroup::SPart CCopyGroup::HandOver()
+{
+    m_nCopiesAside = std::exchange(m_nCopies, 0);
+    return {.flush = m_flush.TakePending(), .delivered = std::exchange(m_delivered, {})};
+}
+
+void CCopyGroup::SettleAside(bool bFlushed, Platform::SError error)
+{
+    m_nCopiesAside = 0;
+    if (!bFlushed && m_nCopies > 0)
+        m_failed = error;
 }
 
 /// Their names have to be on stable storage, too, before the queue files may go.

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -24,6 +25,8 @@ enum class ENaming {
 ///
 /// One flush for many copies costs little more than one for a single copy. The limits keep small what a crash
 /// between the flush and the deletions delivers twice; for the same reason a group ends before anything that waits.
+/// A part of it may be handed over to be flushed aside while more copies are stored; until its end is settled its
+/// copies count among the group's.
 class CCopyGroup
 {
 public:
@@ -46,8 +49,8 @@ public:
     bool HasLostCopies() const { return m_bLostCopies; }      ///< of this mail, in a flush that failed
 
     /// Whether a mail with so many copies still fits.
-    bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + nCopies <= MOST_COPIES; }
-    bool IsEmpty() const { return m_delivered.empty() && m_nCopies == 0; }
+    bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + m_nCopiesAside + nCopies <= MOST_COPIES; }
+    bool IsEmpty() const { return m_delivered.empty() && m_nCopies + m_nCopiesAside == 0; }
     void EndBeforeWaiting();
     void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago, or too many wait for their names
 
@@ -68,6 +71,18 @@ public:
     /// may be lost. The failure of what is not promised is only told.
     bool Finish(std::vector<SDelivered>& delivered, Platform::SError& unpromised);
 
+    /// How many copies could be flushed aside now; none while some wait for their names.
+    uint32_t CopiesForAside() const { return m_unnamed.empty() ? m_nCopies : 0; }
+    struct SPart
+    {
+        Platform::CFlushGroup::CPending flush;
+        std::vector<SDelivered> delivered;
+    };
+    SPart HandOver(); ///< all that is there, while nothing else is aside
+    /// The part that was handed over has ended. Where its flush has failed, what was written during that may be lost as
+    /// well, and no other flush would tell: Finish fails, too, with that error.
+    void SettleAside(bool bFlushed, Platform::SError error);
+
 private:
     struct SUnnamed
     {
@@ -87,7 +102,9 @@ private:
     Platform::CFlushGroup m_flush;
     std::vector<SDelivered> m_delivered;
     uint32_t m_nCopies = 0;
-    uint64_t m_nBegunTicks = 0; ///< when its first copy was written
+    uint32_t m_nCopiesAside = 0;
+    std::optional<Platform::SError> m_failed; ///< of a flush aside, until the end of what was written during it
+    uint64_t m_nBegunTicks = 0;               ///< when its first copy was written
     uint32_t m_nCopiesOfMail = 0;
     bool m_bLostCopies = false;
 };

@@ -11,6 +11,7 @@
 #include "Platform/Errors.h"
 
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -102,8 +103,14 @@ void CDeletionList::AdoptFailed(const Bex::CSimpleString& strQueue, const Bex::C
 
 void CDeletionList::Add(std::unique_ptr<CHeldMailFile> pFile, const Bex::CSimpleString& strTarget)
 {
-    m_entries.push_back({std::move(pFile), strTarget});
-    m_paths.insert(m_entries.back().pFile->Name().View());
+    Know(m_entries, std::move(pFile)).strTarget = strTarget;
+}
+
+CDeletionList::SEntry& CDeletionList::Know(Entries& entries, std::unique_ptr<CHeldMailFile> pFile)
+{
+    m_paths.insert(pFile->Name().View());
+    entries.push_back({.pFile = std::move(pFile), .strTarget = {}});
+    return entries.back();
 }
 
 bool CDeletionList::RemoveDelivered()
@@ -120,20 +127,44 @@ bool CDeletionList::RemoveDelivered()
 
 bool CDeletionList::Try(Entries& entries)
 {
+    LetLeave(entries);
+    return Settle(entries);
+}
+
+void CDeletionList::LetLeave(Entries& entries)
+{
+    for (SEntry& entry : entries) {
+        Bex::CActivity::Alive();
+        entry.outcome = Remove(entry);
+        if (entry.outcome != EOutcome::Kept)
+            entry.pFile->LetGo();
+    }
+}
+
+bool CDeletionList::Settle(Entries& entries)
+{
     bool bNewMail = false;
     for (auto next = entries.begin(); next != entries.end();) {
         const auto entry = next++;
-        Bex::CActivity::Alive();
-        const EOutcome outcome = Remove(*entry);
-        if (outcome == EOutcome::Kept) {
+        if (entry->outcome == EOutcome::Kept) {
             Keep(entries, entry);
             continue;
         }
-        bNewMail |= outcome == EOutcome::Replaced;
+        bNewMail |= entry->outcome == EOutcome::Replaced;
         m_paths.erase(entry->pFile->Name().View());
         entries.erase(entry);
     }
     return bNewMail;
+}
+
+std::vector<std::unique_ptr<CHeldMailFile>> CDeletionList::Forget(Entries& entries)
+{
+    std::vector<std::unique_ptr<CHeldMailFile>> files;
+    for (SEntry& entry : std::exchange(entries, {})) {
+        m_paths.erase(entry.pFile->Name().View());
+        files.push_back(std::move(entry.pFile));
+    }
+    return files;
 }
 
 void CDeletionList::Keep(Entries& entries, Entries::iterator entry)
@@ -158,6 +189,8 @@ CDeletionList::EOutcome CDeletionList::Remove(SEntry& entry)
         if (!entry.bLogged)
             Bex::LogCaught(exception, SOURCE_FILE, bMove ? NOT_MOVED_LINE : NOT_REMOVED_LINE);
         entry.bLogged = true;
+        return EOutcome::Kept;
+    } catch (const std::bad_alloc&) { // tried again, with more memory
         return EOutcome::Kept;
     }
 }

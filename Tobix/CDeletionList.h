@@ -8,6 +8,7 @@
 #include <memory>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 /// The queue files that are done with: they have been delivered and are to be deleted, or have failed and are to be
 /// moved to the error directory. Used by the agent's thread.
@@ -44,17 +45,25 @@ public:
     /// Lets every listed file leave that can. True when a name was met that stands for new mail.
     bool RemoveDelivered();
 
-private:
+    enum class EOutcome { Gone, Replaced, Kept };
     struct SEntry
     {
         std::unique_ptr<CHeldMailFile> pFile;
         Bex::CSimpleString strTarget;
         bool bLogged = false; ///< that it cannot leave
+        EOutcome outcome = EOutcome::Kept;
     };
     using Entries = std::list<SEntry>;
+
+    /// The same in parts, so that another thread may let go what was added by Know: the list knows the file.
+    SEntry& Know(Entries& entries, std::unique_ptr<CHeldMailFile> pFile);
+    static void LetLeave(Entries& entries); ///< each that can, on any thread
+    bool Settle(Entries& entries);          ///< after that: what could not leave is tried again. As RemoveDelivered
+    std::vector<std::unique_ptr<CHeldMailFile>> Forget(Entries& entries); ///< instead: they are not done with
+
+private:
     struct SOrphans;
     static SOrphans& Orphans(); ///< of the process
-    enum class EOutcome { Gone, Replaced, Kept };
     bool Try(Entries& entries);
     void Keep(Entries& entries, Entries::iterator entry);
     static EOutcome Remove(SEntry& entry);

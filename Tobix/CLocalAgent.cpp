@@ -126,11 +126,14 @@ void CLocalAgent::DeliverBatch()
 {
     Bex::CSimpleString strName;
     while (ShallRun() && !ServiceIsPaused() && !m_space.IsShort() && m_batch.PopFirst(strName)) {
+        const uint64_t nStarted = Platform::TickMicros();
         if (!m_deletions.Contains(QueuePath(strName)))
             DeliverFile(strName);
         if (!m_busy.contains(strName.Text()))
             --m_nWaiting;
         m_group.EndIfDue();
+        m_aside.Delivered(Platform::TickMicros() - nStarted);
+        EndGroupAside();
     }
     if (!m_batch.IsEmpty())
         m_queue.AskAgain();
@@ -171,54 +174,6 @@ void CLocalAgent::MoveToError(const Bex::CSimpleString& strName, std::unique_ptr
     RemoveDelivered();
     if (!bOthersWait && m_deletions.Contains(QueuePath(strName)))
         StopEvent().Wait(AFTER_FAILED_MOVE_MILLIS);
-}
-
-void CLocalAgent::EndGroup()
-{
-    FinishGroup();
-    RemoveDelivered();
-}
-
-/// The copies are on stable storage before the queue files they were made from may go.
-void CLocalAgent::FinishGroup()
-{
-    if (!m_group.IsEmpty())
-        FlushGroup();
-}
-
-void CLocalAgent::FlushGroup()
-{
-    const Bex::CActivity::CStep step("makes copies durable");
-    Bex::CActivity::MayTake(Bex::CActivity::WITHOUT_END); // as long as the disks do
-    const Bex::CLogContext noMail({});
-    Platform::SError unpromised;
-    const bool bFlushed = m_group.Finish(m_delivered, unpromised);
-    if (unpromised.iLibError != Platform::LIB_NONE) {
-        Bex::LogError(Bex::MainLog(), "flushing intercepted or removed mail failed (SysError=%d, LibError=%d) at %s:%d",
-                      static_cast<int>(unpromised.dwSysError), unpromised.iLibError, SOURCE_FILE, __LINE__);
-    }
-    if (!bFlushed) {
-        const Platform::SError error = Platform::LastError();
-        Bex::LogError(Bex::MainLog(), "flushing delivered mail failed (SysError=%d, LibError=%d) at %s:%d",
-                      static_cast<int>(error.dwSysError), error.iLibError, SOURCE_FILE, __LINE__);
-    }
-    for (CCopyGroup::SDelivered& file : m_delivered) {
-        if (bFlushed)
-            m_deletions.Add(std::move(file.pFile));
-        else
-            MoveToError(file.strName, std::move(file.pFile));
-    }
-    m_delivered.clear();
-}
-
-void CLocalAgent::RemoveDelivered()
-{
-    if (m_deletions.IsEmpty())
-        return;
-    const Bex::CActivity::CStep step("removes what was delivered");
-    m_group.MarkRemoved(m_directories.strQueue);
-    if (m_deletions.RemoveDelivered())
-        m_queue.AskAgain();
 }
 
 /// True when the file was handled or is to be tried again later; whatever a library exception means for the mail,
@@ -269,6 +224,8 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         ++m_nLoopsEnded;
         return EOutcome::Failed;
     }
+    if (!m_group.HasRoomFor(mail.Recipients().Count()))
+        SettleAside();
     if (!m_group.HasRoomFor(mail.Recipients().Count()))
         EndGroup();
     EOutcome outcome = m_router.Route(mail, m_group);

@@ -7,6 +7,7 @@
 #include "Tobix/CDeletionList.h"
 #include "Tobix/CFileNames.h"
 #include "Tobix/CFreeSpace.h"
+#include "Tobix/CGroupAside.h"
 #include "Tobix/CInterceptor.h"
 #include "Tobix/CMailRouter.h"
 #include "Tobix/CWatchedDirectory.h"
@@ -50,8 +51,11 @@ private:
     void DeliverBatch();
     void DeliverFile(const Bex::CSimpleString& strName);
     void EndGroup();
+    void EndGroupAside();
+    void SettleAside();
     void FinishGroup();
     void FlushGroup();
+    static void TellFlush(bool bFlushed, Platform::SError error, Platform::SError unpromised);
     void RemoveDelivered();
     bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome TryMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,
@@ -89,4 +93,5 @@ private:
     CFileNames m_names; ///< of the rests of mail
     CCopyGroup m_group;
     std::vector<CCopyGroup::SDelivered> m_delivered; ///< of the group being finished
+    CGroupAside m_aside{m_group, m_deletions};
 };

@@ -3,6 +3,7 @@
 #include "Bex/CInvalidParameterException.h"
 #include "Bex/CInvalidStateException.h"
 #include "Bex/CMutex.h"
+#include "Bex/CSideJob.h"
 #include "Bex/CThread.h"
 #include "Platform/CInjectedFault.h"
 #include "Platform/Clock.h"
@@ -65,8 +66,6 @@ protected:
         else
             m_pWorld->release.Wait(LONG);
     }
-
-private:
     CWorldPtr m_pWorld;
 };
 
@@ -119,6 +118,32 @@ TEST_F(ThreadTest, AnAbandonedThreadDestroysItsObjectWhenItEnds)
     EXPECT_EQ(m_log.Take(),
               "3 Wait timed out in Bex/CThread:151\n3 TerminateThread failed in Bex/CThread:205 with error "
               "50\n3 m_dwThreadID != 0 in Bex/CThread:106\n");
+}
+
+TEST_F(ThreadTest, ASideJobIsGivenUpWithItsWorker)
+{
+    struct CBeside : CWorker
+    {
+        using CWorker::CWorker;
+        void Body() override
+        {
+            CSideJob job;
+            EXPECT_TRUE(job.Begin([this] {
+                m_pWorld->entered.Set();
+                m_pWorld->release.Wait(LONG);
+                EndIfAbandoned();
+                ADD_FAILURE();
+            }));
+            job.Wait();
+            ADD_FAILURE() << "a thread that was given up goes on";
+        }
+    };
+    m_pWorld->bPatient = false;
+    std::unique_ptr<CThread> pWorker = std::make_unique<CBeside>(m_pWorld);
+    ASSERT_TRUE(pWorker->Start() && m_pWorld->entered.Wait(LONG) && pWorker->Terminate());
+    CThread::Destroy(std::move(pWorker));
+    m_pWorld->release.Set();
+    EXPECT_TRUE(m_pWorld->destroyed.Wait(LONG));
 }
 
 TEST_F(ThreadTest, ALateEndAfterAStopIsCleanedUp)

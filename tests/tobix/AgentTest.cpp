@@ -346,6 +346,31 @@ TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobod
     EXPECT_TRUE(fs::exists(Path("spool/ben/7.eml")) && CountIn("spool/ann") == 1 && CountIn("error") == 0);
 }
 
+TEST_F(AgentTest, FailsWhatIsStoredDuringAFlushThatFailsAndNothingElse)
+{
+    CCopyGroup group([] {}, [](std::string_view) {});
+    const auto store = [&] { group.SaveBy(Path("spool/ann").c_str(), [] { return SSaveResult(); }); };
+    std::vector<CCopyGroup::SDelivered> delivered;
+    Platform::SError unpromised;
+    for (const bool bDuring : {true, false}) {
+        store();
+        const CCopyGroup::SPart part = group.HandOver();
+        EXPECT_FALSE(group.IsEmpty() || group.HasRoomFor(CCopyGroup::MOST_COPIES));
+        if (bDuring)
+            store();
+        group.SettleAside(false, {Platform::LIB_IO, Platform::SYS_IO});
+        store();
+        EXPECT_EQ(group.Finish(delivered, unpromised), !bDuring);
+    }
+    for (int n = 100; n < 200; ++n)
+        Drop(std::to_string(n) + ".eml", "ann@example.org");
+    const Platform::CInjectedFault fault(EFault::FlushVolume, 1, EIO);
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(CountIn("spool/ann"), 100u);
+    EXPECT_GE(CountIn("error"), 30u); // of the first flush, which began aside
+    EXPECT_LE(CountIn("error"), CCopyGroup::MOST_COPIES);
+}
+
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)
 {
     CDnsServer names;

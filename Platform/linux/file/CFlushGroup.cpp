@@ -87,28 +87,48 @@ void CFlushGroup::FlushLater(const char* pszDirectory)
         m_later.insert(pszDirectory);
 }
 
-bool CFlushGroup::FlushWritten(const SVolume& volume)
-{
-    if (!volume.bByDirectory)
-        return FlushVolume(volume.iDescriptor);
-    bool bFlushed = true;
-    for (auto& [strDirectory, directory] : m_directories) {
-        if (&m_volumes[directory.nVolume] == &volume && std::exchange(directory.bWritten, false))
-            bFlushed = FlushDirectory(strDirectory) && bFlushed;
-    }
-    return bFlushed;
-}
-
-bool CFlushGroup::Flush(SError* pUnpromised)
+CFlushGroup::CPending CFlushGroup::TakePending()
 {
     for (const std::string& strDirectory : std::exchange(m_later, {}))
         MarkWritten(strDirectory.c_str(), false);
-    SError error = std::exchange(m_missed, {});
+    CPending pending;
+    pending.m_missed = std::exchange(m_missed, {});
     for (SVolume& volume : m_volumes) {
-        const bool bPromised = std::exchange(volume.bPromised, false);
-        if (!std::exchange(volume.bWritten, false) || FlushWritten(volume))
+        if (std::exchange(volume.bWritten, false))
+            pending.m_volumes.push_back(
+                {volume.iDescriptor, std::exchange(volume.bPromised, false), TakeDirectoriesOf(volume)});
+    }
+    return pending;
+}
+
+/// None where one flush of the volume covers them all.
+std::vector<std::string> CFlushGroup::TakeDirectoriesOf(const SVolume& volume)
+{
+    std::vector<std::string> directories;
+    for (auto& [strDirectory, directory] : m_directories) {
+        if (volume.bByDirectory && &m_volumes[directory.nVolume] == &volume && std::exchange(directory.bWritten, false))
+            directories.push_back(strDirectory);
+    }
+    return directories;
+}
+
+bool CFlushGroup::CPending::FlushWritten(const SWritten& volume)
+{
+    if (volume.directories.empty())
+        return FlushVolume(volume.iDescriptor);
+    bool bFlushed = true;
+    for (const std::string& strDirectory : volume.directories)
+        bFlushed = FlushDirectory(strDirectory) && bFlushed;
+    return bFlushed;
+}
+
+bool CFlushGroup::CPending::Flush(SError* pUnpromised) const
+{
+    SError error = m_missed;
+    for (const SWritten& volume : m_volumes) {
+        if (FlushWritten(volume))
             continue;
-        if (bPromised)
+        if (volume.bPromised)
             error = LastError();
         else if (pUnpromised != nullptr)
             *pUnpromised = LastError();
