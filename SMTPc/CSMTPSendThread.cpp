@@ -149,7 +149,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
                 LeadNext(*session);
                 session->AwaitVerdict();
             });
-        } while (failure && session->IsOfTheConnection(*failure) && ShallRun());
+        } while (failure && ShallRun() && session->IsOfTheConnection(*failure));
         if (!failure)
             return Delivered(*session, target, mail);
         const bool bSilent = IsSilent(*session, target);

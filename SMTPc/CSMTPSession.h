@@ -35,7 +35,8 @@ public:
     bool HasAnswered() const { return m_bAnswered; } ///< with as much as a whole greeting
     bool WasSilent() const;                          ///< it did not answer for as long as one waits for an answer
     /// The failure, of this session, says nothing about this mail: another mail had used the connection before, or
-    /// commands were sent together. The next session with the host will be another in that.
+    /// commands were sent together. The next session with the host will be another in that; not to be asked after a
+    /// stop, which is no host's failure.
     bool IsOfTheConnection(const SDeliveryFailure& failure) const;
     bool MayGoOn() const; ///< with another mail, after this one was accepted or refused
     std::unique_ptr<CSMTPConnection> TakeConnection() { return std::move(m_pConnection); } ///< and ends this session

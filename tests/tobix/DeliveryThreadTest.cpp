@@ -306,6 +306,7 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
                             {{{"MAIL2", "drop"}}, "EMRDMEMRDQ"},
                             {{{"MAIL2", "421 enough\r\n"}}, "EMRDMEMRDQ", AFRESH},
                             {{{"payload1", "last250 bye\r\n"}}, "EMRDEMRDQ"},
+                            {{{"payload1", "250 taken\r\n250 taken again\r\n"}}, BOTH, AFRESH},
                             {{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, "EMRSEMRDQ", "EMRDSMRDEMRDQ"},
                             {{{"RCPT1", "421 no\r\n"}}, "EMRQEMRDQ", "EMRDQEMRDQ"}, // on a connection that ends
                             {{{"DATA2", "250 to the command before\r\n"}}, AFRESH},
