@@ -1,16 +1,20 @@
 #!/usr/bin/env python3
-"""Whole-daemon benchmark: daemon_bench.py BUILD_DIRECTORY [rates|queue|latency|inject|accounts|memory ...] [--quick]
+"""Whole-daemon benchmark: daemon_bench.py BUILD_DIRECTORY [rates|queue|latency|inject|listing|journal|accounts|memory ...] [--quick]
 
 Fills a queue, lets the daemon empty it and prints each figure beside what the same disk allows in the same run. Works
 in a directory of its own below the build directory; TOBIX_BENCH_DIR names another place.
 """
+import contextlib
+import multiprocessing
 import os
 import pathlib
 import shutil
 import signal
+import socket
 import statistics
 import subprocess
 import sys
+import threading
 import time
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
@@ -57,9 +61,9 @@ class Tree:
             (self.outgoing / f"{n:07}.eml").write_bytes(content)
         os.sync()
 
-    def start(self, *arguments, log=subprocess.DEVNULL):
+    def start(self, *arguments, log=subprocess.DEVNULL, **environment):
         self.process = subprocess.Popen([BUILD / "tobix", *arguments], stdout=log, stderr=log,
-                                        env={**os.environ, "MAILCONFIGDIR": str(self.etc)})
+                                        env={**os.environ, "MAILCONFIGDIR": str(self.etc), **environment})
 
     def stop(self):
         self.process.send_signal(signal.SIGTERM)
@@ -85,12 +89,14 @@ class Tree:
         return time.monotonic() - start
 
 
-def daemon_rate(mails, users, recipients, size):
+def daemon_rate(mails, users, recipients, size, beside=contextlib.nullcontext):
+    """With what goes on beside it, which gives the daemon its environment."""
     tree = Tree(users)
     tree.fill(mails, users, recipients, size)
-    tree.start()
-    seconds = tree.seconds_to_empty(mails)
-    tree.stop()
+    with open(PLACE / "log", "wb") as log, beside(tree) as environment:
+        tree.start(log=log, **(environment if isinstance(environment, dict) else {}))
+        seconds = tree.seconds_to_empty(mails)
+        tree.stop()
     stored = sum(1 for _ in tree.spool.glob("*/*.eml"))
     assert stored == mails * recipients, f"{stored} copies of {mails * recipients}"
     return stored / seconds
@@ -175,6 +181,80 @@ def inject():
         print(f"  {size // 1024:2} KiB: {ours:6.0f} of {bare:6.0f}: {statistics.median(o / b for o, b in pairs):4.0%}", flush=True)
 
 
+def cost(what, mails, beside):
+    """Told as the part of the rate that is lost, pair by pair; which of a pair comes first changes."""
+    parts = []
+    for n in range(3 * REPEATS):
+        runs = [beside, contextlib.nullcontext]
+        rate = {run: daemon_rate(mails, 100, 1, 4096, run) for run in (runs if n % 2 else runs[::-1])}
+        parts.append(1 - rate[beside] / rate[contextlib.nullcontext])
+    low, middle, high = statistics.quantiles(parts, n=4) if len(parts) > 1 else parts * 3
+    print(f"  {what} costs the drain {middle:.1%} (half of {len(parts)} pairs: {low:.1%} to {high:.1%})", flush=True)
+
+
+@contextlib.contextmanager
+def lists_all_the_time(tree):
+    """A second after each listing the next one begins."""
+    end = threading.Event()
+
+    def run():
+        while not end.wait(1):
+            subprocess.run([BUILD / "tobixctl", "queue", "--limit", "0"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                           env={**os.environ, "MAILCONFIGDIR": str(tree.etc)})
+    thread = threading.Thread(target=run)
+    thread.start()
+    try:
+        yield
+    finally:
+        end.set()
+        thread.join()
+
+
+def listing():
+    mails = 10000 if QUICK else 100000
+    print(f"tobixctl queue over {mails} files, beside a bare loop that lists them and reads 4 KiB of each:", flush=True)
+    tree = Tree(1)
+    tree.fill(mails, 1, 1, 4096)
+
+    def seconds(*command):
+        begin = time.monotonic()
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       env={**os.environ, "MAILCONFIGDIR": str(tree.etc)})
+        return time.monotonic() - begin
+
+    pairs = [(seconds(BUILD / "tobixctl", "queue", "--limit", "0"), seconds(BUILD / "bench_list_loop", tree.queue))
+             for _ in range(REPEATS + 1)][1:]
+    ours, bare = (statistics.median(column) for column in zip(*pairs))
+    print(f"  {ours:.2f} of {bare:.2f} s: {statistics.median(o / b for o, b in pairs):.2f} times", flush=True)
+    cost("listing all of it once a second", 2000 if QUICK else 20000, lists_all_the_time)
+
+
+def read_journal(receiver):
+    buffer = bytearray(65536)
+    while receiver.recv_into(buffer):
+        pass
+
+
+@contextlib.contextmanager
+def is_copied(tree):
+    """To somebody who takes each entry and does nothing with it."""
+    log = os.stat(PLACE / "log")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as receiver, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as end:
+        receiver.bind(str(PLACE / "journal"))
+        reader = multiprocessing.Process(target=read_journal, args=(receiver,))
+        reader.start()
+        try:
+            yield {"TOBIX_JOURNAL_SOCKET": str(PLACE / "journal"), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}"}
+        finally:
+            end.sendto(b"", str(PLACE / "journal"))
+            reader.join()
+
+
+def journal():
+    print("copies of the log for the journal", flush=True)
+    cost("one copy of each line", 1000 if QUICK else 10000, is_copied)
+
+
 def accounts():
     count = 1000 if QUICK else 10000
     aliases = "".join(f"alias{n}: user{n}\n" if n % 2 else f"alias{n}: alias{n + 1}@example.org\n" for n in range(count))
@@ -220,7 +300,7 @@ def memory():
 if __name__ == "__main__":
     wanted = [name for name in sys.argv[2:] if not name.startswith("-")]
     try:
-        for name in wanted or ["rates", "queue", "latency", "inject", "accounts", "memory"]:
+        for name in wanted or ["rates", "queue", "latency", "inject", "listing", "journal", "accounts", "memory"]:
             globals()[name]()
     finally:
         shutil.rmtree(PLACE, ignore_errors=True)
