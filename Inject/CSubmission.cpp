@@ -49,13 +49,19 @@ void CSubmission::Run()
     m_file.Commit();
 }
 
-/// Nobody but who is trusted gets another sender than himself.
+/// Nobody but who is trusted gets another sender than himself. None at all is anybody's to ask for: it is nobody's
+/// name, and what answers mail on a user's behalf must not be answered (RFC 3834 3.3).
 std::string CSubmission::Sender() const
 {
-    if (!m_settings.bTrusted || !m_command.sender)
+    if (!m_command.sender)
         return m_settings.CallersAddress();
-    const std::vector<std::string> addresses = AddressList(*m_command.sender);
-    if (addresses.empty() || (addresses.size() == 1 && addresses.front().empty()))
+    const std::string_view given = Bex::TrimmedView(*m_command.sender);
+    if (given.empty() || given == "<>")
+        return {};
+    if (!m_settings.bTrusted)
+        return m_settings.CallersAddress();
+    const std::vector<std::string> addresses = AddressList(given);
+    if (addresses.empty())
         return {};
     if (addresses.size() > 1)
         throw CRefusal(EExit::Usage, "-f names more than one sender");

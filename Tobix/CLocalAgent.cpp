@@ -25,6 +25,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_LOADED_LINE = 168;
+constexpr int64_t INJECTION_SECONDS = 86'400; ///< none takes so long
 constexpr unsigned IDLE_MILLIS = 1000;
 constexpr unsigned AFTER_FAILED_MOVE_MILLIS = 1000;
 constexpr uint64_t LEAST_REST_MILLIS = 1000;
@@ -68,9 +69,12 @@ void CLocalAgent::WaitForWork() const
         Bex::WaitForAny({&StopEvent().Waitable(), &m_queue.Waitable()}, IDLE_MILLIS);
 }
 
+/// In the queue only what tobix-inject left on a file system without files that have no name: the temporary files of
+/// other programs may be complete, and about to get theirs.
 void CLocalAgent::RemoveUnfinishedFiles() const
 {
     const Bex::CActivity::CStep step("removes unfinished files");
+    RemoveOldFiles(m_directories.strQueue, INJECTION_SECONDS, ".i_*.eml.tmp");
     RemoveStaleFiles(m_directories.strOutgoing);
     RemoveStaleFiles(m_directories.strFilter);
     RemoveStaleFiles(m_directories.strError);

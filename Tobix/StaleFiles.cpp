@@ -92,10 +92,10 @@ void RemoveStaleFiles(const Bex::CSimpleString& strDirectory)
         RemoveStaleMarks(strDirectory, std::move(marks));
 }
 
-void RemoveOldFiles(const Bex::CSimpleString& strDirectory, int64_t iSeconds)
+void RemoveOldFiles(const Bex::CSimpleString& strDirectory, int64_t iSeconds, const char* pszPattern)
 {
     const int64_t iOld = Platform::NowMicros() - iSeconds * 1'000'000;
-    ForEachEntry(strDirectory, "*", [iOld](const Bex::CSimpleString& strPath) {
+    ForEachEntry(strDirectory, pszPattern, [iOld](const Bex::CSimpleString& strPath) {
         Platform::SFileIdentity file;
         if (Platform::IdentityOf(strPath.Text(), file) && file.iModified / 1000 < iOld && !IsDirectory(strPath))
             RemoveUnlessInUse(strPath, "unfinished file");

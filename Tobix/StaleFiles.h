@@ -9,6 +9,6 @@
 /// Call before the agents run; a missing directory holds none. Any thread. A mailbox needs no call: the next mail takes
 /// the same number, and with it the temporary name.
 void RemoveStaleFiles(const Bex::CSimpleString& strDirectory);
-/// Files whose last change was so long ago; any thread.
-void RemoveOldFiles(const Bex::CSimpleString& strDirectory, int64_t iSeconds);
+/// Files whose last change was so long ago, of those with names like the pattern; any thread.
+void RemoveOldFiles(const Bex::CSimpleString& strDirectory, int64_t iSeconds, const char* pszPattern = "*");
 void RemoveStaleFilesBelow(const Bex::CSimpleString& strDirectory); ///< in its directories; links are not followed

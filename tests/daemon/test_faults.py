@@ -92,8 +92,9 @@ class BadInput(unittest.TestCase):
             (world.intercepted / "ann").symlink_to(theirs)
             (world.intercepted / "carl").mkdir()
             for path in (world.etc / "Tobix.pid", world.spool / "ann" / ".1.eml.tmp", world.spool / "ann" / "config.tmp",
-                         world.error / ".1.eml.tmp", world.intercepted / "carl" / ".1.eml.tmp"):
+                         world.queue / ".i_1.eml.tmp", world.error / ".1.eml.tmp", world.intercepted / "carl" / ".1.eml.tmp"):
                 os.link(theirs / "mail", path)
+            os.utime(theirs / "mail", (0, 0))
             world.start()
             world.deliver("1.eml", mail())
             self.assertEqual((world.leftovers(), os.listdir(theirs), (theirs / "mail").read_bytes()), ([], ["mail"], b"theirs"))

@@ -54,6 +54,7 @@ class InjectTest(unittest.TestCase):
             (["a@x.example\nb@x.example"], HEAD, 64, None, b"no address", b""),
             (["-t"], HEAD + b"To: undisclosed-recipients:;\n\n", 65, None, b"names no recipient", b""),
             (["-t"], HEAD + b"To: Ann Example\n\n", 65, None, b"no address", b""),
+            (["-t"], b"To: " + b",\n ".join(b"u%d" % n for n in range(100_001)) + b"\n\n", 65, None, b"too many", b""),
             (["a@x.example"], b"Subject: a\0b\n\n", 65, None, b"NUL", b""),
             (["a@x.example"], b"Subject: a\n" + b" b\n" * 100_000, 65, None, b"too big", b""),
         )
@@ -77,6 +78,10 @@ class InjectTest(unittest.TestCase):
             large = HEAD + b"\n" + b"x" * 99_999 + b"\n"
             limited = inject(world, "ann@example.org", text=large, before=("prlimit", "--fsize=65536"))
             self.assertEqual((limited.returncode, list(world.queue.iterdir())), (75, []))
+            if os.getuid() == 0:
+                full = inject(world, "--mount", "sh", "-c", f"mount -t tmpfs -o size=64k none {world.queue} && {INJECT} ann@example.org; "
+                              f"code=$?; ls -A {world.queue}; exit $code", text=large, program="unshare")
+                self.assertEqual((full.returncode, full.stdout, b"the disk is full" in full.stderr), (75, b"", True), full.stderr)
             with subprocess.Popen([INJECT, "ann@example.org"], stdin=subprocess.PIPE,
                                   env={**os.environ, "MAILCONFIGDIR": str(world.etc)}) as killed:
                 killed.stdin.write(large)
@@ -108,27 +113,31 @@ class UsersTest(unittest.TestCase):
         with open(INJECT, "rb") as program:
             if b"__asan_init" in program.read():
                 self.skipTest("the search for leaks may not look into a program that has more rights than its user")
-        with World(FQDN="far.example") as world:
-            os.chmod(world.root, 0o755)
-            program = world.root / "inject"
-            shutil.copy(INJECT, program)
-            os.chown(program, 0, self.GROUP)
-            program.chmod(0o2755)
-            os.chown(world.queue, self.DAEMON, self.GROUP)
-            world.queue.chmod(0o1730)
-            (world.root / "script").write_text(
-                "set -e\nmount -t tmpfs tmpfs /mnt\nfor name in passwd group nsswitch.conf hosts; do\n"
-                "[ ! -e /etc/$name ] || cp -a /etc/$name /mnt\ndone\n"
-                f"mkdir /mnt/tobix\ncp {world.etc}/tobix.cfg /mnt/tobix\nchown root:{self.GROUP} /mnt/tobix/tobix.cfg\n"
-                f"chmod 640 /mnt/tobix/tobix.cfg\nmount --bind /mnt /etc\nexec setpriv --reuid={self.USER} "
-                f"--regid={self.USER} --clear-groups sh -c '! ls {world.queue} && MAILCONFIGDIR=/nowhere {program} "
-                f"-f joe@x.example ann@example.org'\n")
-            done = inject(world, "--mount", "sh", str(world.root / "script"), program="unshare")
-            self.assertEqual(done.returncode, 0, done.stderr)
-            path, = world.queue.iterdir()
-            status = path.stat()
-            self.assertEqual((status.st_uid, status.st_gid, status.st_mode & 0o777), (self.USER, self.GROUP, 0o640))
-            self.assertIn(b"X-Envelope-From: <nobody@far.example>\r\n", path.read_bytes())
+        for trusted, sender, expected in (("", "joe@x.example", b"nobody@far.example"), ("", "<>", b""), ("root, nobody", "joe@x.example", b"joe@x.example")):
+            with self.subTest(trusted=trusted, sender=sender), World(FQDN="far.example", **{"Inject.TrustedUsers": trusted}) as world:
+                self.hand_in(world, sender, expected)
+
+    def hand_in(self, world, sender, expected):
+        os.chmod(world.root, 0o755)
+        program = world.root / "inject"
+        shutil.copy(INJECT, program)
+        os.chown(program, 0, self.GROUP)
+        program.chmod(0o2755)
+        os.chown(world.queue, self.DAEMON, self.GROUP)
+        world.queue.chmod(0o1730)
+        (world.root / "script").write_text(
+            "set -e\nmount -t tmpfs tmpfs /mnt\nfor name in passwd group nsswitch.conf hosts; do\n"
+            "[ ! -e /etc/$name ] || cp -a /etc/$name /mnt\ndone\n"
+            f"mkdir /mnt/tobix\ncp {world.etc}/tobix.cfg /mnt/tobix\nchown root:{self.GROUP} /mnt/tobix/tobix.cfg\n"
+            f"chmod 640 /mnt/tobix/tobix.cfg\nmount --bind /mnt /etc\nexec setpriv --reuid={self.USER} "
+            f"--regid={self.USER} --clear-groups sh -c '! ls {world.queue} && MAILCONFIGDIR=/nowhere {program} "
+            f"-f \"{sender}\" ann@example.org'\n")
+        done = inject(world, "--mount", "sh", str(world.root / "script"), program="unshare")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        path, = world.queue.iterdir()
+        status = path.stat()
+        self.assertEqual((status.st_uid, status.st_gid, status.st_mode & 0o777), (self.USER, self.GROUP, 0o640))
+        self.assertIn(b"X-Envelope-From: <" + expected + b">\r\n", path.read_bytes())
 
 
 if __name__ == "__main__":

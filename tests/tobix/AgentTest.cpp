@@ -105,7 +105,7 @@ TEST_F(AgentTest, StoresEachMailWholeOrMovesIt)
                  {EFault::LockName, 2, ENOLCK, 0, "no place for named locks can be used"}, // the account's
                  {EFault::Lease, 1, EAGAIN, 0, "Looks like lock on file"},                 // being written
                  {EFault::Read, 1, EIO, 1, "errno=5"},
-                 {EFault::ReadDirectory, 14, EIO, 0, "caught at Tobix/LocalAgent"},
+                 {EFault::ReadDirectory, 19, EIO, 0, "caught at Tobix/LocalAgent"},
                  {EFault::Write, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
                  {EFault::Rename, 1, ENOSPC, 1, "error in Tobix/LocalAgent:313, errno=28"},
                  {EFault::Close, 2, EIO, 1, "errno=5"},
