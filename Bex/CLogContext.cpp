@@ -22,6 +22,14 @@ CLogContext::CLogContext(std::string_view name, std::string_view messageID, std:
 
 CLogContext::~CLogContext() { t_pInnermost = m_pOuter; }
 
+std::string_view CLogContext::FirstName()
+{
+    std::string_view name;
+    for (const CLogContext* p = t_pInnermost; p != nullptr; p = p->Outer())
+        name = p->Name().empty() ? name : p->Name();
+    return name;
+}
+
 const CLogContext* CLogContext::Innermost() { return t_pInnermost; }
 
 } // namespace Bex

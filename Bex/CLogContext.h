@@ -18,6 +18,7 @@ public:
     CLogContext(const CLogContext&) = delete;
     CLogContext& operator=(const CLogContext&) = delete;
 
+    static std::string_view FirstName();   ///< of the mail that the calling thread's lines are about; empty: none
     static const CLogContext* Innermost(); ///< the calling thread's; null: its lines are about no mail
     const CLogContext* Outer() const { return m_bSameMail ? m_pOuter : nullptr; } ///< about the same mail
     std::string_view Name() const { return m_name; }

@@ -51,6 +51,16 @@ bool IsUtf8(std::string_view text)
     return true;
 }
 
+std::string_view TakeLine(std::string_view& text)
+{
+    const size_t nEnd = std::min(text.find('\n'), text.size());
+    std::string_view line = text.substr(0, nEnd);
+    text.remove_prefix(std::min(nEnd + 1, text.size()));
+    if (line.ends_with('\r'))
+        line.remove_suffix(1);
+    return line;
+}
+
 void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleString>& list, bool bTrim)
 {
     size_t nStart = 0;

@@ -24,6 +24,9 @@ bool IsUtf8(std::string_view text);
 /// asked (a piece that trimming empties is appended empty).
 void Tokenize(std::string_view text, std::string_view separators, CList<CSimpleString>& list, bool bTrim);
 
+/// Takes the first line off the text and gives it without its end, LF or CR LF. An end at the end begins no other line.
+std::string_view TakeLine(std::string_view& text);
+
 /// Without one pair of enclosing double quotes, when there is one.
 std::string_view Unquote(std::string_view text);
 

@@ -16,18 +16,11 @@ constexpr size_t LONGEST_REFERENCE = 250;
 bool IsControl(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
 bool IsEightBit(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 
-/// Calls for every line without its end. An end at the end of the text begins no further line.
 template <class TTake>
 void ForEachLine(std::string_view text, TTake Take)
 {
-    while (!text.empty()) {
-        const size_t nEnd = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, nEnd);
-        text.remove_prefix(std::min(nEnd + 1, text.size()));
-        if (line.ends_with('\r'))
-            line.remove_suffix(1);
-        Take(line);
-    }
+    while (!text.empty())
+        Take(Bex::TakeLine(text));
 }
 
 bool NeedsEncoding(std::string_view line)

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "Common/ErrorText.h"
 #include "Control/EExit.h"
-#include "Platform/Errors.h"
 
 #include <stdexcept>
 #include <string>
@@ -17,6 +17,3 @@ public:
 private:
     EExit m_exit;
 };
-
-/// What the failure of a platform operation means, in plain words, such as "no such file or directory".
-std::string ErrorText(Platform::SError error);

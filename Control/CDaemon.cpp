@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint64_t CONNECT_MILLIS = 10'000;
 constexpr uint64_t ANSWER_MILLIS = 120'000; ///< for the request and all of its answer
-constexpr size_t MOST_ANSWER_BYTES = 256u << 20;
+constexpr size_t MOST_ANSWER_BYTES = 16u << 20;
 constexpr size_t PIECE = 65'536;
 
 bool IsNobodyThere(Platform::SError error)
@@ -52,10 +52,9 @@ EExit ExitOf(const nlohmann::json& answer)
     return bRefused ? EExit::Refused : EExit::Wrong;
 }
 
-nlohmann::json Understand(const std::string& strAnswer, const nlohmann::json::parser_callback_t& Filter,
-                          const std::string& strSocket)
+nlohmann::json Understand(const std::string& strAnswer, const std::string& strSocket)
 {
-    nlohmann::json answer = nlohmann::json::parse(strAnswer, Filter, false);
+    nlohmann::json answer = nlohmann::json::parse(strAnswer, nullptr, false);
     if (!answer.is_object())
         throw CControlError(EExit::NoDaemon, "what answers at " + strSocket + " is no daemon of this system");
     const auto error = answer.find("error");
@@ -68,8 +67,7 @@ nlohmann::json Understand(const std::string& strAnswer, const nlohmann::json::pa
 
 CDaemon CDaemon::OfConfiguration() { return CDaemon(Config().GetPath(Keys::CONTROL_SOCKET).Text()); }
 
-std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& request,
-                                                    const nlohmann::json::parser_callback_t& Filter) const
+std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& request) const
 {
     if (m_strSocket.empty())
         return std::nullopt;
@@ -81,7 +79,7 @@ std::optional<nlohmann::json> CDaemon::AskIfRunning(const nlohmann::json& reques
     }
     using EHandler = nlohmann::json::error_handler_t;
     const std::string strRequest = request.dump(-1, ' ', false, EHandler::replace) + "\n";
-    return Understand(Exchange(socket, strRequest, m_strSocket), Filter, m_strSocket);
+    return Understand(Exchange(socket, strRequest, m_strSocket), m_strSocket);
 }
 
 nlohmann::json CDaemon::Ask(const nlohmann::json& request) const

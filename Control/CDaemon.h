@@ -5,7 +5,7 @@
 #include <string>
 
 /// The running daemon, as one request reaches it: one line of JSON goes over its socket, one JSON object comes back
-/// until the end of the stream, at most 256 MiB of it.
+/// until the end of the stream, at most 16 MiB of it.
 ///
 /// An answer with a member "error" (text) tells that the command was refused or failed; its member "exit" is the exit
 /// code, EExit::Wrong when missing. Used by one thread.
@@ -18,9 +18,7 @@ public:
     /// Raises CControlError: NoDaemon when none can be reached, or none is configured; else what the answer says.
     nlohmann::json Ask(const nlohmann::json& request) const;
     /// The same, but nothing when no daemon listens. One that does not let us in, or answers nothing, still raises.
-    /// A filter of what is read keeps a long answer from being in memory as a whole (nlohmann::json::parse has it).
-    std::optional<nlohmann::json> AskIfRunning(const nlohmann::json& request,
-                                               const nlohmann::json::parser_callback_t& Filter = nullptr) const;
+    std::optional<nlohmann::json> AskIfRunning(const nlohmann::json& request) const;
 
 private:
     std::string m_strSocket; ///< empty: none

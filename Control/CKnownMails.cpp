@@ -7,39 +7,37 @@
 #include "Control/JsonFields.h"
 #include "Platform/Clock.h"
 
-namespace {
-
-constexpr int DEPTH_OF_MAIL = 2; ///< {"outgoing":[{...
-constexpr char CONSEQUENCE[] = "; the files tell what they can";
-
-} // namespace
-
-/// A million mails are never all there as JSON: each is taken out of the answer as soon as it has been read.
-CKnownMails CKnownMails::Ask()
+void CKnownMails::Ask(std::span<const SWaitingMail> mails)
 {
-    CKnownMails known;
-    const auto Take = [&known](int iDepth, nlohmann::json::parse_event_t event, nlohmann::json& value) {
-        if (iDepth != DEPTH_OF_MAIL || event != nlohmann::json::parse_event_t::object_end)
-            return true;
-        known.m_mails[TextIn(value, "name")] = {TextIn(value, "state"), NumberIn(value, "attempts")};
-        return false;
-    };
-    try {
-        const std::optional<nlohmann::json> answer =
-            CDaemon::OfConfiguration().AskIfRunning({{"command", "queue"}}, Take);
-        if (answer) {
-            known.m_bThere = true;
-            known.m_iNow = Platform::NowSeconds();
-            known.m_iNextRelease = known.m_iNow + NumberIn(*answer, "next_release_in");
-            return known;
-        }
-        const bool bConfigured = !Config().GetPath(Keys::CONTROL_SOCKET).IsEmpty();
-        CTerminal::Complain(std::string(bConfigured ? "no daemon runs" : "the configuration names no Control.Socket") +
-                            CONSEQUENCE);
-    } catch (const CControlError& error) {
-        CTerminal::Complain(std::string(error.what()) + CONSEQUENCE);
+    m_mails.clear();
+    std::vector<std::string> names;
+    for (const SWaitingMail& mail : mails) {
+        if (mail.name.place == EPlace::Outgoing && mail.name.mark == EMark::None)
+            names.push_back(mail.name.strName);
     }
-    return {};
+    const std::optional<nlohmann::json> answer = m_bGivenUp || names.empty() ? std::nullopt : Answer(names);
+    if (!answer)
+        return;
+    for (const nlohmann::json& mail : MemberIn(*answer, "outgoing"))
+        m_mails[TextIn(mail, "name")] = {TextIn(mail, "state"), NumberIn(mail, "attempts")};
+    m_iNow = Platform::NowSeconds();
+    m_iNextRelease = m_iNow + NumberIn(*answer, "next_release_in");
+}
+
+std::optional<nlohmann::json> CKnownMails::Answer(const std::vector<std::string>& names)
+{
+    const bool bConfigured = !Config().GetPath(Keys::CONTROL_SOCKET).IsEmpty();
+    std::string strWhy = bConfigured ? "no daemon runs" : "the configuration names no Control.Socket";
+    try {
+        const nlohmann::json request{{"command", "queue"}, {"names", names}};
+        if (auto answer = CDaemon::OfConfiguration().AskIfRunning(request))
+            return answer;
+    } catch (const CControlError& error) {
+        strWhy = error.what();
+    }
+    CTerminal::Complain(strWhy + "; the files tell what they can");
+    m_bGivenUp = true;
+    return std::nullopt;
 }
 
 const CKnownMails::SKnown* CKnownMails::Find(std::string_view name) const

@@ -1,5 +1,6 @@
 #include "Control/JournalOfMail.h"
 
+#include "Bex/TextFunctions.h"
 #include "Control/CControlError.h"
 #include "Control/JsonFields.h"
 #include "Platform/ProgramOutput.h"
@@ -13,13 +14,17 @@ namespace {
 constexpr size_t MOST_BYTES = 1u << 20;
 constexpr unsigned LONGEST_MILLIS = 20'000;
 constexpr char MOST_LINES[] = "1000";
+constexpr size_t MOST_NAMES = 100;
 
-/// Nothing when there is no journal to be asked.
-std::optional<std::string> AskJournal(std::string_view name, std::vector<std::string> format)
+using CNames = std::vector<std::string>;
+
+/// What is known by any of the names; nothing when there is no journal to be asked.
+std::optional<std::string> AskJournal(const CNames& names, std::vector<std::string> format)
 {
     std::vector<std::string> command{"journalctl", "--no-pager", "--quiet", "-n", MOST_LINES};
     std::ranges::move(format, std::back_inserter(command));
-    command.push_back("TOBIX_MAIL=" + std::string(name));
+    for (const std::string& strName : names)
+        command.push_back("TOBIX_MAIL=" + strName);
     std::string strOutput;
     if (!Platform::ReadProgramOutput(command, MOST_BYTES, LONGEST_MILLIS, strOutput))
         return std::nullopt;
@@ -29,13 +34,49 @@ std::optional<std::string> AskJournal(std::string_view name, std::vector<std::st
 std::vector<std::string> LinesOf(std::string_view text)
 {
     std::vector<std::string> lines;
-    for (size_t nStart = 0; nStart < text.size();) {
-        const size_t nEnd = std::min(text.find('\n', nStart), text.size());
-        if (nEnd > nStart)
-            lines.emplace_back(text.substr(nStart, nEnd - nStart));
-        nStart = nEnd + 1;
-    }
+    while (!text.empty())
+        lines.emplace_back(Bex::TakeLine(text));
     return lines;
+}
+
+std::vector<nlohmann::json> EntriesOf(std::string_view name, const char* pszFields)
+{
+    std::vector<nlohmann::json> entries;
+    const std::optional<std::string> output =
+        AskJournal({std::string(name)}, {"-o", "json", std::string("--output-fields=") + pszFields});
+    for (const std::string& strLine : LinesOf(output.value_or("")))
+        entries.push_back(nlohmann::json::parse(strLine, nullptr, false));
+    return entries;
+}
+
+/// A field that stands several times in an entry is a list.
+CNames TextsIn(const nlohmann::json& entry, const char* pszField)
+{
+    CNames texts;
+    for (const nlohmann::json& value : MemberIn(entry, pszField)) {
+        if (value.is_string())
+            texts.push_back(value.get<std::string>());
+    }
+    return texts;
+}
+
+/// The line that hands a mail over knows it by both names, and by its message id.
+CNames NamesOf(std::string_view name, std::string_view messageID)
+{
+    CNames names{std::string(name)};
+    if (messageID.empty())
+        return names;
+    const std::string strId = std::string("<").append(messageID).append(">");
+    for (const nlohmann::json& entry : EntriesOf(name, "TOBIX_MAIL")) {
+        const CNames known = TextsIn(entry, "TOBIX_MAIL");
+        if (std::ranges::find(known, strId) == known.end())
+            continue;
+        for (const std::string& strOther : known) {
+            if (strOther != strId && names.size() < MOST_NAMES && std::ranges::find(names, strOther) == names.end())
+                names.push_back(strOther);
+        }
+    }
+    return names;
 }
 
 /// The mail's lines say how it went on at their ends: "saved in outgoing", "saved in <user>".
@@ -47,10 +88,10 @@ bool TellsOfCopy(std::string_view message, std::string_view messageID)
 
 } // namespace
 
-SJournalOfMail SJournalOfMail::Of(std::string_view name)
+SJournalOfMail SJournalOfMail::Of(std::string_view name, std::string_view messageID)
 {
     SJournalOfMail journal;
-    const std::optional<std::string> output = AskJournal(name, {"-o", "short-iso"});
+    const std::optional<std::string> output = AskJournal(NamesOf(name, messageID), {"-o", "short-iso"});
     if (output)
         journal.lines = LinesOf(*output);
     else
@@ -60,20 +101,11 @@ SJournalOfMail SJournalOfMail::Of(std::string_view name)
     return journal;
 }
 
-/// A field that stands several times in an entry is a list.
 SJournalOfMail::CCopies SJournalOfMail::CopiesOf(std::string_view name)
 {
     CCopies copies;
-    const std::optional<std::string> output = AskJournal(name, {"-o", "json", "--output-fields=MESSAGE,TOBIX_TO"});
-    for (const std::string& strLine : LinesOf(output.value_or(""))) {
-        const nlohmann::json entry = nlohmann::json::parse(strLine, nullptr, false);
-        SCopy copy{TextIn(entry, "MESSAGE"), {}};
-        for (const nlohmann::json& recipient : MemberIn(entry, "TOBIX_TO")) {
-            if (recipient.is_string())
-                copy.recipients.push_back(recipient.get<std::string>());
-        }
-        copies.push_back(std::move(copy));
-    }
+    for (const nlohmann::json& entry : EntriesOf(name, "MESSAGE,TOBIX_TO"))
+        copies.push_back({TextIn(entry, "MESSAGE"), TextsIn(entry, "TOBIX_TO")});
     return copies;
 }
 

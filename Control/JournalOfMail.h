@@ -10,7 +10,9 @@ struct SJournalOfMail
     std::vector<std::string> lines; ///< oldest first; of very many the last ones
     std::string strWhyNone;         ///< that the journal cannot be asked, or has none; empty when there are lines
 
-    static SJournalOfMail Of(std::string_view name); ///< the name of its file; waits for the journal for 20 s at most
+    /// By the name of its file, and by the other names that the mail of that message id had on its way here and has had
+    /// since; without an id by the one name only. Waits for the journal, 20 s at most each time it is asked.
+    static SJournalOfMail Of(std::string_view name, std::string_view messageID = {});
 
     /// What it says of one copy. A value.
     struct SCopy

@@ -1,7 +1,5 @@
 #include "Control/MailActions.h"
 
-#include "Bex/CFileException.h"
-#include "Common/CHeldMailFile.h"
 #include "Control/AskYesNo.h"
 #include "Control/CControlError.h"
 #include "Control/CDaemon.h"
@@ -10,11 +8,11 @@
 #include "Control/LoadConfiguration.h"
 #include "Control/SWaitingMail.h"
 #include "Platform/CDirectoryClaim.h"
-#include "Platform/FileSystem.h"
-#include "SMTPc/ErrorReport.h"
+#include "Tobix/ControlAnswers.h"
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace {
 
@@ -23,7 +21,6 @@ constexpr EMark UNMARKED[] = {EMark::None};
 constexpr EMark HELD[] = {EMark::Held};
 constexpr EMark ANY_MARK[] = {EMark::None, EMark::Held, EMark::Failed};
 constexpr EPlace OUTGOING[] = {EPlace::Outgoing};
-constexpr char UNKNOWN[] = "unknown"; ///< to the daemon
 
 /// What a command does with whose mail.
 struct SAction
@@ -83,6 +80,16 @@ CNames Select(const SMailSelection& selection, const SAction& action, COutcomes&
     return selection.names.empty() ? ByPattern(selection, action) : ByNames(selection, action, outcomes);
 }
 
+/// A mail that somebody has may be free later, and a name that is taken, too.
+void TakeResult(const std::string& strMail, const std::string& strRefusal, COutcomes& outcomes)
+{
+    const bool bNotNow = strRefusal == IN_DELIVERY || strRefusal == NAME_TAKEN;
+    if (strRefusal.empty())
+        outcomes.Done(strMail);
+    else
+        outcomes.Refused(strMail, strRefusal, bNotNow ? EExit::Refused : EExit::Wrong);
+}
+
 /// What the daemon says of some mails; of those of which it says nothing that is told, too.
 void TakeAnswer(const nlohmann::json& answer, std::span<const SMailName> asked, COutcomes& outcomes)
 {
@@ -93,44 +100,21 @@ void TakeAnswer(const nlohmann::json& answer, std::span<const SMailName> asked, 
     }
     const nlohmann::json& refused = MemberIn(answer, "refused");
     for (const SMailName& name : asked) {
-        if (done.contains(name.strName)) {
-            outcomes.Done(name.Shown());
-            continue;
-        }
         const std::string strReason = TextIn(refused, name.strName.c_str());
-        const bool bNotNow = !strReason.empty() && strReason != UNKNOWN;
-        outcomes.Refused(name.Shown(), strReason.empty() ? "the daemon's answer says nothing of it" : strReason,
-                         bNotNow ? EExit::Refused : EExit::Wrong);
+        const bool bToldOf = done.contains(name.strName) || !strReason.empty();
+        TakeResult(name.Shown(), bToldOf ? strReason : "the daemon's answer says nothing of it", outcomes);
     }
 }
 
 void Mark(const SMailName& name, EMark mark, COutcomes& outcomes)
 {
-    const SMailName marked{name.place, mark, name.strName};
-    if (Platform::RenameNoReplace(name.Path().Text(), marked.Path().Text()))
-        return outcomes.Done(marked.Shown());
-    const Platform::SError error = Platform::LastError();
-    const bool bTaken = error.iLibError == Platform::LIB_EXISTS;
-    outcomes.Refused(name.Shown(), bTaken ? "another mail has its name meanwhile" : ErrorText(error),
-                     bTaken ? EExit::Refused : EExit::Wrong);
+    TakeResult(SMailName{name.place, EMark::None, name.strName}.Shown(),
+               MarkByHand(PlaceDirectory(name.place), name.strName, name.mark, mark), outcomes);
 }
 
-/// A mail that no daemon has, with its report.
 void RemoveFile(const SMailName& name, COutcomes& outcomes)
 {
-    try {
-        CHeldMailFile file;
-        file.Take(name.Path());
-        if (!file.RemoveIfStill())
-            return outcomes.Refused(name.Shown(), "it has changed meanwhile", EExit::Refused);
-    } catch (const Bex::CFileException& exception) {
-        const bool bBusy = Platform::IsBusy(exception.Error());
-        return outcomes.Refused(name.Shown(), ErrorText(exception.Error()), bBusy ? EExit::Refused : EExit::Wrong);
-    }
-    const SMailName unmarked{name.place, EMark::None, name.strName};
-    if (Platform::KindOf(unmarked.Path().Text(), false) == Platform::EPathKind::Missing)
-        Platform::RemoveFile(ErrorReportPath(unmarked.Path()).Text()); // most have none
-    outcomes.Done(name.Shown());
+    TakeResult(name.Shown(), RemoveByHand(PlaceDirectory(name.place), name.strName, name.mark), outcomes);
 }
 
 /// As the daemon would, which does not run and cannot start meanwhile.
@@ -191,6 +175,17 @@ void ByDaemon(const CNames& names, const SAction& action, COutcomes& outcomes)
     }
 }
 
+/// Those that do not wait are tried anyway.
+void RetryWaiting(const std::vector<std::string>& names, COutcomes& outcomes)
+{
+    const nlohmann::json answer =
+        CDaemon::OfConfiguration().Ask({{"command", "retry"}, {"names", names}, {"waiting", true}});
+    for (const nlohmann::json& name : MemberIn(answer, "done")) {
+        if (name.is_string())
+            outcomes.Done(SMailName{EPlace::Outgoing, EMark::None, name.get<std::string>()}.Shown());
+    }
+}
+
 int Finish(const SOptions& options, const SAction& action, const COutcomes& outcomes)
 {
     outcomes.Write(CTerminal(options), action.pszDone);
@@ -207,7 +202,6 @@ int Act(const SOptions& options, const SMailSelection& selection, const SAction&
 
 } // namespace
 
-/// All of it without reading a file.
 int RetryMail(const SOptions& options, const SMailSelection& selection)
 {
     if (!selection.bAll)
@@ -216,11 +210,15 @@ int RetryMail(const SOptions& options, const SMailSelection& selection)
     if (!selection.names.empty() || !selection.strTo.empty())
         Select(selection, RETRY, outcomes); // which raises
     LoadConfiguration(options);
-    const nlohmann::json answer = CDaemon::OfConfiguration().Ask({{"command", "retry"}, {"all", true}});
-    for (const nlohmann::json& name : MemberIn(answer, "done")) {
-        if (name.is_string())
-            outcomes.Done(SMailName{EPlace::Outgoing, EMark::None, name.get<std::string>()}.Shown());
-    }
+    std::vector<std::string> names;
+    ForEachMailFile(EPlace::Outgoing, [&](const SMailName& name) {
+        if (name.mark == EMark::None)
+            names.push_back(name.strName);
+        if (names.size() == MOST_NAMES_ASKED)
+            RetryWaiting(std::exchange(names, {}), outcomes);
+        return true;
+    });
+    RetryWaiting(names, outcomes);
     return Finish(options, RETRY, outcomes);
 }
 

@@ -7,10 +7,13 @@
 #include "Control/LoadConfiguration.h"
 #include "Control/SWaitingMail.h"
 #include "Control/WaitingState.h"
+#include "Tobix/ControlAnswers.h"
+
+#include <utility>
 
 namespace {
 
-constexpr size_t MAILS_PER_TABLE = 1000; ///< more are not in memory at once
+constexpr size_t MOST_RECIPIENTS = 100'000; ///< in memory at once
 constexpr size_t LONGEST_ADDRESS_SHOWN = 60;
 constexpr size_t LONGEST_ERROR_SHOWN = 160;
 constexpr char UNKNOWN[] = "?";
@@ -52,25 +55,59 @@ EStyle StyleOf(const SWaitingMail& mail, const SWaitingState& state)
     return mail.name.mark == EMark::Held ? EStyle::Warning : EStyle::Plain;
 }
 
-/// Writes what it is given, some mails at a time: as tables, or as the elements of one array.
+/// Writes what it is given, some mails at a time, of which it asks the daemon: as tables, or as the elements of one
+/// array.
 class CQueueOutput
 {
 public:
-    CQueueOutput(const SOptions& options, const CKnownMails& known) : m_terminal(options), m_known(known)
+    explicit CQueueOutput(const SOptions& options) : m_terminal(options)
     {
         if (m_terminal.IsJson())
             m_terminal.Raw("[");
     }
 
-    void Add(const SWaitingMail& mail)
+    void Add(SWaitingMail mail)
     {
         ++m_nMails;
-        const SWaitingState state = SWaitingState::Of(mail, m_known);
-        if (m_terminal.IsJson()) {
-            m_terminal.Raw(m_nMails == 1 ? "\n" : ",\n");
-            m_terminal.Json(JsonOf(mail, state));
-            return;
+        m_nRecipients += mail.recipients.size();
+        m_mails.push_back(std::move(mail));
+        if (m_mails.size() == MOST_NAMES_ASKED || m_nRecipients > MOST_RECIPIENTS)
+            Write();
+    }
+
+    void Finish()
+    {
+        Write();
+        if (m_terminal.IsJson())
+            m_terminal.Raw("]\n");
+        else if (m_nMails == 0)
+            m_terminal.Line("no such mail waits");
+    }
+
+    size_t Count() const { return m_nMails; }
+
+private:
+    void Write()
+    {
+        m_known.Ask(m_mails);
+        for (const SWaitingMail& mail : m_mails) {
+            const SWaitingState state = SWaitingState::Of(mail, m_known);
+            if (m_terminal.IsJson()) {
+                m_terminal.Raw(std::exchange(m_bWritten, true) ? ",\n" : "\n");
+                m_terminal.Json(JsonOf(mail, state));
+            } else {
+                AddRow(mail, state);
+            }
         }
+        if (!m_table.rows.empty())
+            m_terminal.Table(m_table);
+        m_table.rows.clear();
+        m_mails.clear();
+        m_nRecipients = 0;
+    }
+
+    void AddRow(const SWaitingMail& mail, const SWaitingState& state)
+    {
         m_table.rows.push_back({{mail.name.Shown(), EStyle::Strong},
                                 mail.iCreated == 0 ? UNKNOWN : AgeText(mail.Age()),
                                 mail.iCreated == 0 ? UNKNOWN : SizeText(static_cast<uint64_t>(mail.iSize)),
@@ -80,32 +117,14 @@ public:
                                 mail.strSender.empty() ? "<>" : Shortened(mail.strSender, LONGEST_ADDRESS_SHOWN),
                                 RecipientsText(mail),
                                 Shortened(mail.strError, LONGEST_ERROR_SHOWN)});
-        if (m_table.rows.size() == MAILS_PER_TABLE)
-            WriteTable();
-    }
-
-    void Finish()
-    {
-        if (m_terminal.IsJson())
-            m_terminal.Raw("]\n");
-        else if (!m_table.rows.empty())
-            WriteTable();
-        else if (m_nMails == 0)
-            m_terminal.Line("no such mail waits");
-    }
-
-    size_t Count() const { return m_nMails; }
-
-private:
-    void WriteTable()
-    {
-        m_terminal.Table(m_table);
-        m_table.rows.clear();
     }
 
     CTerminal m_terminal;
-    const CKnownMails& m_known;
+    CKnownMails m_known;
+    std::vector<SWaitingMail> m_mails; ///< to be written
+    size_t m_nRecipients = 0;          ///< of them
     size_t m_nMails = 0;
+    bool m_bWritten = false;
     STable m_table{{{"MAIL"},
                     {"AGE", true},
                     {"SIZE", true},
@@ -124,14 +143,13 @@ int ListQueue(const SOptions& options, const SQueueQuestion& question)
 {
     const SMailFilter filter = FilterOf(question);
     LoadConfiguration(options);
-    const CKnownMails known = CKnownMails::Ask();
-    CQueueOutput output(options, known);
+    CQueueOutput output(options);
     bool bMore = false;
     for (const EPlace place : PLACES) {
-        ForEachWaiting(place, filter, [&](const SWaitingMail& mail) {
+        ForEachWaiting(place, filter, [&](SWaitingMail mail) {
             bMore = question.nLimit != 0 && output.Count() == question.nLimit;
             if (!bMore)
-                output.Add(mail);
+                output.Add(std::move(mail));
             return !bMore;
         });
         if (bMore)

@@ -1,5 +1,6 @@
 #include "Control/QueueShow.h"
 
+#include "Bex/TextFunctions.h"
 #include "Control/CControlError.h"
 #include "Control/CTerminal.h"
 #include "Control/Figures.h"
@@ -22,11 +23,7 @@ std::vector<std::string> LinesOf(std::string_view text, bool bHeader)
 {
     std::vector<std::string> lines;
     while (!text.empty()) {
-        const size_t nEnd = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, nEnd);
-        text.remove_prefix(std::min(nEnd + 1, text.size()));
-        if (line.ends_with('\r'))
-            line.remove_suffix(1);
+        const std::string_view line = Bex::TakeLine(text);
         if (bHeader && line.empty())
             break;
         lines.emplace_back(line);
@@ -86,11 +83,13 @@ int ShowQueued(const SOptions& options, const std::string& strName)
     const std::optional<SWaitingMail> mail = SWaitingMail::Look(name, LONGEST_HEADER);
     if (!mail)
         throw CControlError(EExit::Wrong, strName + " has gone meanwhile");
-    const SWaitingState state = SWaitingState::Of(*mail, CKnownMails::Ask());
+    CKnownMails known;
+    known.Ask({&*mail, 1});
+    const SWaitingState state = SWaitingState::Of(*mail, known);
     const std::vector<std::string> headers = LinesOfFile(name.Path(), LONGEST_HEADER, true);
     const Bex::CSimpleString strUnmarked = SMailName{name.place, EMark::None, name.strName}.Path();
     const std::vector<std::string> report = LinesOfFile(ErrorReportPath(strUnmarked), LONGEST_REPORT, false);
-    const SJournalOfMail journal = SJournalOfMail::Of(name.strName);
+    const SJournalOfMail journal = SJournalOfMail::Of(name.strName, mail->strMessageID);
     const CTerminal terminal(options);
     if (terminal.IsJson()) {
         nlohmann::ordered_json json = JsonOf(*mail, state);

@@ -4,27 +4,10 @@
 #include "Common/Globals.h"
 #include "Control/CControlError.h"
 #include "Platform/FileSystem.h"
-#include "Tobix/CDeletionList.h"
-#include "Tobix/MailByHand.h"
 
-#include <algorithm>
 #include <vector>
 
 namespace {
-
-constexpr std::string_view EXTENSION = ".eml";
-constexpr size_t LONGEST_NAME = 255;
-constexpr struct
-{
-    EMark mark;
-    std::string_view suffix;
-} MARKS[] = {{EMark::Held, HELD_SUFFIX}, {EMark::Failed, CDeletionList::FAILED_SUFFIX}};
-
-std::string_view SuffixOf(EMark mark)
-{
-    const auto found = std::ranges::find(MARKS, mark, [](const auto& known) { return known.mark; });
-    return found == std::end(MARKS) ? std::string_view() : found->suffix;
-}
 
 bool Exists(const SMailName& name)
 {
@@ -83,19 +66,8 @@ Bex::CSimpleString PlaceDirectory(EPlace place)
 
 std::optional<SMailName> SMailName::OfFile(EPlace place, std::string_view file)
 {
-    SMailName name{place, EMark::None, {}};
-    for (const auto& known : MARKS) {
-        if (!file.ends_with(known.suffix))
-            continue;
-        name.mark = known.mark;
-        file.remove_suffix(known.suffix.size());
-        break;
-    }
-    const bool bMail = file.size() >= EXTENSION.size() && file.size() <= LONGEST_NAME &&
-                       Bex::EqualNoCase(file.substr(file.size() - EXTENSION.size()), EXTENSION) &&
-                       file.find('/') == std::string_view::npos && file.find('\0') == std::string_view::npos;
-    name.strName = file;
-    return bMail ? std::optional(std::move(name)) : std::nullopt;
+    const EMark mark = TakeMark(file);
+    return IsPlainMailName(file) ? std::optional(SMailName{place, mark, std::string(file)}) : std::nullopt;
 }
 
 /// Of one place the first mark counts: an unmarked mail before one that is set aside.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Bex/CSimpleString.h"
+#include "Tobix/MailByHand.h"
 
 #include <optional>
 #include <span>
@@ -12,13 +13,6 @@ enum class EPlace { Queue, Outgoing };
 inline constexpr EPlace PLACES[] = {EPlace::Queue, EPlace::Outgoing};
 const char* PlaceName(EPlace place);             ///< "queue", "outgoing"
 Bex::CSimpleString PlaceDirectory(EPlace place); ///< by the configuration that is loaded
-
-/// What a file's name says behind the mail's name. The daemon passes over those that have any of it.
-enum class EMark {
-    None,
-    Held,  ///< ".held": by an administrator
-    Failed ///< ".failed": its delivery failed, and it could not be moved to the error directory
-};
 
 /// Names the file of a mail that waits. A value; any thread once the configuration is loaded.
 struct SMailName

@@ -61,6 +61,7 @@ void ReadEnvelope(std::string_view bytes, bool bComplete, SWaitingMail& waiting)
         bytes = bytes.substr(0, bytes.find_last_of(",\n") + 1);
     const CMail mail = MailOf(bytes);
     waiting.strSender = mail.EnvelopeSender().Text();
+    waiting.strMessageID = mail.MessageID().Text();
     for (const Bex::CSimpleString& strRecipient : mail.Recipients())
         waiting.recipients.emplace_back(strRecipient.Text());
     waiting.bMoreRecipients = !bComplete;
@@ -87,11 +88,7 @@ std::string LastErrorIn(std::string_view report)
     std::string_view last; // line
     std::string_view lastReply;
     while (!report.empty()) {
-        const size_t nEnd = std::min(report.find('\n'), report.size());
-        std::string_view line = report.substr(0, nEnd);
-        report.remove_prefix(std::min(nEnd + 1, report.size()));
-        while (line.ends_with('\r'))
-            line.remove_suffix(1);
+        std::string_view line = Bex::TakeLine(report);
         if (line.starts_with(ReportText::REASON)) {
             line.remove_prefix(std::strlen(ReportText::REASON));
             return std::string(line.substr(0, line.rfind(ReportText::REASON_END)));
@@ -132,7 +129,7 @@ bool SMailFilter::Matches(const SWaitingMail& mail) const
            (strTo.empty() || MatchesAny(mail.recipients, strTo)) && mail.Age() > iOlderThan;
 }
 
-void ForEachWaiting(EPlace place, const SMailFilter& filter, const std::function<bool(const SWaitingMail&)>& Visit)
+void ForEachMailFile(EPlace place, const std::function<bool(SMailName)>& Visit)
 {
     const Bex::CSimpleString strDirectory = PlaceDirectory(place);
     Platform::CDirectoryListing listing;
@@ -141,13 +138,18 @@ void ForEachWaiting(EPlace place, const SMailFilter& filter, const std::function
                                               ErrorText(Platform::LastError()));
     for (size_t nIndex = 0; nIndex < listing.Count(); ++nIndex) {
         const Platform::SDirectoryEntry entry = listing.At(nIndex);
-        const std::optional<SMailName> name = SMailName::OfFile(place, entry.pszName);
-        if (!name || !entry.bRegular)
-            continue;
-        std::optional<SWaitingMail> mail = SWaitingMail::Look(*name);
-        if (mail && mail->bMoreRecipients && !filter.strTo.empty()) // a recipient may stand anywhere in the block
-            mail = SWaitingMail::Look(*name, CMessage::MAX_HEADER_BYTES);
-        if (mail && filter.Matches(*mail) && !Visit(*mail))
+        std::optional<SMailName> name = SMailName::OfFile(place, entry.pszName);
+        if (name && entry.bRegular && !Visit(std::move(*name)))
             return;
     }
+}
+
+void ForEachWaiting(EPlace place, const SMailFilter& filter, const std::function<bool(SWaitingMail)>& Visit)
+{
+    ForEachMailFile(place, [&](const SMailName& name) {
+        std::optional<SWaitingMail> mail = SWaitingMail::Look(name);
+        if (mail && mail->bMoreRecipients && !filter.strTo.empty()) // a recipient may stand anywhere in the block
+            mail = SWaitingMail::Look(name, CMessage::MAX_HEADER_BYTES);
+        return !mail || !filter.Matches(*mail) || Visit(std::move(*mail));
+    });
 }

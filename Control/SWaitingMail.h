@@ -16,6 +16,7 @@ struct SWaitingMail
     int64_t iCreated = 0; ///< seconds since 1970-01-01 UTC
     int64_t iSize = 0;    ///< bytes
     std::string strSender{};
+    std::string strMessageID{}; ///< without angle brackets
     std::vector<std::string> recipients{};
     bool bMoreRecipients = false; ///< there may be others: the header block goes on where the reading ended
     std::string strError{};       ///< why its last attempt failed, or why it cannot be read
@@ -39,9 +40,11 @@ struct SMailFilter
     bool Matches(const SWaitingMail& mail) const;
 };
 
-/// Visits those of a directory that the filter matches, in order of their names, until the visitor answers false.
-/// Files may come and go meanwhile. Only the names of all are in memory. CControlError when it cannot be listed.
-void ForEachWaiting(EPlace place, const SMailFilter& filter, const std::function<bool(const SWaitingMail&)>& Visit);
+/// Visits the mails of a directory, in order of their names, until the visitor answers false. Files may come and go
+/// meanwhile. Only the names of all are in memory. CControlError when it cannot be listed.
+void ForEachMailFile(EPlace place, const std::function<bool(SMailName)>& Visit);
+/// Likewise those that the filter matches, and looks at them.
+void ForEachWaiting(EPlace place, const SMailFilter& filter, const std::function<bool(SWaitingMail)>& Visit);
 
 /// The mail's header fields out of the bytes with which its file begins, as the daemon understands them.
 CMail MailOf(std::string_view bytes);

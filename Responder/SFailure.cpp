@@ -1,5 +1,6 @@
 #include "Responder/SFailure.h"
 
+#include "Bex/TextFunctions.h"
 #include "Common/MailText.h"
 #include "Common/ReportText.h"
 
@@ -125,14 +126,8 @@ std::string Field(std::string_view name, std::string_view type, std::string_view
 SFailure SFailure::FromReport(std::string_view text)
 {
     CReportReader reader;
-    while (!text.empty()) {
-        const size_t nEnd = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, nEnd);
-        if (line.ends_with('\r'))
-            line.remove_suffix(1);
-        reader.Take(line);
-        text.remove_prefix(std::min(nEnd + 1, text.size()));
-    }
+    while (!text.empty())
+        reader.Take(Bex::TakeLine(text));
     return reader.Result();
 }
 

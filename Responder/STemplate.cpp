@@ -2,18 +2,9 @@
 
 #include "Bex/TextFunctions.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace {
-
-std::string_view TakeLine(std::string_view& text)
-{
-    const size_t nEnd = std::min(text.find('\n'), text.size());
-    const std::string_view line = text.substr(0, nEnd);
-    text.remove_prefix(std::min(nEnd + 1, text.size()));
-    return line.ends_with('\r') ? line.substr(0, line.size() - 1) : line;
-}
 
 std::string* FieldOf(STemplate& result, std::string_view name)
 {
@@ -41,7 +32,7 @@ STemplate STemplate::Parse(std::string_view text)
     std::string_view rest = text;
     std::string* pField = nullptr;
     bool bHeader = false;
-    for (std::string_view line = TakeLine(rest); !line.empty(); line = TakeLine(rest)) {
+    for (std::string_view line = Bex::TakeLine(rest); !line.empty(); line = Bex::TakeLine(rest)) {
         if (bHeader && (line.front() == ' ' || line.front() == '\t')) { // a folded one goes on
             if (pField != nullptr)
                 pField->append(" ").append(Bex::TrimmedView(line));

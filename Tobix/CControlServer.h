@@ -23,7 +23,7 @@ public:
     /// tries again. Before Start.
     bool Listen();
 
-    static constexpr size_t MOST_REQUEST_BYTES = 16u << 20;
+    static constexpr size_t MOST_REQUEST_BYTES = 2u << 20; ///< many names
 
 protected:
     void Body() override;

@@ -179,7 +179,7 @@ ERouted CMailRouter::SendOut(CMail& copy, const Bex::CSimpleString& strTarget, S
         m_pOutgoing->Withdraw(strName);
         strName = name.strText.IsEmpty() ? m_names.RecipientCopy(name.time, Platform::CurrentThreadId())
                                          : std::exchange(name.strText, Bex::CSimpleString());
-        m_pOutgoing->Announce(strName, strDomain, strRoute);
+        m_pOutgoing->Announce(strName, strDomain, strRoute, Bex::CLogContext::FirstName());
         return strName;
     };
     const bool bScript = !Config().GetFlag(Keys::AUTO_TRANSPORT) && HasPostScript(m_directories.strOutgoing);

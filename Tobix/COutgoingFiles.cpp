@@ -11,6 +11,7 @@ bool COutgoingFiles::AddPending(std::string_view name)
     if (const auto announced = m_announced.find(std::string(name)); announced != m_announced.end()) {
         SetDomain(*entry, announced->second.strDomain);
         SetRoute(*entry, announced->second.strRoute);
+        entry->strOrigin = std::move(announced->second.strOrigin);
         m_announced.erase(announced);
     }
     Queue(entry, PENDING);
@@ -96,6 +97,13 @@ bool COutgoingFiles::HasPending() const
 {
     const Bex::CScopedLock lock(m_lock);
     return !m_lists[PENDING].empty() || m_nPendingHeldBack > 0;
+}
+
+std::string COutgoingFiles::OriginOf(std::string_view name) const
+{
+    const Bex::CScopedLock lock(m_lock);
+    const auto found = m_index.find(name);
+    return found == m_index.end() ? std::string() : found->second->strOrigin;
 }
 
 int64_t COutgoingFiles::SecondsKnown(std::string_view name) const

@@ -25,9 +25,10 @@
 class COutgoingFiles
 {
 public:
-    /// So many threads at a domain at once (0: any number), and whether mail is taken along.
-    explicit COutgoingFiles(unsigned nPerDomain = 0, bool bRoutes = false)
-        : m_nPerDomain(nPerDomain), m_bRoutes(bRoutes)
+    /// So many threads at a domain at once (0: any number), whether mail is taken along, and whether it is kept which
+    /// mail from the queue each one was.
+    explicit COutgoingFiles(unsigned nPerDomain = 0, bool bRoutes = false, bool bOrigins = false)
+        : m_nPerDomain(nPerDomain), m_bRoutes(bRoutes), m_bOrigins(bOrigins)
     {}
 
     bool AddPending(std::string_view name); ///< false when the name is in one of the lists
@@ -54,23 +55,24 @@ public:
     enum class EState { Pending, RetryDue, RetryWait, Sending, HeldBack, Delivered, NotDisposedOf };
     struct SMailState
     {
-        std::string strName;
         EState state;
         unsigned nAttempts; ///< that failed, since the start
         int64_t iSecondsKnown;
     };
-    std::vector<SMailState> List() const;
+    std::optional<SMailState> Find(std::string_view name) const; ///< nothing: not known
     enum class EAnswer { Done, Unknown, InDelivery };
     EAnswer RetryNow(std::string_view name);  ///< before all others but the new ones; what waits already does anyway
     EAnswer ReturnNow(std::string_view name); ///< to its sender, as soon as a thread can
     bool IsToReturn(std::string_view name) const;
     /// No thread takes it until it is given back, by FinishDelivery when its file is gone, else by RetryNow.
     EAnswer Claim(std::string_view name);
+    std::string OriginOf(std::string_view name) const; ///< empty: not known
     int64_t SecondsKnown(std::string_view name) const; ///< whatever the time was set to meanwhile; 0: not known
 
     /// Tells the domain and the route (RouteOf in SMTPc/FindTargets.h) of a name that will be found, so that nobody has
-    /// to open the file for it. Without a limit, and while no mail is taken along, nothing is kept.
-    void Announce(std::string_view name, std::string_view domain, std::string_view route = {});
+    /// to open the file for it, and the mail from the queue that it was. What nobody asks for is not kept.
+    void Announce(std::string_view name, std::string_view domain, std::string_view route = {},
+                  std::string_view origin = {});
     void Withdraw(std::string_view name);
     bool WantsDomain(std::string_view name) const; ///< of a name in progress, before anything is done with it
     /// Tells it; an empty one has no limit. False: the name is another thread's later.
@@ -102,6 +104,7 @@ private:
         unsigned nAttempts = 0;                     ///< that failed
         std::optional<EAside> aside = std::nullopt; ///< of one that is in progress, but in no thread's hands
         bool bReturn = false;
+        std::string strOrigin{};
     };
     using CEntries = std::list<SEntry>;
     struct SDomain
@@ -122,6 +125,7 @@ private:
     {
         std::string strDomain;
         std::string strRoute;
+        std::string strOrigin;
     };
 
     CEntries::iterator Add(std::string_view name, EList list);
@@ -155,6 +159,7 @@ private:
 
     const unsigned m_nPerDomain;
     const bool m_bRoutes;
+    const bool m_bOrigins;
     uint64_t m_nTurns = 0;
     size_t m_nSetAside = 0;
     size_t m_nPendingHeldBack = 0;

@@ -40,18 +40,15 @@ COutgoingFiles::EState COutgoingFiles::StateOf(const SEntry& entry) const
     return *entry.aside == EAside::Delivered ? EState::Delivered : EState::NotDisposedOf;
 }
 
-std::vector<COutgoingFiles::SMailState> COutgoingFiles::List() const
+std::optional<COutgoingFiles::SMailState> COutgoingFiles::Find(std::string_view name) const
 {
-    std::vector<SMailState> mails;
     const Bex::CScopedLock lock(m_lock);
-    mails.reserve(m_index.size());
-    const uint64_t nNow = Platform::TickCount();
-    for (const CEntries& list : m_lists) {
-        for (const SEntry& entry : list)
-            mails.push_back({std::string(entry.strName.View()), StateOf(entry), entry.nAttempts,
-                             static_cast<int64_t>((nNow - entry.nSinceTicks) / MILLIS_PER_SECOND)});
-    }
-    return mails;
+    const auto found = m_index.find(name);
+    if (found == m_index.end())
+        return std::nullopt;
+    const SEntry& entry = *found->second;
+    return SMailState{StateOf(entry), entry.nAttempts,
+                      static_cast<int64_t>((Platform::TickCount() - entry.nSinceTicks) / MILLIS_PER_SECOND)};
 }
 
 /// Of a name that no thread has in its hands; with the lock held.

@@ -2,11 +2,13 @@
 
 #include "Tobix/COutgoingFiles.h"
 
-void COutgoingFiles::Announce(std::string_view name, std::string_view domain, std::string_view route)
+void COutgoingFiles::Announce(std::string_view name, std::string_view domain, std::string_view route,
+                              std::string_view origin)
 {
     const Bex::CScopedLock lock(m_lock);
-    if (m_nPerDomain > 0 || m_bRoutes)
-        m_announced[std::string(name)] = {std::string(domain), std::string(route)};
+    if (m_nPerDomain > 0 || m_bRoutes || m_bOrigins)
+        m_announced[std::string(name)] = {std::string(domain), std::string(route),
+                                          std::string(m_bOrigins ? origin : std::string_view())};
 }
 
 void COutgoingFiles::Withdraw(std::string_view name)

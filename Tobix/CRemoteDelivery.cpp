@@ -3,6 +3,7 @@
 #include "Bex/CException.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
+#include "Platform/CJournal.h"
 #include "Platform/Clock.h"
 #include "Tobix/ThreadControl.h"
 
@@ -47,7 +48,8 @@ const std::shared_ptr<COutgoingFiles>& CRemoteDelivery::Files()
     const int iPerDomain = bSends ? Config().GetInt(Keys::AUTO_TRANSPORT_THREADS_PER_DOMAIN) : 0;
     if (!m_pFiles)
         m_pFiles = std::make_shared<COutgoingFiles>(static_cast<unsigned>(std::max(0, iPerDomain)),
-                                                    bSends && Config().GetInt(Keys::CONNECTION_MAILS) > 1);
+                                                    bSends && Config().GetInt(Keys::CONNECTION_MAILS) > 1,
+                                                    bSends && Platform::CJournal::IsExpected());
     return m_pFiles;
 }
 

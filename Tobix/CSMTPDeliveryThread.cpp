@@ -70,7 +70,8 @@ void CSMTPDeliveryThread::Body()
 void CSMTPDeliveryThread::DeliverGuarded()
 {
     const Bex::CActivity::CStep step("delivers %s", m_strFileName.Text());
-    const Bex::CLogContext context(m_strFileName);
+    const std::string strOrigin = m_pFiles->OriginOf(m_strFileName);
+    const Bex::CLogContext origin(strOrigin), context(m_strFileName, {});
     SAttempt attempt{EVerdict::Temporary};
     try {
         if (!WasSent())

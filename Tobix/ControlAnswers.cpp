@@ -11,6 +11,7 @@
 #include "Tobix/MailByHand.h"
 
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -122,15 +123,26 @@ json Status(const SDaemonView& view)
             {"outgoing", outgoing}};
 }
 
-json Queue(const SDaemonView& view)
+/// So many are asked about at once: what one command takes does not grow with the queue.
+const json& NamesIn(const json& request)
+{
+    const json& names = request.at("names");
+    if (names.size() > MOST_NAMES_ASKED)
+        throw std::length_error("names");
+    return names;
+}
+
+json Queue(const json& request, const SDaemonView& view)
 {
     json mails = json::array();
-    if (view.pOutgoing) {
-        for (const COutgoingFiles::SMailState& mail : view.pOutgoing->List())
-            mails.push_back({{"name", mail.strName},
-                             {"state", NameOf(mail.state)},
-                             {"attempts", mail.nAttempts},
-                             {"seconds", mail.iSecondsKnown}});
+    for (const json& name : NamesIn(request)) {
+        const std::string strName = name.get<std::string>();
+        const auto mail = view.pOutgoing ? view.pOutgoing->Find(strName) : std::nullopt;
+        if (mail)
+            mails.push_back({{"name", strName},
+                             {"state", NameOf(mail->state)},
+                             {"attempts", mail->nAttempts},
+                             {"seconds", mail->iSecondsKnown}});
     }
     return {{"outgoing", std::move(mails)}, {"next_release_in", view.iNextReleaseIn}};
 }
@@ -139,9 +151,9 @@ const char* Refusal(COutgoingFiles::EAnswer answer)
 {
     switch (answer) {
     case COutgoingFiles::EAnswer::Unknown:
-        return "unknown";
+        return UNKNOWN_MAIL;
     case COutgoingFiles::EAnswer::InDelivery:
-        return "in delivery";
+        return IN_DELIVERY;
     case COutgoingFiles::EAnswer::Done:
         break;
     }
@@ -153,7 +165,7 @@ template <class TDo>
 json ForEachName(const json& request, TDo Do)
 {
     json done = json::array(), refused = json::object();
-    for (const json& name : request.at("names")) {
+    for (const json& name : NamesIn(request)) {
         const std::string strName = name.get<std::string>();
         const std::string strRefusal = IsPlainMailName(strName) ? Do(strName) : "is no name of a mail";
         if (strRefusal.empty())
@@ -164,30 +176,44 @@ json ForEachName(const json& request, TDo Do)
     return {{"done", done}, {"refused", refused}};
 }
 
+/// Those that are named, or the ones among them that wait.
 json Retry(const json& request, COutgoingFiles& files)
 {
-    if (request.contains("names"))
+    if (!request.value("waiting", false))
         return ForEachName(request, [&](const std::string& strName) { return Refusal(files.RetryNow(strName)); });
     json done = json::array();
-    for (const COutgoingFiles::SMailState& mail : files.List()) {
-        const bool bWaits =
-            mail.state == COutgoingFiles::EState::RetryWait || mail.state == COutgoingFiles::EState::NotDisposedOf;
-        if (bWaits && files.RetryNow(mail.strName) == COutgoingFiles::EAnswer::Done)
-            done.push_back(mail.strName);
+    for (const json& name : NamesIn(request)) {
+        const std::string strName = name.get<std::string>();
+        const auto mail = files.Find(strName);
+        const bool bWaits = mail && (mail->state == COutgoingFiles::EState::RetryWait ||
+                                     mail->state == COutgoingFiles::EState::NotDisposedOf);
+        if (bWaits && files.RetryNow(strName) == COutgoingFiles::EAnswer::Done)
+            done.push_back(strName);
     }
     return {{"done", done}, {"refused", json::object()}};
 }
 
+/// What is done to a mail's file; the result is empty when it was done.
+using CByHand = std::string (*)(std::string_view directory, std::string_view name);
+std::string Hold(std::string_view directory, std::string_view name)
+{
+    return MarkByHand(directory, name, EMark::None, EMark::Held);
+}
+std::string Remove(std::string_view directory, std::string_view name)
+{
+    return RemoveByHand(directory, name, EMark::None);
+}
+
 /// The name leaves the lists first. What then cannot be done to the file leaves it as it was.
-std::string ActOnOutgoing(const SDaemonView& view, const std::string& strName, EByHand what)
+std::string ActOnOutgoing(const SDaemonView& view, const std::string& strName, CByHand Do)
 {
     if (!view.pOutgoing)
-        return ActByHand(view.strOutgoingDirectory, strName, what);
+        return Do(view.strOutgoingDirectory, strName);
     COutgoingFiles& files = *view.pOutgoing;
     const COutgoingFiles::EAnswer claim = files.Claim(strName);
     if (claim == COutgoingFiles::EAnswer::InDelivery)
         return Refusal(claim);
-    std::string strRefusal = ActByHand(view.strOutgoingDirectory, strName, what);
+    std::string strRefusal = Do(view.strOutgoingDirectory, strName);
     const Bex::CSimpleString strPath = Bex::PathBelow(view.strOutgoingDirectory, strName);
     if (Platform::KindOf(strPath.Text(), false) == Platform::EPathKind::Missing)
         files.FinishDelivery(strName);
@@ -196,11 +222,11 @@ std::string ActOnOutgoing(const SDaemonView& view, const std::string& strName, E
     return strRefusal;
 }
 
-json Act(const json& request, const SDaemonView& view, EByHand what)
+json Act(const json& request, const SDaemonView& view, CByHand Do)
 {
     const bool bQueue = request.value("directory", "") == "queue";
     return ForEachName(request, [&](const std::string& strName) {
-        return bQueue ? ActByHand(view.strQueueDirectory, strName, what) : ActOnOutgoing(view, strName, what);
+        return bQueue ? Do(view.strQueueDirectory, strName) : ActOnOutgoing(view, strName, Do);
     });
 }
 
@@ -215,11 +241,11 @@ json Answer(const json& request, const SDaemonHooks& hooks)
     if (strCommand == "status")
         return Status(view);
     if (strCommand == "queue")
-        return Queue(view);
+        return Queue(request, view);
     if (strCommand == "hold")
-        return Act(request, view, EByHand::Hold);
+        return Act(request, view, Hold);
     if (strCommand == "remove")
-        return Act(request, view, EByHand::Remove);
+        return Act(request, view, Remove);
     if (strCommand != "retry" && strCommand != "bounce")
         return Error("unknown command");
     if (!view.pOutgoing)
@@ -238,6 +264,8 @@ std::string AnswerCommand(const std::string& strRequest, const SDaemonHooks& hoo
     try {
         const json request = json::parse(strRequest, nullptr, false);
         answer = request.is_object() ? Answer(request, hooks) : Error("no request");
+    } catch (const std::length_error&) {
+        answer = Error("the request names too many mails");
     } catch (const json::exception&) {
         answer = Error("a member of the request is missing, or of another kind");
     }

@@ -39,6 +39,8 @@ struct SDaemonHooks
     std::function<bool()> RebuildUsers;     ///< likewise
 };
 
+inline constexpr size_t MOST_NAMES_ASKED = 1000; ///< in one request
+
 /// Answers one command of tobixctl: a line of JSON for a line of JSON. What is wrong with the request is told in the
 /// answer's "error".
 std::string AnswerCommand(const std::string& strRequest, const SDaemonHooks& hooks);

@@ -15,8 +15,7 @@ class Control(unittest.TestCase):
 
     def test_waiting_mail_is_seen_tried_held_returned_and_removed(self):
         with World(AutoTransport=1, **{"Bounce.Disable": 1}) as world:
-            with (world.etc / "tobix.cfg").open("a") as settings:
-                settings.write(f"Control.Socket: {world.root}/control\n")
+            world.open_control()
             (world.etc / "smarthosts").write_text("*: 127.0.0.1:1\n")
             names = [f"{n}.eml" for n in range(4)]
             for name in names:
@@ -24,7 +23,7 @@ class Control(unittest.TestCase):
             world.start(TOBIX_CONNECTIVITY="4")
 
             def states():
-                return {m["name"]: (m["state"], m["attempts"]) for m in self.ask({"command": "queue"}, world)["outgoing"]}
+                return {m["name"]: (m["state"], m["attempts"]) for m in self.ask({"command": "queue", "names": names}, world)["outgoing"]}
             wait_for("the attempts", lambda: states() == dict.fromkeys(names, ("waiting", 1)))
             self.assertEqual(self.ask({"command": "retry", "names": names[:1] + ["../x.eml", "none.eml"]}, world),
                              {"done": names[:1], "refused": {"../x.eml": "is no name of a mail", "none.eml": "unknown"}})
@@ -38,8 +37,9 @@ class Control(unittest.TestCase):
             self.assertEqual((status["counters"]["remote_deferred"], status["counters"]["bounced_5xx"]), (5, 1))
             self.assertIn("local delivery agent", [thread["name"] for thread in status["threads"]])
             self.assertEqual(sum(status["histograms"]["attempt_seconds"]["counts"]), 5)
-            self.assertEqual(self.ask({"command": "retry", "all": True}, world)["done"], names[:1])
-            for odd in (b"{\n", b"[]\n", b"\n", b'{"command":"hold","names":[1]}\n', b'{"command":"\xff"}\n'):
+            self.assertEqual(self.ask({"command": "retry", "waiting": True, "names": names}, world)["done"], names[:1])
+            for odd in (b"{\n", b"[]\n", b"\n", b'{"command":"hold","names":[1]}\n', b'{"command":"\xff"}\n',
+                        json.dumps({"command": "queue", "names": ["x.eml"] * 1001}).encode() + b"\n"):
                 self.assertIn("error", self.ask(odd, world))
             with socket.socket(socket.AF_UNIX) as silent:  # costs the others two seconds, and a stop nothing
                 silent.connect(str(world.root / "control"))

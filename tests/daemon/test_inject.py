@@ -54,7 +54,7 @@ class InjectTest(unittest.TestCase):
             (["a@x.example\nb@x.example"], HEAD, 64, None, b"no address", b""),
             (["-t"], HEAD + b"To: undisclosed-recipients:;\n\n", 65, None, b"names no recipient", b""),
             (["-t"], HEAD + b"To: Ann Example\n\n", 65, None, b"no address", b""),
-            (["-t"], b"To: " + b",\n ".join(b"u%d" % n for n in range(100_001)) + b"\n\n", 65, None, b"too many", b""),
+            (["-t"], b"To: " + b",".join(b"u%d" % n for n in range(100_001)) + b"\n\n", 65, None, b"too many", b""),
             (["a@x.example"], b"Subject: a\0b\n\n", 65, None, b"NUL", b""),
             (["a@x.example"], b"Subject: a\n" + b" b\n" * 100_000, 65, None, b"too big", b""),
         )

@@ -125,7 +125,7 @@ class Service(unittest.TestCase):
                 envelope = ["TOBIX_MAIL=<Hello@far.example>", "TOBIX_FROM=bob@far.example", "TOBIX_TO=eve@far.example"]
                 self.assertEqual(saved[:3], ["PRIORITY=6", "SYSLOG_FACILITY=2", "SYSLOG_IDENTIFIER=tobix"])
                 self.assertEqual(sorted(saved[4:]), sorted(envelope + ["TOBIX_MAIL=a.eml", name]))
-                self.assertEqual(sorted(entry_with("temporarily failed")[4:]), sorted(envelope + [name]))
+                self.assertEqual(sorted(entry_with("temporarily failed")[4:]), sorted(envelope + ["TOBIX_MAIL=a.eml", name]))
                 self.assertRegex(report_with("1 waiting", reports), "^STATUS=queue 0, outgoing 1: 1 waiting until ..:..$")
                 self.assertEqual(world.stop(), 0)
                 self.assertNotIn("far.example", world.log())  # not twice

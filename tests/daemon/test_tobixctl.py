@@ -216,8 +216,7 @@ class Mailboxes(unittest.TestCase):
     def test_asks_the_daemon_to_take_it_up(self):
         with World() as world:
             path = world.root / "control"
-            with open(world.etc / "tobix.cfg", "a") as configuration:
-                configuration.write(f"Control.Socket: {path}\n")
+            world.open_control()
             self.assertIn("no daemon runs", ctl(world, "mailbox", "add", "u0")[1])
             with socket.socket(socket.AF_UNIX) as listener:
                 listener.bind(str(path))

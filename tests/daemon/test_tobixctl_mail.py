@@ -7,11 +7,14 @@ import pathlib
 import pty
 import socket
 import subprocess
+import sys
 import threading
 import unittest
 
 from test_tobixctl import ctl
 from world import World, mail, wait_for
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+from sink import Sink  # noqa: E402
 
 REPORT = ("X-Envelope-From: <>\r\nSubject: Returned mail\r\n\r\n\t----- The following addresses had continuous fatal errors -----\r\n"
           "x@far.example\r\n{reason}\r\n\t----- Transcript of session follows -----\r\n{transcript}")
@@ -19,30 +22,33 @@ REFUSED = REPORT.format(reason="", transcript=">>> RCPT TO:<x@far.example>\r\n<<
 BROKEN = REPORT.format(reason="\t(reason: connection timed out)", transcript="connection timed out\r\n")
 
 
-@contextlib.contextmanager
-def daemon(world, answers):
-    """Answers each request by its command, an object or bytes; the requests that came."""
-    path, requests = world.root / "control", []
-    with open(world.etc / "tobix.cfg", "a") as configuration:
-        configuration.write(f"Control.Socket: {path}\n")
+def names(directory, pattern="*"):
+    return sorted(p.name for p in directory.glob(pattern))
 
-    def serve():
-        with contextlib.suppress(OSError):
-            while True:
-                peer, _ = listener.accept()
-                with peer:
-                    requests.append(json.loads(peer.makefile().readline()))
-                    answer = answers[requests[-1]["command"]]
-                    peer.sendall(answer if isinstance(answer, bytes) else json.dumps(answer).encode())
-    with socket.socket(socket.AF_UNIX) as listener:
-        listener.bind(str(path))
-        listener.listen()
-        thread = threading.Thread(target=serve)
+
+@contextlib.contextmanager
+def journal(world):
+    """Keeps what the daemon, in the environment that this gives, tells the journal; a journalctl finds it there."""
+    def keep():
+        with open(world.root / "entries", "w", buffering=1) as entries:
+            while entry := receiver.recv(65536).decode():
+                fields = {}
+                for name, _, value in (line.partition("=") for line in entry.splitlines()):
+                    fields[name] = [*fields.get(name, []), value] if name.startswith("TOBIX") else value
+                entries.write(json.dumps(fields) + "\n")
+    (world.root / "journalctl").write_text(f"#!/bin/sh\nfor word; do case $word in TOBIX_MAIL=*) names=\"$names -e ${{word#*=}}\";; esac; done\n"
+                                              f"exec grep -F $names {world.root}/entries\n")
+    (world.root / "journalctl").chmod(0o755)
+    (world.root / "log").touch()
+    log = os.stat(world.root / "log")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as receiver, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as end:
+        receiver.bind(str(world.root / "journal"))
+        thread = threading.Thread(target=keep)
         thread.start()
         try:
-            yield requests
+            yield {"TOBIX_JOURNAL_SOCKET": str(world.root / "journal"), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}"}
         finally:
-            listener.shutdown(socket.SHUT_RDWR)
+            end.sendto(b"", str(world.root / "journal"))
             thread.join()
 
 
@@ -95,23 +101,6 @@ class Queue(unittest.TestCase):
             for arguments in (["--older", "soon"], ["--older", "-1s"], ["--older", "9" * 30], ["--limit", "x"], ["nonsense"]):
                 self.assertEqual(ctl(world, "queue", *arguments)[:2], (2, ""), arguments)
 
-    def test_tells_what_the_daemon_knows(self):
-        known = {"outgoing": [{"name": "a.eml", "state": "waiting", "attempts": 3, "seconds": 9}, {"name": 7}, [], "x",
-                              {"name": "d\x1b.eml", "state": "bounce failed", "attempts": 1}], "next_release_in": 60}
-        with World() as world:
-            fill(world)
-            with daemon(world, {"queue": known}):
-                found = {m["directory"] + m["name"]: m for m in json.loads(ctl(world, "queue", "--json")[1])}
-            self.assertEqual([found["outgoing" + n].get("attempts") for n in ("a.eml", "d\x1b.eml")], [3, 1])
-            self.assertEqual(found["outgoingd\x1b.eml"]["state"], "bounce failed")
-            self.assertTrue("next_try" in found["outgoinga.eml"] and "attempts" not in found["queuea.eml"])
-            for garbage in (b"", b"\xff" * 1000, b'{"outgoing":' + b"[" * 100_000, b'{"error": "n\\u001bo"}'):
-                (world.root / "control").unlink()
-                with daemon(world, {"queue": garbage}):
-                    code, output, error = ctl(world, "queue")
-                self.assertEqual((code, error.count("\n"), "\x1b" in error), (0, 1, False))
-                self.assertIn("outgoing/a.eml", output)
-
     def test_shows_one(self):
         with World() as world:
             fill(world)
@@ -131,36 +120,61 @@ class Queue(unittest.TestCase):
 
 
 class Actions(unittest.TestCase):
-    def test_asks_the_daemon(self):
-        with World() as world:
+    def check(self, world, *rows):
+        """Each row: a command's arguments, its exit code, what it tells."""
+        for arguments, code, *texts in rows:
+            exit_code, output, error = ctl(world, *arguments)
+            self.assertEqual((exit_code, "\x1b" in output + error), (code, False), (arguments, output, error))
+            for text in texts:
+                self.assertRegex(output + error, text, arguments)
+
+    def test_steers_the_daemon(self):
+        sink = Sink()
+        self.addCleanup(sink.close)
+        with World(AutoTransport=1, **{"Queue.MinFree": 100}) as world:
+            world.open_control()
+            (world.etc / "smarthosts").write_text(f"silent.example: 127.0.0.1:{sink.port}\n*: 127.0.0.1:1\n")
             fill(world)
-            with daemon(world, {"retry": {"done": ["a.eml"]}, "bounce": {"done": [], "refused": {"a.eml": "in delivery"}},
-                                "hold": {"done": ["a.eml"], "refused": {"many.eml": "unknown"}}, "remove": b"{"}) as requests:
-                for arguments, code, text, asked in (
-                        (["retry", "--all"], 0, "tries now outgoing/a.eml", [{"command": "retry", "all": True}]),
-                        (["retry", "--to", "X@far.*"], 0, "outgoing/a.eml",
-                         [{"command": "retry", "directory": "outgoing", "names": ["a.eml"]}]),
-                        (["bounce", "a.eml"], 3, "in delivery", [{"command": "bounce", "directory": "outgoing", "names": ["a.eml"]}]),
-                        (["hold", "queue/a.eml", "many.eml", "none.eml", "queue/a.eml"], 1, "holds queue/a.eml",
-                         [{"command": "hold", "directory": "queue", "names": ["a.eml", "many.eml"]}]),
-                        (["hold", "--from", "bob@*"], 1, "says nothing of it", None), (["hold", "a.eml"], 1, "is in both", []),
-                        (["remove", "queue/a.eml"], 3, "say --yes", []), (["remove", "--yes", "queue/a.eml"], 4, "no daemon of this", None),
-                        (["retry"], 2, "which mail?", []), (["hold", "--to", "x", "many.eml"], 2, "which mail?", []),
-                        (["retry", "--all", "a.eml"], 2, "which mail?", []), (["retry", "queue/a.eml"], 1, "no such mail", []),
-                        (["hold", "../etc/tobix.cfg"], 2, "no mail's name", []), (["hold", "queue/../a.eml"], 2, "no mail's name", []),
-                        (["hold", "\n\x1b[2J.eml"], 1, "??[2J.eml: no such", []), (["hold", "x" * 300 + ".eml"], 2, "no mail's name", [])):
-                    requests.clear()
-                    exit_code, output, error = ctl(world, *arguments)
-                    self.assertEqual(exit_code, code, (arguments, output, error))
-                    self.assertIn(text, output + error)
-                    self.assertNotIn("\x1b", output + error)
-                    if asked is not None:
-                        self.assertEqual(requests, asked, arguments)
-                requests.clear()
-                for n in range(250):
-                    (world.queue / f"n{n}.eml").write_bytes(mail(sender="z@z.example"))
-                ctl(world, "hold", "--from", "z@z.example")
-                self.assertEqual([len(r["names"]) for r in requests], [100, 100, 50])
+            (world.outgoing / "silent.eml").write_bytes(mail("silent@silent.example"))
+            for n in range(250):
+                (world.outgoing / f"n{n}.eml").write_bytes(mail("z@z.example", sender="ann@example.org"))
+            world.start(TOBIX_CONNECTIVITY="4")
+
+            def known(name="outgoing/"):
+                listed = json.loads(ctl(world, "queue", "--json", "--limit", "0")[1])
+                return {m["name"]: (m["state"], m.get("attempts"), "next_try" in m) for m in listed
+                        if f"{m['directory']}/{m['name']}".startswith(name)}
+            wait_for("the attempts", lambda: list(known().values()).count(("waiting", 1, True)) == 252)
+            wait_for("the session", lambda: known("outgoing/silent") == {"silent.eml": ("sending", 0, False)})
+            self.check(
+                world, (["queue", "--from", "bob@*"], 0, r"(?m)^outgoing/d\?.eml .* waiting +1 +2.* the attempt to connect was rejected$"),
+                (["queue", "show", "outgoing/a.eml"], 0, r"attempts: +1 since the daemon's start", r"next try: +2\d{3}-"),
+                *(([*command, "silent.eml"], 3, "^tobixctl: outgoing/silent.eml: in delivery\n$") for command in (["retry"], ["hold"], ["bounce"], ["remove", "--yes"])),
+                (["retry", "n0.eml"], 0, "^tries now outgoing/n0.eml\n$"), (["retry", "--to", "Y@far.*"], 0, r"^tries now outgoing/d\?.eml\n$"),
+                (["bounce", "n1.eml"], 0, "^bounces outgoing/n1.eml\n$"), (["remove", "--yes", "n2.eml"], 0, "^removed outgoing/n2.eml\n$"),
+                (["hold", "queue/a.eml", "many.eml", "none.eml", "queue/a.eml"], 1, "(?s)^holds queue/a.eml\nholds queue/many.eml\n.*none.eml: no such"),
+                (["release", "queue/a.eml", "many.eml"], 0), (["remove", "--yes", "many.eml"], 0),
+                (["hold", "a.eml"], 1, "is in both"), (["remove", "queue/a.eml"], 3, "say --yes"), (["retry"], 2, "which mail?"),
+                (["hold", "--to", "x", "many.eml"], 2, "which mail?"), (["retry", "--all", "a.eml"], 2, "which mail?"),
+                (["retry", "queue/a.eml"], 1, "no such mail"), (["hold", "../etc/tobix.cfg"], 2, "no mail's name"),
+                (["hold", "queue/../a.eml"], 2, "no mail's name"), (["hold", "\n\x1b[2J.eml"], 1, r"\?\?\[2J.eml: no such"),
+                (["hold", "x" * 300 + ".eml"], 2, "no mail's name"), (["status"], 1, "low space", "remote deferred +25[3-5]", "sends silent.eml"),
+                (["metrics"], 0, "tobix_low_space 1", "tobix_attempt_seconds_bucket", r'tobix_bounced_total{class="4xx"} 0'))
+            wait_for("the second attempts", lambda: [known(f"outgoing/{n}").popitem()[1] for n in ("n0.", "d")] == [("waiting", 2, True)] * 2)
+            wait_for("the bounce", lambda: len(names(world.queue, "*.eml")) == 4)
+            with open(world.queue / "a.eml", "r+b") as claimed:
+                fcntl.lockf(claimed, fcntl.LOCK_EX)
+                self.check(world, (["hold", "queue/a.eml"], 3, "in delivery"))
+            self.check(world, (["hold", "--from", "ann@*"], 0, "(holds outgoing/n.*\n){248}"), (["retry", "n3.eml"], 1, "no such mail"),
+                       (["release", "n3.eml"], 0))
+            self.assertEqual(names(world.outgoing, "n[12].*") + names(world.outgoing, "*.eml"), ["a.eml", "d\x1b.eml", "n3.eml", "silent.eml"])
+            wait_for("its attempt", lambda: known("outgoing/n3.") == {"n3.eml": ("waiting", 1, True)})
+            world.error.rename(world.root / "away")  # where the responder works
+            self.check(world, (["bounce", "outgoing/a.eml"], 0))
+            wait_for("its failure", lambda: known("outgoing/a.eml")["a.eml"][0] == "bounce failed")
+            world.error.mkdir()
+            self.check(world, (["retry", "--all"], 0, "outgoing/a.eml\n(.*\n)*tries now outgoing/n3.eml\n"))
+            wait_for("its end", lambda: names(world.outgoing, "a.*") == [])
 
     def test_does_what_needs_no_daemon(self):
         with World() as world:
@@ -173,7 +187,7 @@ class Actions(unittest.TestCase):
             self.assertEqual(ctl(world, "release", "--all")[:2], (0, "released queue/B.EML\n"))
             self.assertEqual((world.queue / "B.EML").read_bytes(), content)
             self.assertEqual(ctl(world, "release", "--all")[:2], (0, "no such mail waits\n"))
-            self.assertEqual(ctl(world, "hold", "many.eml")[:2], (0, "holds queue/many.eml.held\n"))
+            self.assertEqual(ctl(world, "hold", "many.eml")[:2], (0, "holds queue/many.eml\n"))
             self.assertEqual(ctl(world, "remove", "--yes", "many.eml")[0], 0)
             with subprocess.Popen(("flock", "-s", world.outgoing, "cat"), stdin=subprocess.PIPE) as other:
                 number = str(world.outgoing.stat().st_ino)
@@ -203,20 +217,23 @@ class Actions(unittest.TestCase):
 
 
 class Requeue(unittest.TestCase):
-    def journal(self, world, **entries):
-        """Whose copies the journal tells of: message ids by recipients."""
-        tools = world.root / "tools"
-        tools.mkdir(exist_ok=True)
-        lines = [json.dumps({"MESSAGE": f"mail <{messageID}> from <b> to <t> saved in <x>", "TOBIX_TO": ["t", f"{user}@example.org"]})
-                 for user, messageID in entries.items()]
-        (tools / "journalctl").write_text("#!/bin/sh\ncat <<'END'\n" + "\n".join(["no json", *lines]) + "\nEND\n")
-        (tools / "journalctl").chmod(0o755)
-        return f"{tools}:/bin"
-
     def test_serves_those_who_have_no_copy(self):
-        with World(users=("ann", "carl", "eve"), aliases="") as world:
-            path = self.journal(world, ann="Hello@far.example", carl="another@far.example")
+        with World(users=("ann", "carl", "eve"), aliases="", AutoTransport=1) as world:
+            (world.etc / "smarthosts").write_text("*: 127.0.0.1:1\n")
             content = mail("ann@example.org,carl@example.org,eve@example.org", body="Hi \xe9.\r\n")
+            with journal(world) as environment:
+                world.run(MAILCONFIGDIR=str(world.etc), TOBIX_CONNECTIVITY="4", **environment)
+                world.deliver("o.eml", mail("ann@example.org,x@far.example", subject="road"))
+                wait_for("the attempt", lambda: names(world.outgoing, "*.err"))
+                world.deliver("a.eml", mail("carl@example.org", subject="another"))
+                (world.spool / "carl" / "config").unlink()
+                world.deliver("a.eml", content)
+                self.assertEqual(world.stop(), 0)
+            self.assertEqual([len(world.mailbox(user)) for user in ("ann", "carl", "eve")], [2, 1, 0])
+            path = f"{world.root}:/bin"
+            road = [json.loads(line) for line in json.loads(ctl(world, "queue", "show", names(world.outgoing)[0], "--json", PATH=path)[1])["journal"]]
+            self.assertRegex(" ".join(line["MESSAGE"] for line in road), "saved in <ann>.*saved in outgoing.*temporarily failed")
+            self.assertIn("o.eml", road[-1]["TOBIX_MAIL"])
             failed = world.error / "a.eml"
             for aside in (failed, world.queue / "a.eml.failed"):
                 aside.write_bytes(content)
@@ -252,50 +269,46 @@ class Requeue(unittest.TestCase):
 
 class Metrics(unittest.TestCase):
     def test_are_text_for_collectors(self):
-        status = {"version": "7\"\n", "counters": {"local_mails": 5, "bounced_4xx": 2}, "tables": [{"name": "aliases", "entries": 12}],
-                  "histograms": {"attempt_seconds": {"bounds": [0.5, 1], "counts": [1, 2, 4], "sum": 9.5},
-                                 "local_mail_seconds": {"bounds": [1], "counts": [1]}}}
         with World() as world:
+            world.open_control()
             fill(world)
             self.assertIn("tobix_up 0\n", ctl(world, "metrics")[1])
             os.chmod(world.root, 0o755)
-            for answer in (status, {}, b"garbage"):
-                with daemon(world, {"status": answer}):
-                    code, text, error = ctl(world, "metrics", "--output", "tobix.prom", cwd=world.root)
-                    self.assertEqual((code, text, bool(error)), (0, "", answer == b"garbage"))
-                (world.root / "control").unlink()
-                text = (world.root / "tobix.prom").read_text()
-                self.assertTrue(text.endswith("# EOF\n"))
-                for line in text.splitlines()[:-1]:
-                    self.assertRegex(line, r'^(# (TYPE|UNIT|HELP) tobix_\w+ .+|tobix_\w+({\w+="([^"\\]|\\.)*"})? [-+.e\d]+)$')
-                if answer == status:
-                    for line in ("tobix_up 1", 'tobix_build_info{version="7\\"?"} 1', "tobix_local_mails_total 5", 'tobix_bounced_total{class="5xx"} 0',
-                                 'tobix_attempt_seconds_bucket{le="1.0"} 3', 'tobix_attempt_seconds_bucket{le="+Inf"} 7',
-                                 "tobix_attempt_seconds_sum 9.5", 'tobix_mails{directory="queue"} 3', 'tobix_mails_held{directory="queue"} 1',
-                                 "# UNIT tobix_attempt_seconds seconds", "# TYPE tobix_bounced counter"):
-                        self.assertEqual(text.splitlines().count(line), 1, line)
-                    self.assertNotIn("local_mail_seconds", text)
+            world.start()
+            wait_for("the mail", lambda: names(world.queue, "*.eml") == ["directory.eml", "empty.eml"])
+            self.assertEqual(ctl(world, "metrics", "--output", "tobix.prom", cwd=world.root), (0, "", ""))
+            text = (world.root / "tobix.prom").read_text()
+            self.assertTrue(text.endswith("# EOF\n"))
+            for line in text.splitlines()[:-1]:
+                self.assertRegex(line, r'^(# (TYPE|UNIT|HELP) tobix_\w+ .+|tobix_\w+({\w+="([^"\\]|\\.)*"})? [-+.e\d]+)$')
+            for line in ("tobix_up 1", "tobix_local_mails_total 1", 'tobix_bounced_total{class="5xx"} 0', 'tobix_local_mail_seconds_bucket{le="+Inf"} 1',
+                         'tobix_mails{directory="queue"} 1', 'tobix_mails_held{directory="queue"} 1',
+                         "# UNIT tobix_attempt_seconds seconds", "# TYPE tobix_bounced counter"):
+                self.assertEqual(text.splitlines().count(line), 1, line)
             self.assertEqual((world.root / "tobix.prom").stat().st_mode & 0o777, 0o644)
             self.assertEqual(ctl(world, "metrics", "--output", "/none/x")[0], 1)
 
 
-class Status(unittest.TestCase):
-    def test_tells_what_the_daemon_says(self):
-        status = {"version": "7", "pid": 42, "running_since": 1, "paused": True, "missing": "", "low_space": False,
-                  "tables": [{"name": "aliases", "file": "/e\x1b", "entries": 12, "changed": 0}, 3],
-                  "threads": [{"name": "local agent", "id": 255, "step": "delivers x", "seconds": 400, "stuck": True}],
-                  "counters": {"local_mails": 5, "x": 1e300}, "queue": {"waiting": 2},
-                  "outgoing": {"all": 9, "sending": 1, "waiting": 8, "next_release_in": 90}}
-        with World() as world:
-            for answer, code, texts in ((status, 1, ("00FF", "delivers x, and does not get on", "/e?", "local mails +5", "8 waiting to be tried again in 1m 30s")),
-                                        ({**status, "threads": {}}, 0, ()), ({"tables": 1, "threads": "x", "counters": [1]}, 0, ()),
-                                        (b"[]", 4, ()), ({"error": "n\x1b", "exit": 3}, 3, ())):
-                with daemon(world, {"status": answer}):
-                    exit_code, output, error = ctl(world, "status")
-                    self.assertEqual((exit_code, "\x1b" in output + error), (code, False), answer)
-                    for text in texts:
-                        self.assertRegex(output, text)
-                (world.root / "control").unlink()
+class Garbage(unittest.TestCase):
+    def test_is_no_answer(self):
+        with World() as world, socket.socket(socket.AF_UNIX) as listener:
+            fill(world)
+            world.open_control()
+            listener.bind(str(world.root / "control"))
+            listener.listen()
+            for answer in (b"", b"\xff" * 1000, b'{"outgoing":' + b"[" * 100_000, b'{"error": "n\\u001bo"}', b'{"tables":1,"done":[3],"outgoing":[{"name":7},[]]}'):
+                for arguments, codes, text in ((["queue"], [0], "outgoing/a.eml"), (["status"], [0, 1, 4], ""), (["metrics"], [0], "tobix_mails"),
+                                               (["remove", "--yes", "many.eml"], [1, 4], "")):
+                    with subprocess.Popen([os.environ["TOBIXCTL"], *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                          env={**os.environ, "MAILCONFIGDIR": str(world.etc)}) as asking:
+                        peer, _ = listener.accept()
+                        with peer, contextlib.suppress(OSError):
+                            peer.makefile().readline()
+                            peer.sendall(answer)
+                        output, error = asking.communicate(timeout=60)
+                    self.assertIn(asking.returncode, codes, (arguments, output, error))
+                    self.assertIn(text.encode(), output)
+                    self.assertNotIn(b"\x1b", output + error)
 
 
 if __name__ == "__main__":

@@ -67,6 +67,10 @@ class World:
         (self.spool / name).mkdir()
         (self.spool / name / "config").write_text(as_text(settings))
 
+    def open_control(self):
+        with open(self.etc / "tobix.cfg", "a") as configuration:
+            configuration.write(f"Control.Socket: {self.root}/control\n")
+
     def start_service(self, **environment):
         """Starts it as the service manager does; the socket that its reports come to."""
         reports = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)

@@ -1,4 +1,4 @@
-#include "Control/CControlError.h"
+#include "Common/ErrorText.h"
 
 #include <algorithm>
 #include <iterator>
