@@ -24,14 +24,14 @@ constexpr Bex::FrozenLine NOT_WRITTEN_LINE = 313;
 constexpr unsigned LOOK_MILLIS = 250;         ///< for a stop, while another program has the lock
 constexpr uint64_t OTHER_HOST_MILLIS = 10000; ///< for an account that another host may hold
 
-/// Of no other host, and of no other daemon of this one.
-Bex::CSimpleString TemporaryNameOfHost(const Bex::CSimpleString& strQueueDirectory)
+/// That no other host has, and no other daemon of this one.
+Bex::CSimpleString NameOfHost(const Bex::CSimpleString& strQueueDirectory)
 {
     std::string strWho;
     Platform::HostName(strWho);
     strWho += '\n';
     strWho += Platform::AbsolutePath(strQueueDirectory.View());
-    return Bex::CSimpleString::Formatted(".host-%zx.eml.tmp", std::hash<std::string>()(strWho));
+    return Bex::CSimpleString::Formatted("%zx", std::hash<std::string>()(strWho));
 }
 
 } // namespace
@@ -56,8 +56,9 @@ CMailboxStore::CMailboxStore(const Bex::CSimpleString& strQueueDirectory) : m_st
     const Bex::CSimpleString strLockDirectory = Config().GetPath(Keys::LOCK_DIR);
     if (strLockDirectory.IsEmpty())
         return;
-    m_numbers.emplace(strLockDirectory);
-    m_strTemporary = TemporaryNameOfHost(strQueueDirectory);
+    const Bex::CSimpleString strHost = NameOfHost(strQueueDirectory);
+    m_numbers.emplace(strLockDirectory, strHost);
+    m_strTemporary = Bex::CSimpleString::Formatted(".host-%s.eml.tmp", strHost.Text());
 }
 
 ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleString& strUser,

@@ -42,12 +42,21 @@ CSharedNumbers::SNext CSharedNumbers::SNext::Of(const char* pszFileName)
     const auto [pDot, error] = std::from_chars(pszFileName, pEnd, next.dwNumber);
     if (error != std::errc() || *pDot != '.')
         return {};
-    const auto [pLast, errorOfBound] = std::from_chars(pDot + 1, pEnd, next.dwBound);
-    return errorOfBound == std::errc() && pLast == pEnd ? next : SNext();
+    const auto [pNextDot, errorOfBound] = std::from_chars(pDot + 1, pEnd, next.dwBound);
+    if (errorOfBound != std::errc() || *pNextDot != '.')
+        return {};
+    next.strHost = std::string_view(pNextDot + 1, pEnd);
+    return next;
 }
 
-CSharedNumbers::CSharedNumbers(const Bex::CSimpleString& strLockDirectory)
-    : m_strDirectory(Bex::PathBelow(Platform::CNamedMutex::PlaceBelow(strLockDirectory.View()), "next"))
+Bex::CSimpleString CSharedNumbers::SNext::FileName() const
+{
+    return Bex::CSimpleString::Formatted("%u.%u.%s", dwNumber, dwBound, strHost.Text());
+}
+
+CSharedNumbers::CSharedNumbers(const Bex::CSimpleString& strLockDirectory, const Bex::CSimpleString& strHost)
+    : m_strDirectory(Bex::PathBelow(Platform::CNamedMutex::PlaceBelow(strLockDirectory.View()), "next")),
+      m_strHost(strHost)
 {}
 
 Bex::CSimpleString CSharedNumbers::DirectoryOf(const Bex::CSimpleString& strAccount) const
@@ -68,9 +77,9 @@ uint32_t CSharedNumbers::Take(const Bex::CSimpleString& strAccount, Bex::CConfig
         };
         if (!IsEnough() && !Find(strDirectory, found))
             break;
-        SNext next = found;
+        SNext next{found.dwNumber, found.dwBound, m_strHost};
         if (dwNextUID > found.dwBound)
-            next = {dwNextUID, dwNextUID};
+            next.dwNumber = next.dwBound = dwNextUID;
         const uint32_t dwNumber = next.dwNumber++;
         if (!IsEnough())
             Raise(next, account);

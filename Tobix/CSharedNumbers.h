@@ -8,7 +8,7 @@
 #include <string>
 
 /// The numbers of mail in accounts into which several hosts store (`LockDir`): next to the locks lies, for each
-/// account, one empty file whose name is "<next number>.<NextUID of the account file>".
+/// account, one empty file whose name is "<next number>.<NextUID of the account file>.<host that gave the last one>".
 ///
 /// What another host has written may be read late from a cluster file system, but a name can be moved only by one. So
 /// no number is given twice, not even where two hosts take the same lock for theirs, and the account file is written
@@ -20,7 +20,8 @@
 class CSharedNumbers
 {
 public:
-    explicit CSharedNumbers(const Bex::CSimpleString& strLockDirectory);
+    /// The host's own name tells a move by it from the same move by another one, which the system would take for done.
+    CSharedNumbers(const Bex::CSimpleString& strLockDirectory, const Bex::CSimpleString& strHost);
 
     /// The next number; it is used up then, also when no mail gets it. CFileException, always busy (what it was is
     /// logged once), when it cannot be had now. Saves the account file where its NextUID is reached.
@@ -33,7 +34,9 @@ private:
         uint32_t dwNumber = 0; ///< 0: unknown
         uint32_t dwBound = 0;  ///< NextUID, as the account file was saved
 
-        Bex::CSimpleString FileName() const { return Bex::CSimpleString::Formatted("%u.%u", dwNumber, dwBound); }
+        Bex::CSimpleString strHost;
+
+        Bex::CSimpleString FileName() const;
         static SNext Of(const char* pszFileName); ///< unknown for another name
     };
     static bool Find(const Bex::CSimpleString& strDirectory, SNext& next);
@@ -43,6 +46,7 @@ private:
     [[noreturn]] void Fail(const Bex::CSimpleString& strDirectory);
 
     Bex::CSimpleString m_strDirectory;
+    Bex::CSimpleString m_strHost;
     std::map<std::string, SNext> m_known; ///< by account: as this host left it
     bool m_bTold = false;                 ///< that they cannot be had
 };

@@ -52,7 +52,7 @@ TEST(SharedNumbersTest, GoOnForAllHostsWhateverTheyKnowAndSpareTheAccountFile)
     const Bex::CSimpleString strDirectory(directory.Path().c_str());
     EXPECT_EQ(Platform::CNamedMutex("ann/config", strDirectory.View()).Lock(0), Platform::ELockResult::Acquired);
     const Bex::CSimpleString strFile(directory.Write("config", "NextUID: 7\n"));
-    CSharedNumbers hosts[] = {CSharedNumbers(strDirectory), CSharedNumbers(strDirectory)};
+    CSharedNumbers hosts[] = {{strDirectory, "one"}, {strDirectory, "two"}};
     Bex::CConfigFile fresh, stale;
     ASSERT_TRUE(stale.Load(strFile));
     const auto TakeFresh = [&] { return fresh.Load(strFile) ? hosts[0].Take("ann", fresh) : 0; };
