@@ -38,7 +38,9 @@ class HostileSession(Session):
 
     def lines(self):
         for line in super().lines():
-            self.record(True)
+            # An envelope may have been sent ahead of the reply; what follows it comes after that.
+            if not line.upper().startswith((b"MAIL", b"RCPT", b"DATA")):
+                self.record(True)
             if line.strip().upper() == b"STARTTLS":
                 self.start_tls()
             else:
@@ -60,8 +62,9 @@ class HostileSession(Session):
 
     def reply(self, text):
         """Whether it was given as it is."""
-        if text.startswith("250-") and not self.secure and self.random.random() < 0.5:
-            text = "250-STARTTLS\r\n" + text
+        if text.startswith("250-"):
+            offers = ("STARTTLS", "PIPELINING")[self.secure:]
+            text = "".join(f"250-{offer}\r\n" for offer in offers if self.random.random() < 0.5) + text
         mood = self.server.sink.moods.get(self.connection.getsockname()[0], "good")  # a lie can lead to any address
         if self.random.random() >= MOODS[mood]:
             super().reply(text)

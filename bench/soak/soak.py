@@ -9,6 +9,7 @@ default), to narrow down what a seed has found.
 import contextlib
 import copy
 import mmap
+import operator
 import os
 import pathlib
 import random
@@ -37,6 +38,7 @@ RECIPIENTS = ("ann+{}@local.soak", "carl+{}@local.soak", "slow+{}@local.soak", "
 NOBODY = ("nobody+{}@local.soak", "{}@not/valid..soak", "{} blank@d1.soak")
 TABLES = {"domains": "local.soak\nbounce.soak\n", "filters": "never there\n", "intercept_addresses": "carl\n",
           "aliases": "*@bounce.soak: bounces\naway*@local.soak: forwarded@d0.soak\n", "backupdomains": "d7.soak\n"}
+FIRST = operator.itemgetter(0)  # of what can be chosen: what a round begins and ends with
 ALLOWED_GROWTH = 1 << 10  # KiB of allocated memory: what the caches may have learned
 
 
@@ -107,11 +109,13 @@ class Soak:
         world = self.world
         (world.etc / "tobix.cfg").write_text(as_text({
             "QueueDir": world.queue, "SpoolDir": world.spool, "ErrorDir": world.error, "OutgoingDir": world.outgoing,
-            "FilterDir": world.filtered, "InterceptDir": world.intercepted, "AutoTransport.Threads": choose((1, 4, 10)),
-            "AutoTransport.ThreadsPerDomain": choose((0, 1, 3)),
-            "AutoTransRetry": 0, "AutoTransTime": choose((1, 2)), "TimeOut": 60, "FQDN": "client.soak",
+            "FilterDir": world.filtered, "InterceptDir": world.intercepted, "AutoTransport.Threads": choose((10, 1, 4)),
+            "AutoTransport.ThreadsPerDomain": choose((3, 0, 1)), "Connection.Mails": choose((20, 1, 2)),
+            "Connection.Pipelining": choose((1, 0)), "Connection.Wait": choose((0, 1, 5)),
+            "AutoTransRetry": 0, "AutoTransTime": choose((2, 1)), "TimeOut": 60, "FQDN": "client.soak",
             "Postmaster": "postmaster@local.soak", "Postmaster.To": "", "Bounce.Attachment": 1,
-            "Scripts.Execution.Parallel": choose((0, 1)), "DebugLogging": choose((0, 0, 1, 2)), "SRS.Domain": "", "UseTLS": choose((0, 1, 1))}))
+            "Scripts.Execution.Parallel": choose((1, 0)), "DebugLogging": choose((2, 0, 0, 1)), "SRS.Domain": "",
+            "UseTLS": choose((1, 0, 1))}))
 
     def prepare_environment(self):
         root = self.world.root
@@ -393,7 +397,7 @@ class Soak:
         for log in self.world.root.glob("log*"):
             log.unlink()
         self.prepare_volumes(kind)
-        self.write_settings(max)
+        self.write_settings(FIRST)
         self.start(self.world)
         if build not in self.baseline:
             self.burst()
@@ -403,7 +407,7 @@ class Soak:
         self.mend()
         while len(self.worlds) > 1:
             self.end_in_order(self.worlds.pop())
-        self.restart(max)  # with the settings of the beginning
+        self.restart(FIRST)  # with the settings of the beginning
         first = usage = self.baseline[build]
         if self.settle():
             with contextlib.suppress(AssertionError):
@@ -447,11 +451,12 @@ def main(minutes, seed, *builds):
     try:
         for number in range(rounds):
             soak.round(number, seconds / rounds)
+            counted = ", ".join(f"{name} {count}" for name, count in sorted(soak.ledger.totals.items()))
+            print(f"counted by now: {counted}", flush=True)
     finally:
         for world in soak.worlds:
             if world.process.poll() is None:
                 world.kill()
-    print("counted: " + ", ".join(f"{name} {count}" for name, count in soak.ledger.totals.items()))
     print(f"findings: {len(soak.findings)}")
     return 1 if soak.findings else 0
 
