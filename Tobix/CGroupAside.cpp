@@ -33,10 +33,12 @@ void CGroupAside::Delivered(uint64_t ui64Micros)
 
 void CGroupAside::Ended(uint32_t nCopies, uint64_t ui64Micros)
 {
-    m_ui64EndMicros = ui64Micros;
+    SetFlush(ui64Micros);
     m_ui64WaitedMicros += ui64Micros;
     SetWhole(nCopies);
 }
+
+void CGroupAside::SetFlush(uint64_t ui64Micros) { m_ui64BeforeMicros = std::exchange(m_ui64FlushMicros, ui64Micros); }
 
 void CGroupAside::SetWhole(uint32_t nCopies)
 {
@@ -45,7 +47,8 @@ void CGroupAside::SetWhole(uint32_t nCopies)
 
 bool CGroupAside::IsWorthwhile() const
 {
-    return !m_bBegun && m_group.CopiesForAside() >= ENOUGH && m_ui64EndMicros <= m_ui64WholeMicros;
+    return !m_bBegun && m_group.CopiesForAside() >= ENOUGH &&
+           std::min(m_ui64FlushMicros, m_ui64BeforeMicros) <= m_ui64WholeMicros;
 }
 
 void CGroupAside::Begin()
@@ -66,11 +69,10 @@ void CGroupAside::Work()
     const uint64_t ui64Started = Platform::TickMicros();
     Bex::CThread::EndIfAbandoned();
     m_end.bFlushed = m_part.flush.Flush(&m_end.unpromised);
+    m_end.error = Platform::LastError();
+    SetFlush(Platform::TickMicros() - ui64Started);
     if (m_end.bFlushed)
         CDeletionList::LetLeave(m_files);
-    else
-        m_end.error = Platform::LastError();
-    m_ui64EndMicros = Platform::TickMicros() - ui64Started;
 }
 
 CGroupAside::SEnd CGroupAside::Settle()

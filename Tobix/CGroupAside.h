@@ -24,7 +24,7 @@ public:
 
     // What the agent's time goes into.
     void Delivered(uint64_t ui64Micros);               ///< a mail took that long, with the ends of groups in between
-    void Ended(uint32_t nCopies, uint64_t ui64Micros); ///< a group of so many has ended at once
+    void Ended(uint32_t nCopies, uint64_t ui64Micros); ///< a group of so many was flushed at once
 
     bool IsWorthwhile() const;                ///< nothing is aside, and enough is stored
     void Begin();                             ///< hands over what the group holds
@@ -43,6 +43,7 @@ public:
 
 private:
     void Work();
+    void SetFlush(uint64_t ui64Micros);
     void SetWhole(uint32_t nCopies); ///< that the agent has stored since the last time
 
     CCopyGroup& m_group;
@@ -51,7 +52,8 @@ private:
     CCopyGroup::SPart m_part;
     CDeletionList::Entries m_files;
     SEnd m_end;
-    uint64_t m_ui64EndMicros = 0;    ///< that the last end of a group took
+    uint64_t m_ui64FlushMicros = 0;  ///< that the last one took
+    uint64_t m_ui64BeforeMicros = 0; ///< and the one before: a single slow one says nothing
     uint64_t m_ui64StoreMicros = 0;  ///< of the group that is being stored
     uint64_t m_ui64WholeMicros = 0;  ///< that the storing of a whole group takes, by the last one
     uint64_t m_ui64WaitedMicros = 0; ///< for ends during the mail in hand
