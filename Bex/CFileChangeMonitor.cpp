@@ -24,10 +24,10 @@ void LogFailure(const char* pszOperation, int iLine)
 
 CFileChangeMonitor::~CFileChangeMonitor() { Close(); }
 
-void CFileChangeMonitor::Open(const Bex::CSimpleString& strDirectory)
+void CFileChangeMonitor::Open(const Bex::CSimpleString& strDirectory, std::string_view ending)
 {
     Close();
-    if (!m_watch.Open(strDirectory.Text()))
+    if (!m_watch.Open(strDirectory.Text(), ending))
         Bex::LogError(Bex::MainLog(), "FindFirstChangeNotification in %s:%d on \"%s\" failed, error-code: 0x%08X",
                       SOURCE_FILE, OPEN_LINE, strDirectory.Text(), Platform::LastError().dwSysError);
 }

@@ -3,6 +3,8 @@
 #include "Bex/CSimpleString.h"
 #include "Platform/CDirectoryWatch.h"
 
+#include <string_view>
+
 /// One directory's change notification: says that something in it changed, not what.
 ///
 /// Owned by the loop that watches the directory and used on that thread only. Asking consumes the notification and
@@ -16,7 +18,8 @@ public:
     CFileChangeMonitor(const CFileChangeMonitor&) = delete;
     CFileChangeMonitor& operator=(const CFileChangeMonitor&) = delete;
 
-    void Open(const Bex::CSimpleString& strDirectory);
+    /// With an ending only names that end so count (without regard to case).
+    void Open(const Bex::CSimpleString& strDirectory, std::string_view ending = {});
     bool HasChanged(); ///< since the last call; never blocks
     void Close();
     const Platform::IWaitable& Waitable() const { return m_watch; } ///< signalled while a change waits to be asked for

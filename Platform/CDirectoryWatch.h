@@ -2,6 +2,9 @@
 
 #include "Platform/IWaitable.h"
 
+#include <string>
+#include <string_view>
+
 namespace Platform {
 
 /// Tells that names in one directory (not below it) changed or that a file in it was written and closed.
@@ -15,7 +18,8 @@ public:
     CDirectoryWatch(const CDirectoryWatch&) = delete;
     CDirectoryWatch& operator=(const CDirectoryWatch&) = delete;
 
-    bool Open(const char* pszDirectory);
+    /// Of names that do not end so (without regard to case) nothing is told, though who waits may be woken.
+    bool Open(const char* pszDirectory, std::string_view ending = {});
     bool IsOpen() const { return m_iDescriptor >= 0; }
     bool Close();
     enum class EResult { Unchanged, Changed, Broken, Failed };
@@ -26,6 +30,7 @@ public:
 
 private:
     int m_iDescriptor = -1;
+    std::string m_strEnding;
 };
 
 } // namespace Platform

@@ -36,7 +36,8 @@ constexpr uint64_t MOST_REST_MILLIS = 600'000;
 CLocalAgent::CLocalAgent(std::shared_ptr<COutgoingFiles> pOutgoing)
     : m_directories(SMailDirectories::FromConfiguration()), m_iMostReceived(Config().GetInt(Keys::HEADER_RECEIVED_MAX)),
       m_space(Config().GetInt(Keys::QUEUE_MIN_FREE), {Config().GetPath(Keys::SPOOL_DIR), m_directories.strOutgoing}),
-      m_queue(m_directories.strQueue), m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
+      m_queue(m_directories.strQueue, CWatchedDirectory::MAIL_ENDING),
+      m_interceptor(TableFiles::InterceptAddresses(), m_directories.strIntercept),
       m_router(m_directories, m_interceptor, pOutgoing, StopEvent().Waitable()),
       m_group([this] { EndGroup(); },
               [pNames = std::move(pOutgoing)](std::string_view name) { pNames->Withdraw(name); })

@@ -27,7 +27,8 @@ constexpr int SECONDS_PER_MINUTE = 60;
 } // namespace
 
 CRemoteAgent::CRemoteAgent(std::shared_ptr<COutgoingFiles> pFiles, std::shared_ptr<CWaitingConnections> pWaiting)
-    : m_directory(Config().GetPath(Keys::OUTGOING_DIR)), m_pFiles(std::move(pFiles)), m_pWaiting(std::move(pWaiting))
+    : m_directory(Config().GetPath(Keys::OUTGOING_DIR), CWatchedDirectory::MAIL_ENDING), m_pFiles(std::move(pFiles)),
+      m_pWaiting(std::move(pWaiting))
 {
     m_iRetryMin = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MIN)} * SECONDS_PER_MINUTE;
     m_iRetryMax = int64_t{Config().GetInt(Keys::AUTO_TRANS_RETRY_MAX)} * SECONDS_PER_MINUTE;

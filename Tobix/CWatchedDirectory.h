@@ -4,6 +4,8 @@
 #include "Bex/CSimpleString.h"
 #include "Bex/CWatchRenewal.h"
 
+#include <string_view>
+
 /// A directory that an agent lists whenever something in it may have changed: at first, and after each notification.
 ///
 /// A watch breaks when its directory goes away, and cannot be opened while the system has none left: it is tried again,
@@ -11,7 +13,9 @@
 class CWatchedDirectory
 {
 public:
-    explicit CWatchedDirectory(const Bex::CSimpleString& strPath);
+    /// With an ending only files whose names end so count: that a mail's temporary file comes is no change.
+    explicit CWatchedDirectory(const Bex::CSimpleString& strPath, std::string_view ending = {});
+    static constexpr std::string_view MAIL_ENDING = ".eml";
 
     const Bex::CSimpleString& Path() const { return m_strPath; }
     bool MayHaveChanged();                  ///< since the last question, which takes the notification
@@ -21,6 +25,7 @@ public:
 
 private:
     Bex::CSimpleString m_strPath;
+    std::string_view m_ending;
     CFileChangeMonitor m_monitor;
     Bex::CWatchRenewal m_renewal;
     bool m_bAskAgain = true;

@@ -52,6 +52,10 @@ TEST(DirectoryWatchTest, TellsOnceOfNamesAndFinishedWrites)
     EXPECT_EQ(resultOf([&] { rename(dir / "out", dir / "watched/in"); }), EResult::Changed);
     EXPECT_EQ(resultOf([&] { dir.Read("watched/in"); }), EResult::Unchanged);
     EXPECT_EQ(resultOf([&] { dir.Write("watched/below/x", "y"); }), EResult::Unchanged);
+    ASSERT_TRUE(watch.Open((dir / "watched").c_str(), ".eml"));
+    dir.Write("watched/.a.eml.tmp", "");
+    EXPECT_EQ(watch.Consume(), EResult::Unchanged);
+    EXPECT_EQ(resultOf([&] { rename(dir / "watched/.a.eml.tmp", dir / "watched/a.EML"); }), EResult::Changed);
     EXPECT_EQ(resultOf([&] { rename(dir / "watched", dir / "away"); }), EResult::Broken);
     ASSERT_TRUE(watch.Open((dir / "away").c_str()));
     EXPECT_EQ(resultOf([&] { std::filesystem::remove_all(dir / "away"); }), EResult::Broken);
