@@ -3,6 +3,9 @@
 #include "Platform/CCallWatcher.h"
 #include "SMTPc/CWaitingConnections.h"
 #include "Tobix/CSMTPDeliveryThread.h"
+
+#include <gmock/gmock.h>
+
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"
 
@@ -298,7 +301,8 @@ struct SSecond
 };
 TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
 {
-    const std::string BOTH = "EMRDMRDQ", AFRESH = "EMRDMRDEMRDQ";
+    // A server that is closed on may have read the rest of what was sent together, or not.
+    const std::string BOTH = "EMRDMRDQ", AFRESH = "EMRDM?R?D?EMRDQ";
     const SSecond ROWS[] = {{{}, BOTH},
                             {{{"payload1", "late250 taken\r\n"}}, "", BOTH},
                             {{{"RCPT1", "550 no\r\n"}}, "EMRSMRDQ", "EMRDSMRDQ"},
@@ -307,12 +311,12 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
                             {{{"MAIL2", "421 enough\r\n"}}, "EMRDMEMRDQ", AFRESH},
                             {{{"payload1", "last250 bye\r\n"}}, "EMRDEMRDQ"},
                             {{{"payload1", "250 taken\r\n250 taken again\r\n"}}, BOTH, AFRESH},
-                            {{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, "EMRSEMRDQ", "EMRDSMRDEMRDQ"},
+                            {{{"RCPT1", "550 no\r\n"}, {"RSET", "502 what\r\n"}}, "EMRSEMRDQ", "EMRDSM?R?D?EMRDQ"},
                             {{{"RCPT1", "421 no\r\n"}}, "EMRQEMRDQ", "EMRDQEMRDQ"}, // on a connection that ends
                             {{{"DATA2", "250 to the command before\r\n"}}, AFRESH},
                             {{{"payload2", "drop"}}, AFRESH}, // without TLS, as ever
                             {{{"RCPT2", "450 later\r\n"}}, "EMRDMRQ", BOTH, "temporarily failed with error 9"},
-                            {{{"MAIL2", "550 never\r\n"}}, "EMRDMQ", "EMRDMRD", "permanently failed with error 19"}};
+                            {{{"MAIL2", "550 never\r\n"}}, "EMRDMQ", "EMRDMR?D?", "permanently failed with error 19"}};
     for (size_t n = 0; n < 2 * std::size(ROWS); ++n) {
         const SSecond& row = ROWS[n / 2];
         const bool bTogether = n % 2 == 1;
@@ -331,7 +335,8 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
         std::string strCommands;
         for (const std::string& strCommand : server.Commands())
             strCommands += strCommand.starts_with("RS") ? 'S' : strCommand[0];
-        EXPECT_EQ(strCommands, bTogether && !row.strTogether.empty() ? row.strTogether : row.strOneByOne);
+        EXPECT_THAT(strCommands,
+                    testing::MatchesRegex(bTogether && !row.strTogether.empty() ? row.strTogether : row.strOneByOne));
         EXPECT_FALSE(Holds(world.Report(), "carl") || Holds(world.Report(), "RSET")) << world.Report();
     }
 }
