@@ -5,12 +5,16 @@
 
 #include <algorithm>
 
-void CAliasPreresolver::Run()
+bool CAliasPreresolver::Run(const std::function<bool()>& ShallStop)
 {
-    for (Id entry = 0; entry < m_index.Count(); ++entry)
-        NoteSpelling(entry);
-    for (Id entry = 0; entry < m_index.Count(); ++entry)
-        Settle(entry);
+    for (const auto Step : {&CAliasPreresolver::NoteSpelling, &CAliasPreresolver::Settle}) {
+        for (Id entry = 0; entry < m_index.Count(); ++entry) {
+            if (ShallStop())
+                return false;
+            (this->*Step)(entry);
+        }
+    }
+    return true;
 }
 
 /// Nearly always a target that spells an entry's key leads to the entry, too, which shows as a circle. These are the

@@ -3,6 +3,7 @@
 #include "Common/CAliasIndex.h"
 #include "Common/CChainForest.h"
 
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -27,7 +28,8 @@ class CAliasPreresolver
 public:
     explicit CAliasPreresolver(CAliasIndex& index) : m_index(index), m_entries(index.Count()), m_chains(index.Count())
     {}
-    void Run(); ///< sets the values; hides the entries that have to be removed
+    /// Sets the values; hides the entries that have to be removed. False: broken off, as ShallStop said.
+    bool Run(const std::function<bool()>& ShallStop);
 
 private:
     using Id = CAliasIndex::Id;

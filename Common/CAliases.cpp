@@ -81,7 +81,7 @@ CAliases::SStep CAliases::Step(std::string_view address)
     return {index.Entry(target.entry).key, index.Entry(target.entry).value};
 }
 
-void CAliases::PreresolveAliases()
+bool CAliases::PreresolveAliases(const std::function<bool()>& ShallStop)
 {
     CHashMap resolved;
     for (CIterator node(*this); node; ++node) // only this thread changes the table: lookups go on meanwhile
@@ -89,7 +89,8 @@ void CAliases::PreresolveAliases()
     std::vector<Bex::CSimpleString> removed;
     {
         CAliasIndex index(resolved);
-        CAliasPreresolver(index).Run();
+        if (!CAliasPreresolver(index).Run(ShallStop))
+            return false;
         for (CAliasIndex::Id entry = 0; entry < index.Count(); ++entry) {
             if (index.IsHidden(entry))
                 removed.push_back(index.Entry(entry).key);
@@ -105,6 +106,7 @@ void CAliases::PreresolveAliases()
     pOld = std::move(m_pIndex);
     Swap(resolved);
     m_pIndex = std::move(pIndex);
+    return true;
 }
 
 void CAliases::TakeOver(CAliases& fresh)

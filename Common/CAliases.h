@@ -2,6 +2,7 @@
 
 #include "Bex/CStorableStringHash.h"
 
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -39,8 +40,10 @@ public:
         Bex::CSimpleString strTarget;
     };
     SStep Step(std::string_view address);
-    /// Rewrites targets at local domains until they are users or addresses elsewhere; drops what leads nowhere.
-    void PreresolveAliases();
+    /// Rewrites targets at local domains until they are users or addresses elsewhere; drops what leads nowhere. Some
+    /// tables take a minute: false when ShallStop, which is asked all the while, has broken it off; nothing is changed
+    /// then.
+    bool PreresolveAliases(const std::function<bool()>& ShallStop = [] { return false; });
     void TakeOver(CAliases& fresh); ///< its content, which nobody else uses; and its file
     using CStorableStringHash::Saw;
     int GoodEntries() const { return m_iGood; }

@@ -1,6 +1,7 @@
 #include "Tobix/TableReload.h"
 
 #include "Bex/CFileException.h"
+#include "Bex/CService.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Tobix/CInterceptor.h"
@@ -39,6 +40,12 @@ bool ReloadIfChanged(TTable& table, const char* pszFile)
     return false;
 }
 
+bool ServiceIsStopping()
+{
+    const Bex::CService* const pService = Bex::CService::Instance();
+    return pService != nullptr && pService->StopEvent().IsSet();
+}
+
 bool ReloadAliases()
 {
     CAliases fresh;
@@ -48,8 +55,8 @@ bool ReloadAliases()
         Aliases().Saw(fresh);
     }
     Bex::LogInfo(Bex::MainLog(), "preresolving aliases...");
-    (bLoaded ? fresh : Aliases()).PreresolveAliases();
-    if (bLoaded)
+    const bool bResolved = (bLoaded ? fresh : Aliases()).PreresolveAliases(ServiceIsStopping);
+    if (bLoaded && bResolved)
         Aliases().TakeOver(fresh);
     return bLoaded;
 }
