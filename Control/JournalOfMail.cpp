@@ -11,22 +11,29 @@
 
 namespace {
 
-constexpr size_t MOST_BYTES = 1u << 20;
 constexpr unsigned LONGEST_MILLIS = 20'000;
-constexpr char MOST_LINES[] = "1000";
 constexpr size_t MOST_NAMES = 100;
 
 using CNames = std::vector<std::string>;
 
-/// What is known by any of the names; nothing when there is no journal to be asked.
-std::optional<std::string> AskJournal(const CNames& names, std::vector<std::string> format)
+struct SAmount
 {
-    std::vector<std::string> command{"journalctl", "--no-pager", "--quiet", "-n", MOST_LINES};
+    const char* pszLines; ///< the last ones
+    size_t nBytes;
+};
+constexpr SAmount TO_SHOW{"1000", 1u << 20};
+constexpr SAmount ALL{"all", 256u << 20}; ///< a line for each recipient of a mail that has as many as one may have
+
+/// What is known by any of the names; nothing when there is no journal to be asked.
+std::optional<std::string> AskJournal(const CNames& names, std::vector<std::string> format, SAmount most,
+                                      bool* pbComplete = nullptr)
+{
+    std::vector<std::string> command{"journalctl", "--no-pager", "--quiet", "-n", most.pszLines};
     std::ranges::move(format, std::back_inserter(command));
     for (const std::string& strName : names)
         command.push_back("TOBIX_MAIL=" + strName);
     std::string strOutput;
-    if (!Platform::ReadProgramOutput(command, MOST_BYTES, LONGEST_MILLIS, strOutput))
+    if (!Platform::ReadProgramOutput(command, most.nBytes, LONGEST_MILLIS, strOutput, pbComplete))
         return std::nullopt;
     return strOutput;
 }
@@ -39,14 +46,16 @@ std::vector<std::string> LinesOf(std::string_view text)
     return lines;
 }
 
-std::vector<nlohmann::json> EntriesOf(std::string_view name, const char* pszFields)
+/// False when there may be more of them.
+template <class TVisit>
+bool ForEachEntry(std::string_view name, const char* pszFields, SAmount most, TVisit Visit)
 {
-    std::vector<nlohmann::json> entries;
+    bool bComplete = false;
     const std::optional<std::string> output =
-        AskJournal({std::string(name)}, {"-o", "json", std::string("--output-fields=") + pszFields});
-    for (const std::string& strLine : LinesOf(output.value_or("")))
-        entries.push_back(nlohmann::json::parse(strLine, nullptr, false));
-    return entries;
+        AskJournal({std::string(name)}, {"-o", "json", std::string("--output-fields=") + pszFields}, most, &bComplete);
+    for (std::string_view text = output ? *output : std::string_view(); !text.empty();)
+        Visit(nlohmann::json::parse(Bex::TakeLine(text), nullptr, false));
+    return output && bComplete;
 }
 
 /// A field that stands several times in an entry is a list.
@@ -67,15 +76,15 @@ CNames NamesOf(std::string_view name, std::string_view messageID)
     if (messageID.empty())
         return names;
     const std::string strId = std::string("<").append(messageID).append(">");
-    for (const nlohmann::json& entry : EntriesOf(name, "TOBIX_MAIL")) {
+    ForEachEntry(name, "TOBIX_MAIL", TO_SHOW, [&](const nlohmann::json& entry) {
         const CNames known = TextsIn(entry, "TOBIX_MAIL");
         if (std::ranges::find(known, strId) == known.end())
-            continue;
+            return;
         for (const std::string& strOther : known) {
             if (strOther != strId && names.size() < MOST_NAMES && std::ranges::find(names, strOther) == names.end())
                 names.push_back(strOther);
         }
-    }
+    });
     return names;
 }
 
@@ -91,7 +100,7 @@ bool TellsOfCopy(std::string_view message, std::string_view messageID)
 SJournalOfMail SJournalOfMail::Of(std::string_view name, std::string_view messageID)
 {
     SJournalOfMail journal;
-    const std::optional<std::string> output = AskJournal(NamesOf(name, messageID), {"-o", "short-iso"});
+    const std::optional<std::string> output = AskJournal(NamesOf(name, messageID), {"-o", "short-iso"}, TO_SHOW);
     if (output)
         journal.lines = LinesOf(*output);
     else
@@ -101,12 +110,11 @@ SJournalOfMail SJournalOfMail::Of(std::string_view name, std::string_view messag
     return journal;
 }
 
-SJournalOfMail::CCopies SJournalOfMail::CopiesOf(std::string_view name)
+bool SJournalOfMail::FindCopies(std::string_view name, CCopies& copies)
 {
-    CCopies copies;
-    for (const nlohmann::json& entry : EntriesOf(name, "MESSAGE,TOBIX_TO"))
+    return ForEachEntry(name, "MESSAGE,TOBIX_TO", ALL, [&](const nlohmann::json& entry) {
         copies.push_back({TextIn(entry, "MESSAGE"), TextsIn(entry, "TOBIX_TO")});
-    return copies;
+    });
 }
 
 std::vector<std::string> SJournalOfMail::Served(const CCopies& copies, std::string_view messageID)

@@ -21,7 +21,7 @@ struct SJournalOfMail
         std::vector<std::string> recipients; ///< one, and where that one's mail goes
     };
     using CCopies = std::vector<SCopy>;
-    static CCopies CopiesOf(std::string_view name); ///< likewise
+    static bool FindCopies(std::string_view name, CCopies& copies); ///< likewise; false when there may be others
     /// The recipients who have their copies of the mail: another one of the same name has another message id.
     static std::vector<std::string> Served(const CCopies& copies, std::string_view messageID);
 };

@@ -176,7 +176,8 @@ int Requeue(const SOptions& options, const SRequeueQuestion& question)
     LoadTables(options);
     const SFailedMail failed = SFailedMail::Given(question.strName);
     const SJournalOfMail journal = SJournalOfMail::Of(failed.strName); // which another user may not ask
-    const SJournalOfMail::CCopies copies = SJournalOfMail::CopiesOf(failed.strName);
+    SJournalOfMail::CCopies copies;
+    const bool bAllCopies = SJournalOfMail::FindCopies(failed.strName, copies);
     Platform::CActingUser acting;
     if (Platform::IsAdministrator() && !acting.BecomeOwnerOf(PlaceDirectory(EPlace::Outgoing).Text()))
         Fail(PlaceDirectory(EPlace::Outgoing), Platform::LastError());
@@ -187,6 +188,8 @@ int Requeue(const SOptions& options, const SRequeueQuestion& question)
     RequireKnown(mail, question.recipients);
     const CAddresses served = SJournalOfMail::Served(copies, mail.MessageID().Text());
     const SChoice choice = SChoice::Of(mail, served, question.recipients);
+    if (!journal.lines.empty() && !bAllCopies && question.recipients.empty())
+        throw CControlError(EExit::Wrong, "the journal does not tell to its end who has it: say for whom, with --to");
     const CTerminal terminal(options);
     Tell(terminal, journal, choice);
     if (choice.chosen.empty())

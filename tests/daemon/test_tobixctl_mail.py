@@ -36,8 +36,8 @@ def journal(world):
                 for name, _, value in (line.partition("=") for line in entry.splitlines()):
                     fields[name] = [*fields.get(name, []), value] if name.startswith("TOBIX") else value
                 entries.write(json.dumps(fields) + "\n")
-    (world.root / "journalctl").write_text(f"#!/bin/sh\nfor word; do case $word in TOBIX_MAIL=*) names=\"$names -e ${{word#*=}}\";; esac; done\n"
-                                              f"exec grep -F $names {world.root}/entries\n")
+    (world.root / "journalctl").write_text(f"#!/bin/sh\nfor word; do case $last$word in *TOBIX_MAIL=*) names=\"$names -e ${{word#*=}}\";; -nall) n=+1;; -n*) n=$word;; esac; last=$word; done\n"
+                                              f"grep -F $names {world.root}/entries | tail -n $n\n")
     (world.root / "journalctl").chmod(0o755)
     (world.root / "log").touch()
     log = os.stat(world.root / "log")
@@ -231,6 +231,8 @@ class Requeue(unittest.TestCase):
                 self.assertEqual(world.stop(), 0)
             self.assertEqual([len(world.mailbox(user)) for user in ("ann", "carl", "eve")], [2, 1, 0])
             path = f"{world.root}:/bin"
+            with open(world.root / "entries", "a") as entries:  # more than is shown
+                entries.write('{"MESSAGE": "noise", "TOBIX_MAIL": ["a.eml"]}\n' * 1000)
             road = [json.loads(line) for line in json.loads(ctl(world, "queue", "show", names(world.outgoing)[0], "--json", PATH=path)[1])["journal"]]
             self.assertRegex(" ".join(line["MESSAGE"] for line in road), "saved in <ann>.*saved in outgoing.*temporarily failed")
             self.assertIn("o.eml", road[-1]["TOBIX_MAIL"])

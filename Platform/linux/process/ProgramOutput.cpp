@@ -73,7 +73,7 @@ bool Collect(int iInput, size_t nMost, unsigned dwMillis, std::string& strOutput
 } // namespace
 
 bool ReadProgramOutput(const std::vector<std::string>& arguments, size_t nMost, unsigned dwMillis,
-                       std::string& strOutput)
+                       std::string& strOutput, bool* pbComplete)
 {
     strOutput.clear();
     const std::string strPath = FindProgram(arguments.front());
@@ -89,6 +89,8 @@ bool ReadProgramOutput(const std::vector<std::string>& arguments, size_t nMost, 
     }
     output.Close();
     const bool bComplete = Collect(input.Get(), nMost, dwMillis, strOutput);
+    if (pbComplete != nullptr)
+        *pbComplete = bComplete;
     if (!bComplete)
         kill(iProcess, SIGKILL);
     int iStatus = 0;
