@@ -407,7 +407,7 @@ TEST_F(AgentTest, WaitsForNoScriptAfterAStopAndTouchesNothingOnceItIsGivenUp)
         EXPECT_TRUE(Becomes([] { return !Bex::CThread::AnyAbandoned(); }));
         EXPECT_EQ(CountIn("queue"), 1u);
         if (!bGivenUp)
-            RunAgentUntilQueueIsEmpty();    // of the rest
+            RunAgentUntilQueueIsEmpty();                                            // of the rest
         EXPECT_EQ(CountIn("outgoing"), end == EEnd::StopBeforeTheScript ? 1u : 2u); // not of the last mail
         EXPECT_FALSE(fs::exists(ran));
     }

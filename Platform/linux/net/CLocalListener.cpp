@@ -45,9 +45,8 @@ bool CLocalListener::Bind(const char* pszPath)
     if (!address.Set(pszPath))
         return false;
     const auto Try = [&] {
-        return Succeeded(GuardedCall({EFault::LocalSocket}, [&] {
-            return bind(m_socket.m_pSocket->Get(), address.Get(), address.nLength);
-        }));
+        return Succeeded(GuardedCall({EFault::LocalSocket},
+                                     [&] { return bind(m_socket.m_pSocket->Get(), address.Get(), address.nLength); }));
     };
     if (!Try() && !(LastError().iLibError == LIB_EXISTS && MakeWay(pszPath) && Try()))
         return false;

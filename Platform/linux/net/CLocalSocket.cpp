@@ -48,8 +48,8 @@ bool CLocalSocket::Connect(const char* pszPath, const CWaitLimit& limit)
                                  [] { return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); }));
     if (!made.IsValid())
         return FailWithErrno();
-    while (GuardedCall({EFault::LocalSocket},
-                       [&] { return connect(made.Get(), address.Get(), address.nLength); }) != 0) {
+    while (GuardedCall({EFault::LocalSocket}, [&] { return connect(made.Get(), address.Get(), address.nLength); }) !=
+           0) {
         if (!MayGoOn())
             return FailWithErrno();
         if (limit.IsStopped())
