@@ -68,7 +68,10 @@ void CWaitingConnections::End(uint64_t nBy)
         FailureOf([&] { one.pConnection->client.SendCommand("QUIT\r\n"); });
         one.pConnection->client.SetLimit({});
     }
+    CWaiting unheard;
     const std::lock_guard lock(m_lock);
     m_parting.splice(m_parting.end(), parting);
     m_parting.splice(m_parting.end(), ending);
+    while (m_parting.size() > MOST)
+        unheard.splice(unheard.end(), m_parting, m_parting.begin());
 }

@@ -8,7 +8,8 @@
 #include <mutex>
 
 /// Open connections that no mail has for now, each for so many seconds at most. When there are too many, the one that
-/// has been here longest makes room. What ends here is told QUIT, and its answer waited for by nobody.
+/// has been here longest makes room. What ends here is told QUIT, and its answer waited for by nobody; of these, too,
+/// there are no more than that.
 ///
 /// Shared by the delivery threads, which bring and take, and the remote agent, which has them end; no operation waits
 /// for a host.
