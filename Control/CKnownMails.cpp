@@ -12,7 +12,7 @@ void CKnownMails::Ask(std::span<const SWaitingMail> mails)
     m_mails.clear();
     std::vector<std::string> names;
     for (const SWaitingMail& mail : mails) {
-        if (mail.name.place == EPlace::Outgoing && mail.name.mark == EMark::None)
+        if (mail.name.place == EPlace::Outgoing && mail.name.mark == EMark::None && mail.name.CanBeTold())
             names.push_back(mail.name.strName);
     }
     const std::optional<nlohmann::json> answer = m_bGivenUp || names.empty() ? std::nullopt : Answer(names);

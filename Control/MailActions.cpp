@@ -102,7 +102,10 @@ void TakeAnswer(const nlohmann::json& answer, std::span<const SMailName> asked, 
     for (const SMailName& name : asked) {
         const std::string strReason = TextIn(refused, name.strName.c_str());
         const bool bToldOf = done.contains(name.strName) || !strReason.empty();
-        TakeResult(name.Shown(), bToldOf ? strReason : "the daemon's answer says nothing of it", outcomes);
+        const std::string strSilence = name.CanBeTold()
+                                           ? "the daemon's answer says nothing of it"
+                                           : "its name is not UTF-8, and cannot be told the daemon: rename it";
+        TakeResult(name.Shown(), bToldOf ? strReason : strSilence, outcomes);
     }
 }
 
@@ -142,8 +145,10 @@ void WithoutDaemon(std::span<const SMailName> names, const SAction& action, COut
 void AskAbout(std::span<const SMailName> names, const SAction& action, COutcomes& outcomes)
 {
     auto texts = nlohmann::json::array();
-    for (const SMailName& name : names)
-        texts.push_back(name.strName);
+    for (const SMailName& name : names) {
+        if (name.CanBeTold())
+            texts.push_back(name.strName);
+    }
     try {
         const nlohmann::json request{
             {"command", action.pszCommand}, {"directory", PlaceName(names.front().place)}, {"names", std::move(texts)}};
@@ -212,7 +217,7 @@ int RetryMail(const SOptions& options, const SMailSelection& selection)
     LoadConfiguration(options);
     std::vector<std::string> names;
     ForEachMailFile(EPlace::Outgoing, [&](const SMailName& name) {
-        if (name.mark == EMark::None)
+        if (name.mark == EMark::None && name.CanBeTold())
             names.push_back(name.strName);
         if (names.size() == MOST_NAMES_ASKED)
             RetryWaiting(std::exchange(names, {}), outcomes);

@@ -92,6 +92,8 @@ std::string SMailName::Shown() const
     return std::string(PlaceName(place)) + "/" + strName + std::string(SuffixOf(mark));
 }
 
+bool SMailName::CanBeTold() const { return Bex::IsUtf8(strName); }
+
 Bex::CSimpleString SMailName::Path() const
 {
     return Bex::PathBelow(PlaceDirectory(place), strName + std::string(SuffixOf(mark)));

@@ -28,5 +28,6 @@ struct SMailName
     static SMailName Given(const std::string& strText, std::span<const EPlace> places, std::span<const EMark> marks);
 
     std::string Shown() const; ///< "queue/x.eml"
+    bool CanBeTold() const;    ///< to the daemon, which would take another name for one that is not UTF-8
     Bex::CSimpleString Path() const;
 };

@@ -136,6 +136,8 @@ class Actions(unittest.TestCase):
             (world.etc / "smarthosts").write_text(f"silent.example: 127.0.0.1:{sink.port}\n*: 127.0.0.1:1\n")
             fill(world)
             (world.outgoing / "silent.eml").write_bytes(mail("silent@silent.example"))
+            for name in ("\udcff.EML", "\ufffd.EML"):
+                (world.queue / name).write_bytes(mail())
             for n in range(250):
                 (world.outgoing / f"n{n}.eml").write_bytes(mail("z@z.example", sender="ann@example.org"))
             world.start(TOBIX_CONNECTIVITY="4")
@@ -157,6 +159,7 @@ class Actions(unittest.TestCase):
                 (["hold", "a.eml"], 1, "is in both"), (["remove", "queue/a.eml"], 3, "say --yes"), (["retry"], 2, "which mail?"),
                 (["hold", "--to", "x", "many.eml"], 2, "which mail?"), (["retry", "--all", "a.eml"], 2, "which mail?"),
                 (["retry", "queue/a.eml"], 1, "no such mail"), (["hold", "../etc/tobix.cfg"], 2, "no mail's name"),
+                (["hold", "\udcff.EML"], 1, "not UTF-8"), (["hold", "\ufffd.EML"], 0),
                 (["hold", "queue/../a.eml"], 2, "no mail's name"), (["hold", "\n\x1b[2J.eml"], 1, r"\?\?\[2J.eml: no such"),
                 (["hold", "x" * 300 + ".eml"], 2, "no mail's name"), (["status"], 1, "low space", "remote deferred +25[3-5]", "sends silent.eml"),
                 (["metrics"], 0, "tobix_low_space 1", "tobix_attempt_seconds_bucket", r'tobix_bounced_total{class="4xx"} 0'))
