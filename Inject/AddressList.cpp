@@ -35,8 +35,11 @@ private:
         case '>':
             m_bInAngle = false;
             break;
-        case ':': // behind a group's name or a route
-            m_strAddress.clear();
+        case ':': // behind a group's name or a route; in an address it is no less wrong for having a valid rest
+            if (m_strAddress.find('@', 1) == std::string::npos || m_strAddress.front() == '@')
+                m_strAddress.clear();
+            else
+                Append(c);
             break;
         case ',':
         case ';':

@@ -52,6 +52,7 @@ class InjectTest(unittest.TestCase):
             (["a@x.example", "-f"], HEAD, 64, None, b"needs a value", b""),
             (["o'brien@x.example"], HEAD, 64, None, b"no address", b""),
             (["a@x.example\nb@x.example"], HEAD, 64, None, b"no address", b""),
+            (["a@x.example:25,<@g.example,@h.example:b@x.example>"], HEAD, 64, None, b"a@x.example:25", b""),
             (["-t"], HEAD + b"To: undisclosed-recipients:;\n\n", 65, None, b"names no recipient", b""),
             (["-t"], HEAD + b"To: Ann Example\n\n", 65, None, b"no address", b""),
             (["-t"], b"To: " + b",".join(b"u%d" % n for n in range(100_001)) + b"\n\n", 65, None, b"too many", b""),
