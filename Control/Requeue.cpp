@@ -140,18 +140,18 @@ SMailName WriteNew(const CMail& mail, EPlace place, const std::string& strName)
     throw CControlError(EExit::Wrong, strName + ": that name and all like it are taken");
 }
 
-/// Whoever is neither served nor chosen keeps the mail where it was.
-void LeaveRest(const CMail& mail, const CAddresses& left, CHeldMailFile& file)
+/// Whoever is neither served nor chosen keeps the mail where it was. Empty, or why all of them are left in it.
+std::string LeaveRest(const CMail& mail, const CAddresses& left, CHeldMailFile& file)
 {
-    if (left.empty()) {
-        if (!file.RemoveIfStill())
-            throw CControlError(EExit::Wrong, std::string(file.Name().Text()) + " has changed meanwhile, and stays");
-        return;
+    try {
+        if (left.empty())
+            return file.RemoveIfStill() ? "" : "it has changed meanwhile";
+    } catch (const Bex::CFileException& exception) {
+        return ErrorText(exception.Error());
     }
     const CMail rest(mail, Joined(left));
     const SSaveResult saved = rest.Save(file.Name(), EWriteMode::Queue, {.bOrdered = true, .BeforeWaiting = nullptr});
-    if (!saved)
-        Fail(file.Name(), saved.error);
+    return saved ? "" : ErrorText(saved.error);
 }
 
 void Tell(const CTerminal& terminal, const SJournalOfMail& journal, const SChoice& choice)
@@ -202,11 +202,14 @@ int Requeue(const SOptions& options, const SRequeueQuestion& question)
         AskYesNo(terminal, "Deliver it?", "say for whom, with --to, or --yes");
     const EPlace place = IsOutgoing(mail, failed.strName) ? EPlace::Outgoing : EPlace::Queue;
     const SMailName written = WriteNew(CMail(mail, Joined(choice.chosen)), place, failed.strName);
-    LeaveRest(mail, choice.left, file);
+    const std::string strWhyAll = LeaveRest(mail, choice.left, file);
     if (terminal.IsJson())
         terminal.Json(
             {{"requeued", written.Shown()}, {"to", choice.chosen}, {"served", choice.served}, {"left", choice.left}});
     else
         terminal.Line("requeued as " + written.Shown());
+    if (!strWhyAll.empty())
+        throw CControlError(EExit::Wrong, "they get it, but " + std::string(failed.strPath.Text()) +
+                                              " still names them as well: " + strWhyAll);
     return static_cast<int>(EExit::Done);
 }
