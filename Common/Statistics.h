@@ -14,6 +14,7 @@ enum class ECount {
     OutgoingCopies,   ///< for other hosts
     Filtered,         ///< caught by a content filter
     LocalFailed,      ///< queue files for the error directory
+    LoopsEnded,       ///< of these, those that went round
     RemoteDelivered,  ///< taken by another host
     RemoteDeferred,   ///< attempts after which the mail is tried again
     BouncedTemporary, ///< given up after AutoTransTime
@@ -31,8 +32,9 @@ enum class EDuration {
 };
 
 inline constexpr std::array<const char*, static_cast<size_t>(ECount::Number)> COUNT_NAMES = {
-    "local_mails",     "local_copies", "outgoing_copies", "filtered",      "local_failed", "remote_delivered",
-    "remote_deferred", "bounced_4xx",  "bounced_5xx",     "remote_failed", "sessions",     "sessions_tls"};
+    "local_mails",   "local_copies",     "outgoing_copies", "filtered",    "local_failed",
+    "loops_ended",   "remote_delivered", "remote_deferred", "bounced_4xx", "bounced_5xx",
+    "remote_failed", "sessions",         "sessions_tls"};
 inline constexpr std::array<const char*, static_cast<size_t>(EDuration::Number)> DURATION_NAMES = {
     "attempt_seconds", "local_mail_seconds"};
 /// The upper bounds of a histogram's fields, in microseconds; one more field counts what took longer.

@@ -38,6 +38,7 @@ constexpr SCounter COUNTERS[] = {
     {"outgoing_copies", "tobix_outgoing_copies", "Copies stored in the outgoing directory."},
     {"filtered", "tobix_filtered", "Mails kept back by the content filters."},
     {"local_failed", "tobix_local_failed", "Mails moved from the queue directory to the error directory."},
+    {"loops_ended", "tobix_loops_ended", "Those of them that had gone round."},
     {"remote_delivered", "tobix_remote_delivered", "Outgoing mails that another server has taken."},
     {"remote_deferred", "tobix_remote_deferred", "Attempts after which an outgoing mail waits for the next one."},
     {"bounced_4xx", "tobix_bounced", "Outgoing mails given up, by the class of the last reply.", "class", "4xx"},

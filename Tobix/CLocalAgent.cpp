@@ -226,7 +226,7 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     }
     if (m_iMostReceived > 0 && mail.Received().Count() > static_cast<uint32_t>(m_iMostReceived)) {
         MailLog::GoesRound(mail, m_iMostReceived);
-        ++m_nLoopsEnded;
+        Statistics::Count(Statistics::ECount::LoopsEnded);
         return EOutcome::Failed;
     }
     if (!m_group.HasRoomFor(mail.Recipients().Count()))

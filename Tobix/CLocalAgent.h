@@ -35,7 +35,6 @@ public:
         return m_nWaiting;
     } ///< queue files of the last look that are still to be done; any thread
     bool IsShortOfSpace() const { return m_space.WasShort(); } ///< mail waits for space on a volume; any thread
-    uint64_t LoopsEnded() const { return m_nLoopsEnded; }      ///< mails that failed as they went round; any thread
 
 protected:
     void Body() override;
@@ -78,7 +77,6 @@ private:
     CWatchedDirectory m_queue;
     Bex::CList<Bex::CSimpleString> m_batch{false}; ///< bare names, found by the last scan and not yet taken
     std::atomic<size_t> m_nWaiting = 0;
-    std::atomic<uint64_t> m_nLoopsEnded = 0;
     bool m_bBusyFiles = false; ///< met since the last wait
     struct SBusy
     {

@@ -63,7 +63,6 @@ void CWorkers::Look(SDaemonView& view) const
     if (m_pLocalAgent) {
         view.nQueue = m_pLocalAgent->Waiting();
         view.bShortOfSpace = m_pLocalAgent->IsShortOfSpace();
-        view.nLoopsEnded = m_pLocalAgent->LoopsEnded();
     }
     if (!m_remoteDelivery.HasAgent())
         return;

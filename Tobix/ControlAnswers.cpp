@@ -113,7 +113,6 @@ json Status(const SDaemonView& view)
             {"running_since", view.iRunningSince},
             {"paused", view.bPaused},
             {"low_space", view.bShortOfSpace},
-            {"loops_ended", view.nLoopsEnded},
             {"missing", view.strMissing},
             {"tables", Tables(view)},
             {"threads", Threads()},

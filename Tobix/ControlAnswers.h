@@ -22,7 +22,6 @@ struct SDaemonView
     int64_t iRunningSince = 0; ///< seconds since 1970-01-01 UTC
     bool bPaused = false;
     bool bShortOfSpace = false; ///< no mail is taken from the queue until there is more
-    uint64_t nLoopsEnded = 0;   ///< mails that went round, since the local agent was started
     std::string strMissing;     ///< what the last restart could not start, in words
     std::string strQueueDirectory;
     std::string strOutgoingDirectory;

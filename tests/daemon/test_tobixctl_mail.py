@@ -274,9 +274,10 @@ class Requeue(unittest.TestCase):
 
 class Metrics(unittest.TestCase):
     def test_are_text_for_collectors(self):
-        with World() as world:
+        with World(**{"Header.Received.Max": 1}) as world:
             world.open_control()
             fill(world)
+            (world.queue / "round.eml").write_bytes(mail(extra="Received: x\r\n" * 2))
             self.assertIn("tobix_up 0\n", ctl(world, "metrics")[1])
             os.chmod(world.root, 0o755)
             world.start()
@@ -286,7 +287,7 @@ class Metrics(unittest.TestCase):
             self.assertTrue(text.endswith("# EOF\n"))
             for line in text.splitlines()[:-1]:
                 self.assertRegex(line, r'^(# (TYPE|UNIT|HELP) tobix_\w+ .+|tobix_\w+({\w+="([^"\\]|\\.)*"})? [-+.e\d]+)$')
-            for line in ("tobix_up 1", "tobix_local_mails_total 1", 'tobix_bounced_total{class="5xx"} 0', 'tobix_local_mail_seconds_bucket{le="+Inf"} 1',
+            for line in ("tobix_up 1", "tobix_loops_ended_total 1", "tobix_local_mails_total 1", 'tobix_bounced_total{class="5xx"} 0', 'tobix_local_mail_seconds_bucket{le="+Inf"} 1',
                          'tobix_mails{directory="queue"} 1', 'tobix_mails_held{directory="queue"} 1',
                          "# UNIT tobix_attempt_seconds seconds", "# TYPE tobix_bounced counter"):
                 self.assertEqual(text.splitlines().count(line), 1, line)
