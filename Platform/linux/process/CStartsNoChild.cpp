@@ -10,7 +10,7 @@ namespace Platform {
 
 namespace {
 
-constexpr std::chrono::seconds LONGEST_WAIT(1); ///< of a start
+constexpr std::chrono::seconds LONGEST_WAIT(1); ///< of either side: a program may lie on a volume that hangs
 
 struct SGate
 {
@@ -38,7 +38,7 @@ void Lower(unsigned& nCount)
 CStartsNoChild::CStartsNoChild()
 {
     std::unique_lock lock(Gate().mutex);
-    Gate().changed.wait(lock, [] { return Gate().nStarts == 0; });
+    Gate().changed.wait_for(lock, LONGEST_WAIT, [] { return Gate().nStarts == 0; });
     ++Gate().nHeld;
 }
 
