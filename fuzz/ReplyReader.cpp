@@ -1,10 +1,12 @@
-// Reads any bytes as a reply, whole and cut at places that the bytes themselves choose: both see the same reply.
+// Reads any bytes as a reply, whole and cut at places that the bytes themselves choose: both see the same reply. Taken
+// as several replies it is the same text.
 
 #include "Check.h"
 #include "SMTPc/CReplyReader.h"
 
 #include <algorithm>
 #include <cstdint>
+#include <string>
 
 using EState = CReplyReader::EState;
 
@@ -23,6 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pBytes, size_t nSize)
     Check(state == last);
     if (state != EState::TooLong)
         Check(whole.Text() == cut.Text() && whole.LastLine() == cut.LastLine() && whole.Code() == cut.Code());
+    std::string strOneByOne;
+    for (std::string_view rest = text; !rest.empty();) {
+        CReplyReader one;
+        one.TakeOne(rest);
+        strOneByOne += one.Text();
+    }
+    Check(state != EState::Complete || strOneByOne == whole.Text());
     if (state == EState::Complete)
         Check(whole.Code() > 0 && whole.Text().ends_with('\n') && whole.Text().find('\0') == std::string::npos);
     Check(whole.Text().size() <= CReplyReader::MOST_BYTES + CReplyReader::MOST_LINES);

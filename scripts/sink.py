@@ -56,8 +56,7 @@ class Session(socketserver.StreamRequestHandler):
             sink.deferred.add(address)
             self.reply("451 4.7.1 try again later")
         else:
-            self.recipient = address
-            self.reply("250 ok")
+            self.recipient = None if self.reply("250 ok") is False else address  # as the client was told
 
     def receive(self):
         lines = []

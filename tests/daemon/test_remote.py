@@ -97,6 +97,8 @@ class Remote(unittest.TestCase):
         for sent in (count // 4, count // 2):
             wait_for("some mails", lambda: len(self.sink.mails) > sent)
             world.kill()
+            with open(world.etc / "tobix.cfg", "a") as config:  # the same holds where mails share connections
+                config.write("Connection.Mails: 20\nConnection.Pipelining: 1\n")
             world.start(TOBIX_CONNECTIVITY="4")
         world.process.send_signal(signal.SIGHUP)
         wait_for("all mails", lambda: len(set(self.sink.recipients())) == count)
