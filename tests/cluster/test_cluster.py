@@ -48,6 +48,10 @@ class Reader:
             self.numbers.append((path.parent.name, path.name))
             path.unlink()
 
+    def has(self, mails):
+        self.pass_over()
+        return len(self.stored) == mails
+
 
 def add_user(spool, name):
     (spool / name).mkdir(parents=True)
@@ -111,7 +115,9 @@ class ClusterTest(unittest.TestCase):
             with self.subTest(disturb.__name__), Host(1, tree) as one, Host(2, tree) as two:
                 reader = Reader(VOLUME[1] / tree / "spool")
                 self.deliver([one.fill(), two.fill()], disturb, reader.pass_over)
-                time.sleep(2)  # what the reader's host does not see yet
+                with contextlib.suppress(AssertionError):
+                    wait_for("what the reader's host does not see yet", lambda: reader.has(2 * MAILS), 60)
+                time.sleep(2)
                 reader.pass_over()
                 self.assertEqual(len(reader.stored), 2 * MAILS)
                 repeated = sum(reader.stored.values()) - 2 * MAILS
