@@ -7,7 +7,6 @@
 
 #include "bench/smtp_wire.h"
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -33,15 +32,6 @@ struct SPlace
 };
 
 std::atomic<int> g_nConnections{0};
-
-sockaddr_in Loopback(int iPort)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(iPort));
-    return address;
-}
 
 bool PassOn(int iFrom, int iTo)
 {
@@ -105,19 +95,6 @@ void Relay(int iClient, SPlace place)
     close(iClient);
 }
 
-int Listen()
-{
-    sockaddr_in address = Loopback(0);
-    socklen_t nLength = sizeof(address);
-    auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
-    const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(iSocket, pAddress, nLength) != 0 || listen(iSocket, SOMAXCONN) != 0 ||
-        getsockname(iSocket, pAddress, &nLength) != 0)
-        std::exit(1);
-    std::printf("%d\n", ntohs(address.sin_port));
-    return iSocket;
-}
-
 void AcceptAll(int iSocket, SPlace place)
 {
     for (int iClient; (iClient = accept4(iSocket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; ++g_nConnections)
@@ -132,8 +109,9 @@ int main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     if (argc != 3)
         return 2;
-    const SPlace place{Loopback(std::atoi(argv[1])), std::chrono::milliseconds(std::atoi(argv[2]))};
-    std::thread(AcceptAll, Listen(), place).detach();
+    const SPlace place{Loopback(static_cast<uint16_t>(std::atoi(argv[1]))),
+                       std::chrono::milliseconds(std::atoi(argv[2]))};
+    std::thread(AcceptAll, ListenOnLoopback(SOMAXCONN), place).detach();
     for (int iRead; (iRead = std::getchar()) != EOF;)
         if (iRead == '\n')
             std::printf("%d\n", g_nConnections.load());

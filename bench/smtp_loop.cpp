@@ -7,7 +7,6 @@
 #include "bench/smtp_wire.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -50,12 +49,9 @@ std::string ReadMail(const std::string& strPath)
 
 int ConnectTo(uint16_t wPort)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(wPort);
+    const sockaddr_in address = Loopback(wPort);
     const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(iSocket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
+    if (connect(iSocket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0)
         Fail("connect");
     return iSocket;
 }

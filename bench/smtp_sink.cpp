@@ -5,7 +5,6 @@
 
 #include "bench/smtp_wire.h"
 
-#include <arpa/inet.h>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -78,21 +77,6 @@ SSL_CTX* ContextWith(const char* pszCertificate, const char* pszKey)
     return pContext;
 }
 
-int ListenOnLoopback()
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t nLength = sizeof(address);
-    auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
-    const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(iSocket, pAddress, nLength) != 0 || listen(iSocket, SESSIONS) != 0 ||
-        getsockname(iSocket, pAddress, &nLength) != 0)
-        std::exit(1);
-    std::printf("%d\n", ntohs(address.sin_port));
-    return iSocket;
-}
-
 } // namespace
 
 int main(int argc, char** argv)
@@ -102,7 +86,8 @@ int main(int argc, char** argv)
     if (argc != 2 && argc != 4)
         return 2;
     const bool bTellTimes = std::string_view(argv[1]) == "times";
-    const SListener listener{ListenOnLoopback(), bTellTimes, argc == 4 ? ContextWith(argv[2], argv[3]) : nullptr};
+    const SListener listener{ListenOnLoopback(SESSIONS), bTellTimes,
+                             argc == 4 ? ContextWith(argv[2], argv[3]) : nullptr};
     for (int n = 0; n < SESSIONS; ++n)
         std::thread(Serve, listener).detach();
     while (std::getchar() != EOF) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <arpa/inet.h>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -8,6 +11,29 @@
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
+
+inline sockaddr_in Loopback(uint16_t wPort)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(wPort);
+    return address;
+}
+
+/// Prints the port. Ends the program when there is none.
+inline int ListenOnLoopback(int iBacklog)
+{
+    sockaddr_in address = Loopback(0);
+    socklen_t nLength = sizeof(address);
+    auto* const pAddress = reinterpret_cast<sockaddr*>(&address);
+    const int iSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(iSocket, pAddress, nLength) != 0 || listen(iSocket, iBacklog) != 0 ||
+        getsockname(iSocket, pAddress, &nLength) != 0)
+        std::exit(1);
+    std::printf("%d\n", ntohs(address.sin_port));
+    return iSocket;
+}
 
 /// One end of an SMTP connection, blocking and with nothing that a mail could do without; under TLS once it was asked
 /// to.
