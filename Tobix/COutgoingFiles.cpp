@@ -53,16 +53,24 @@ void COutgoingFiles::RetryLater(std::string_view name)
     TellWork();
 }
 
+bool COutgoingFiles::FindInProgress(std::string_view name, CEntries::iterator& entry)
+{
+    const auto found = m_index.find(name);
+    if (found == m_index.end() || found->second->list != IN_PROGRESS)
+        return false;
+    entry = found->second;
+    return true;
+}
+
 void COutgoingFiles::FinishDelivery(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
-    const auto found = m_index.find(name);
-    if (found == m_index.end() || found->second->list != IN_PROGRESS)
+    CEntries::iterator entry;
+    if (!FindInProgress(name, entry))
         return;
-    const CEntries::iterator entry = found->second;
     TakeUp(*entry);
     LeaveForGood(*entry);
-    m_index.erase(found); // before the name it points to
+    m_index.erase(name); // before the name it points to
     m_lists[IN_PROGRESS].erase(entry);
     TellWork();
 }
@@ -70,9 +78,9 @@ void COutgoingFiles::FinishDelivery(std::string_view name)
 void COutgoingFiles::SetAside(std::string_view name, EAside why)
 {
     const Bex::CScopedLock lock(m_lock);
-    if (const auto found = m_index.find(name); found != m_index.end() && found->second->list == IN_PROGRESS) {
-        LeaveForGood(*found->second);
-        PutAside(*found->second, why);
+    if (CEntries::iterator entry; FindInProgress(name, entry)) {
+        LeaveForGood(*entry);
+        PutAside(*entry, why);
     }
     TellWork();
 }

@@ -129,6 +129,7 @@ private:
     };
 
     CEntries::iterator Add(std::string_view name, EList list);
+    bool FindInProgress(std::string_view name, CEntries::iterator& entry);
     void Move(CEntries::iterator entry, EList list);
     EAnswer FindFree(std::string_view name, CEntries::iterator& entry) const;
     EAnswer TakeUpNow(std::string_view name, bool bReturn);

@@ -40,10 +40,9 @@ bool COutgoingFiles::NextAlong(std::string_view route, CEntries::iterator& entry
 void COutgoingFiles::GiveBack(std::string_view name)
 {
     const Bex::CScopedLock lock(m_lock);
-    const auto found = m_index.find(name);
-    if (found == m_index.end() || found->second->list != IN_PROGRESS)
+    CEntries::iterator entry;
+    if (!FindInProgress(name, entry))
         return;
-    const CEntries::iterator entry = found->second;
     Leave(*entry);
     Move(entry, entry->turn.first);
     m_lists[entry->list].splice(m_lists[entry->list].begin(), m_lists[entry->list], entry);
