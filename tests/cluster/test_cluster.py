@@ -109,6 +109,20 @@ class ClusterTest(unittest.TestCase):
         restart = ["gluster", "--mode=script", "volume", "start", "mail", "force"]
         self.addCleanup(subprocess.run, restart, check=True, stdout=subprocess.DEVNULL)
 
+    def check_hosts(self, *hosts):
+        for host in hosts:
+            self.assertEqual((list(host.error.iterdir()), host.leftovers()), ([], []), host.log()[-3000:])
+            self.assertNotIn("error:", host.log())
+
+    def test_hosts_that_begin_at_once_find_an_account_file_that_the_other_replaces(self):
+        for _ in range(10):
+            tree = self.make_tree()
+            with Host(1, tree) as one, Host(2, tree) as two:
+                self.deliver([one.fill(18), two.fill(18)])
+                self.check_hosts(one, two)
+                stored = sorted(p.relative_to(VOLUME[1] / tree) for p in VOLUME[1].glob(f"{tree}/spool/*/*.eml"))
+                self.assertEqual(len(stored), 36, stored)
+
     def test_each_mail_is_stored_once_whatever_fails(self):
         for disturb in (self.edit_account, self.kill_daemon, self.kill_brick):
             tree = self.make_tree()
@@ -119,15 +133,13 @@ class ClusterTest(unittest.TestCase):
                     wait_for("what the reader's host does not see yet", lambda: reader.has(2 * MAILS), 60)
                 time.sleep(2)
                 reader.pass_over()
+                self.check_hosts(one, two)
                 self.assertEqual(len(reader.stored), 2 * MAILS)
                 repeated = sum(reader.stored.values()) - 2 * MAILS
                 self.assertLessEqual(repeated, MOST_REPEATED if disturb == self.kill_daemon else 0)
                 self.assertEqual(len(reader.numbers), len(set(reader.numbers)))
                 config = (VOLUME[1] / tree / "spool" / "ann" / "config").read_text()
                 self.assertEqual("# edited" in config, disturb == self.edit_account)
-                for host in (one, two):
-                    self.assertEqual((list(host.error.iterdir()), host.leftovers()), ([], []))
-                    self.assertNotIn("error:", host.log())
                 self.assertEqual([p for p in VOLUME[2].rglob("*") if p.name.endswith(".tmp")], [])
 
     def test_tells_the_rates(self):

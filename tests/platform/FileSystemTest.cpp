@@ -84,6 +84,16 @@ TEST_F(FileSystemTest, AFileThatAnyProgramStillWritesIsBusy)
     EXPECT_EQ(OpenError(strPath, READ_DENY_WRITE), 0);
 }
 
+TEST_F(FileSystemTest, AFileThatAClusterDoesNotFindUnderANameThatItKnowsIsBusy)
+{
+    const std::string strPath = m_directory.Write("config", "text");
+    for (const auto& [nTimes, nError] : {std::pair(3u, 0), {100u, +LIB_ACCESS}}) {
+        const CInjectedFault replaced(EFault::Open, 1, ENOENT, nTimes);
+        EXPECT_EQ(OpenError(strPath, {}), nError);
+    }
+    EXPECT_EQ(OpenError(m_directory / "missing", {}), LIB_NO_ENTRY);
+}
+
 TEST_F(FileSystemTest, SymbolicLinksAreNotFollowedForWriting)
 {
     const std::string strTarget = m_directory.Write("target", "precious");

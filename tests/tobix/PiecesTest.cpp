@@ -56,7 +56,12 @@ TEST(SharedNumbersTest, GoOnForAllHostsWhateverTheyKnowAndSpareTheAccountFile)
     Bex::CConfigFile fresh, stale;
     ASSERT_TRUE(stale.Load(strFile));
     const auto TakeFresh = [&] { return fresh.Load(strFile) ? hosts[0].Take("ann", fresh) : 0; };
-    for (uint32_t dwNumber = 7; dwNumber < 1500; ++dwNumber) {
+    ASSERT_EQ(TakeFresh(), 7u);
+    {
+        const Platform::CInjectedFault unseen(Platform::EFault::ListDirectory, 1, ENOENT);
+        ASSERT_EQ(hosts[1].Take("ann", stale), 8u);
+    }
+    for (uint32_t dwNumber = 9; dwNumber < 1500; ++dwNumber) {
         ASSERT_EQ(dwNumber % 3 == 0 ? hosts[1].Take("ann", stale) : TakeFresh(), dwNumber);
         if (dwNumber == 900)
             directory.Write("config", directory.Read("config") + "Maildir: 1\n");

@@ -107,8 +107,22 @@ bool IsNamed(const char* pszPath, const struct stat& status, const SOpenMode& mo
 
 enum class EAttempt { Opened, Removed, Failed };
 
-/// The client of a cluster file system may open what another host has replaced, and learn of that later.
-EAttempt Failure() { return errno == ESTALE ? EAttempt::Removed : EAttempt::Failed; }
+/// Asks for the name alone; what it stands for is not touched.
+bool HasName(const char* pszPath, const SOpenMode& mode)
+{
+    return CDescriptor(open(pszPath, (OpenFlags(mode) & O_NOFOLLOW) | O_PATH | O_CLOEXEC)).IsValid();
+}
+
+/// The client of a cluster file system remembers names for a while: what another host has replaced it opens, and learns
+/// later that it has gone; or it asks for that by its old number and says that there is no such file, although the name
+/// was never without one. Leaves errno alone.
+EAttempt Failure(const char* pszPath, const SOpenMode& mode)
+{
+    const int iErrno = errno;
+    const bool bReplaced = iErrno == ESTALE || (iErrno == ENOENT && HasName(pszPath, mode));
+    errno = iErrno;
+    return bReplaced ? EAttempt::Removed : EAttempt::Failed;
+}
 
 /// Removed: the name was taken away, or given to another file, between opening and locking, so that the lock would
 /// exclude nobody and a writer might cut off what has become somebody's finished file. Failed: errno.
@@ -119,11 +133,11 @@ EAttempt TryOpen(const char* pszPath, const SOpenMode& mode, CDescriptor& file)
     struct stat status
     {};
     if (!file.IsValid() || fstat(file.Get(), &status) != 0 || !IsFitting(status, mode))
-        return Failure();
+        return Failure(pszPath, mode);
     if (!S_ISREG(status.st_mode))
         return EAttempt::Opened;
     if (!ClaimShare(file.Get(), mode))
-        return Failure();
+        return Failure(pszPath, mode);
     if (mode.access == EAccess::Read && !mode.bCreateNew && DeniesWriters(mode) && MayBeWritten(file.Get(), mode)) {
         errno = EAGAIN;
         return EAttempt::Failed;
