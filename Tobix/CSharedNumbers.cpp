@@ -30,7 +30,7 @@ bool IsMade(const Bex::CSimpleString& strDirectory)
 bool WasMovedByOthers(Platform::SError error)
 {
     return error.iLibError == Platform::LIB_NO_ENTRY || error.iLibError == Platform::LIB_EXISTS ||
-           error.dwSysError == Platform::SYS_SHARING_VIOLATION;
+           error.iLibError == Platform::LIB_NOT_EMPTY || error.dwSysError == Platform::SYS_SHARING_VIOLATION;
 }
 
 } // namespace
@@ -83,7 +83,7 @@ uint32_t CSharedNumbers::Take(const Bex::CSimpleString& strAccount, Bex::CConfig
         const uint32_t dwNumber = next.dwNumber++;
         if (!IsEnough())
             Raise(next, account);
-        if (Move(strDirectory, found, next)) {
+        if (found.dwNumber == 0 ? Begin(strAccount, next) : Move(strDirectory, found, next)) {
             known = next;
             m_bTold = false;
             return dwNumber;
@@ -108,14 +108,23 @@ bool CSharedNumbers::Find(const Bex::CSimpleString& strDirectory, SNext& next)
     return true;
 }
 
-bool CSharedNumbers::Move(const Bex::CSimpleString& strDirectory, const SNext& from, const SNext& to) const
+bool CSharedNumbers::Move(const Bex::CSimpleString& strDirectory, const SNext& from, const SNext& to)
 {
-    const Bex::CSimpleString strTo = Bex::PathBelow(strDirectory, to.FileName());
-    if (from.dwNumber != 0)
-        return Platform::RenameReplacing(Bex::PathBelow(strDirectory, from.FileName()).Text(), strTo.Text());
+    return Platform::RenameReplacing(Bex::PathBelow(strDirectory, from.FileName()).Text(),
+                                     Bex::PathBelow(strDirectory, to.FileName()).Text());
+}
+
+/// A directory that holds the file takes the account's name: that is refused where another one with a file has it.
+bool CSharedNumbers::Begin(const Bex::CSimpleString& strAccount, const SNext& first) const
+{
+    const Bex::CSimpleString strOwn = Bex::PathBelow(m_strDirectory, Bex::CSimpleString::Formatted(".%s", m_strHost.Text()));
+    const Bex::CSimpleString strNew = Bex::PathBelow(strOwn, strAccount);
+    if (!IsMade(m_strDirectory) || !IsMade(strOwn) || !IsMade(strNew))
+        return false;
     Platform::CFileHandle file;
-    return IsMade(m_strDirectory) && IsMade(strDirectory) &&
-           file.Open(strTo.Text(), {.access = Platform::EAccess::Write, .bCreateNew = true});
+    const bool bThere = file.Open(Bex::PathBelow(strNew, first.FileName()).Text(),
+                                  {.access = Platform::EAccess::Write, .bCreate = true});
+    return bThere && Platform::RenameReplacing(strNew.Text(), DirectoryOf(strAccount).Text());
 }
 
 /// While the account file cannot be saved each mail tries anew.
