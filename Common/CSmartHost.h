@@ -20,6 +20,7 @@ struct CSmartHost
     Bex::CSimpleString strUser;
     Bex::CSimpleString strPassword;
     ETLSMode mode = ETLSMode::Opportunistic;
+    bool bSecondTry = false; ///< after a failure, without the TLS that other mail for it begins with
 };
 
 using CTargetList = Bex::CList<CSmartHost>;

@@ -52,6 +52,7 @@ CSmartHost WithoutTls(const CSmartHost& target)
 {
     CSmartHost copy = target;
     copy.mode = ETLSMode::None;
+    copy.bSecondTry = true;
     return copy;
 }
 
@@ -125,7 +126,7 @@ Platform::CWaitLimit CSMTPSendThread::AttemptLimit() const
 
 /// A second try without TLS is put behind the last target, and who is silent behind everybody else. However many there
 /// are, none is begun once the attempt has lasted long enough; its result is that of the last one.
-SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit)
+SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit)
 {
     SAttempt attempt{EVerdict::Stopped};
     bool bTried = false;
@@ -142,14 +143,16 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
                                          DisplayName(target).Text());
         std::optional<CSMTPSession> session;
         std::optional<SDeliveryFailure> failure;
-        do {
+        for (;; limit = AttemptLimit()) { // what a connection of others has cost is not the mail's time
             session.emplace(std::move(m_pConnection), m_settings, mail, limit);
             failure = FailureOf([&] {
                 session->Deliver(target);
                 LeadNext(*session);
                 session->AwaitVerdict();
             });
-        } while (failure && ShallRun() && session->IsOfTheConnection(*failure));
+            if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure))
+                break;
+        }
         if (!failure)
             return Delivered(*session, target, mail);
         const bool bSilent = IsSilent(*session, target);

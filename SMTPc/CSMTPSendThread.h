@@ -68,7 +68,7 @@ protected:
 private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
-    SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, const Platform::CWaitLimit& limit);
+    SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit);
     bool MayWait() const;
     void PutReachedFirst(CTargetList& targets);
     void LeadNext(CSMTPSession& session);

@@ -95,17 +95,24 @@ void CSMTPSession::GoOn()
 
 bool CSMTPSession::MayGoOn() const
 {
-    if (!m_bReady || m_pConnection->nMails >= m_settings.nMailsPerConnection)
+    if (!m_bReady || !MayBeShared())
         return false;
     const int iCode = Client().LastCode();
     const bool bRefused = iCode / 100 == 4 || iCode / 100 == 5;
     return !m_pConnection->bReset || (bRefused && iCode != CLOSES);
 }
 
-bool CSMTPSession::WasSilent() const
+/// No other mail is for a target without the TLS that it should have had.
+bool CSMTPSession::MayBeShared() const
 {
-    return !m_bAnswered &&
-           Platform::TickCount() - m_ui64Begun >= MILLIS_PER_SECOND * std::min(m_settings.dwTimeout, LEAST_SILENCE);
+    return m_pConnection->nMails < m_settings.nMailsPerConnection && !m_pConnection->target.bSecondTry;
+}
+
+bool CSMTPSession::WasSilent() const { return !m_bAnswered && HasWaited(); }
+
+bool CSMTPSession::HasWaited() const
+{
+    return Platform::TickCount() - m_ui64Begun >= MILLIS_PER_SECOND * std::min(m_settings.dwTimeout, LEAST_SILENCE);
 }
 
 void CSMTPSession::Open(const CSmartHost& target)

@@ -50,6 +50,8 @@ private:
     void Greet();
     void Secure(const CSmartHost& target);
     void Authenticate(const CSmartHost& target);
+    bool MayBeShared() const;
+    bool HasWaited() const; ///< for as long as one waits for an answer
     bool Pipelines() const;
     void SendEnvelope();
     void SendPayload();
@@ -64,5 +66,6 @@ private:
     const uint64_t m_ui64Begun; ///< as TickCount tells it
     bool m_bAnswered = false;
     bool m_bReady = false;   ///< for mail
+    bool m_bSender = false;  ///< the server has taken the sender
     bool m_bGoAhead = false; ///< the server waits for the payload
 };

@@ -67,6 +67,7 @@ void CSMTPSession::SendEnvelope()
             BreakOff(__LINE__);
     }
     Client().MailFrom(NormalizeAddress(m_mail.strSender), m_mail.strIdentity, m_mail.payload.Size());
+    m_bSender = true;
     Client().SendCommand(RecipientCommand(m_mail).Text());
     Expect(250, 251, __LINE__);
     Client().SendCommand(DATA);
@@ -77,7 +78,7 @@ void CSMTPSession::SendEnvelope()
     m_bGoAhead = true;
 }
 
-bool CSMTPSession::MayLead() const { return m_bTogether && m_pConnection->nMails < m_settings.nMailsPerConnection; }
+bool CSMTPSession::MayLead() const { return m_bTogether && MayBeShared(); }
 
 void CSMTPSession::SendAhead(const SPreparedMail& next) { Client().SendAhead(Envelope(Client(), next)); }
 
@@ -97,15 +98,19 @@ void CSMTPSession::HearTheRest()
     Client().ReadReply();
 }
 
-/// A code that is neither a refusal nor what was expected belongs to another command.
+/// A code that is neither a refusal nor what was expected belongs to another command. A sender who is refused for now
+/// may be one mail too many for the connection.
 bool CSMTPSession::IsOfTheConnection(const SDeliveryFailure& failure) const
 {
     if (m_bGoAhead || !(m_bRides || m_bTogether))
         return false;
     const int iCode = Client().LastCode();
-    if (failure.IsRefusal() && IsRefusal(iCode) && iCode != BAD_SEQUENCE && !(m_bRides && iCode == CLOSES))
+    const bool bOneTooMany = m_bRides && (iCode == CLOSES || (!m_bSender && iCode / 100 == 4));
+    if (failure.IsRefusal() && IsRefusal(iCode) && iCode != BAD_SEQUENCE && !bOneTooMany)
         return false;
-    if (!m_bRides)
+    // Behind the text of another mail it may have dropped the commands.
+    const bool bLost = m_mail.bAhead && (failure.IsRefusal() ? !bOneTooMany : HasWaited());
+    if (!m_bRides || bLost)
         OutOfStep().Note(PlaceOf(m_pConnection->target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
     return true;
 }

@@ -83,7 +83,9 @@ public:
     /// The first name that waits for the route, or the next one of all when nobody has looked where that goes. It is in
     /// progress then, and takes the other name's place at their domain. False when there is none, or no place.
     bool TakeAlong(std::string_view name, std::string_view route, Bex::CSimpleString& strNext);
-    void GiveBack(std::string_view name); ///< untried, to where it was taken from
+    /// Untried: its place at the domain to the name that it had it from, and itself to where it was taken from, or
+    /// behind all others if they had waited for longer.
+    void GiveBack(std::string_view name, std::string_view from);
 
     const Platform::IWaitable& WorkWaitable() const { return m_work.Waitable(); } ///< signalled while Take gives one
 

@@ -37,16 +37,23 @@ bool COutgoingFiles::NextAlong(std::string_view route, CEntries::iterator& entry
     return true;
 }
 
-void COutgoingFiles::GiveBack(std::string_view name)
+void COutgoingFiles::GiveBack(std::string_view name, std::string_view from)
 {
     const Bex::CScopedLock lock(m_lock);
-    CEntries::iterator entry;
+    CEntries::iterator entry, before;
     if (!FindInProgress(name, entry))
         return;
+    if (FindInProgress(from, before) && before != entry && before->pDomain == entry->pDomain)
+        std::swap(before->bPlace, entry->bPlace);
     Leave(*entry);
-    Move(entry, entry->turn.first);
-    m_lists[entry->list].splice(m_lists[entry->list].begin(), m_lists[entry->list], entry);
-    Enlist(entry);
+    CEntries& list = m_lists[entry->turn.first];
+    if (!list.empty() && list.front().turn < entry->turn) {
+        Queue(entry, entry->turn.first);
+    } else {
+        Move(entry, entry->turn.first);
+        list.splice(list.begin(), list, entry);
+        Enlist(entry);
+    }
     TellWork();
 }
 

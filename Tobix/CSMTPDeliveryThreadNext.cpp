@@ -49,17 +49,23 @@ bool CSMTPDeliveryThread::IsDomainsTurn(const Bex::CSimpleString& strName)
     return m_pFiles->EnterDomain(strName, strDomain, strRoute);
 }
 
-/// Whatever becomes of their connections, no more follow each other than the settings let: others wait, too.
+/// Whatever becomes of their connections, no more follow each other than the settings let: others wait, too. What goes
+/// another way is left to threads that are free.
 bool CSMTPDeliveryThread::TakesNext()
 {
     Bex::CSimpleString strName;
     for (unsigned n = 0; n < MOST_LOOKS && m_strNext.IsEmpty() && m_nInRow < m_settings.nMailsPerConnection &&
                          ShallRun() && !ServiceIsPaused() && m_pFiles->TakeAlong(m_strFileName, m_strRoute, strName);
          ++n) {
-        if (IsDomainsTurn(strName))
-            m_strNext = strName;
+        if (!IsDomainsTurn(strName))
+            continue;
+        m_strNext = strName;
+        if (m_pFiles->RouteOf(strName) != m_strRoute) {
+            LetGoOfNext();
+            break;
+        }
     }
-    return !m_strNext.IsEmpty() && m_pFiles->RouteOf(m_strNext) == m_strRoute;
+    return !m_strNext.IsEmpty();
 }
 
 /// A connection that a refused mail has left behind is the next mail's, or nobody's.
@@ -72,7 +78,7 @@ void CSMTPDeliveryThread::GoOnOrEnd()
 void CSMTPDeliveryThread::LetGoOfNext()
 {
     m_pNext.reset();
-    m_pFiles->GiveBack(std::exchange(m_strNext, {}));
+    m_pFiles->GiveBack(std::exchange(m_strNext, {}), m_strFileName);
 }
 
 /// Nothing is told of it here, and its file is read again when it does not get ready. A large one would be in memory

@@ -105,13 +105,17 @@ TEST(OutgoingFilesTest, GivesWhatGoesTheSameWayBeforeItsTurnAndThePlaceAtItsDoma
     Bex::CSimpleString strNext;
     EXPECT_EQ(TakenFrom(files), "a");
     EXPECT_TRUE(files.TakeAlong("a", "x", strNext) && strNext == "c");
-    files.FinishDelivery("a"); // its place is the other's
+    files.GiveBack("c", "a"); // behind those that have waited for longer
     EXPECT_EQ(TakenFrom(files), "b");
     EXPECT_TRUE(files.TakeAlong("b", "y", strNext) && strNext == "d");
-    files.GiveBack("c");
-    EXPECT_EQ(TakenFrom(files), "c");
-    EXPECT_TRUE(files.TakeAlong("c", "x", strNext) && strNext == "e");
-    EXPECT_FALSE(files.TakeAlong("e", "x", strNext));
+    EXPECT_EQ(TakenFrom(files), ""); // a is at their domain still
+    EXPECT_TRUE(files.TakeAlong("a", "x", strNext) && strNext == "e");
+    files.FinishDelivery("a"); // its place is the other's
+    EXPECT_EQ(TakenFrom(files), "");
+    files.GiveBack("e", "a");
+    EXPECT_EQ(TakenFrom(files), "e");
+    EXPECT_TRUE(files.TakeAlong("e", "x", strNext) && strNext == "c");
+    EXPECT_FALSE(files.TakeAlong("c", "x", strNext));
 }
 
 class RemoteAgentTest : public testing::Test
