@@ -12,7 +12,8 @@ bool OrdersDataBeforeNames(const char* pszPath);
 enum class EDataOrder {
     BeforeNames,
     WithVolume,    ///< a flush of the file system brings it there
-    WithFileAlone, ///< only one of the file does: of what a program serves (FUSE) the kernel passes no other on
+    WithFileAlone, ///< one of the file, before it gets its name, as other hosts see it then; of what a program serves
+                   ///< (FUSE) the kernel passes no other on
 };
 EDataOrder DataOrderAt(const char* pszPath);
 

@@ -117,7 +117,8 @@ bool CSharedNumbers::Move(const Bex::CSimpleString& strDirectory, const SNext& f
 /// A directory that holds the file takes the account's name: that is refused where another one with a file has it.
 bool CSharedNumbers::Begin(const Bex::CSimpleString& strAccount, const SNext& first) const
 {
-    const Bex::CSimpleString strOwn = Bex::PathBelow(m_strDirectory, Bex::CSimpleString::Formatted(".%s", m_strHost.Text()));
+    const Bex::CSimpleString strOwn =
+        Bex::PathBelow(m_strDirectory, Bex::CSimpleString::Formatted(".%s", m_strHost.Text()));
     const Bex::CSimpleString strNew = Bex::PathBelow(strOwn, strAccount);
     if (!IsMade(m_strDirectory) || !IsMade(strOwn) || !IsMade(strNew))
         return false;

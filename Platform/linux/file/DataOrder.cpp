@@ -1,5 +1,6 @@
 #include "Platform/DataOrder.h"
 
+#include "Platform/FileSystem.h"
 #include "Platform/linux/base/GuardedCall.h"
 
 #include <array>
@@ -51,10 +52,8 @@ EDataOrder DataOrderAt(const char* pszPath)
         return WithVolume;
     if (fileSystem.f_type == TMPFS_MAGIC || fileSystem.f_type == RAMFS_MAGIC)
         return BeforeNames;
-    if (fileSystem.f_type == FUSE_SUPER_MAGIC)
-        return WithFileAlone;
     if (fileSystem.f_type != EXT4_SUPER_MAGIC)
-        return WithVolume;
+        return IsNetworkPath(pszPath) ? WithFileAlone : WithVolume;
     static std::mutex s_mutex;
     static std::map<dev_t, bool> s_known;
     const std::lock_guard lock(s_mutex);
