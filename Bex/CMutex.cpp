@@ -6,9 +6,13 @@
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/CEventHandle.h"
+#include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
 
-#include <atomic>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
 
 namespace Bex {
 
@@ -25,12 +29,26 @@ Platform::CNamedMutex& Checked(const std::unique_ptr<Platform::CNamedMutex>& pMu
     return *pMutex;
 }
 
-/// Once until they work again: every mail meets it.
-void TellWhetherLocksWork(bool bWork)
+/// That those of the directory work, as far as is known.
+std::atomic<bool>& WorkIn(std::string_view directory)
 {
-    static std::atomic<bool> s_bWork = true;
+    struct SPlaces
+    {
+        std::mutex mutex;
+        std::map<std::string, std::atomic<bool>, std::less<>> work;
+    };
+    static Platform::CImmortal<SPlaces> s_places;
+    const std::lock_guard lock(s_places->mutex);
+    const auto found = s_places->work.find(directory);
+    return found != s_places->work.end() ? found->second
+                                         : s_places->work.try_emplace(std::string(directory), true).first->second;
+}
+
+/// Once until they work again: every mail meets it.
+void TellWhetherLocksWork(bool bWork, std::atomic<bool>& bDidWork)
+{
     const Platform::SError error = Platform::LastError();
-    if (s_bWork.exchange(bWork) && !bWork)
+    if (bDidWork.exchange(bWork) && !bWork)
         LogError(MainLog(), "no place for named locks can be used (SysError=%d, LibError=%d): mail has to wait",
                  static_cast<int>(error.dwSysError), error.iLibError);
     Platform::SetLastError(error);
@@ -38,7 +56,7 @@ void TellWhetherLocksWork(bool bWork)
 
 } // namespace
 
-CMutex::CMutex(const CSimpleString& strName, const CSimpleString& strDirectory)
+CMutex::CMutex(const CSimpleString& strName, const CSimpleString& strDirectory) : m_pWork(&WorkIn(strDirectory.View()))
 {
     if (strName.Length() > LONGEST_NAME)
         ThrowInvalidParameterException(SOURCE_FILE, __LINE__);
@@ -50,7 +68,7 @@ bool CMutex::Lock(unsigned dwMillis)
     const CActivity::CStep step("waits for a lock"); // its holder may be another process
     CActivity::Waits(dwMillis);
     const Platform::ELockResult result = Checked(m_pMutex).Lock(dwMillis);
-    TellWhetherLocksWork(result != Platform::ELockResult::Failed);
+    TellWhetherLocksWork(result != Platform::ELockResult::Failed, *m_pWork);
     return result == Platform::ELockResult::Acquired || result == Platform::ELockResult::Abandoned;
 }
 

@@ -4,6 +4,7 @@
 #include "Bex/ISyncObject.h"
 #include "Platform/CNamedMutex.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -12,8 +13,8 @@ namespace Bex {
 /// A mutex that threads and processes of one user share by its name; abandoned counts as acquired.
 ///
 /// Used by one thread. Lock answers false when the time is up (Platform::SYS_TIMEOUT), or at once while the system has
-/// no place for named locks, which is logged when it begins. Lock and Unlock of an object without a mutex raise
-/// CInvalidStateException.
+/// no place for named locks, which is logged when it begins, for each place. Lock and Unlock of an object without a
+/// mutex raise CInvalidStateException.
 class CMutex : public ISyncObject
 {
 public:
@@ -31,6 +32,7 @@ public:
 
 private:
     std::unique_ptr<Platform::CNamedMutex> m_pMutex;
+    std::atomic<bool>* m_pWork = nullptr; ///< those of its place do, as far as is known
 };
 
 } // namespace Bex

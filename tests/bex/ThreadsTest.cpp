@@ -219,6 +219,11 @@ TEST(LockTest, AMutexIsSharedByNameAndAnAbandonedOneIsAcquired)
     EXPECT_THROW(none.Lock(0), CInvalidStateException);
     EXPECT_THROW(none.Unlock(), CInvalidStateException);
     EXPECT_THROW(CMutex(CSimpleString(std::string(261, 'x'))), CInvalidParameterException);
+    const CLogRecorder log;
+    CMutex nowhere("x", "/nowhere");
+    for (int n = 0; n < 3; ++n)
+        EXPECT_TRUE(!nowhere.Lock(0) && mutex.Lock(0) && mutex.Unlock());
+    EXPECT_EQ(log.Lines().size(), 1u); // of each place once
 }
 
 } // namespace
