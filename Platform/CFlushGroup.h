@@ -38,13 +38,12 @@ public:
         friend class CFlushGroup;
         struct SWritten
         {
-            int iDescriptor;
             bool bPromised;
-            std::vector<std::string> directories; ///< to be flushed instead, where there are some
+            int iDescriptor;          ///< of the volume
+            std::string strDirectory; ///< to be flushed instead, unless it is empty
         };
-        static bool FlushWritten(const SWritten& volume);
 
-        std::vector<SWritten> m_volumes;
+        std::vector<SWritten> m_written;
         SError m_missed; ///< of a mark that could not be kept
     };
 
@@ -72,9 +71,9 @@ private:
     {
         size_t nVolume = 0; ///< index into m_volumes
         bool bWritten = false;
+        bool bPromised = false;
     };
     bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
-    std::vector<std::string> TakeDirectoriesOf(const SVolume& volume);
 
     std::vector<SVolume> m_volumes;
     std::map<std::string, SDirectory, std::less<>> m_directories;

@@ -77,7 +77,8 @@ bool CCopyGroup::Finish(std::vector<SDelivered>& delivered, Platform::SError& un
         bFlushed = bFlushed && NameCopies() && m_flush.Flush(&unpromised);
         DropUnnamed();
     }
-    m_bLostCopies |= !bFlushed && m_nCopiesOfMail > 0;
+    if (!bFlushed && m_nCopiesOfMail > 0)
+        m_lostCopies = Platform::LastError();
     return bFlushed;
 }
 
@@ -125,7 +126,7 @@ void CCopyGroup::DropUnnamed()
 void CCopyGroup::BeginMail()
 {
     m_nCopiesOfMail = 0;
-    m_bLostCopies = false;
+    m_lostCopies.reset();
 }
 
 void CCopyGroup::EndBeforeWaiting()

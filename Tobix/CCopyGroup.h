@@ -46,7 +46,8 @@ public:
 
     void BeginMail();
     uint32_t CopiesOfMail() const { return m_nCopiesOfMail; } ///< that were promised
-    bool HasLostCopies() const { return m_bLostCopies; }      ///< of this mail, in a flush that failed
+    /// By what copies of this mail may be lost, of which a flush has failed.
+    const std::optional<Platform::SError>& LostCopies() const { return m_lostCopies; }
 
     /// Whether a mail with so many copies still fits.
     bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + m_nCopiesAside + nCopies <= MOST_COPIES; }
@@ -106,5 +107,5 @@ private:
     std::optional<Platform::SError> m_failed; ///< of a flush aside, until the end of what was written during it
     uint64_t m_nBegunTicks = 0;               ///< when its first copy was written
     uint32_t m_nCopiesOfMail = 0;
-    bool m_bLostCopies = false;
+    std::optional<Platform::SError> m_lostCopies;
 };

@@ -237,8 +237,8 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
     const bool bInterrupted = outcome == EOutcome::Interrupted;
     if (bInterrupted)
         outcome = KeepRest(mail, strName);
-    if (m_group.HasLostCopies())
-        return EOutcome::Failed;
+    if (const std::optional<Platform::SError>& lost = m_group.LostCopies())
+        return Platform::IsBusy(*lost) ? TryLater(strPath, EWhy::Busy) : EOutcome::Failed;
     if (outcome == EOutcome::Delivered)
         m_group.AddDelivered(strName, std::move(pFile));
     if (outcome == EOutcome::Delivered) {

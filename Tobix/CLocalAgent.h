@@ -55,6 +55,7 @@ private:
     void FinishGroup();
     void FlushGroup();
     static void TellFlush(bool bFlushed, Platform::SError error, Platform::SError unpromised);
+    void NotDurable(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile, Platform::SError error);
     void RemoveDelivered();
     bool ProcessQueueFile(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile>& pFile);
     EOutcome TryMail(const Bex::CSimpleString& strName, const Bex::CSimpleString& strPath,

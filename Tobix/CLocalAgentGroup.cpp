@@ -48,7 +48,7 @@ void CLocalAgent::SettleAside()
     TellFlush(end.bFlushed, end.error, end.unpromised);
     for (std::unique_ptr<CHeldMailFile>& pFile : end.failed) {
         const Bex::CSimpleString strName(Bex::NameOf(pFile->Name().View()));
-        MoveToError(strName, std::move(pFile));
+        NotDurable(strName, std::move(pFile), end.error);
     }
     if (!end.bFlushed)
         EndGroup();
@@ -70,15 +70,26 @@ void CLocalAgent::FlushGroup()
     const uint32_t nCopies = m_group.CopiesForAside();
     Platform::SError unpromised;
     const bool bFlushed = m_group.Finish(m_delivered, unpromised);
+    const Platform::SError error = Platform::LastError();
     m_aside.Ended(nCopies, Platform::TickMicros() - nStarted);
-    TellFlush(bFlushed, Platform::LastError(), unpromised);
+    TellFlush(bFlushed, error, unpromised);
     for (CCopyGroup::SDelivered& file : m_delivered) {
         if (bFlushed)
             m_deletions.Add(std::move(file.pFile));
         else
-            MoveToError(file.strName, std::move(file.pFile));
+            NotDurable(file.strName, std::move(file.pFile), error);
     }
     m_delivered.clear();
+}
+
+/// What may pass, such as a cluster that is away, has the mail delivered again, as a crash does.
+void CLocalAgent::NotDurable(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile,
+                             Platform::SError error)
+{
+    if (Platform::IsBusy(error))
+        TryLater(QueuePath(strName), EWhy::Busy);
+    else
+        MoveToError(strName, std::move(pFile));
 }
 
 void CLocalAgent::TellFlush(bool bFlushed, Platform::SError error, Platform::SError unpromised)

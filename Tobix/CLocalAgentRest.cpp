@@ -33,7 +33,7 @@ CLocalAgent::EOutcome CLocalAgent::KeepRest(const CMail& mail, const Bex::CSimpl
         if (MailLog::NotSaved(rest, QueuePath(strName), saved.error, __LINE__) == ERouted::Failed)
             break;
         m_group.EndBeforeWaiting();
-        if (m_group.HasLostCopies() || nTries == 0)
+        if (m_group.LostCopies() || nTries == 0)
             return EOutcome::Failed;
         if (StopEvent().Wait(AFTER_SHORTAGE_MILLIS)) {
             --nTries;

@@ -115,11 +115,27 @@ ERouted CMailboxStore::LoadAccount(SAccount& account)
     Platform::SetLastError({}); // of a file beyond its bound nothing else tells
     if (account.config.Load(account.strConfigPath))
         return ERouted::Done;
-    if (Platform::IsBusy(Platform::LastError()))
+    const Platform::SError error = Platform::LastError();
+    if (Platform::IsBusy(error))
         return ERouted::Busy;
-    Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
-                  static_cast<int>(Platform::LastError().dwSysError));
-    return ERouted::Failed;
+    return Failed(error, [&] {
+        Bex::LogError(Bex::MainLog(), "couldn't load account config: %s (error=%d)", account.strConfigPath.Text(),
+                      static_cast<int>(error.dwSysError));
+        return ERouted::Failed;
+    });
+}
+
+/// What the servers of a cluster file system cannot do now they do later: it is told once, and the mail waits.
+template <class TTell>
+ERouted CMailboxStore::Failed(Platform::SError error, TTell Tell)
+{
+    const bool bMayPass =
+        m_numbers && (error.iLibError == Platform::LIB_IO || error.iLibError == Platform::LIB_READ_ONLY ||
+                      error.iLibError == Platform::LIB_TIMED_OUT);
+    if (bMayPass && std::exchange(m_bTold, true))
+        return ERouted::Busy;
+    const ERouted told = Tell();
+    return bMayPass ? ERouted::Busy : told;
 }
 
 ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group)
@@ -131,7 +147,11 @@ ERouted CMailboxStore::WriteMailFile(const CMail& copy, SAccount& account, CCopy
         account.dwNextUID = static_cast<uint32_t>(account.config.GetInt(AccountKeys::NEXT_UID));
     const SSaveResult saved = account.config.GetFlag(AccountKeys::MAILDIR) ? WriteInMaildir(copy, mode, account, group)
                                                                            : WriteNumbered(copy, mode, account, group);
-    return saved ? ERouted::Done : MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE);
+    if (!saved)
+        return Failed(saved.error,
+                      [&] { return MailLog::NotSaved(copy, account.strMailFile, saved.error, NOT_WRITTEN_LINE); });
+    m_bTold = false;
+    return ERouted::Done;
 }
 
 uint32_t CMailboxStore::NextNumber(SAccount& account, CCopyGroup& group)

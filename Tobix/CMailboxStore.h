@@ -32,7 +32,9 @@ private:
     struct SAccount;
 
     bool LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group);
-    static ERouted LoadAccount(SAccount& account);
+    ERouted LoadAccount(SAccount& account);
+    template <class TTell>
+    ERouted Failed(Platform::SError error, TTell Tell);
     ERouted WriteMailFile(const CMail& copy, SAccount& account, CCopyGroup& group);
     uint32_t NextNumber(SAccount& account, CCopyGroup& group);
     SSaveResult WriteNumbered(const CMail& copy, EWriteMode mode, SAccount& account, CCopyGroup& group);
@@ -45,5 +47,6 @@ private:
     std::optional<CSharedNumbers> m_numbers;    ///< with `LockDir`
     Bex::CSimpleString m_strTemporary;          ///< name of this host's mail in the making, with `LockDir`
     std::set<std::string> m_heldElsewhere;      ///< accounts that were waited for in vain
+    bool m_bTold = false;                       ///< that the cluster fails, since the last mail was stored
     std::map<std::string, uint64_t> m_nextLook; ///< by account: when its Maildir is looked through for leftovers
 };

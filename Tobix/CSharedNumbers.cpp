@@ -82,10 +82,12 @@ uint32_t CSharedNumbers::Take(const Bex::CSimpleString& strAccount, Bex::CConfig
             next.dwNumber = next.dwBound = dwNextUID;
         const uint32_t dwNumber = next.dwNumber++;
         if (!IsEnough())
-            Raise(next, account);
+            next.dwBound = next.dwNumber;
         if (found.dwNumber == 0 ? Begin(strAccount, next) : Move(strDirectory, found, next)) {
             known = next;
             m_bTold = false;
+            if (!IsEnough())
+                Raise(strDirectory, known, account);
             return dwNumber;
         }
         if (!WasMovedByOthers(Platform::LastError()))
@@ -128,14 +130,16 @@ bool CSharedNumbers::Begin(const Bex::CSimpleString& strAccount, const SNext& fi
     return bThere && Platform::RenameReplacing(strNew.Text(), DirectoryOf(strAccount).Text());
 }
 
-/// While the account file cannot be saved each mail tries anew.
-void CSharedNumbers::Raise(SNext& next, Bex::CConfigFile& account)
+/// While the account file cannot be saved each mail tries anew. It is raised once the number is had: else what keeps
+/// the numbers from being moved would drive it on, mail by mail.
+void CSharedNumbers::Raise(const Bex::CSimpleString& strDirectory, SNext& next, Bex::CConfigFile& account)
 {
-    next.dwBound = next.dwNumber;
+    SNext raised = next;
+    raised.dwBound += AHEAD;
     try {
-        account.SetNextUID(next.dwNumber + AHEAD);
-        if (!account.HasChanged() && account.Save())
-            next.dwBound += AHEAD;
+        account.SetNextUID(raised.dwBound);
+        if (!account.HasChanged() && account.Save() && Move(strDirectory, next, raised))
+            next = raised;
     } catch (const Bex::CFileException& exception) {
         Bex::LogCaught(exception, SOURCE_FILE, __LINE__);
     }

@@ -11,10 +11,10 @@
 /// account, one empty file whose name is "<next number>.<NextUID of the account file>.<host that gave the last one>".
 ///
 /// What another host has written may be read late from a cluster file system, but a name can be moved only by one. So
-/// no number is given twice, not even where two hosts take the same lock for theirs, and the account file is written but
-/// once for many mails: what an administrator changes in it meanwhile stays. Its NextUID is ahead of all numbers given,
-/// which makes it right again once `LockDir` is taken out, or the file here has gone; where it is higher than the file
-/// here says, somebody has set it, and the numbers go on from there.
+/// no number is given twice, not even where two hosts take the same lock for theirs, and the account file is written
+/// but once for many mails: what an administrator changes in it meanwhile stays. Its NextUID is ahead of all numbers
+/// given, which makes it right again once `LockDir` is taken out, or the file here has gone; where it is higher than
+/// the file here says, somebody has set it, and the numbers go on from there.
 ///
 /// Owned by the mailbox store and used on its thread, under the account's lock.
 class CSharedNumbers
@@ -42,7 +42,7 @@ private:
     static bool Find(const Bex::CSimpleString& strDirectory, SNext& next);
     static bool Move(const Bex::CSimpleString& strDirectory, const SNext& from, const SNext& to);
     bool Begin(const Bex::CSimpleString& strAccount, const SNext& first) const;
-    static void Raise(SNext& next, Bex::CConfigFile& account);
+    static void Raise(const Bex::CSimpleString& strDirectory, SNext& next, Bex::CConfigFile& account);
     [[noreturn]] void Fail(const Bex::CSimpleString& strDirectory);
 
     Bex::CSimpleString m_strDirectory;

@@ -1,10 +1,12 @@
 #include "Platform/CEventHandle.h"
+#include "Platform/CInjectedFault.h"
 #include "Platform/CNamedMutex.h"
 #include "Platform/Clock.h"
 #include "Platform/Errors.h"
 #include "Platform/linux/thread/CNameLockFile.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -179,6 +181,8 @@ TEST(NameLockFileTest, LeavesOneEmptyFileAndKnowsWhenItIsReplaced)
     EXPECT_EQ(std::filesystem::file_size(file), 0u);
     std::filesystem::remove(file);
     EXPECT_EQ(pFile->TryLock(8), CNameLockFile::EResult::Replaced);
+    const CInjectedFault mountedAnew(EFault::LockName, 1, ENOTCONN);
+    EXPECT_EQ(pOther->TryLock(9), CNameLockFile::EResult::Replaced);
 }
 
 } // namespace

@@ -342,8 +342,10 @@ TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobod
     });
     EXPECT_EQ(CountIn("queue"), 1u);
     ofAnotherHost.Unlock();
+    const Platform::CInjectedFault noQuorum(EFault::Write, 1, EIO, 2);
     RunAgentUntilQueueIsEmpty();
-    EXPECT_TRUE(fs::exists(Path("spool/ben/7.eml")) && CountIn("spool/ann") == 1 && CountIn("error") == 0);
+    EXPECT_NE(m_log.Take().find("error in Tobix/LocalAgent:313, errno=5"), std::string::npos);
+    EXPECT_TRUE(CountIn("spool/ben") == 1 && CountIn("spool/ann") == 1 && CountIn("error") == 0);
 }
 
 TEST_F(AgentTest, FailsWhatIsStoredDuringAFlushThatFailsAndNothingElse)
@@ -369,6 +371,11 @@ TEST_F(AgentTest, FailsWhatIsStoredDuringAFlushThatFailsAndNothingElse)
     EXPECT_EQ(CountIn("spool/ann"), 100u);
     EXPECT_GE(CountIn("error"), 30u); // of the first flush, which began aside
     EXPECT_LE(CountIn("error"), CCopyGroup::MOST_COPIES);
+    const size_t nFailed = CountIn("error");
+    const Platform::CInjectedFault away(EFault::FlushVolume, 1, ENOTCONN);
+    Drop("1.eml", "ann@example.org");
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(std::pair(CountIn("spool/ann"), CountIn("error")), std::pair(size_t{102}, nFailed)); // as after a crash
 }
 
 TEST_F(AgentTest, AStopEndsAQuestionToSilentNameServersBeforeTheMailHasACopy)

@@ -75,10 +75,12 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
         }
         found = m_directories.find(std::string_view(pszDirectory));
     }
-    found->second.bWritten = true;
-    SVolume& volume = m_volumes[found->second.nVolume];
-    volume.bWritten = true;
-    volume.bPromised |= bPromised;
+    const auto Mark = [bPromised](auto& marked) {
+        marked.bWritten = true;
+        marked.bPromised |= bPromised;
+    };
+    Mark(found->second);
+    Mark(m_volumes[found->second.nVolume]);
 }
 
 void CFlushGroup::FlushLater(const char* pszDirectory)
@@ -93,42 +95,29 @@ CFlushGroup::CPending CFlushGroup::TakePending()
         MarkWritten(strDirectory.c_str(), false);
     CPending pending;
     pending.m_missed = std::exchange(m_missed, {});
+    const auto Take = [&pending](auto& marked, int iDescriptor, const std::string& strDirectory) {
+        const bool bPromised = std::exchange(marked.bPromised, false);
+        if (std::exchange(marked.bWritten, false))
+            pending.m_written.push_back({bPromised, iDescriptor, strDirectory});
+    };
     for (SVolume& volume : m_volumes) {
-        if (std::exchange(volume.bWritten, false))
-            pending.m_volumes.push_back(
-                {volume.iDescriptor, std::exchange(volume.bPromised, false), TakeDirectoriesOf(volume)});
+        if (!volume.bByDirectory)
+            Take(volume, volume.iDescriptor, {});
+    }
+    for (auto& [strDirectory, directory] : m_directories) {
+        if (m_volumes[directory.nVolume].bByDirectory)
+            Take(directory, m_volumes[directory.nVolume].iDescriptor, strDirectory);
     }
     return pending;
-}
-
-/// None where one flush of the volume covers them all.
-std::vector<std::string> CFlushGroup::TakeDirectoriesOf(const SVolume& volume)
-{
-    std::vector<std::string> directories;
-    for (auto& [strDirectory, directory] : m_directories) {
-        if (volume.bByDirectory && &m_volumes[directory.nVolume] == &volume && std::exchange(directory.bWritten, false))
-            directories.push_back(strDirectory);
-    }
-    return directories;
-}
-
-bool CFlushGroup::CPending::FlushWritten(const SWritten& volume)
-{
-    if (volume.directories.empty())
-        return FlushVolume(volume.iDescriptor);
-    bool bFlushed = true;
-    for (const std::string& strDirectory : volume.directories)
-        bFlushed = FlushDirectory(strDirectory) && bFlushed;
-    return bFlushed;
 }
 
 bool CFlushGroup::CPending::Flush(SError* pUnpromised) const
 {
     SError error = m_missed;
-    for (const SWritten& volume : m_volumes) {
-        if (FlushWritten(volume))
+    for (const SWritten& written : m_written) {
+        if (written.strDirectory.empty() ? FlushVolume(written.iDescriptor) : FlushDirectory(written.strDirectory))
             continue;
-        if (volume.bPromised)
+        if (written.bPromised)
             error = LastError();
         else if (pUnpromised != nullptr)
             *pUnpromised = LastError();

@@ -149,7 +149,7 @@ CNameLockFile::EResult CNameLockFile::TryLockIn(int iFile, int64_t iByte)
     if (GuardedCall({EFault::LockName}, [&] { return SetLock(iFile, F_WRLCK, iByte); }) != 0) {
         if (errno == EAGAIN || errno == EACCES)
             return EResult::Busy;
-        if (errno == ESTALE) // removed by another host
+        if (errno == ESTALE || errno == ENOTCONN) // removed by another host, or its file system was mounted anew
             return EResult::Replaced;
         SetLastError(ErrorFromErrno(errno));
         return EResult::Failed;

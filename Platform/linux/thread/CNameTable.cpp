@@ -17,6 +17,7 @@ namespace {
 
 constexpr uint64_t NO_DEADLINE = UINT64_MAX;
 constexpr uint64_t LONGEST_NAP = 50; // milliseconds between looks at a name that another process has
+constexpr unsigned MOST_FILES = 8;   // that are replaced under one look
 
 /// 62 bits of FNV-1a: a file offset.
 int64_t ByteOfName(std::string_view strName)
@@ -181,6 +182,7 @@ void CNameTable::LetGo(SEntry& entry)
 ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
 {
     std::shared_ptr<CNameLockFile> pFile = LockFile(entry.place, nullptr);
+    unsigned nFiles = 0;
     for (uint64_t ui64Nap = 1; pFile;) {
         const CNameLockFile::EResult result = pFile->TryLock(entry.iByte);
         if (result == CNameLockFile::EResult::Locked) {
@@ -191,6 +193,10 @@ ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
         if (result == CNameLockFile::EResult::Failed)
             return ELockResult::Failed;
         if (result == CNameLockFile::EResult::Replaced) {
+            if (++nFiles == MOST_FILES) {
+                SetLastError({LIB_ACCESS, SYS_SHARING_VIOLATION});
+                break;
+            }
             pFile = LockFile(entry.place, pFile.get());
             continue;
         }
