@@ -68,12 +68,12 @@ public:
         m_directory.Write("x.eml", strHeader + "Message-ID: <1@here>\r\nDate: today\r\n\r\n" + strBody);
     }
     /// Entries like "user:password@127.0.0.1:%t", "%" standing for the server's port.
-    void Route(const CScriptedServer& server, std::string strEntries = "127.0.0.1:%")
+    void Route(const CScriptedServer& server, std::string strEntries = "127.0.0.1:%", const char* pszKey = "*")
     {
         const std::string strPort = std::to_string(server.Port());
         for (size_t n = strEntries.find('%'); n != std::string::npos; n = strEntries.find('%'))
             strEntries.replace(n, 1, strPort);
-        SmartHosts().Set("*", Bex::CSimpleString(std::string_view(strEntries)));
+        SmartHosts().Set(pszKey, Bex::CSimpleString(std::string_view(strEntries)));
     }
     EVerdict Send() { return CAttempt(settings, Path()).Verdict(); }
     EVerdict Send(const CScriptedServer& server, const std::string& strEntries = "127.0.0.1:%")

@@ -4,6 +4,7 @@
 #include "Common/Globals.h"
 #include "Platform/CAdvancedClock.h"
 #include "SMTPc/CReplyReader.h"
+#include "SMTPc/CWaitingConnections.h"
 #include "SMTPc/SDeliveryFailure.h"
 #include "SMTPc/SDeliverySettings.h"
 #include "SMTPc/TransferForm.h"
@@ -135,6 +136,28 @@ TEST(SilentPeersTest, AreRememberedForTheirTimeWithinABound)
     Config().Set("AutoTransRetry", "0");
     EXPECT_EQ(SDeliverySettings::FromConfiguration().dwSilenceKept, 180u); // two time-outs
     Config().RemoveAll();
+}
+
+TEST(WaitingConnectionsTest, AreForTheTargetThatTheyWereOpenedForAndNoOther)
+{
+    const auto At = [](const char* pszAddress, uint16_t wPort) {
+        return Bex::CSocketEndPoint(Bex::CIPv4Address(pszAddress), wPort);
+    };
+    const Bex::CSocketEndPoint place = At("192.0.2.1", 25);
+    const CSmartHost opened{"mx.test", place, "ann", "secret", ETLSMode::Direct};
+    CWaitingConnections waiting(30);
+    waiting.Bring(std::make_unique<CSMTPConnection>(opened));
+    CTargetList targets(false);
+    for (const CSmartHost& other : {CSmartHost{"mx.other.test", place, "ann", "secret", ETLSMode::Direct},
+                                    {"mx.test", At("192.0.2.2", 25), "ann", "secret", ETLSMode::Direct},
+                                    {"mx.test", At("192.0.2.1", 26), "ann", "secret", ETLSMode::Direct},
+                                    {"mx.test", place, "eve", "secret", ETLSMode::Direct},
+                                    {"mx.test", place, "ann", "Secret", ETLSMode::Direct},
+                                    {"mx.test", place, "ann", "secret", ETLSMode::Offered}})
+        targets.Append(other);
+    EXPECT_EQ(waiting.TakeTo(targets), nullptr);
+    targets.Append(opened);
+    EXPECT_NE(waiting.TakeTo(targets), nullptr);
 }
 
 TEST(DeliveryFailureTest, OfSocketsThatAreShortGivesNoMailUp)

@@ -25,8 +25,8 @@ public:
     /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload". "drop"
     /// closes the connection, "hang" waits for the client to do so; "endless" repeats what follows it for ever, "last"
     /// closes behind it, "flush" drops what has come, "late" waits until more has come. "RCPT2" is for the second such
-    /// command of a connection. With "tls" it begins with the handshake; a reply to STARTTLS that begins with 220 is
-    /// followed by the handshake.
+    /// command of a connection. With "tls" it begins with the handshake, with the certificate that this names, else
+    /// "good"; a reply to STARTTLS that begins with 220 is followed by the handshake.
     using Replies = std::map<std::string, std::string>;
 
     template <class... TMore>
@@ -90,7 +90,12 @@ private:
     }
     void Talk(const Replies& script)
     {
-        if (script.contains("tls"))
+        const auto tls = script.find("tls");
+        if (tls != script.end() && !tls->second.empty()) {
+            m_peer->SetCertificateName(tls->second.c_str());
+            m_peer->SetProtocols(Platform::TLS_PROTOCOL_TLS1_2); // another server, which knows no sessions of "good"
+        }
+        if (tls != script.end())
             m_peer->Negotiate({});
         bool bGoesOn = Answer(script, "greeting", "220 mx.example ready\r\n");
         unsigned nAnswers = 0;

@@ -2,12 +2,14 @@
 #include "Platform/CAdvancedClock.h"
 #include "Platform/CCallWatcher.h"
 #include "SMTPc/CWaitingConnections.h"
+#include "SMTPc/FindTargets.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 
 #include <gmock/gmock.h>
 
 #include "smtpc/CSendWorld.h"
 #include "support/Becomes.h"
+#include "support/CTlsWorld.h"
 
 #include <cerrno>
 
@@ -41,12 +43,17 @@ public:
         EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
-    void AddMail(const std::string& strName) ///< to carl
+    void AddMail(const std::string& strName, const std::string& strDomain = "far.example") ///< to carl
     {
-        std::ofstream(Directory() / strName)
-            << "X-Envelope-From: ann@here.example\r\nX-Envelope-To: carl@far.example\r\n"
-            << "Message-ID: <2@here>\r\n\r\nmore\r\n";
+        std::ofstream(Directory() / strName) << "X-Envelope-From: ann@here.example\r\nX-Envelope-To: carl@" << strDomain
+                                             << "\r\nMessage-ID: <2@here>\r\n\r\nmore\r\n";
         m_pFiles->AddPending(strName);
+    }
+    /// Mails to come, as going the way of that domain's.
+    void Announce(std::initializer_list<const char*> names, const std::string& strDomain)
+    {
+        for (const char* pszName : names)
+            m_pFiles->Announce(pszName, strDomain, RouteOf("ann@here.example", ("carl@" + strDomain).c_str()).View());
     }
     void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
@@ -359,6 +366,54 @@ TEST(DeliveryThreadTest, StopsAtEveryMomentOfASharedConnection)
         });
         EXPECT_TRUE(world.HasMail() && !std::filesystem::exists(world.Directory() / "y.eml"));
         EXPECT_FALSE(world.Logged("retry later"));
+    }
+}
+
+struct SWorthless
+{
+    const char* pszCertificate;        ///< of the connections after the first one; empty: the same
+    unsigned nMails;                   ///< that may share a connection
+    Replies first = {};                ///< of the first connection
+    const char* pszHost = "good.test"; ///< that the last mail is for; the others are for good.test, at the same place
+};
+TEST(DeliveryThreadTest, ChecksTheCertificateOfEveryConnectionThatMailsShare)
+{
+    for (const char* pszName : {"good", "older", "strange"})
+        CTlsWorld::Instance().Need(pszName);
+    CDnsServer names;
+    for (const char* pszHost : {"good.test", "older.test"})
+        names.Tell(pszHost, CDnsServer::A, {CDnsServer::IPv4("127.0.0.1")});
+    for (SWorthless row : {SWorthless{"older.test", 2},
+                           {"older.test", 3, {{"MAIL3", "drop"}}},
+                           {"strange", 3, {{"payload2", "last250 bye\r\n"}}},
+                           {"", 3, {}, "older.test"}}) {
+        SCOPED_TRACE(row.pszCertificate + testing::PrintToString(row.first));
+        const std::string strOffer = "250-mx\r\n250 PIPELINING\r\n";
+        row.first.insert({{"tls", ""}, {"EHLO", strOffer}});
+        std::string strAlone;
+        for (const auto& [nMails, bTogether] : {std::pair(1u, false), {row.nMails, false}, {row.nMails, true}}) {
+            CDeliveryWorld world(0, true);
+            world.settings.nMailsPerConnection = nMails;
+            world.settings.bPipelining = bTogether;
+            CScriptedServer server(row.first, Replies{{"tls", row.pszCertificate}, {"EHLO", strOffer}});
+            world.Route(server, "ann:secret@good.test:%s", "near.example");
+            world.Route(server, "ann:secret@" + std::string(row.pszHost) + ":%s", "far.example");
+            world.Announce({"y.eml", "z.eml", "x.eml"}, "near.example"); // which the table may have overtaken
+            world.AddMail("y.eml", "near.example");
+            if (nMails > 1)
+                world.AddMail("z.eml", "near.example");
+            world.Deliver(server, "x.eml\" temporarily failed with error 8. I will retry later!");
+            std::string strTold = world.Report();
+            for (const std::string& strLine : world.Log().Lines())
+                strTold += strLine.starts_with("3 ") ? "\n" + strLine : "";
+            strTold.erase(strTold.find(world.Directory().string()), world.Directory().string().size());
+            strAlone = nMails == 1 ? strTold : strAlone;
+            EXPECT_EQ(strTold, strAlone);
+            EXPECT_TRUE(Holds(strTold, "failed with security error: ")) << strTold;
+            EXPECT_THAT(server.Commands(), testing::Not(testing::Contains(testing::HasSubstr("Bob"))));
+            for (const char* pszSent : {"y.eml", "z.eml"})
+                EXPECT_FALSE(std::filesystem::exists(world.Directory() / pszSent));
+        }
     }
 }
 
