@@ -417,25 +417,60 @@ TEST(DeliveryThreadTest, ChecksTheCertificateOfEveryConnectionThatMailsShare)
     }
 }
 
+TEST(DeliveryThreadTest, GivesOtherDomainsTheirTurnAfterSoManyMailsInARow)
+{
+    const std::pair<const char*, const char*> ROWS[] = {{"250 taken\r\n", "EFFFENEFFFEFFF"},
+                                                        {"last250 bye\r\n", "EFEFEFENEFEFEFEFEFEF"}};
+    for (size_t n = 0; n < 2 * std::size(ROWS); ++n) {
+        const auto& [pszVerdict, pszExpected] = ROWS[n / 2];
+        SCOPED_TRACE(std::to_string(n) + pszVerdict);
+        CDeliveryWorld world(0, true);
+        world.settings.nMailsPerConnection = 3;
+        world.settings.bPipelining = n % 2 == 1;
+        CScriptedServer server(Replies{{"EHLO", "250-mx\r\n250 PIPELINING\r\n"}, {"payload", pszVerdict}});
+        world.Route(server, "127.0.0.1:%", "far.example");
+        world.Route(server, "127.0.0.1:%i", "near.example");
+        world.Announce({"0", "2", "3", "4", "5", "6", "7", "8"}, "far.example");
+        world.Announce({"1"}, "near.example");
+        for (const std::string strName : {"0", "1", "2", "3", "4", "5", "6", "7", "8"})
+            world.AddMail(strName, strName == "1" ? "near.example" : "far.example");
+        world.Deliver(server, "to <Bob@far.example> (");
+        std::string strOrder;
+        for (const std::string& strCommand : server.Commands()) {
+            if (strCommand.starts_with("EHLO"))
+                strOrder += 'E';
+            else if (strCommand.starts_with("RCPT"))
+                strOrder += Holds(strCommand, "@near") ? 'N' : 'F';
+        }
+        EXPECT_EQ(strOrder, pszExpected);
+    }
+}
+
 TEST(DeliveryThreadTest, LetsAConnectionWaitForALaterMailAndEndsItInTime)
 {
-    CDeliveryWorld world(0, true, 30);
-    world.settings.nMailsPerConnection = 3;
-    CScriptedServer server(Replies{});
-    for (const size_t nCommands : {4u, 7u}) {
-        world.WriteMail();
-        world.Deliver(server, "successfully delivered", [&] {
-            EXPECT_TRUE(Becomes([&] { return server.Commands().size() == nCommands && world.Waiting().Count() == 1; }));
-        });
-    }
-    Platform::CAdvancedClock clock;
-    clock.Advance(29'000);
-    world.Waiting().EndOld();
-    EXPECT_EQ(server.Commands().size(), 7u);
-    clock.Advance(1'000);
-    EXPECT_TRUE(Becomes([&] {
+    for (const bool bTogether : {false, true}) {
+        CDeliveryWorld world(0, true, 30);
+        world.settings.nMailsPerConnection = 3;
+        world.settings.bPipelining = bTogether;
+        CScriptedServer server(Replies{{"EHLO", "250 PIPELINING\r\n"}});
+        for (const size_t nCommands : {4u, 7u, 15u}) {
+            world.WriteMail();
+            if (nCommands == 15) // one more than the connection may carry
+                world.AddMail("y.eml");
+            world.Deliver(server, "to <Bob@far.example> (", [&] {
+                EXPECT_TRUE(
+                    Becomes([&] { return server.Commands().size() == nCommands && world.Waiting().Count() == 1; }));
+            });
+        }
+        Platform::CAdvancedClock clock;
+        clock.Advance(29'000);
         world.Waiting().EndOld();
-        return world.Waiting().Count() == 0;
-    }));
-    EXPECT_EQ(server.Commands().back(), "QUIT");
+        EXPECT_EQ(server.Commands().size(), 15u);
+        clock.Advance(1'000);
+        EXPECT_TRUE(Becomes([&] {
+            world.Waiting().EndOld();
+            return world.Waiting().Count() == 0;
+        }));
+        EXPECT_EQ(server.Commands().back(), "QUIT");
+    }
 }
