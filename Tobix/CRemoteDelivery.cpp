@@ -1,6 +1,5 @@
 #include "Tobix/CRemoteDelivery.h"
 
-#include "Bex/CException.h"
 #include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Platform/CJournal.h"
@@ -8,7 +7,6 @@
 #include "Tobix/ThreadControl.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace {
 
@@ -19,17 +17,6 @@ constexpr int LONGEST_WAIT = 300; // seconds, of a connection: servers wait no l
 Bex::CSimpleString ThreadName(size_t nIndex)
 {
     return Bex::CSimpleString::Formatted("remote delivery thread %d", static_cast<int>(nIndex) + 1);
-}
-
-template <class TWorker, class TMake>
-std::unique_ptr<TWorker> TryMake(TMake Make)
-{
-    try {
-        return Make();
-    } catch (const Bex::CException&) {
-    } catch (const std::exception&) {
-    }
-    return nullptr;
 }
 
 } // namespace
@@ -68,24 +55,11 @@ Bex::CSimpleString CRemoteDelivery::Missing() const
 
 bool CRemoteDelivery::StartAgent()
 {
-    constexpr char AGENT[] = "remote agent thread";
-    if (m_pAgent) {
-        Bex::LogError(Bex::MainLog(), "%s already instantiated", AGENT);
-        return false;
-    }
-    m_pAgent = TryMake<CRemoteAgent>([this] {
+    return ThreadControl::Start(m_pAgent, "remote agent thread", [this] {
         m_pWaiting = std::make_shared<CWaitingConnections>(
             static_cast<unsigned>(std::clamp(Config().GetInt(Keys::CONNECTION_WAIT), 0, LONGEST_WAIT)));
         return std::make_unique<CRemoteAgent>(Files(), m_pWaiting);
     });
-    if (!m_pAgent) {
-        Bex::LogError(Bex::MainLog(), "could not instantiate %s", AGENT);
-        return false;
-    }
-    if (ThreadControl::Start(*m_pAgent, AGENT))
-        return true;
-    m_pAgent.reset();
-    return false;
 }
 
 bool CRemoteDelivery::StartThreads()
@@ -114,19 +88,14 @@ bool CRemoteDelivery::AddThreads()
 /// One after the other: a number that cannot be had is told where it ends.
 bool CRemoteDelivery::StartThread(const SDeliverySettings& settings)
 {
-    const Bex::CSimpleString strName = ThreadName(m_threads.size());
-    auto pThread = TryMake<CSMTPDeliveryThread>([&] {
+    std::unique_ptr<CSMTPDeliveryThread> pThread;
+    const bool bStarted = ThreadControl::Start(pThread, ThreadName(m_threads.size()).Text(), [&] {
         return std::make_unique<CSMTPDeliveryThread>(settings, m_pAgent->Files(), Config().GetPath(Keys::ERROR_DIR),
                                                      Config().GetPath(Keys::OUTGOING_DIR), m_pWaiting);
     });
-    if (!pThread) {
-        Bex::LogError(Bex::MainLog(), "could not instantiate %s", strName.Text());
-        return false;
-    }
-    if (!ThreadControl::Start(*pThread, strName.Text()))
-        return false;
-    m_threads.push_back(std::move(pThread));
-    return true;
+    if (bStarted)
+        m_threads.push_back(std::move(pThread));
+    return bStarted;
 }
 
 std::string CRemoteDelivery::Describe() const

@@ -1,12 +1,8 @@
 #include "Tobix/CWorkers.h"
 
-#include "Bex/CException.h"
 #include "Bex/CService.h"
-#include "Bex/Log.h"
 #include "Common/Globals.h"
 #include "Tobix/ThreadControl.h"
-
-#include <new>
 
 namespace {
 
@@ -79,23 +75,8 @@ std::string CWorkers::Describe() const
 
 bool CWorkers::StartLocalAgent()
 {
-    if (m_pLocalAgent) {
-        Bex::LogError(Bex::MainLog(), "%s already instantiated", LOCAL_AGENT);
-        return false;
-    }
-    try {
-        m_pLocalAgent = std::make_unique<CLocalAgent>(m_remoteDelivery.Files());
-    } catch (const Bex::CException&) {
-    } catch (const std::bad_alloc&) {
-    }
-    if (!m_pLocalAgent) {
-        Bex::LogError(Bex::MainLog(), "could not instantiate %s", LOCAL_AGENT);
-        return false;
-    }
-    if (ThreadControl::Start(*m_pLocalAgent, LOCAL_AGENT))
-        return true;
-    m_pLocalAgent.reset();
-    return false;
+    return ThreadControl::Start(m_pLocalAgent, LOCAL_AGENT,
+                                [&] { return std::make_unique<CLocalAgent>(m_remoteDelivery.Files()); });
 }
 
 void CWorkers::Stop(const CReport& Report)
