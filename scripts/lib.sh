@@ -1,4 +1,4 @@
-# Shared by the commands in this directory. Sourced, never run.
+# Shared by the commands in this directory and by those that run the tests in namespaces. Sourced, never run.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -28,6 +28,27 @@ install_missing() {
 build_preset() {
     cmake --preset "$1" >/dev/null
     cmake --build --preset "$1" -- --quiet "${@:2}"
+}
+
+# skip WHY: ends the command, which cannot do here what it is for.
+skip() {
+    echo "$0 skipped: $1" >&2
+    exit 77
+}
+
+# need_namespaces [OPTION...]: of mounts, of processes, and as the options of unshare say; else the command is skipped.
+need_namespaces() {
+    isolation=(--mount --pid --fork --kill-child --mount-proc "$@")
+    [ "$(id -u)" -eq 0 ] || isolation+=(--map-root-user)
+    unshare "${isolation[@]}" true 2>/dev/null || skip "no namespaces for this user"
+}
+
+# isolated COMMAND...: runs it in those namespaces, which end with the command that calls this. In the background: a shell
+# heeds its traps only while it waits by itself, and unshare heeds no signal that asks it to end.
+isolated() {
+    unshare "${isolation[@]}" "$@" &
+    trap '{ kill -KILL $!; wait $!; } 2>/dev/null || true; exit 143' INT TERM HUP
+    wait $!
 }
 
 # timed NAME COMMAND...: runs it and tells how long that took. 77 means that it could not run: as a stage it has failed.

@@ -4,16 +4,9 @@
 # The servers' packages are unpacked below build/interop and laid over /usr in a private mount namespace; nothing is
 # installed, and neither the configuration nor the services of the machine are touched. All processes live in a
 # process namespace that ends with this command.
-set -euo pipefail
-here="$(cd "$(dirname "$0")" && pwd)"
-build="$(cd "$here/../.." && pwd)/build"
-base="$build/interop"
+source "$(dirname "$0")/../../scripts/lib.sh"
+base="$PWD/build/interop"
 PACKAGES=("postfix sasl2-bin libsasl2-modules libsasl2-modules-db nsd" exim4-daemon-light opensmtpd dovecot-imapd)
-
-skip() {
-    echo "interop tests skipped: $1" >&2
-    exit 77
-}
 
 # The packages with what they need and this machine lacks. Not at once: mail servers do not suffer each other.
 wanted() {
@@ -40,14 +33,12 @@ fetch() {
     echo "${PACKAGES[*]}" >"$base/complete"
 }
 
-isolation=(--net --mount --pid --fork --kill-child --mount-proc)
-if [ "$(id -u)" -ne 0 ]; then
-    isolation+=(--map-root-user --map-auto) # the servers switch between users of their own
-fi
-unshare "${isolation[@]}" true 2>/dev/null || skip "no namespaces for this user"
+users=()
+[ "$(id -u)" -eq 0 ] || users=(--map-auto) # the servers switch between users of their own
+need_namespaces --net "${users[@]}"
 if ! fetch; then
     if [ "$(id -u)" -eq 0 ]; then apt-get update -q; fi
     fetch || skip "the mail servers' packages cannot be had, see $base/apt.log"
 fi
-export TOBIX="${TOBIX:-$build/tobix}" PYTHONDONTWRITEBYTECODE=1
-exec unshare "${isolation[@]}" "$here/namespace.sh" "$base" "$@"
+export TOBIX="${TOBIX:-$PWD/build/tobix}" PYTHONDONTWRITEBYTECODE=1
+isolated tests/interop/namespace.sh "$base" "$@"

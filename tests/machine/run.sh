@@ -1,17 +1,11 @@
 #!/usr/bin/env bash
 # run.sh BEFORE NOW [unittest arguments]: makes a fresh Debian machine, boots it, and tests the packages of the directory NOW
-# on it, with those of BEFORE as the version before.
+# on it, with those of BEFORE as the version before; both as the root of this tree sees them.
 #
 # The machine lives in namespaces of its own and below build-machine/; nothing is left of it. Of this machine it takes the
 # package sources, the proxy and the name servers.
-set -euo pipefail
-here="$(cd "$(dirname "$0")" && pwd)"
-root="$(cd "$here/../.." && pwd)/build-machine/root"
-
-skip() {
-    echo "machine tests skipped: $1" >&2
-    exit 77
-}
+source "$(dirname "$0")/../../scripts/lib.sh"
+root="$PWD/build-machine/root"
 
 sources() {
     apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' | sort -u
@@ -31,14 +25,13 @@ make_root() {
     cp "$2"/tobix*.deb "$root/root"
 }
 
-isolation=(--mount --pid --ipc --uts --fork --kill-child --mount-proc)
 [ "$(id -u)" -eq 0 ] || skip "only root can boot a machine"
-unshare "${isolation[@]}" true 2>/dev/null || skip "no namespaces for this user"
+need_namespaces --ipc --uts
 [ -n "$(sources)" ] || apt-get update -q
 trap 'rm -rf "$root" "$root.proxy"' EXIT
 rm -rf "$root" && mkdir -p "$(dirname "$root")"
 make_root "$1" "$2" || skip "the machine's packages cannot be had"
 shift 2
-cd "$here"
-PYTHONDONTWRITEBYTECODE=1 ROOT="$root" unshare "${isolation[@]}" \
+cd tests/machine
+PYTHONDONTWRITEBYTECODE=1 ROOT="$root" isolated \
     bash -c 'mount -t tmpfs -o mode=755 machine /run && exec python3 -m unittest --failfast "$@"' machine "$@"
