@@ -11,8 +11,8 @@
 
 namespace Platform {
 
-/// Makes what was written below some directories durable in one go: one flush per file system, not per file; where that
-/// does not reach the files (EDataOrder::WithFileAlone), which have then been flushed, one per directory.
+/// Makes what was written below some directories durable in one go: one flush per file system, not per file; where each
+/// file is flushed by itself before (EDataOrder::WithFileAlone), one per directory.
 ///
 /// Owned and used by one thread. A directory must be added before the writes that its flush shall answer for: a
 /// write-back error since then is reported, not lost. Flush answers false and sets LastError when one of the file
@@ -42,6 +42,8 @@ public:
             int iDescriptor;          ///< of the volume
             std::string strDirectory; ///< to be flushed instead, unless it is empty
         };
+
+        static bool FlushOne(const SWritten& written);
 
         std::vector<SWritten> m_written;
         SError m_missed; ///< of a mark that could not be kept

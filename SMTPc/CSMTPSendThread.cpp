@@ -143,7 +143,8 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
                                          DisplayName(target).Text());
         std::optional<CSMTPSession> session;
         std::optional<SDeliveryFailure> failure;
-        for (;; limit = AttemptLimit()) { // what a connection of others has cost is not the mail's time
+        for (;;) {
+            const bool bShared = m_pConnection != nullptr;
             session.emplace(std::move(m_pConnection), m_settings, mail, limit);
             failure = FailureOf([&] {
                 session->Deliver(target);
@@ -152,6 +153,8 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
             });
             if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure))
                 break;
+            if (bShared) // what it has cost is not this mail's time
+                limit = AttemptLimit();
         }
         if (!failure)
             return Delivered(*session, target, mail);

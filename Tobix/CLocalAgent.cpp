@@ -235,7 +235,7 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         EndGroup();
     EOutcome outcome = m_router.Route(mail, m_group);
     const bool bInterrupted = outcome == EOutcome::Interrupted;
-    if (bInterrupted)
+    if (bInterrupted && !m_group.LostCopies())
         outcome = KeepRest(mail, strName);
     if (const std::optional<Platform::SError>& lost = m_group.LostCopies())
         return Platform::IsBusy(*lost) ? TryLater(strPath, EWhy::Busy) : EOutcome::Failed;

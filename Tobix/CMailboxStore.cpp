@@ -113,9 +113,16 @@ bool CMailboxStore::LockAccount(Bex::CMutex& lock, const SAccount& account, CCop
 ERouted CMailboxStore::LoadAccount(SAccount& account)
 {
     Platform::SetLastError({}); // of a file beyond its bound nothing else tells
-    if (account.config.Load(account.strConfigPath))
-        return ERouted::Done;
-    const Platform::SError error = Platform::LastError();
+    Platform::SError error;
+    try {
+        if (account.config.Load(account.strConfigPath))
+            return ERouted::Done;
+        error = Platform::LastError();
+    } catch (const Bex::CFileException& exception) {
+        if (!m_numbers)
+            throw;
+        error = exception.Error();
+    }
     if (Platform::IsBusy(error))
         return ERouted::Busy;
     return Failed(error, [&] {

@@ -21,7 +21,7 @@ namespace {
 
 TEST(ErrorsTest, BusyIsToldFromEverythingThatWillNotPass)
 {
-    const std::set<int> inUse{EAGAIN, EBUSY, ETXTBSY, EDEADLK, ESTALE, ENOTCONN},
+    const std::set<int> inUse{EAGAIN, EBUSY, ETXTBSY, EDEADLK, ESTALE, ENOTCONN, ECONNABORTED},
         isShort{EMFILE, ENFILE, ENOMEM, ENOLCK};
     for (int iErrno = 1; iErrno < 140; ++iErrno) {
         const SError error = ErrorFromErrno(iErrno);

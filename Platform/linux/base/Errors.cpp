@@ -58,9 +58,10 @@ constexpr SErrnoCase ERRNO_CASES[] = {
     {ELOOP, {LIB_LOOP, SYS_CANT_RESOLVE_FILENAME}},
     {EILSEQ, {LIB_BAD_SEQUENCE, SYS_INVALID_NAME}},
     {EOVERFLOW, {LIB_TOO_BIG, SYS_FILE_TOO_LARGE}},
-    {ESTALE, {LIB_ACCESS, SYS_SHARING_VIOLATION}},   // another host has put something else there: look again
-    {ENOTCONN, {LIB_ACCESS, SYS_SHARING_VIOLATION}}, // the program that serves a file system is away
-    {ENODATA, {LIB_IO, SYS_IO}},                     // so disks tell of an unreadable sector
+    {ESTALE, {LIB_ACCESS, SYS_SHARING_VIOLATION}},       // another host has put something else there: look again
+    {ENOTCONN, {LIB_ACCESS, SYS_SHARING_VIOLATION}},     // the program that serves a file system is away
+    {ECONNABORTED, {LIB_ACCESS, SYS_SHARING_VIOLATION}}, // it went just now
+    {ENODATA, {LIB_IO, SYS_IO}},                         // so disks tell of an unreadable sector
     {EREMOTEIO, {LIB_IO, SYS_IO}},
     {EUCLEAN, {LIB_IO, SYS_IO}}, // a damaged file system, or a block whose checksum is wrong
     {EBADMSG, {LIB_IO, SYS_IO}},

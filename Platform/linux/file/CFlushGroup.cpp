@@ -111,11 +111,20 @@ CFlushGroup::CPending CFlushGroup::TakePending()
     return pending;
 }
 
+/// Some network file systems know no flush of a directory.
+bool CFlushGroup::CPending::FlushOne(const SWritten& written)
+{
+    if (written.strDirectory.empty())
+        return FlushVolume(written.iDescriptor);
+    return FlushDirectory(written.strDirectory) ||
+           (LastError().iLibError == LIB_INVALID && FlushVolume(written.iDescriptor));
+}
+
 bool CFlushGroup::CPending::Flush(SError* pUnpromised) const
 {
     SError error = m_missed;
     for (const SWritten& written : m_written) {
-        if (written.strDirectory.empty() ? FlushVolume(written.iDescriptor) : FlushDirectory(written.strDirectory))
+        if (FlushOne(written))
             continue;
         if (written.bPromised)
             error = LastError();

@@ -203,6 +203,7 @@ ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
         const uint64_t ui64Now = TickCount();
         if (ui64Now >= ui64Deadline)
             return ELockResult::TimedOut;
+        nFiles = 0;
         SleepMillis(static_cast<unsigned>(std::min(ui64Nap, ui64Deadline - ui64Now)));
         ui64Nap = std::min(ui64Nap * 2, LONGEST_NAP);
     }
