@@ -45,13 +45,14 @@ private:
     bool StartControlServer();
     void StopControlServer();
     bool Look(SDaemonView& view);
-    bool RebuildUsers();
+    std::optional<bool> RebuildUsers();
     void Restart();
     CWorkers::CReport Reporter(Platform::EServiceState state);
     void TellMissing();
     void StartPending() { Report(Platform::EServiceState::StartPending); }
 
     std::unique_lock<std::mutex> LockWorkersAndTables();
+    std::unique_lock<std::mutex> LockForCommand();
     void WaitWhilePaused() const;
     void CompleteRestart();
     bool TakeUpChanges(CWatchedDirectory& directory);

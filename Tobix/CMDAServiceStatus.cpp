@@ -1,8 +1,16 @@
 // What CMDAService tells of its work: to the service manager, and to the administrator's commands.
 
 #include "Common/Globals.h"
+#include "Platform/Clock.h"
 #include "Platform/ServiceStatus.h"
 #include "Tobix/CMDAService.h"
+
+namespace {
+
+constexpr uint64_t COMMAND_MILLIS = 5000;
+constexpr unsigned COMMAND_NAP_MILLIS = 2;
+
+} // namespace
 
 /// Without one a manager that asks for signs of life would end the service.
 bool CMDAService::StartReporter()
@@ -44,9 +52,21 @@ void CMDAService::StopControlServer()
     Bex::CThread::Destroy(std::move(m_pControlServer));
 }
 
+/// The main loop has them for moments again and again; for long only while a restart or large tables are read.
+std::unique_lock<std::mutex> CMDAService::LockForCommand()
+{
+    const uint64_t nStarted = Platform::TickCount();
+    std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    while (!lock.owns_lock() && Platform::TickCount() - nStarted < COMMAND_MILLIS && !Bex::CThread::IsCallerStopped()) {
+        Platform::SleepMillis(COMMAND_NAP_MILLIS);
+        lock.try_lock();
+    }
+    return lock;
+}
+
 bool CMDAService::Look(SDaemonView& view)
 {
-    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
+    const auto lock = LockForCommand();
     if (!lock.owns_lock())
         return false;
     view.iRunningSince = m_iRunningSince;
@@ -68,8 +88,8 @@ bool CMDAService::Look(SDaemonView& view)
     return true;
 }
 
-bool CMDAService::RebuildUsers()
+std::optional<bool> CMDAService::RebuildUsers()
 {
-    const std::unique_lock lock(m_workersAndTables, std::try_to_lock);
-    return lock.owns_lock() && Users().BuildUserList();
+    const auto lock = LockForCommand();
+    return lock.owns_lock() ? std::optional(Users().BuildUserList()) : std::nullopt;
 }

@@ -232,11 +232,16 @@ json Act(const json& request, const SDaemonView& view, CByHand Do)
 json Answer(const json& request, const SDaemonHooks& hooks)
 {
     const std::string strCommand = request.value("command", "");
-    if (strCommand == "rebuild-users")
-        return hooks.RebuildUsers() ? json{{"done", true}} : Error("the users could not be listed");
+    constexpr char NOT_NOW[] = "the daemon restarts or reads its tables; try again";
+    if (strCommand == "rebuild-users") {
+        const std::optional<bool> listed = hooks.RebuildUsers();
+        if (!listed)
+            return Error(NOT_NOW);
+        return *listed ? json{{"done", true}} : Error("the users could not be listed");
+    }
     SDaemonView view;
     if (!hooks.Look(view))
-        return Error("the daemon restarts; try again");
+        return Error(NOT_NOW);
     if (strCommand == "status")
         return Status(view);
     if (strCommand == "queue")

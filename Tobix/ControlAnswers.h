@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,8 @@ struct SDaemonView
 /// The steps that only the service itself can take; both may be called on any thread.
 struct SDaemonHooks
 {
-    std::function<bool(SDaemonView&)> Look; ///< false while it restarts
-    std::function<bool()> RebuildUsers;     ///< likewise
+    std::function<bool(SDaemonView&)> Look;            ///< false while it restarts or reads large tables
+    std::function<std::optional<bool>()> RebuildUsers; ///< whether they could be listed; likewise none
 };
 
 inline constexpr size_t MOST_NAMES_ASKED = 1000; ///< in one request

@@ -41,6 +41,9 @@ class Control(unittest.TestCase):
             for odd in (b"{\n", b"[]\n", b"\n", b'{"command":"hold","names":[1]}\n', b'{"command":"\xff"}\n',
                         json.dumps({"command": "queue", "names": ["x.eml"] * 1001}).encode() + b"\n"):
                 self.assertIn("error", self.ask(odd, world))
+            for n in range(300):  # each change has the tables looked at, just when the command comes
+                (world.etc / "aliases").write_text(f"info: {'ann' if n % 2 else 'carl'}\n")
+                self.assertNotIn("error", self.ask({"command": "status"}, world))
             with socket.socket(socket.AF_UNIX) as silent:  # costs the others two seconds, and a stop nothing
                 silent.connect(str(world.root / "control"))
                 world.add_user("dora")
