@@ -1,11 +1,13 @@
 // The pieces of a delivery, one by one.
 
 #include "Bex/TextFunctions.h"
+#include "Common/CAliases.h"
 #include "Common/CContentDigest.h"
 #include "Common/CMD5.h"
 #include "Common/CMail.h"
 #include "Common/CSHA1.h"
 #include "Common/Encodings.h"
+#include "Common/Globals.h"
 #include "Common/NormalizeAddress.h"
 #include "Platform/linux/file/ShareClaim.h"
 
@@ -125,6 +127,45 @@ void MatchesAWildcard(benchmark::State& state)
         benchmark::DoNotOptimize(Bex::WildcardMatch(strText, strPattern));
 }
 BENCHMARK(MatchesAWildcard);
+
+/// A table that holds this text, read as from its own file.
+template <class TTable>
+bool LoadText(TTable& table, const std::string& strText)
+{
+    std::FILE* pFile = std::tmpfile();
+    std::fputs(strText.c_str(), pFile);
+    std::fflush(pFile);
+    const bool bLoaded = table.Load(("/proc/self/fd/" + std::to_string(fileno(pFile))).c_str());
+    std::fclose(pFile);
+    return bLoaded;
+}
+
+/// One chain of so many links, among twice as many patterns that nearly match each of them: as many links a second
+/// however long the chain is.
+void FollowsAChainOfAliases(benchmark::State& state)
+{
+    std::string strText;
+    for (int64_t n = 1; n <= state.range(0); ++n) {
+        const std::string strNumber = std::to_string(n);
+        const std::string strNext = n < state.range(0) ? std::to_string(n + 1) + "@example.org" : "bob@far.example";
+        strText += strNumber + "@example.org: " + strNext + "\na*" + strNumber + "*z@example.org: axxz@example.org\n";
+        strText += "*0*1*2*3*" + strNumber + "*q@example.org: 01230123r" + strNumber + "q@example.org\n";
+    }
+    if (!LoadText(LocalDomains(), "example.org\n"))
+        state.SkipWithError("no domains");
+    for (auto _ : state) {
+        state.PauseTiming();
+        CAliases aliases;
+        if (!LoadText(aliases, strText))
+            state.SkipWithError("no aliases");
+        state.ResumeTiming();
+        aliases.PreresolveAliases();
+        if (aliases.Get("1@example.org") != "bob@far.example")
+            state.SkipWithError("the chain does not lead to its end");
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(FollowsAChainOfAliases)->Arg(2500)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -3,7 +3,6 @@
 #include "Common/CPatternSet.h"
 
 #include <bit>
-#include <ctime>
 #include <functional>
 #include <gtest/gtest.h>
 #include <random>
@@ -17,13 +16,6 @@ namespace {
 void LoadAliases(const CAccountWorld& world, const char* pszText)
 {
     ASSERT_TRUE(Aliases().Load(CSimpleString(world.Directory().Write("aliases", pszText))));
-}
-
-double SecondsToPreresolve() ///< of the processor
-{
-    const clock_t begin = clock();
-    Aliases().PreresolveAliases();
-    return static_cast<double>(clock() - begin) / CLOCKS_PER_SEC;
 }
 
 TEST(AliasesTest, LoadDropsAndCountsFaultyLines)
@@ -70,7 +62,7 @@ TEST(AliasesTest, ResolvesByTheMostSpecificRule)
         EXPECT_EQ(Aliases().ResolveRecipient(pszAddress), pszTarget) << pszAddress;
 }
 
-TEST(AliasesTest, ThousandsOfPatternsAndLongChainsArePreresolvedInABlink)
+TEST(AliasesTest, ALongChainAmongThousandsOfPatternsLeadsToItsEnd)
 {
     const CAccountWorld world({"bob"}, "l.example\n");
     std::string strText;
@@ -81,12 +73,12 @@ TEST(AliasesTest, ThousandsOfPatternsAndLongChainsArePreresolvedInABlink)
         strText += "*0*1*2*3*" + strNumber + "*q@l.example: 01230123r" + strNumber + "q@l.example\n";
     }
     LoadAliases(world, (strText + "10001@l.example: bob\n").c_str());
-    EXPECT_LT(SecondsToPreresolve(), 3);
+    Aliases().PreresolveAliases();
     EXPECT_EQ(Aliases().Count(), 10001u); // the patterns led nowhere
     EXPECT_EQ(Aliases().Get("1@l.example"), "bob");
 }
 
-TEST(AliasesTest, ALongChainWhoseEndLosesItsTargetsIsPreresolvedInABlink)
+TEST(AliasesTest, ALongChainGoesWithItsEndWhichLosesOneTargetAfterTheOther)
 {
     const CAccountWorld world({"bob"}, "l.example\n");
     const auto inFirstBucket = [](auto makeKey) { // so that the table's order is the file's
@@ -112,7 +104,7 @@ TEST(AliasesTest, ALongChainWhoseEndLosesItsTargetsIsPreresolvedInABlink)
         strText += strLink + "\n" + inFirstBucket(pattern) + ": nowhere@l.example\n";
     }
     LoadAliases(world, strText.c_str());
-    EXPECT_LT(SecondsToPreresolve(), 4);
+    Aliases().PreresolveAliases();
     EXPECT_EQ(Aliases().Count(), 0u);
 }
 
