@@ -6,13 +6,9 @@
 #include "Bex/FrozenLine.h"
 #include "Bex/Log.h"
 #include "Platform/CEventHandle.h"
-#include "Platform/CImmortal.h"
 #include "Platform/Errors.h"
 
 #include <functional>
-#include <map>
-#include <mutex>
-#include <string>
 
 namespace Bex {
 
@@ -29,26 +25,11 @@ Platform::CNamedMutex& Checked(const std::unique_ptr<Platform::CNamedMutex>& pMu
     return *pMutex;
 }
 
-/// That those of the directory work, as far as is known.
-std::atomic<bool>& WorkIn(std::string_view directory)
-{
-    struct SPlaces
-    {
-        std::mutex mutex;
-        std::map<std::string, std::atomic<bool>, std::less<>> work;
-    };
-    static Platform::CImmortal<SPlaces> s_places;
-    const std::lock_guard lock(s_places->mutex);
-    const auto found = s_places->work.find(directory);
-    return found != s_places->work.end() ? found->second
-                                         : s_places->work.try_emplace(std::string(directory), true).first->second;
-}
-
-/// Once until they work again: every mail meets it.
-void TellWhetherLocksWork(bool bWork, std::atomic<bool>& bDidWork)
+/// Once until it works again: every mail meets it.
+void TellWhetherPlaceWorks(Platform::CNamedMutex& mutex, bool bWorks)
 {
     const Platform::SError error = Platform::LastError();
-    if (bDidWork.exchange(bWork) && !bWork)
+    if (mutex.NoteWhetherPlaceWorks(bWorks) && !bWorks)
         LogError(MainLog(), "no place for named locks can be used (SysError=%d, LibError=%d): mail has to wait",
                  static_cast<int>(error.dwSysError), error.iLibError);
     Platform::SetLastError(error);
@@ -56,7 +37,7 @@ void TellWhetherLocksWork(bool bWork, std::atomic<bool>& bDidWork)
 
 } // namespace
 
-CMutex::CMutex(const CSimpleString& strName, const CSimpleString& strDirectory) : m_pWork(&WorkIn(strDirectory.View()))
+CMutex::CMutex(const CSimpleString& strName, const CSimpleString& strDirectory)
 {
     if (strName.Length() > LONGEST_NAME)
         ThrowInvalidParameterException(SOURCE_FILE, __LINE__);
@@ -67,8 +48,9 @@ bool CMutex::Lock(unsigned dwMillis)
 {
     const CActivity::CStep step("waits for a lock"); // its holder may be another process
     CActivity::Waits(dwMillis);
-    const Platform::ELockResult result = Checked(m_pMutex).Lock(dwMillis);
-    TellWhetherLocksWork(result != Platform::ELockResult::Failed, *m_pWork);
+    Platform::CNamedMutex& mutex = Checked(m_pMutex);
+    const Platform::ELockResult result = mutex.Lock(dwMillis);
+    TellWhetherPlaceWorks(mutex, result != Platform::ELockResult::Failed);
     return result == Platform::ELockResult::Acquired || result == Platform::ELockResult::Abandoned;
 }
 

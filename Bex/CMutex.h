@@ -4,7 +4,6 @@
 #include "Bex/ISyncObject.h"
 #include "Platform/CNamedMutex.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -32,7 +31,6 @@ public:
 
 private:
     std::unique_ptr<Platform::CNamedMutex> m_pMutex;
-    std::atomic<bool>* m_pWork = nullptr; ///< those of its place do, as far as is known
 };
 
 } // namespace Bex

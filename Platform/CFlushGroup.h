@@ -61,19 +61,22 @@ public:
     void FlushLater(const char* pszDirectory); ///< what was changed there, with the next flush; not promised
 
 private:
+    struct SMark
+    {
+        bool bWritten = false;
+        bool bPromised = false;
+    };
     struct SVolume
     {
         unsigned long nDevice;
         int iDescriptor;
-        bool bByDirectory;
-        bool bWritten = false;
-        bool bPromised = false;
+        bool bByDirectory; ///< its directories have the marks
+        SMark mark{};
     };
     struct SDirectory
     {
         size_t nVolume = 0; ///< index into m_volumes
-        bool bWritten = false;
-        bool bPromised = false;
+        SMark mark{};
     };
     bool FindVolume(unsigned long nDevice, size_t& nVolume) const;
 

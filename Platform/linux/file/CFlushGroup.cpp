@@ -75,12 +75,10 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
         }
         found = m_directories.find(std::string_view(pszDirectory));
     }
-    const auto Mark = [bPromised](auto& marked) {
-        marked.bWritten = true;
-        marked.bPromised |= bPromised;
-    };
-    Mark(found->second);
-    Mark(m_volumes[found->second.nVolume]);
+    SVolume& volume = m_volumes[found->second.nVolume];
+    SMark& mark = volume.bByDirectory ? found->second.mark : volume.mark;
+    mark.bWritten = true;
+    mark.bPromised |= bPromised;
 }
 
 void CFlushGroup::FlushLater(const char* pszDirectory)
@@ -95,19 +93,15 @@ CFlushGroup::CPending CFlushGroup::TakePending()
         MarkWritten(strDirectory.c_str(), false);
     CPending pending;
     pending.m_missed = std::exchange(m_missed, {});
-    const auto Take = [&pending](auto& marked, int iDescriptor, const std::string& strDirectory) {
-        const bool bPromised = std::exchange(marked.bPromised, false);
-        if (std::exchange(marked.bWritten, false))
-            pending.m_written.push_back({bPromised, iDescriptor, strDirectory});
+    const auto Take = [&pending](SMark& mark, int iDescriptor, const std::string& strDirectory) {
+        if (mark.bWritten)
+            pending.m_written.push_back({mark.bPromised, iDescriptor, strDirectory});
+        mark = {};
     };
-    for (SVolume& volume : m_volumes) {
-        if (!volume.bByDirectory)
-            Take(volume, volume.iDescriptor, {});
-    }
-    for (auto& [strDirectory, directory] : m_directories) {
-        if (m_volumes[directory.nVolume].bByDirectory)
-            Take(directory, m_volumes[directory.nVolume].iDescriptor, strDirectory);
-    }
+    for (SVolume& volume : m_volumes)
+        Take(volume.mark, volume.iDescriptor, {});
+    for (auto& [strDirectory, directory] : m_directories)
+        Take(directory.mark, m_volumes[directory.nVolume].iDescriptor, strDirectory);
     return pending;
 }
 

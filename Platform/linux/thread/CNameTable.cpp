@@ -72,7 +72,8 @@ CNameTable::SEntry* CNameTable::Open(std::string_view strName, std::string_view 
         std::vector<std::string> bases{"/run/tobix", "/run/lock", "/tmp"};
         if (!strDirectory.empty())
             bases = {std::string(strDirectory)};
-        place = m_places.emplace(strDirectory, SPlace{.bases = std::move(bases), .entries = {}, .pFile = {}}).first;
+        place = m_places.try_emplace(std::string(strDirectory)).first;
+        place->second.bases = std::move(bases);
     }
     SEntry& entry = place->second.entries.try_emplace(iByte, place->second, iByte).first->second;
     ++entry.nObjects;

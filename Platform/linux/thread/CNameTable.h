@@ -3,6 +3,7 @@
 #include "Platform/CNamedMutex.h"
 #include "Platform/linux/thread/CNameLockFile.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
@@ -81,6 +82,7 @@ struct CNameTable::SPlace
     std::vector<std::string> bases; ///< the file lies below the first that works
     std::unordered_map<int64_t, SEntry> entries;
     std::shared_ptr<CNameLockFile> pFile;
+    std::atomic<bool> bWorks = true; ///< as was last noted
 };
 
 } // namespace Platform

@@ -49,6 +49,8 @@ void CNamedMutex::Unlock()
     CNameTable::Instance().Release(*m_pState->pEntry, ui64Thread);
 }
 
+bool CNamedMutex::NoteWhetherPlaceWorks(bool bWorks) { return m_pState->pEntry->place.bWorks.exchange(bWorks); }
+
 std::string CNamedMutex::PlaceBelow(std::string_view strDirectory)
 {
     return CNameLockFile::PlaceBelow(std::string(strDirectory));
