@@ -14,6 +14,8 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <sys/file.h>
 #include <unistd.h>
@@ -132,16 +134,15 @@ BENCHMARK(MatchesAWildcard);
 template <class TTable>
 bool LoadText(TTable& table, const std::string& strText)
 {
-    std::FILE* pFile = std::tmpfile();
-    std::fputs(strText.c_str(), pFile);
-    std::fflush(pFile);
-    const bool bLoaded = table.Load(("/proc/self/fd/" + std::to_string(fileno(pFile))).c_str());
-    std::fclose(pFile);
+    const std::string strPath = std::filesystem::temp_directory_path() / ("bench." + std::to_string(getpid()));
+    std::ofstream(strPath) << strText;
+    const bool bLoaded = table.Load(Bex::CSimpleString(strPath));
+    std::filesystem::remove(strPath);
     return bLoaded;
 }
 
-/// One chain of so many links, among twice as many patterns that nearly match each of them: as many links a second
-/// however long the chain is.
+/// One chain of so many links, among twice as many patterns of which each begins or ends like some of them: nearly as
+/// many links a second however long the chain is.
 void FollowsAChainOfAliases(benchmark::State& state)
 {
     std::string strText;
