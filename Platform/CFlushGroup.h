@@ -2,6 +2,8 @@
 
 #include "Platform/Errors.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <set>
@@ -63,8 +65,8 @@ public:
 private:
     struct SMark
     {
-        bool bWritten = false;
-        bool bPromised = false;
+        uint64_t nTake = 0; ///< before which it was made
+        size_t nPlace = 0;  ///< in the list of what is written
     };
     struct SVolume
     {
@@ -83,7 +85,8 @@ private:
     std::vector<SVolume> m_volumes;
     std::map<std::string, SDirectory, std::less<>> m_directories;
     std::set<std::string, std::less<>> m_later;
-    SError m_missed; ///< of a mark that could not be kept
+    CPending m_next;
+    uint64_t m_nTakes = 1; ///< with the next one
 };
 
 } // namespace Platform

@@ -1,3 +1,4 @@
+#include "Platform/CCallWatcher.h"
 #include "Platform/CEventHandle.h"
 #include "Platform/CInjectedFault.h"
 #include "Platform/CNamedMutex.h"
@@ -7,6 +8,7 @@
 #include "support/CTemporaryDirectory.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -165,6 +167,31 @@ TEST(NameLockFileTest, RefusesWhatSomebodyElseMayHavePrepared)
         EXPECT_EQ(pNext->TryLock(1), CNameLockFile::EResult::Locked);
         EXPECT_EQ(pLater->TryLock(1), CNameLockFile::EResult::Busy);
     }
+}
+
+TEST(NamedMutexTest, KeepsOtherNamesFreeWhileTheFileSystemIsAsked)
+{
+    struct CLooker : CCallWatcher
+    {
+        void OnCall(const SCall& call) override
+        {
+            if (call.kind != EFault::LockName && call.kind != EFault::UnlockName)
+                return;
+            opened.push_back(std::async(std::launch::async, [] { const CNamedMutex other(NameOf("other")); }));
+            nHeldUp += opened.back().wait_for(std::chrono::seconds(10)) == std::future_status::ready ? 0 : 1;
+        }
+        std::vector<std::future<void>> opened;
+        int nHeldUp = 0;
+    };
+    const CTemporaryDirectory directory;
+    CLooker looker;
+    CNamedMutex mutex(NameOf("one"), directory.Path().string());
+    ASSERT_EQ(mutex.Lock(0), ELockResult::Acquired);
+    mutex.Unlock();
+    std::thread([&] { EXPECT_EQ(mutex.Lock(0), ELockResult::Acquired); }).join(); // and ends without letting go
+    EXPECT_EQ(mutex.Lock(0), ELockResult::Abandoned);
+    EXPECT_GE(looker.opened.size(), 6u);
+    EXPECT_EQ(looker.nHeldUp, 0);
 }
 
 TEST(NameLockFileTest, LeavesOneEmptyFileAndKnowsWhenItIsReplaced)

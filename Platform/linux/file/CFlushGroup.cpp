@@ -32,6 +32,7 @@ void CFlushGroup::Empty()
         close(volume.iDescriptor);
     m_volumes.clear();
     m_directories.clear();
+    m_next.m_written.clear();
 }
 
 bool CFlushGroup::FindVolume(unsigned long nDevice, size_t& nVolume) const
@@ -70,15 +71,18 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
     if (found == m_directories.end()) {
         if (!Add(pszDirectory)) {
             if (bPromised)
-                m_missed = LastError();
+                m_next.m_missed = LastError();
             return;
         }
         found = m_directories.find(std::string_view(pszDirectory));
     }
     SVolume& volume = m_volumes[found->second.nVolume];
     SMark& mark = volume.bByDirectory ? found->second.mark : volume.mark;
-    mark.bWritten = true;
-    mark.bPromised |= bPromised;
+    if (mark.nTake != m_nTakes) {
+        mark = {m_nTakes, m_next.m_written.size()};
+        m_next.m_written.push_back({false, volume.iDescriptor, volume.bByDirectory ? found->first : std::string()});
+    }
+    m_next.m_written[mark.nPlace].bPromised |= bPromised;
 }
 
 void CFlushGroup::FlushLater(const char* pszDirectory)
@@ -91,18 +95,8 @@ CFlushGroup::CPending CFlushGroup::TakePending()
 {
     for (const std::string& strDirectory : std::exchange(m_later, {}))
         MarkWritten(strDirectory.c_str(), false);
-    CPending pending;
-    pending.m_missed = std::exchange(m_missed, {});
-    const auto Take = [&pending](SMark& mark, int iDescriptor, const std::string& strDirectory) {
-        if (mark.bWritten)
-            pending.m_written.push_back({mark.bPromised, iDescriptor, strDirectory});
-        mark = {};
-    };
-    for (SVolume& volume : m_volumes)
-        Take(volume.mark, volume.iDescriptor, {});
-    for (auto& [strDirectory, directory] : m_directories)
-        Take(directory.mark, m_volumes[directory.nVolume].iDescriptor, strDirectory);
-    return pending;
+    ++m_nTakes;
+    return std::exchange(m_next, {});
 }
 
 /// Some network file systems know no flush of a directory.

@@ -166,7 +166,7 @@ CNameLockFile::EResult CNameLockFile::TryLockIn(int iFile, int64_t iByte)
 void CNameLockFile::Unlock(int64_t iByte)
 {
     for (const SPlace& place : m_places)
-        SetLock(place.file.Get(), F_UNLCK, iByte);
+        GuardedCall({EFault::UnlockName}, [&] { return SetLock(place.file.Get(), F_UNLCK, iByte); });
 }
 
 } // namespace Platform

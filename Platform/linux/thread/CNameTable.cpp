@@ -83,8 +83,14 @@ CNameTable::SEntry* CNameTable::Open(std::string_view strName, std::string_view 
 void CNameTable::Close(SEntry* pEntry)
 {
     const std::lock_guard lock(m_mutex);
-    if (--pEntry->nObjects == 0)
-        pEntry->place.entries.erase(pEntry->iByte);
+    Forget(*pEntry);
+}
+
+/// By one of those that know it. Needs the table's mutex.
+void CNameTable::Forget(SEntry& entry)
+{
+    if (--entry.nObjects == 0)
+        entry.place.entries.erase(entry.iByte);
 }
 
 ELockResult CNameTable::Acquire(SEntry& entry, uint64_t ui64Owner, unsigned dwMillis)
@@ -115,21 +121,27 @@ bool CNameTable::IsOwner(const SEntry& entry, uint64_t ui64Owner)
 
 void CNameTable::Release(SEntry& entry, uint64_t ui64Owner)
 {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
     if (entry.ui64Owner == ui64Owner && --entry.nDepth == 0)
-        LetGo(entry);
+        LetGo(entry, lock);
 }
 
 void CNameTable::Abandon(uint64_t ui64Owner)
 {
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
+    std::vector<SEntry*> owned;
     for (auto& [strDirectory, place] : m_places) {
         for (auto& [iByte, entry] : place.entries) {
-            if (entry.ui64Owner != ui64Owner)
-                continue;
-            entry.bAbandoned = true;
-            LetGo(entry);
+            if (entry.ui64Owner == ui64Owner)
+                owned.push_back(&entry);
         }
+    }
+    for (SEntry* const pEntry : owned)
+        ++pEntry->nObjects; // whoever had it may close it meanwhile
+    for (SEntry* const pEntry : owned) {
+        pEntry->bAbandoned = true;
+        LetGo(*pEntry, lock);
+        Forget(*pEntry);
     }
 }
 
@@ -161,12 +173,17 @@ CNameTable::EEntered CNameTable::Enter(SEntry& entry, uint64_t ui64Owner, uint64
     return EEntered::First;
 }
 
-/// Lets the other processes have the name, then the thread that has waited longest. Needs the table's mutex.
-void CNameTable::LetGo(SEntry& entry)
+/// Lets the other processes have the name, then the thread that has waited longest. The table is free meanwhile, as for
+/// every call that a hanging file system could hold up: the other names must not wait for it.
+void CNameTable::LetGo(SEntry& entry, std::unique_lock<std::mutex>& lock)
 {
-    // First, and before another thread may lock it: the kernel does not tell our threads apart.
-    if (entry.pLockedIn)
-        std::exchange(entry.pLockedIn, nullptr)->Unlock(entry.iByte);
+    // Before another thread may lock it: the kernel does not tell our threads apart.
+    if (auto pFile = std::exchange(entry.pLockedIn, nullptr)) {
+        lock.unlock();
+        pFile->Unlock(entry.iByte);
+        pFile.reset();
+        lock.lock();
+    }
     if (entry.waiting.empty()) {
         entry.ui64Owner = 0;
         return;
@@ -214,10 +231,18 @@ ELockResult CNameTable::LockByte(SEntry& entry, uint64_t ui64Deadline)
 /// The file that is in use now, opened when there is none or when it is the replaced one.
 std::shared_ptr<CNameLockFile> CNameTable::LockFile(SPlace& place, const CNameLockFile* pReplaced)
 {
-    const std::lock_guard lock(m_mutex);
-    if (!place.pFile || place.pFile.get() == pReplaced)
-        place.pFile = CNameLockFile::Open(place.bases);
-    return place.pFile;
+    const auto InUse = [&] { return place.pFile && place.pFile.get() != pReplaced; };
+    std::unique_lock lock(m_mutex);
+    if (InUse())
+        return place.pFile;
+    lock.unlock();
+    std::shared_ptr<CNameLockFile> pFile = CNameLockFile::Open(place.bases);
+    lock.lock();
+    if (!InUse()) // no other thread was faster
+        place.pFile.swap(pFile);
+    std::shared_ptr<CNameLockFile> pUsed = place.pFile;
+    lock.unlock(); // before the other one is closed
+    return pUsed;
 }
 
 /// In the child of a fork: everything that is held is held by the parent's threads. Closing the copies of the

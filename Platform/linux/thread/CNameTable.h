@@ -46,7 +46,8 @@ private:
     enum class EEntered { First, Again, TimedOut };
 
     EEntered Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline);
-    void LetGo(SEntry& entry);
+    static void LetGo(SEntry& entry, std::unique_lock<std::mutex>& lock);
+    static void Forget(SEntry& entry);
     ELockResult LockByte(SEntry& entry, uint64_t ui64Deadline);
     std::shared_ptr<CNameLockFile> LockFile(SPlace& place, const CNameLockFile* pReplaced);
     void ForgetAfterFork();
