@@ -7,10 +7,13 @@
 
 #include <utility>
 
-/// The directory joins before the write, so that a write error from then on reaches the flush.
+/// The directory joins before the write, so that a write error from then on reaches the flush. A mail of more
+/// recipients than fit has several groups.
 template <class TSave>
 SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, bool bPromised, TSave SaveCopy)
 {
+    if (!HasRoomFor(1))
+        m_End();
     if (!m_flush.Add(strDirectory.Text()) && bPromised && Platform::IsBusy(Platform::LastError()))
         return {ESaveResult::Failed, Platform::LastError()};
     const SSaveResult saved = SaveCopy();
@@ -137,7 +140,7 @@ void CCopyGroup::EndBeforeWaiting()
 
 void CCopyGroup::EndIfDue()
 {
-    if (m_unnamed.size() >= MOST_COPIES || (!IsEmpty() && Platform::TickCount() - m_nBegunTicks >= MOST_MILLIS))
+    if (!IsEmpty() && Platform::TickCount() - m_nBegunTicks >= MOST_MILLIS)
         m_End();
 }
 

@@ -24,7 +24,8 @@ enum class ENaming {
 /// durable: only then may the queue files go. Owned and used by the agent's thread.
 ///
 /// One flush for many copies costs little more than one for a single copy. The limits keep small what a crash
-/// between the flush and the deletions delivers twice; for the same reason a group ends before anything that waits.
+/// between the flush and the deletions delivers twice; for the same reason a group ends before anything that waits, and
+/// before one copy too many.
 /// A part of it may be handed over to be flushed aside while more copies are stored; until its end is settled its
 /// copies count among the group's.
 class CCopyGroup
@@ -53,7 +54,7 @@ public:
     bool HasRoomFor(uint32_t nCopies) const { return m_nCopies + m_nCopiesAside + nCopies <= MOST_COPIES; }
     bool IsEmpty() const { return m_delivered.empty() && m_nCopies + m_nCopiesAside == 0; }
     void EndBeforeWaiting();
-    void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago, or too many wait for their names
+    void EndIfDue(); ///< when its first copy was written MOST_MILLIS ago
 
     /// Saves a copy as a new file of the directory, under the first of the names that nothing has yet. The path is
     /// that of the last name tried; with WhenDurable another one may take its place.

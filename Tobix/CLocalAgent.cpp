@@ -165,7 +165,8 @@ void CLocalAgent::DeliverFile(const Bex::CSimpleString& strName)
 bool CLocalAgent::HasToRest(const Bex::CSimpleString& strName) const
 {
     const auto busy = m_busy.find(strName.Text());
-    return busy != m_busy.end() && Platform::TickCount() < busy->second.nNextTicks;
+    return busy != m_busy.end() &&
+           (Platform::TickCount() < busy->second.nNextTicks || m_router.IsHeld(busy->second.strAccount));
 }
 
 /// A file that cannot be moved is not delivered again. The first one is waited for; the others must not hold up the
@@ -249,6 +250,8 @@ CLocalAgent::EOutcome CLocalAgent::DeliverMail(const Bex::CSimpleString& strName
         EndGroup();
     if (outcome == EOutcome::Unanswered)
         return TryLater(strPath, EWhy::Unanswered);
+    if (outcome == EOutcome::Held)
+        return TryLater(strPath, EWhy::Held);
     return outcome == EOutcome::Retry ? TryLater(strPath, EWhy::Busy) : outcome;
 }
 
@@ -262,6 +265,7 @@ CLocalAgent::EOutcome CLocalAgent::TryLater(const Bex::CSimpleString& strPath, E
     SBusy& busy = m_busy[std::string(Bex::NameOf(strPath.View()))];
     if (why != EWhy::Unanswered && !std::exchange(busy.bLogged, true))
         MailLog::Busy(strPath, why == EWhy::NoMemory);
+    busy.strAccount = why == EWhy::Held ? m_router.HeldAccount() : "";
     if (why == EWhy::NoMemory || why == EWhy::Unanswered) { // what takes long in vain
         busy.nWaitMillis = std::clamp(2 * busy.nWaitMillis, LEAST_REST_MILLIS, MOST_REST_MILLIS);
         busy.nNextTicks = Platform::TickCount() + busy.nWaitMillis;

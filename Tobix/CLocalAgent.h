@@ -66,7 +66,7 @@ private:
     EOutcome KeepRest(const CMail& mail, const Bex::CSimpleString& strName);
     SSaveResult SaveRest(const CMail& rest, const Bex::CSimpleString& strDirectory,
                          const std::function<Bex::CSimpleString()>& NextName);
-    enum class EWhy { Busy, TooShort, NoMemory, Unanswered };
+    enum class EWhy { Busy, TooShort, NoMemory, Unanswered, Held };
     EOutcome TryLater(const Bex::CSimpleString& strPath, EWhy why);
     EOutcome NotLoaded(const Bex::CSimpleString& strPath, const SLoadResult& loaded);
     void MoveToError(const Bex::CSimpleString& strName, std::unique_ptr<CHeldMailFile> pFile);
@@ -84,6 +84,7 @@ private:
         bool bLogged = false;
         uint64_t nWaitMillis = 0; ///< of one that is not tried each time
         uint64_t nNextTicks = 0;  ///< when it is tried again
+        std::string strAccount{}; ///< for which it waits, or none
     };
     std::map<std::string, SBusy> m_busy; ///< names in the queue that wait for something
     CDeletionList m_deletions;

@@ -96,14 +96,16 @@ CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
             routed = Bex::CThread::IsCallerStopped() ? ERouted::Busy : TryRecipient(mail, strRecipient, group);
         if (routed == ERouted::Failed)
             return EOutcome::Failed;
-        if (routed == ERouted::Busy)
+        if (routed != ERouted::Done)
             m_strOpen.append(strRecipient.View()) += ',';
         else
             group.EndIfDue();
     }
     if (m_strOpen.empty())
         return EOutcome::Delivered;
-    return group.CopiesOfMail() > 0 ? EOutcome::Interrupted : EOutcome::Retry;
+    if (group.CopiesOfMail() > 0)
+        return EOutcome::Interrupted;
+    return routed == ERouted::Held ? EOutcome::Held : EOutcome::Retry;
 }
 
 ERouted CMailRouter::TryRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)

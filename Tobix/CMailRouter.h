@@ -22,6 +22,7 @@ public:
     enum class EOutcome {
         Delivered,
         Retry,       ///< nothing was done, the mail stays as it is
+        Held,        ///< the same, until another host lets go of HeldAccount
         Unanswered,  ///< the same, until a name server has answered
         Interrupted, ///< something is short: OpenRecipients have no copy yet, the others have theirs
         Failed       ///< logged: copies made so far stay, recipients not reached yet are skipped
@@ -34,6 +35,8 @@ public:
     /// Exceptions of the library pass through and mean that the mail failed.
     EOutcome Route(const CMail& mail, CCopyGroup& group);
     const std::string& OpenRecipients() const { return m_strOpen; } ///< as CMail::SetRecipients takes them
+    const std::string& HeldAccount() const { return m_mailboxes.HeldAccount(); }
+    bool IsHeld(std::string_view account) const { return m_mailboxes.IsHeld(account); } ///< its mail has to rest
 
 private:
     bool LearnAuthorPolicy(const CMail& mail, CCopyGroup& group);

@@ -23,6 +23,7 @@ constexpr char SOURCE_FILE[] = "Tobix/LocalAgent";
 constexpr Bex::FrozenLine NOT_WRITTEN_LINE = 313;
 constexpr unsigned LOOK_MILLIS = 250;         ///< for a stop, while another program has the lock
 constexpr uint64_t OTHER_HOST_MILLIS = 10000; ///< for an account that another host may hold
+constexpr uint64_t ASK_AGAIN_MILLIS = 1000;   ///< after that
 
 /// That no other host has, and no other daemon of this one.
 Bex::CSimpleString NameOfHost(const Bex::CSimpleString& strQueueDirectory)
@@ -75,9 +76,9 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
     account.strName = Bex::NameOf(account.strDirectory);
     account.strConfigPath = Bex::JoinPath(account.strDirectory, "config");
     Bex::CMutex accountLock = AccountLock(account.strConfigPath);
-    if (!LockAccount(accountLock, account, group))
-        return ERouted::Busy;
-    ERouted routed = LoadAccount(account);
+    ERouted routed = LockAccount(accountLock, account, group);
+    if (routed == ERouted::Done)
+        routed = LoadAccount(account);
     if (routed == ERouted::Done && Bex::CThread::IsCallerStopped() &&
         (WaitsForPrograms(account) || account.IsTaggedInMaildir()))
         routed = ERouted::Busy;
@@ -91,23 +92,35 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
 }
 
 /// One that was waited for in vain holds up the mail of others once only.
-bool CMailboxStore::LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group)
+ERouted CMailboxStore::LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group)
 {
-    if (m_heldElsewhere.contains(account.strName.Text())) {
-        if (lock.Lock(0))
-            m_heldElsewhere.erase(account.strName.Text());
-        return !m_heldElsewhere.contains(account.strName.Text());
+    m_strHeld = account.strName.Text();
+    if (const auto held = m_heldElsewhere.find(m_strHeld); held != m_heldElsewhere.end()) {
+        if (IsHeld(m_strHeld))
+            return ERouted::Held;
+        if (lock.Lock(0)) {
+            m_heldElsewhere.erase(held);
+            return ERouted::Done;
+        }
+        held->second = Platform::TickCount() + ASK_AGAIN_MILLIS;
+        return ERouted::Held;
     }
     const uint64_t nStarted = Platform::TickCount();
     while (!lock.Lock(LOOK_MILLIS, [&group] { group.EndBeforeWaiting(); })) {
         if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT || Bex::CThread::IsCallerStopped())
-            return false;
+            return ERouted::Busy;
         if (m_numbers && Platform::TickCount() - nStarted >= OTHER_HOST_MILLIS) {
-            m_heldElsewhere.insert(account.strName.Text());
-            return false;
+            m_heldElsewhere[m_strHeld] = Platform::TickCount() + ASK_AGAIN_MILLIS;
+            return ERouted::Held;
         }
     }
-    return true;
+    return ERouted::Done;
+}
+
+bool CMailboxStore::IsHeld(std::string_view account) const
+{
+    const auto held = m_heldElsewhere.find(account);
+    return held != m_heldElsewhere.end() && Platform::TickCount() < held->second;
 }
 
 ERouted CMailboxStore::LoadAccount(SAccount& account)

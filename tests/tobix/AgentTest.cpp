@@ -335,17 +335,61 @@ TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobod
     Bex::CMutex ofAnotherHost("ben/config", Path("locks").c_str());
     ASSERT_TRUE(ofAnotherHost.Lock(0));
     Drop("1.eml", "ann@example.org,ben@example.org");
+    constexpr size_t MAILS = 20, PASSES = 10;
+    for (size_t n = 0; n < MAILS; ++n)
+        Drop("held." + std::to_string(n) + ".eml", "ben@example.org");
+    struct COpens : Platform::CCallWatcher
+    {
+        void OnCall(const Platform::SCall& call) override
+        {
+            if (call.kind == EFault::Open && std::string_view(call.pszPath).find("/held.") != std::string_view::npos)
+                ++nHeld;
+        }
+        std::atomic<size_t> nHeld = 0;
+    } opens;
     Platform::CAdvancedClock clock;
+    size_t nPasses = 0;
     RunAgentUntil([&] {
-        clock.Advance(100);
-        return !fs::exists(Path("queue/1.eml"));
+        if (fs::exists(Path("queue/1.eml")))
+            clock.Advance(100);
+        else if (CountIn("spool/ann") == 1 + nPasses && nPasses < PASSES)
+            Drop(std::to_string(++nPasses) + ".pass.eml", "ann@example.org"); // has all of the queue looked at
+        return CountIn("spool/ann") == 1 + PASSES;
     });
-    EXPECT_EQ(CountIn("queue"), 1u);
+    EXPECT_EQ(CountIn("queue"), 1 + MAILS);
+    EXPECT_LT(opens.nHeld, 4 * MAILS); // not all of them in each pass
     ofAnotherHost.Unlock();
     const Platform::CInjectedFault noQuorum(EFault::Write, 1, EIO, 2);
     RunAgentUntilQueueIsEmpty();
     EXPECT_NE(m_log.Take().find("error in Tobix/LocalAgent:313, errno=5"), std::string::npos);
-    EXPECT_TRUE(CountIn("spool/ben") == 1 && CountIn("spool/ann") == 1 && CountIn("error") == 0);
+    EXPECT_TRUE(CountIn("spool/ben") == 1 + MAILS && CountIn("spool/ann") == 1 + PASSES && CountIn("error") == 0);
+}
+
+TEST_F(AgentTest, FlushesAfterSixtyFourCopiesAlsoWithinAMail)
+{
+    std::atomic<uint32_t> nUnflushed = 0;
+    struct CFlushes : Platform::CCallWatcher
+    {
+        explicit CFlushes(std::atomic<uint32_t>& nCopies) : nUnflushed(nCopies) {}
+        void OnCall(const Platform::SCall& call) override
+        {
+            if (call.kind == EFault::FlushVolume)
+                nUnflushed = 0;
+        }
+        std::atomic<uint32_t>& nUnflushed;
+    } flushes(nUnflushed);
+    uint32_t nMost = 0;
+    m_log.SetListener([&](const std::string& strLine) {
+        if (strLine.ends_with("saved in <ann>"))
+            nMost = std::max(nMost, ++nUnflushed);
+    });
+    std::string strRecipients;
+    for (int n = 0; n < 200; ++n)
+        strRecipients += "ann+" + std::to_string(n) + "@example.org,";
+    Drop("1.eml", strRecipients.c_str());
+    RunAgentUntilQueueIsEmpty();
+    EXPECT_EQ(CountIn("spool/ann"), 200u);
+    EXPECT_EQ(nMost, CCopyGroup::MOST_COPIES);
 }
 
 TEST_F(AgentTest, FailsWhatIsStoredDuringAFlushThatFailsAndNothingElse)
