@@ -98,15 +98,18 @@ void CSMTPSession::HearTheRest()
     Client().ReadReply();
 }
 
-/// A code that is neither a refusal nor what was expected belongs to another command. A sender who is refused for now
-/// may be one mail too many for the connection.
+/// A code that is neither a refusal nor what was expected belongs to another command. A sender who is refused may be
+/// one mail too many for the connection, or the refusal may be the rest of an answer to the mail before.
 bool CSMTPSession::IsOfTheConnection(const SDeliveryFailure& failure) const
 {
+    const int iCode = Client().LastCode();
+    if (m_bGoAhead && Client().Ahead() > 0 && (!failure.IsRefusal() || iCode == CLOSES))
+        OutOfStep().Note(PlaceOf(m_pConnection->target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
     if (m_bGoAhead || !(m_bRides || m_bTogether))
         return false;
-    const int iCode = Client().LastCode();
-    const bool bOneTooMany = m_bRides && (iCode == CLOSES || (!m_bSender && iCode / 100 == 4));
-    if (failure.IsRefusal() && IsRefusal(iCode) && iCode != BAD_SEQUENCE && !bOneTooMany)
+    const bool bOfItsOwn = IsRefusal(iCode) && iCode != BAD_SEQUENCE;
+    const bool bOneTooMany = m_bRides && (iCode == CLOSES || (!m_bSender && bOfItsOwn));
+    if (failure.IsRefusal() && bOfItsOwn && !bOneTooMany)
         return false;
     // Behind the text of another mail it may have dropped the commands.
     const bool bLost = m_mail.bAhead && (failure.IsRefusal() ? !bOneTooMany : HasWaited());
