@@ -18,10 +18,10 @@ void CWaitingConnections::Bring(std::unique_ptr<CSMTPConnection> pConnection)
     pConnection->client.SetLimit({}); // that of the thread it comes from ends with it
     std::unique_lock lock(m_lock);
     m_waiting.push_back({std::move(pConnection), Platform::TickCount() + MILLIS_PER_SECOND * m_nSeconds});
-    const uint64_t nEnd = m_waiting.size() > MOST ? m_waiting.front().nUntil : 0;
+    const bool bTooMany = m_waiting.size() > MOST;
     lock.unlock();
-    if (nEnd > 0)
-        End(nEnd);
+    if (bTooMany)
+        End(0);
 }
 
 std::unique_ptr<CSMTPConnection> CWaitingConnections::TakeTo(CTargetList& targets)
@@ -49,14 +49,14 @@ size_t CWaitingConnections::Count() const
     return m_waiting.size() + m_parting.size();
 }
 
-/// Whose time has come by then.
+/// Whose time has come by then, and who makes room.
 void CWaitingConnections::End(uint64_t nBy)
 {
     CWaiting ending;
     CWaiting parting;
     {
         const std::lock_guard lock(m_lock);
-        while (!m_waiting.empty() && m_waiting.front().nUntil <= nBy)
+        while (m_waiting.size() > MOST || (!m_waiting.empty() && m_waiting.front().nUntil <= nBy))
             ending.splice(ending.end(), m_waiting, m_waiting.begin());
         parting.swap(m_parting);
     }

@@ -10,6 +10,8 @@
 #include "SMTPc/TransferForm.h"
 #include "support/CTemporaryDirectory.h"
 
+#include <algorithm>
+#include <deque>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
@@ -158,6 +160,51 @@ TEST(WaitingConnectionsTest, AreForTheTargetThatTheyWereOpenedForAndNoOther)
     EXPECT_EQ(waiting.TakeTo(targets), nullptr);
     targets.Append(opened);
     EXPECT_NE(waiting.TakeTo(targets), nullptr);
+}
+
+TEST(WaitingConnectionsTest, MakeRoomForTheNewestAndEndWithTheirAge)
+{
+    constexpr size_t MOST = CWaitingConnections::MOST;
+    Bex::CSecureSocket listener;
+    listener.Create(Platform::FAMILY_IPV4);
+    listener.Bind("127.0.0.1");
+    listener.Listen(8);
+    std::deque<Bex::CSecureSocket> hosts;
+    CWaitingConnections waiting(3600);
+    const auto Bring = [&](size_t nCount) {
+        while (nCount-- > 0) {
+            auto pConnection = std::make_unique<CSMTPConnection>(CSmartHost{});
+            pConnection->client.Create(Platform::FAMILY_IPV4);
+            pConnection->client.Connect("127.0.0.1", listener.LocalEndPoint().Port(), "");
+            Bex::CSocketEndPoint from;
+            hosts.emplace_back().SetTimeout(20);
+            listener.Accept(hosts.back(), from);
+            waiting.Bring(std::move(pConnection));
+        }
+    };
+    size_t nTold = 0; // of the first ones, each QUIT
+    const auto AreTold = [&](size_t nHosts) {
+        char text[7] = "";
+        for (; nTold < nHosts; ++nTold)
+            EXPECT_EQ(std::string(text, hosts[nTold].Receive(text, sizeof(text), 0)), "QUIT\r\n");
+        return std::none_of(hosts.begin() + static_cast<int>(nTold), hosts.end(),
+                            [](auto& host) { return host.HasInput(); });
+    };
+    Bring(MOST);
+    EXPECT_TRUE(AreTold(0));
+    Bring(1);
+    EXPECT_TRUE(AreTold(1));
+    Bring(MOST);
+    EXPECT_TRUE(AreTold(MOST + 1));
+    EXPECT_TRUE(hosts[0].HasInput() && !hosts[1].HasInput()); // closed on, as it kept its answer for too long
+    Platform::CAdvancedClock clock;
+    clock.Advance(1'800'000);
+    waiting.EndOld();
+    EXPECT_EQ(waiting.Count(), MOST); // and so are the others
+    Bring(1);
+    clock.Advance(1'800'000);
+    waiting.EndOld();
+    EXPECT_TRUE(AreTold(2 * MOST + 1)); // all but the last one
 }
 
 TEST(DeliveryFailureTest, OfSocketsThatAreShortGivesNoMailUp)
