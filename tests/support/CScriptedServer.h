@@ -6,6 +6,7 @@
 #include "support/Becomes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <map>
@@ -22,11 +23,12 @@
 class CScriptedServer
 {
 public:
-    /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload". "drop"
-    /// closes the connection, "hang" waits for the client to do so; "endless" repeats what follows it for ever, "last"
-    /// closes behind it, "flush" drops what has come, "late" waits until more has come. "RCPT2" is for the second such
-    /// command of a connection. With "tls" it begins with the handshake, with the certificate that this names, else
-    /// "good"; a reply to STARTTLS that begins with 220 is followed by the handshake.
+    /// By what is answered: "greeting", a command's first word, "answer1", "answer2".. (of AUTH), "payload", and "text"
+    /// before that is read. "drop" closes the connection, "hang" waits for the client to do so; "endless" repeats what
+    /// follows it for ever, "last" closes behind it, "flush" drops what has come, "late" waits until more has come, and
+    /// "held" until Release, reading nothing. "RCPT2" is for the second such command of a connection. With "tls" it
+    /// begins with the handshake, with the certificate that this names, else "good"; a reply to STARTTLS that begins
+    /// with 220 is followed by the handshake.
     using Replies = std::map<std::string, std::string>;
 
     template <class... TMore>
@@ -59,6 +61,13 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_strPayload;
     }
+    std::vector<std::string> Taken() ///< the RCPT commands of the mails that were
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_taken;
+    }
+    bool IsHeld() const { return m_bHeld; }     ///< or was
+    void Release() { m_release.Set(); }         ///< from now on nothing is
     void WaitFor(const std::string& strCommand) ///< that begins so
     {
         const auto isThat = [&](const std::string& strLine) { return strLine.starts_with(strCommand); };
@@ -111,6 +120,7 @@ private:
             if (bGoesOn && strWord == "STARTTLS" && m_strSent.starts_with("220"))
                 m_peer->Negotiate({});
             if (bGoesOn && strWord == "DATA" && m_strSent.starts_with("354")) {
+                Answer(script, "text", "");
                 m_strReceived.insert(0, "\r\n"); // where a single dot may follow
                 const std::string strPayload = ReadUpTo("\r\n.\r\n").substr(2);
                 std::unique_lock lock(m_mutex);
@@ -141,6 +151,11 @@ private:
         if (found == script.end())
             found = script.find(strKey);
         m_strSent = found == script.end() ? pszStandard : found->second;
+        if (m_strSent.starts_with("held")) {
+            m_bHeld = true;
+            Bex::WaitForAny({&m_release.Waitable(), &m_stop.Waitable()}, Platform::INFINITE);
+            m_strSent = m_strSent.size() > 4 ? m_strSent.substr(4) : pszStandard;
+        }
         if (m_strSent == "hang")
             ReadUpTo("never");
         while (m_strSent.starts_with("endless"))
@@ -153,6 +168,8 @@ private:
             ReadMore();
         for (const char* pszDone : {"flush", "late"})
             m_strSent.erase(0, m_strSent.starts_with(pszDone) ? std::strlen(pszDone) : 0);
+        if (strKey == "payload" && m_strSent.find("250") != std::string::npos)
+            NoteTaken();
         const bool bLast = m_strSent.starts_with("last");
         Send(std::string_view(m_strSent).substr(bLast ? 4 : 0));
         return !bLast;
@@ -170,8 +187,8 @@ private:
     std::string ReadUpTo(const std::string& strEnd)
     {
         size_t nEnd = 0;
-        while ((nEnd = m_strReceived.find(strEnd)) == std::string::npos)
-            ReadMore();
+        for (size_t nFrom = 0; (nEnd = m_strReceived.find(strEnd, nFrom)) == std::string::npos; ReadMore())
+            nFrom = m_strReceived.size() - std::min(m_strReceived.size(), strEnd.size() - 1);
         const std::string strText = m_strReceived.substr(0, nEnd + strEnd.size());
         m_strReceived.erase(0, strText.size());
         return strText;
@@ -190,9 +207,19 @@ private:
         m_commands.push_back(strCommand);
     }
 
+    void NoteTaken() ///< unless there is nothing, as after a refusal
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto IsRecipient = [](const std::string& strCommand) { return strCommand.starts_with("RCPT"); };
+        if (m_strPayload != ".\r\n")
+            m_taken.push_back(*std::find_if(m_commands.rbegin(), m_commands.rend(), IsRecipient));
+    }
+
     const std::vector<Replies> m_scripts;
     size_t m_nPiece = 0;
     Bex::CEvent m_stop;
+    Bex::CEvent m_release;
+    std::atomic<bool> m_bHeld = false;
     Bex::CSecureSocket m_listener;
     std::optional<Bex::CSecureSocket> m_peer;
     std::string m_strReceived;
@@ -200,6 +227,7 @@ private:
     std::map<std::string, int> m_counts; ///< of what was answered
     std::mutex m_mutex;
     std::vector<std::string> m_commands;
+    std::vector<std::string> m_taken;
     std::string m_strPayload;
     std::thread m_thread;
 };

@@ -3,6 +3,7 @@
 #include "Platform/CCallWatcher.h"
 #include "SMTPc/CWaitingConnections.h"
 #include "SMTPc/FindTargets.h"
+#include "Tobix/CRemoteAgent.h"
 #include "Tobix/CSMTPDeliveryThread.h"
 
 #include <gmock/gmock.h>
@@ -35,7 +36,8 @@ public:
         const CScriptedServer& server, const std::string& strUntil, std::function<void()> Meanwhile = [] {})
     {
         Route(server);
-        m_pFiles->AddPending("x.eml");
+        if (HasMail())
+            m_pFiles->AddPending("x.eml");
         CSMTPDeliveryThread thread(settings, m_pFiles, ErrorDirectory().c_str(), Directory().c_str(), m_pWaiting);
         m_pThread = &thread;
         ASSERT_TRUE(thread.Start());
@@ -43,10 +45,29 @@ public:
         EXPECT_TRUE(Becomes([&] { return Logged(strUntil); })) << Log().Take();
         EXPECT_TRUE(thread.Stop());
     }
-    void AddMail(const std::string& strName, const std::string& strDomain = "far.example") ///< to carl
+    /// With the agent, until both are asked to stop, as the daemon does. The server is held until they have.
+    void Run(CScriptedServer& server, std::function<bool()> Until, bool bRelease = false)
+    {
+        Config().Set("OutgoingDir", Directory().c_str());
+        Deliver(server, "started", [&] {
+            CRemoteAgent agent(m_pFiles, m_pWaiting);
+            EXPECT_TRUE(agent.Start());
+            EXPECT_TRUE(Becomes(Until)) << Log().Take();
+            Log().SetListener({});
+            RequestStop();
+            agent.RequestStop();
+            if (bRelease)
+                server.Release();
+            EXPECT_TRUE(agent.Stop(LONGEST_STOP) && m_pThread->HasFinished(LONGEST_STOP));
+            server.Release();
+        });
+    }
+    void AddMail(const std::string& strName, const std::string& strDomain = "far.example",
+                 const std::string& strBody = "more\r\n") ///< to carl
     {
         std::ofstream(Directory() / strName) << "X-Envelope-From: ann@here.example\r\nX-Envelope-To: carl@" << strDomain
-                                             << "\r\nMessage-ID: <2@here>\r\n\r\nmore\r\n";
+                                             << "\r\nMessage-ID: <2@here>\r\n\r\n"
+                                             << strBody;
         m_pFiles->AddPending(strName);
     }
     /// Mails to come, as going the way of that domain's.
@@ -59,6 +80,10 @@ public:
     COutgoingFiles& Files() { return *m_pFiles; }
     void Restart() { m_pFiles = std::make_shared<COutgoingFiles>(); }
     CWaitingConnections& Waiting() { return *m_pWaiting; }
+    std::string Left() const
+    {
+        return std::string(std::filesystem::exists(Directory() / "y.eml") ? "y" : "") + (HasMail() ? "x" : "");
+    }
     bool NameIsFree() { return m_pFiles->AddPending("x.eml"); }
     void FreeName() { m_pFiles->FinishDelivery("x.eml"); }
     bool Retries()
@@ -71,6 +96,8 @@ public:
     std::filesystem::path ErrorDirectory() const { return Directory() / "error"; }
 
 private:
+    static constexpr unsigned LONGEST_STOP = 60'000; // milliseconds
+
     std::shared_ptr<COutgoingFiles> m_pFiles;
     std::shared_ptr<CWaitingConnections> m_pWaiting;
     Bex::CThread* m_pThread = nullptr;
@@ -358,24 +385,67 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
     }
 }
 
+struct SMoment
+{
+    std::string strAt;   ///< where the first connection is held, or a line of the log, or a connection that "waits"
+    const char* pszLeft; ///< of the mails y and x, in this order, when the stop that comes then is over
+    Replies first = {};  ///< of that connection
+    std::string strAfter = ""; ///< is answered once the threads have ended, or were asked to and wait for a last word
+};
 TEST(DeliveryThreadTest, StopsAtEveryMomentOfASharedConnection)
 {
-    const std::pair<const char*, size_t> MOMENTS[] = {
-        {"MAIL2", 5}, {"RCPT2", 6}, {"DATA2", 7}}; // and the commands then
+    const Replies LATER{{"RCPT1", "450 later\r\n"}}, SECURE{{"EHLO", "250-mx\r\n250 STARTTLS\r\n"}};
+    const SMoment MOMENTS[] = {{"greeting", "yx"},
+                               {"EHLO", "yx"},
+                               {"STARTTLS", "yx", SECURE},
+                               {"MAIL1", "yx"},
+                               {"RCPT1", "yx"},
+                               {"DATA1", "yx"},
+                               {"text1", "yx"},
+                               {"payload1", "x"},
+                               {"payload1", "yx", {}, "drop"},
+                               {"DATA1", "yx", LATER},
+                               {"RSET", "yx", LATER},
+                               {"removing file", "x"},
+                               {"successfully delivered mail", "x"},
+                               {"MAIL2", "x"},
+                               {"RCPT2", "x"},
+                               {"DATA2", "x"},
+                               {"text2", "x"},
+                               {"payload2", ""},
+                               {"payload2", "x", {}, "drop"},
+                               {"QUIT", ""},
+                               {"waits", ""}};
     for (size_t n = 0; n < 2 * std::size(MOMENTS); ++n) {
-        const auto& [pszMoment, nCommands] = MOMENTS[n / 2];
-        SCOPED_TRACE(pszMoment);
-        CDeliveryWorld world(1, true);
-        world.settings.nMailsPerConnection = 2;
+        const SMoment& row = MOMENTS[n / 2];
+        const bool bWaits = row.strAt == "waits";
+        SCOPED_TRACE(row.strAt + row.strAfter + std::to_string(n));
+        CDeliveryWorld world(1, true, bWaits ? 3600 : 0);
+        world.settings.nMailsPerConnection = 3;
         world.settings.bPipelining = n % 2 == 1;
-        CScriptedServer server(Replies{{"EHLO", "250 PIPELINING\r\n"}, {pszMoment, "hang"}});
-        world.AddMail("y.eml");
-        world.Deliver(server, ") stopped", [&] {
-            EXPECT_TRUE(Becomes([&] { return server.Commands().size() == nCommands; }));
-            world.RequestStop();
+        Config().Set("TimeOut", "1200"); // which nobody waits out
+        Replies first = row.first;
+        first.insert({row.strAt, "held" + row.strAfter});
+        first.insert({"EHLO", "250-mx\r\n250 PIPELINING\r\n"});
+        CScriptedServer server(first, Replies{});
+        const std::string strBody(row.strAt.starts_with("text") ? 24 << 20 : 1, 'x'); // more than sockets hold
+        world.WriteMail(ENVELOPE, strBody);
+        world.AddMail("y.eml", "far.example", strBody);
+        world.Log().SetListener([&](const std::string& strLine) {
+            if (Holds(strLine, row.strAt))
+                world.RequestStop();
         });
-        EXPECT_TRUE(world.HasMail() && !std::filesystem::exists(world.Directory() / "y.eml"));
-        EXPECT_FALSE(world.Logged("retry later"));
+        const auto IsThere = [&] { return server.IsHeld() || world.Logged(row.strAt) || world.Waiting().Count() > 0; };
+        world.Run(server, IsThere, row.strAt.starts_with("payload"));
+        EXPECT_EQ(world.Left(), row.pszLeft);
+        EXPECT_TRUE(row.first.contains("RCPT1") || !world.Logged("retry later"));
+        EXPECT_TRUE(!bWaits || Becomes([&] { return server.Commands().back() == "QUIT"; }));
+        world.Restart();
+        world.Run(server, [&] { return world.Left().empty(); });
+        EXPECT_THAT(server.Taken(),
+                    testing::UnorderedElementsAre(testing::HasSubstr("carl"), testing::HasSubstr("bob")));
+        EXPECT_TRUE(std::filesystem::is_empty(world.ErrorDirectory()));
+        EXPECT_FALSE(world.Logged("SystemCall") || world.Logged("giving up"));
     }
 }
 
