@@ -1,7 +1,7 @@
 """A small receiving mail server for the demonstration and the tests: Sink() listens on loopback.
 
-The recipient decides what happens: "refuse..." is answered with 550, "later..." with 451 the first time, "silent..." not at
-all; every other one is accepted, "slow..." after half a second.
+The recipient decides what happens: "refuse..." is answered with 550, "later..." with 451 the first time; every other one is
+accepted, "silent..." once `silence` is set, and the mail of "slow..." after half a second.
 """
 import socketserver
 import threading
@@ -50,7 +50,7 @@ class Session(socketserver.StreamRequestHandler):
         sink = self.server.sink
         if address.startswith("silent"):
             sink.silence.wait()
-        elif address.startswith("refuse"):
+        if address.startswith("refuse"):
             self.reply("550 5.1.1 no such user here")
         elif address.startswith("later") and address not in sink.deferred:
             sink.deferred.add(address)

@@ -1,4 +1,6 @@
 """Outgoing mail's way through the running daemon to a mail server on loopback."""
+import contextlib
+import itertools
 import pathlib
 import signal
 import sys
@@ -7,7 +9,7 @@ import unittest
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 from sink import Sink  # noqa: E402
-from world import World, mail, wait_for  # noqa: E402
+from world import World, mail, reports_up_to, wait_for  # noqa: E402
 
 
 class Remote(unittest.TestCase):
@@ -88,6 +90,29 @@ class Remote(unittest.TestCase):
         world.process.send_signal(signal.SIGUSR1)
         wait_for("the end of the connections", lambda: self.sink.connections == self.sink.parted)
         self.assertEqual(world.stop(), 0)
+
+    def test_a_pause_ends_the_sharing_of_a_connection_before_its_next_mail(self):
+        for together, wait in itertools.product((0, 1), (0, 60)):
+            sink = Sink()
+            with self.subTest(together=together, wait=wait), contextlib.closing(sink), \
+                    World(AutoTransport=1, FQDN="client.example", **{"AutoTransport.Threads": 1, "Connection.Mails": 50,
+                                              "Connection.Pipelining": together, "Connection.Wait": wait}) as world:
+                (world.etc / "smarthosts").write_text(f"*: 127.0.0.1:{sink.port}\n")
+                for n in range(3):
+                    world.drop(f"{n}.eml", mail(f"silent{n}@far.example"), world.outgoing)
+                with world.start_service(MAILCONFIGDIR=str(world.etc), TOBIX_CONNECTIVITY="4") as reports:
+                    reports_up_to("READY=1\nSTATUS=Running", reports)
+                    wait_for("the first mail", lambda: sink.connections == 1)
+                    world.process.send_signal(signal.SIGUSR1)
+                    reports_up_to("READY=1\nSTATUS=Paused", reports)
+                    sink.silence.set()
+                    wait_for("QUIT", lambda: sink.parted == 1)
+                    self.assertEqual((len(sink.mails), sink.connections, len(list(world.outgoing.iterdir()))), (1, 1, 2))
+                    world.process.send_signal(signal.SIGUSR2)
+                    wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
+                    self.assertEqual(world.stop(), 0)
+                    wait_for("QUIT", lambda: sink.parted == 2)
+                    self.assertEqual((len(set(sink.recipients())), len(sink.mails), sink.connections), (3, 3, 2))
 
     def test_kills_and_a_restart_lose_nothing_and_repeat_little(self):
         count, threads = 400, 4

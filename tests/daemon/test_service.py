@@ -8,16 +8,7 @@ import subprocess
 import time
 import unittest
 
-from world import DEADLINE, World, mail, wait_for
-
-
-def reports_up_to(text, reports):
-    seen = []
-    while not seen or seen[-1] != text:
-        report = reports.recv(4096).decode().split("\nMONOTONIC")[0]
-        if not report.startswith("STATUS=queue "):
-            seen.append(report)
-    return seen
+from world import DEADLINE, World, mail, reports_up_to, wait_for
 
 
 class Service(unittest.TestCase):

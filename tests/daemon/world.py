@@ -28,6 +28,16 @@ def wait_for(what, condition, seconds=DEADLINE):
         time.sleep(0.005)
 
 
+def reports_up_to(text, reports):
+    """What the service manager was told, but for what there is to do."""
+    seen = []
+    while not seen or seen[-1] != text:
+        report = reports.recv(4096).decode().split("\nMONOTONIC")[0]
+        if not report.startswith("STATUS=queue "):
+            seen.append(report)
+    return seen
+
+
 def as_text(settings):
     return "".join(f"{key}: {value}\n" for key, value in settings.items())
 
