@@ -282,7 +282,7 @@ void CSMTPSendThread::FinishDelivered(CSMTPSession& session, const SPreparedMail
     Bex::LogInfo(Bex::MainLog(), "mail <%s> from <%s> to <%s> delivered, %u bytes sent", mail.strMessageID.Text(),
                  mail.strSender.Text(), mail.strRecipient.Text(), mail.payload.Size());
     RemoveFiles(mail, file);
-    if (session.MayGoOn() && (TakesNext() || MayWait())) {
+    if (session.MayGoOn() && (TakesNext() || MayWait() || !ShallRun())) { // a session says no QUIT after a stop
         m_pConnection = session.TakeConnection();
         return;
     }

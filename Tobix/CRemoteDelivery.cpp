@@ -145,5 +145,8 @@ bool CRemoteDelivery::StopThreads(const Platform::CWaitLimit& limit, const std::
 
 bool CRemoteDelivery::StopAgent(const Platform::CWaitLimit& limit, const std::function<void()>& Report)
 {
-    return ThreadControl::Stop(std::move(m_pAgent), "remote delivery agent", limit, Report);
+    const bool bStopped = ThreadControl::Stop(std::move(m_pAgent), "remote delivery agent", limit, Report);
+    if (m_pWaiting)
+        m_pWaiting->EndAll(); // of which a thread may have brought one since the agent ended
+    return bStopped;
 }

@@ -439,7 +439,8 @@ TEST(DeliveryThreadTest, StopsAtEveryMomentOfASharedConnection)
         world.Run(server, IsThere, row.strAt.starts_with("payload"));
         EXPECT_EQ(world.Left(), row.pszLeft);
         EXPECT_TRUE(row.first.contains("RCPT1") || !world.Logged("retry later"));
-        EXPECT_TRUE(!bWaits || Becomes([&] { return server.Commands().back() == "QUIT"; }));
+        const bool bParts = !server.IsHeld() && (bWaits || !world.settings.bPipelining); // else in the middle of a mail
+        EXPECT_TRUE(!bParts || Becomes([&] { return server.Commands().back() == "QUIT"; }));
         world.Restart();
         world.Run(server, [&] { return world.Left().empty(); });
         EXPECT_THAT(server.Taken(),
