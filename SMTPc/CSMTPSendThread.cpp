@@ -142,20 +142,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
         const Bex::CActivity::CStep step("sends %s to %s", Bex::CSimpleString(Bex::NameOf(m_strMailPath.View())).Text(),
                                          DisplayName(target).Text());
         std::optional<CSMTPSession> session;
-        std::optional<SDeliveryFailure> failure;
-        for (;;) {
-            const bool bShared = m_pConnection != nullptr;
-            session.emplace(std::move(m_pConnection), m_settings, mail, limit);
-            failure = FailureOf([&] {
-                session->Deliver(target);
-                LeadNext(*session);
-                session->AwaitVerdict();
-            });
-            if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure))
-                break;
-            if (bShared) // what it has cost is not this mail's time
-                limit = AttemptLimit();
-        }
+        const std::optional<SDeliveryFailure> failure = TryTarget(mail, target, limit, session);
         if (!failure)
             return Delivered(*session, target, mail);
         const bool bSilent = IsSilent(*session, target);
@@ -171,6 +158,26 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     if (attempt.verdict == EVerdict::ConnectionFailed && !ShallRun()) // the stop broke it
         attempt.verdict = EVerdict::Stopped;
     return attempt;
+}
+
+/// In one session or, where what fails is the connection's, in another; the last one stays, with what failed in it.
+std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(const SPreparedMail& mail, const CSmartHost& target,
+                                                           Platform::CWaitLimit& limit,
+                                                           std::optional<CSMTPSession>& session)
+{
+    for (;;) {
+        const bool bShared = m_pConnection != nullptr;
+        session.emplace(std::move(m_pConnection), m_settings, mail, limit);
+        std::optional<SDeliveryFailure> failure = FailureOf([&] {
+            session->Deliver(target);
+            LeadNext(*session);
+            session->AwaitVerdict();
+        });
+        if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure))
+            return failure;
+        if (bShared) // what it has cost is not this mail's time
+            limit = AttemptLimit();
+    }
 }
 
 bool CSMTPSendThread::MayWait() const { return m_pWaiting && m_pWaiting->Takes() && ShallRun(); }

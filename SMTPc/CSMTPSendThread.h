@@ -69,6 +69,8 @@ private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
     SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit);
+    std::optional<SDeliveryFailure> TryTarget(const SPreparedMail& mail, const CSmartHost& target,
+                                              Platform::CWaitLimit& limit, std::optional<CSMTPSession>& session);
     bool MayWait() const;
     void PutReachedFirst(CTargetList& targets);
     void LeadNext(CSMTPSession& session);

@@ -19,7 +19,6 @@ constexpr uint32_t QUIT_SECONDS = 10;
 constexpr uint32_t LEAST_SILENCE = 10; // seconds, which no failure takes that the other end tells of
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LAST_WORD_MILLIS = 10'000; // after a stop, for the answer to a whole mail: else it is sent again
-constexpr int CLOSES = 421;                   // RFC 5321 3.8
 
 Bex::CSimpleString AddressText(const CSmartHost& target)
 {

@@ -42,6 +42,8 @@ public:
     std::unique_ptr<CSMTPConnection> TakeConnection() { return std::move(m_pConnection); } ///< and ends this session
 
 private:
+    static constexpr int CLOSES = 421; // RFC 5321 3.8
+
     CSMTPClient& Client() const { return m_pConnection->client; }
     void Open(const CSmartHost& target);
     void GoOn();

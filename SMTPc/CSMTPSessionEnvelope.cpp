@@ -11,7 +11,6 @@
 namespace {
 
 constexpr char SOURCE_FILE[] = "SMTPc/SMTPSession";
-constexpr int CLOSES = 421; // RFC 5321 3.8
 constexpr int BAD_SEQUENCE = 503;
 constexpr int GO_AHEAD = 354;
 constexpr uint32_t REST_SECONDS = 10;

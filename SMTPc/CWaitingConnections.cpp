@@ -8,8 +8,8 @@
 namespace {
 
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
-constexpr uint64_t LONGEST_PARTING = 10'000; // milliseconds
-constexpr uint64_t LONGEST_SEND = 100;       // of a QUIT, to whom nothing else was sent
+constexpr uint64_t LONGEST_ANSWER = 10'000; // milliseconds, to a QUIT
+constexpr uint64_t LONGEST_SEND = 100;      // of a QUIT, to whom nothing else was sent
 
 } // namespace
 
@@ -63,7 +63,7 @@ void CWaitingConnections::End(uint64_t nBy)
     const uint64_t nNow = Platform::TickCount();
     parting.remove_if([nNow](const SWaiting& one) { return one.pConnection->client.HasInput() || one.nUntil <= nNow; });
     for (SWaiting& one : ending) {
-        one.nUntil = nNow + LONGEST_PARTING;
+        one.nUntil = nNow + LONGEST_ANSWER;
         one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
         FailureOf([&] { one.pConnection->client.SendCommand("QUIT\r\n"); });
         one.pConnection->client.SetLimit({});
