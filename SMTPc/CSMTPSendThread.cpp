@@ -130,6 +130,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
 {
     SAttempt attempt{EVerdict::Stopped};
     bool bTried = false;
+    m_bRefused = false;
     CTargetList late = TakeSilent(targets);
     PutReachedFirst(targets);
     for (CSmartHost target; targets.PopFirst(target) || late.PopFirst(target);) {
@@ -147,6 +148,7 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
             return Delivered(*session, target, mail);
         const bool bSilent = IsSilent(*session, target);
         Tell(*failure, mail, DisplayName(target));
+        m_bRefused |= failure->IsRefusal();
         if (failure->IsRefusal())
             EndRefused(*session, failure->bTryNextTarget && !(targets.IsEmpty() && late.IsEmpty()));
         else if (target.mode == ETLSMode::Opportunistic)
@@ -168,6 +170,8 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(const SPreparedMail& 
     for (;;) {
         const bool bShared = m_pConnection != nullptr;
         session.emplace(std::move(m_pConnection), m_settings, mail, limit);
+        if (m_bRefused) // other mails may still be welcome there, which comes first (RFC 5321 5.1)
+            session->KeepFromOthers();
         std::optional<SDeliveryFailure> failure = FailureOf([&] {
             session->Deliver(target);
             LeadNext(*session);

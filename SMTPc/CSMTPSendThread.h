@@ -84,4 +84,5 @@ private:
 
     std::shared_ptr<CWaitingConnections> m_pWaiting;
     std::unique_ptr<CSMTPConnection> m_pConnection; ///< open, between two attempts
+    bool m_bRefused = false;                        ///< by a target of this attempt, for now
 };

@@ -104,7 +104,7 @@ bool CSMTPSession::MayGoOn() const
 /// No other mail is for a target without the TLS that it should have had.
 bool CSMTPSession::MayBeShared() const
 {
-    return m_pConnection->nMails < m_settings.nMailsPerConnection && !m_pConnection->target.bSecondTry;
+    return !m_bAlone && m_pConnection->nMails < m_settings.nMailsPerConnection && !m_pConnection->target.bSecondTry;
 }
 
 bool CSMTPSession::WasSilent() const { return !m_bAnswered && HasWaited(); }

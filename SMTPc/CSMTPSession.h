@@ -23,8 +23,9 @@ public:
     CSMTPSession(const CSMTPSession&) = delete;
     CSMTPSession& operator=(const CSMTPSession&) = delete;
 
-    void Deliver(const CSmartHost& target); ///< up to the mail's last byte
-    bool MayLead() const;                   ///< the envelope of another mail may follow before this one's verdict
+    void KeepFromOthers() { m_bAlone = true; } ///< no other mail may share the connection
+    void Deliver(const CSmartHost& target);    ///< up to the mail's last byte
+    bool MayLead() const;                      ///< the envelope of another mail may follow before this one's verdict
     void SendAhead(const SPreparedMail& next);
     void AwaitVerdict(); ///< returns when the server has accepted the mail
     /// What a server still has to say about a mail that it has refused, and the end of a transfer that it asks for all
@@ -61,6 +62,7 @@ private:
 
     std::unique_ptr<CSMTPConnection> m_pConnection; ///< null before it is opened
     const bool m_bRides;                            ///< behind another mail
+    bool m_bAlone = false;                          ///< it has the connection for this mail only
     bool m_bTogether = false;                       ///< the commands of the envelope were sent so
     const SDeliverySettings& m_settings;
     const SPreparedMail& m_mail;

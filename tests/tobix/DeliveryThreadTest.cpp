@@ -326,6 +326,17 @@ TEST(DeliveryThreadTest, KeepsARefusedFileThatCannotBeBouncedNorMovedOutOfFurthe
     EXPECT_TRUE(world.Files().Take(strNext) && world.Files().EnterDomain("y.eml", "far.example"));
 }
 
+/// The first one of each command, S for RSET.
+std::string Letters(CScriptedServer& server)
+{
+    std::string strLetters;
+    for (const std::string& strCommand : server.Commands())
+        strLetters += strCommand.starts_with("RS") ? 'S' : strCommand[0];
+    return strLetters;
+}
+
+std::string Entry(const CScriptedServer& server) { return "127.0.0.1:" + std::to_string(server.Port()) + "i"; }
+
 struct SSecond
 {
     Replies first;                ///< of the connection that both mails may share
@@ -376,10 +387,7 @@ TEST(DeliveryThreadTest, GoesOnWithTheNextMailOfTheWayOverOneConnection)
         Config().Set("Bounce.Disable", "1");
         world.AddMail("y.eml");
         world.Deliver(server, row.strLogged);
-        std::string strCommands;
-        for (const std::string& strCommand : server.Commands())
-            strCommands += strCommand.starts_with("RS") ? 'S' : strCommand[0];
-        EXPECT_THAT(strCommands,
+        EXPECT_THAT(Letters(server),
                     testing::MatchesRegex(bTogether && !row.strTogether.empty() ? row.strTogether : row.strOneByOne));
         EXPECT_FALSE(Holds(world.Report(), "carl") || Holds(world.Report(), "RSET")) << world.Report();
     }
@@ -553,5 +561,34 @@ TEST(DeliveryThreadTest, LetsAConnectionWaitForALaterMailAndEndsItInTime)
             return world.Waiting().Count() == 0;
         }));
         EXPECT_EQ(server.Commands().back(), "QUIT");
+    }
+}
+
+struct SBackup
+{
+    Replies first;         ///< of the first target's first connection
+    const char* pszFirst;  ///< the commands there, of two mails that go the same way
+    const char* pszBackup; ///< and at the other one
+    unsigned nWait = 0;
+};
+TEST(DeliveryThreadTest, SharesABackupUnlessTheFirstTargetRefusedForNow)
+{
+    const SBackup ROWS[] = {{{{"greeting", "drop"}}, "", "EMRDMRDQ"},
+                            {{{"RCPT", "450 later\r\n"}}, "EMRD?QEMRDQ", "EMRDQ"},
+                            {{{"RCPT1", "450 later\r\n"}}, "EMRD?SMRDQ?", "EMRDQ", 30}};
+    for (size_t n = 0; n < 2 * std::size(ROWS); ++n) {
+        SBackup row = ROWS[n / 2];
+        SCOPED_TRACE(n);
+        CDeliveryWorld world(1, true, row.nWait);
+        world.settings.nMailsPerConnection = 3;
+        world.settings.bPipelining = n % 2 == 1;
+        const Replies good{{"EHLO", "250 PIPELINING\r\n"}};
+        row.first.insert(good.begin(), good.end());
+        CScriptedServer first(row.first, good), backup(good);
+        world.Route(first, Entry(first) + "," + Entry(backup), "far.example");
+        world.AddMail("y.eml");
+        world.Deliver(first, "to <Bob@far.example> (");
+        EXPECT_THAT(Letters(first), testing::MatchesRegex(row.pszFirst));
+        EXPECT_EQ(Letters(backup), row.pszBackup);
     }
 }
