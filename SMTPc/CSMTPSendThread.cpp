@@ -126,7 +126,7 @@ Platform::CWaitLimit CSMTPSendThread::AttemptLimit() const
 
 /// A second try without TLS is put behind the last target, and who is silent behind everybody else. However many there
 /// are, none is begun once the attempt has lasted long enough; its result is that of the last one.
-SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit)
+SAttempt CSMTPSendThread::TryTargets(SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit)
 {
     SAttempt attempt{EVerdict::Stopped};
     bool bTried = false;
@@ -162,11 +162,14 @@ SAttempt CSMTPSendThread::TryTargets(const SPreparedMail& mail, CTargetList& tar
     return attempt;
 }
 
-/// In one session or, where what fails is the connection's, in another; the last one stays, with what failed in it.
-std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(const SPreparedMail& mail, const CSmartHost& target,
+/// In one session or, where what fails is the connection's, in another over a new one; the last session stays, with
+/// what failed in it.
+std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, const CSmartHost& target,
                                                            Platform::CWaitLimit& limit,
                                                            std::optional<CSMTPSession>& session)
 {
+    const bool bOpen = HasConnectionTo(target); // not always the one over which the mail was told of
+    mail.bAhead = mail.bAhead && bOpen && m_pConnection->client.Ahead() > 0;
     for (;;) {
         const bool bShared = m_pConnection != nullptr;
         session.emplace(std::move(m_pConnection), m_settings, mail, limit);
@@ -186,23 +189,29 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(const SPreparedMail& 
 
 bool CSMTPSendThread::MayWait() const { return m_pWaiting && m_pWaiting->Takes() && ShallRun(); }
 
+/// Over the one that is open or, when there is none, one that waits.
+bool CSMTPSendThread::HasConnectionTo(const CSmartHost& target)
+{
+    if (!m_pConnection && MayWait())
+        m_pConnection = m_pWaiting->TakeTo(target);
+    return m_pConnection && m_pConnection->Reaches(target);
+}
+
 /// The one that a connection is open to. One to none of them is of no use to the mail.
 void CSMTPSendThread::PutReachedFirst(CTargetList& targets)
 {
     const auto FindReached = [&] {
         CTargetList::CIterator it = targets.begin();
-        while (m_pConnection && it != targets.end() && !m_pConnection->Reaches(*it))
+        while (it != targets.end() && !HasConnectionTo(*it))
             ++it;
         return it;
     };
     CTargetList::CIterator reached = FindReached();
-    if (m_pConnection && reached == targets.end())
+    if (m_pConnection && reached == targets.end()) {
         EndConnection();
-    if (!m_pConnection && MayWait()) {
-        m_pConnection = m_pWaiting->TakeTo(targets);
         reached = FindReached();
     }
-    if (!m_pConnection)
+    if (reached == targets.end())
         return;
     CSmartHost target = *reached;
     targets.Remove(reached);

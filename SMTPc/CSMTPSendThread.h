@@ -68,10 +68,11 @@ protected:
 private:
     SAttempt TryToSend(SLoadedMail& loaded);
     Platform::CWaitLimit AttemptLimit() const;
-    SAttempt TryTargets(const SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit);
-    std::optional<SDeliveryFailure> TryTarget(const SPreparedMail& mail, const CSmartHost& target,
+    SAttempt TryTargets(SPreparedMail& mail, CTargetList& targets, Platform::CWaitLimit limit);
+    std::optional<SDeliveryFailure> TryTarget(SPreparedMail& mail, const CSmartHost& target,
                                               Platform::CWaitLimit& limit, std::optional<CSMTPSession>& session);
     bool MayWait() const;
+    bool HasConnectionTo(const CSmartHost& target);
     void PutReachedFirst(CTargetList& targets);
     void LeadNext(CSMTPSession& session);
     void EndRefused(CSMTPSession& session, bool bOthersFollow);

@@ -24,17 +24,15 @@ void CWaitingConnections::Bring(std::unique_ptr<CSMTPConnection> pConnection)
         End(0);
 }
 
-std::unique_ptr<CSMTPConnection> CWaitingConnections::TakeTo(CTargetList& targets)
+std::unique_ptr<CSMTPConnection> CWaitingConnections::TakeTo(const CSmartHost& target)
 {
     const std::lock_guard lock(m_lock);
-    for (const CSmartHost& target : targets) {
-        for (auto it = m_waiting.rbegin(); it != m_waiting.rend(); ++it) {
-            if (!it->pConnection->Reaches(target))
-                continue;
-            std::unique_ptr<CSMTPConnection> pConnection = std::move(it->pConnection);
-            m_waiting.erase(std::prev(it.base()));
-            return pConnection;
-        }
+    for (auto it = m_waiting.rbegin(); it != m_waiting.rend(); ++it) {
+        if (!it->pConnection->Reaches(target))
+            continue;
+        std::unique_ptr<CSMTPConnection> pConnection = std::move(it->pConnection);
+        m_waiting.erase(std::prev(it.base()));
+        return pConnection;
     }
     return nullptr;
 }

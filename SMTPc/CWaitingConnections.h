@@ -21,12 +21,11 @@ public:
     explicit CWaitingConnections(unsigned nSeconds) : m_nSeconds(nSeconds) {} ///< 0: takes none
 
     bool Takes() const { return m_nSeconds > 0; }
-    void Bring(std::unique_ptr<CSMTPConnection> pConnection); ///< between two mails
-    /// To the first target to which there is one, the last one that was brought; null when there is none.
-    std::unique_ptr<CSMTPConnection> TakeTo(CTargetList& targets);
-    void EndOld();        ///< and lets go of those that have ended
-    void EndAll();        ///< likewise
-    size_t Count() const; ///< with those that have not answered QUIT
+    void Bring(std::unique_ptr<CSMTPConnection> pConnection);          ///< between two mails
+    std::unique_ptr<CSMTPConnection> TakeTo(const CSmartHost& target); ///< the last one brought; null: there is none
+    void EndOld();                                                     ///< and lets go of those that have ended
+    void EndAll();                                                     ///< likewise
+    size_t Count() const;                                              ///< with those that have not answered QUIT
 
 private:
     struct SWaiting

@@ -149,17 +149,14 @@ TEST(WaitingConnectionsTest, AreForTheTargetThatTheyWereOpenedForAndNoOther)
     const CSmartHost opened{"mx.test", place, "ann", "secret", ETLSMode::Direct};
     CWaitingConnections waiting(30);
     waiting.Bring(std::make_unique<CSMTPConnection>(opened));
-    CTargetList targets(false);
     for (const CSmartHost& other : {CSmartHost{"mx.other.test", place, "ann", "secret", ETLSMode::Direct},
                                     {"mx.test", At("192.0.2.2", 25), "ann", "secret", ETLSMode::Direct},
                                     {"mx.test", At("192.0.2.1", 26), "ann", "secret", ETLSMode::Direct},
                                     {"mx.test", place, "eve", "secret", ETLSMode::Direct},
                                     {"mx.test", place, "ann", "Secret", ETLSMode::Direct},
                                     {"mx.test", place, "ann", "secret", ETLSMode::Offered}})
-        targets.Append(other);
-    EXPECT_EQ(waiting.TakeTo(targets), nullptr);
-    targets.Append(opened);
-    EXPECT_NE(waiting.TakeTo(targets), nullptr);
+        EXPECT_EQ(waiting.TakeTo(other), nullptr);
+    EXPECT_NE(waiting.TakeTo(opened), nullptr);
 }
 
 TEST(WaitingConnectionsTest, MakeRoomForTheNewestAndEndWithTheirAge)

@@ -592,3 +592,33 @@ TEST(DeliveryThreadTest, SharesABackupUnlessTheFirstTargetRefusedForNow)
         EXPECT_EQ(Letters(backup), row.pszBackup);
     }
 }
+
+TEST(DeliveryThreadTest, TakesAWaitingConnectionWhereverAMailTurns)
+{
+    CDeliveryWorld world(0, true, 30);
+    world.settings.nMailsPerConnection = 4;
+    world.settings.bPipelining = true;
+    const std::string strOffer = "250 PIPELINING\r\n";
+    CScriptedServer first(Replies{{"EHLO", strOffer}, {"RCPT2", "450 later\r\n"}, {"payload3", "drop"}});
+    CScriptedServer second(Replies{{"EHLO", strOffer}});
+    const auto Deliver = [&](const std::string& strEntries, CScriptedServer& last, const std::string& strLetters,
+                             size_t nWaiting) {
+        world.WriteMail();
+        world.Route(last, strEntries, "far.example");
+        world.Deliver(last, "started", [&] {
+            EXPECT_TRUE(Becomes([&] { return !world.HasMail() && world.Waiting().Count() == nWaiting; }));
+        });
+        EXPECT_EQ(Letters(last), strLetters);
+    };
+    Deliver(Entry(first), first, "EMRD", 1);
+    Deliver(Entry(second), second, "EMRD", 2);
+    Deliver(Entry(first) + "," + Entry(second), second, "EMRDMRDQ", 1); // the first one refuses
+    Deliver(Entry(second), second, "EMRDMRDQEMRD", 2);
+    world.AddMail("y.eml");
+    world.Log().SetListener([&](const std::string& strLine) { // the mail that is told of behind the one that fails
+        if (Holds(strLine, "failed with socket error"))
+            world.Route(second, Entry(second), "far.example");
+    });
+    Deliver(Entry(first), first, "EMRDMRDSMRD", 1);
+    EXPECT_EQ(Letters(second), "EMRDMRDQEMRDMRD");
+}
