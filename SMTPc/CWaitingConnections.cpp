@@ -47,13 +47,20 @@ size_t CWaitingConnections::Count() const
     return m_waiting.size() + m_parting.size();
 }
 
-/// Whose time has come by then, and who makes room.
+/// Whose time has come by then, and who makes room. A host that says something while nothing was asked closes, or is out
+/// of step.
 void CWaitingConnections::End(uint64_t nBy)
 {
     CWaiting ending;
     CWaiting parting;
+    CWaiting closed;
     {
         const std::lock_guard lock(m_lock);
+        for (auto it = m_waiting.begin(); it != m_waiting.end();) {
+            const auto one = it++;
+            if (one->pConnection->client.HasInput())
+                closed.splice(closed.end(), m_waiting, one);
+        }
         while (m_waiting.size() > MOST || (!m_waiting.empty() && m_waiting.front().nUntil <= nBy))
             ending.splice(ending.end(), m_waiting, m_waiting.begin());
         parting.swap(m_parting);

@@ -23,9 +23,9 @@ public:
     bool Takes() const { return m_nSeconds > 0; }
     void Bring(std::unique_ptr<CSMTPConnection> pConnection);          ///< between two mails
     std::unique_ptr<CSMTPConnection> TakeTo(const CSmartHost& target); ///< the last one brought; null: there is none
-    void EndOld();                                                     ///< and lets go of those that have ended
-    void EndAll();                                                     ///< likewise
-    size_t Count() const;                                              ///< with those that have not answered QUIT
+    void EndOld();        ///< and lets go of those that have ended, or that their hosts have closed
+    void EndAll();        ///< likewise
+    size_t Count() const; ///< with those that have not answered QUIT
 
 private:
     struct SWaiting

@@ -41,7 +41,7 @@ void CRemoteAgent::Body()
         WaitWhileServiceIsPaused(StopEvent(), [this] { m_pWaiting->EndAll(); });
         m_pWaiting->EndOld();
         const unsigned dwFound = ScanOutgoing(static_cast<int64_t>(Platform::TickCount() / MILLIS_PER_SECOND));
-        StopEvent().Wait(RestMillis(m_nListingMicros));
+        Rest(RestMillis(m_nListingMicros));
         if (dwFound == 0 && ShallRun() && !m_directory.HasToBeAskedAgain())
             Bex::WaitForAny({&StopEvent().Waitable(), &m_directory.Waitable()}, IDLE_MILLIS);
     }
@@ -56,6 +56,17 @@ unsigned CRemoteAgent::RestMillis(uint64_t nListingMicros)
     const uint64_t nRestMicros = nListingMicros * REST_PER_LISTING;
     return static_cast<unsigned>(
         std::min<uint64_t>((nRestMicros + MICROS_PER_MILLI - 1) / MICROS_PER_MILLI, INT32_MAX));
+}
+
+/// With a million files it is ten seconds, in which connections end and pauses begin.
+void CRemoteAgent::Rest(unsigned dwMillis)
+{
+    while (dwMillis > 0 && !StopEvent().IsSet() && !ServiceIsPaused()) {
+        const unsigned dwPart = std::min(dwMillis, IDLE_MILLIS);
+        StopEvent().Wait(dwPart);
+        m_pWaiting->EndOld();
+        dwMillis -= dwPart;
+    }
 }
 
 unsigned CRemoteAgent::ScanOutgoing(int64_t iNow)

@@ -31,6 +31,7 @@ public:
     /// thread, and for tests.
     unsigned ScanOutgoing(int64_t iNow);
     static unsigned RestMillis(uint64_t nListingMicros); ///< after a listing that took so much of a processor
+    void Rest(unsigned dwMillis);                        ///< has waiting connections end meanwhile; likewise
 
 protected:
     void Body() override;

@@ -13,6 +13,7 @@
 #include "support/CTlsWorld.h"
 
 #include <cerrno>
+#include <thread>
 
 using Replies = CScriptedServer::Replies;
 
@@ -79,7 +80,7 @@ public:
     void RequestStop() { m_pThread->RequestStop(); }
     COutgoingFiles& Files() { return *m_pFiles; }
     void Restart() { m_pFiles = std::make_shared<COutgoingFiles>(); }
-    CWaitingConnections& Waiting() { return *m_pWaiting; }
+    const std::shared_ptr<CWaitingConnections>& Waiting() const { return m_pWaiting; }
     std::string Left() const
     {
         return std::string(std::filesystem::exists(Directory() / "y.eml") ? "y" : "") + (HasMail() ? "x" : "");
@@ -443,7 +444,7 @@ TEST(DeliveryThreadTest, StopsAtEveryMomentOfASharedConnection)
             if (Holds(strLine, row.strAt))
                 world.RequestStop();
         });
-        const auto IsThere = [&] { return server.IsHeld() || world.Logged(row.strAt) || world.Waiting().Count() > 0; };
+        const auto IsThere = [&] { return server.IsHeld() || world.Logged(row.strAt) || world.Waiting()->Count() > 0; };
         world.Run(server, IsThere, row.strAt.starts_with("payload"));
         EXPECT_EQ(world.Left(), row.pszLeft);
         EXPECT_TRUE(row.first.contains("RCPT1") || !world.Logged("retry later"));
@@ -548,17 +549,17 @@ TEST(DeliveryThreadTest, LetsAConnectionWaitForALaterMailAndEndsItInTime)
                 world.AddMail("y.eml");
             world.Deliver(server, "to <Bob@far.example> (", [&] {
                 EXPECT_TRUE(
-                    Becomes([&] { return server.Commands().size() == nCommands && world.Waiting().Count() == 1; }));
+                    Becomes([&] { return server.Commands().size() == nCommands && world.Waiting()->Count() == 1; }));
             });
         }
         Platform::CAdvancedClock clock;
         clock.Advance(29'000);
-        world.Waiting().EndOld();
+        world.Waiting()->EndOld();
         EXPECT_EQ(server.Commands().size(), 15u);
         clock.Advance(1'000);
         EXPECT_TRUE(Becomes([&] {
-            world.Waiting().EndOld();
-            return world.Waiting().Count() == 0;
+            world.Waiting()->EndOld();
+            return world.Waiting()->Count() == 0;
         }));
         EXPECT_EQ(server.Commands().back(), "QUIT");
     }
@@ -606,7 +607,7 @@ TEST(DeliveryThreadTest, TakesAWaitingConnectionWhereverAMailTurns)
         world.WriteMail();
         world.Route(last, strEntries, "far.example");
         world.Deliver(last, "started", [&] {
-            EXPECT_TRUE(Becomes([&] { return !world.HasMail() && world.Waiting().Count() == nWaiting; }));
+            EXPECT_TRUE(Becomes([&] { return !world.HasMail() && world.Waiting()->Count() == nWaiting; }));
         });
         EXPECT_EQ(Letters(last), strLetters);
     };
@@ -621,4 +622,17 @@ TEST(DeliveryThreadTest, TakesAWaitingConnectionWhereverAMailTurns)
     });
     Deliver(Entry(first), first, "EMRDMRDSMRD", 1);
     EXPECT_EQ(Letters(second), "EMRDMRDQEMRDMRD");
+}
+
+TEST(DeliveryThreadTest, KeepsNoConnectionThatItsServerHasClosed)
+{
+    CDeliveryWorld world(0, true, 30);
+    world.settings.nMailsPerConnection = 2;
+    CScriptedServer server(Replies{{"payload", "last250 taken\r\n"}});
+    world.Deliver(server, "to <Bob@far.example> (",
+                  [&] { EXPECT_TRUE(Becomes([&] { return world.Waiting()->Count() == 1; })); });
+    CRemoteAgent agent(nullptr, world.Waiting());
+    const std::jthread resting([&] { agent.Rest(300'000); });
+    EXPECT_TRUE(Becomes([&] { return world.Waiting()->Count() == 0; }));
+    agent.RequestStop();
 }
