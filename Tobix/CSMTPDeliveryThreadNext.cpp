@@ -53,14 +53,12 @@ bool CSMTPDeliveryThread::IsDomainsTurn(const Bex::CSimpleString& strName)
 /// another way is left to threads that are free.
 bool CSMTPDeliveryThread::TakesNext()
 {
-    Bex::CSimpleString strName;
     for (unsigned n = 0; n < MOST_LOOKS && m_strNext.IsEmpty() && m_nInRow < m_settings.nMailsPerConnection &&
-                         ShallRun() && !ServiceIsPaused() && m_pFiles->TakeAlong(m_strFileName, m_strRoute, strName);
+                         ShallRun() && !ServiceIsPaused() && m_pFiles->TakeAlong(m_strFileName, m_strRoute, m_strNext);
          ++n) {
-        if (!IsDomainsTurn(strName))
-            continue;
-        m_strNext = strName;
-        if (m_pFiles->RouteOf(strName) != m_strRoute) {
+        if (!IsDomainsTurn(m_strNext)) { // in this thread's hands until then, whatever that raises
+            m_strNext = {};
+        } else if (m_pFiles->RouteOf(m_strNext) != m_strRoute) {
             LetGoOfNext();
             break;
         }
