@@ -22,6 +22,7 @@ constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LONGEST_NAMING = 5'000; // milliseconds, of this host for a report
 constexpr uint64_t LONGEST_PARTING = 500;  // milliseconds, with a host that nobody's mail waits for
 constexpr uint64_t TIMEOUTS_PER_ATTEMPT = 2;
+constexpr unsigned MOST_SESSIONS = 3; ///< with one target: behind other mail, with commands together, one by one
 
 Bex::CSimpleString DisplayName(const CSmartHost& target)
 {
@@ -170,7 +171,7 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, 
 {
     const bool bOpen = HasConnectionTo(target); // not always the one over which the mail was told of
     mail.bAhead = mail.bAhead && bOpen && m_pConnection->client.Ahead() > 0;
-    for (;;) {
+    for (unsigned nSessions = MOST_SESSIONS;; --nSessions) {
         const bool bShared = m_pConnection != nullptr;
         session.emplace(std::move(m_pConnection), m_settings, mail, limit);
         if (m_bRefused) // other mails may still be welcome there, which comes first (RFC 5321 5.1)
@@ -180,7 +181,7 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, 
             LeadNext(*session);
             session->AwaitVerdict();
         });
-        if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure))
+        if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure) || nSessions == 1)
             return failure;
         if (bShared) // what it has cost is not this mail's time
             limit = AttemptLimit();

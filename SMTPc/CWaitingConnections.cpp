@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LONGEST_ANSWER = 10'000; // milliseconds, to a QUIT
-constexpr uint64_t LONGEST_SEND = 100;      // of a QUIT, to whom nothing else was sent
+constexpr uint64_t LONGEST_SEND = 10;       // milliseconds: whom nothing else was sent has room for a QUIT
 
 } // namespace
 
@@ -47,36 +47,47 @@ size_t CWaitingConnections::Count() const
     return m_waiting.size() + m_parting.size();
 }
 
-/// Whose time has come by then, and who makes room. A host that says something while nothing was asked closes, or is out
-/// of step.
+CWaitingConnections::~CWaitingConnections()
+{
+    Close(m_waiting);
+    Close(m_parting);
+}
+
+/// Not by the destructor alone: to some the last record of TLS cannot be sent, for which that would wait.
+void CWaitingConnections::Close(CWaiting& connections)
+{
+    for (SWaiting& one : connections)
+        one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
+    connections.clear();
+}
+
+/// Whose time has come by then, and who makes room. A host that says something while nothing was asked closes, or is
+/// out of step.
 void CWaitingConnections::End(uint64_t nBy)
 {
-    CWaiting ending;
-    CWaiting parting;
-    CWaiting closed;
+    CWaiting ending, parting, closing;
     {
         const std::lock_guard lock(m_lock);
-        for (auto it = m_waiting.begin(); it != m_waiting.end();) {
-            const auto one = it++;
-            if (one->pConnection->client.HasInput())
-                closed.splice(closed.end(), m_waiting, one);
-        }
+        MoveIf(m_waiting, closing, [](const SWaiting& one) { return one.pConnection->client.HasInput(); });
         while (m_waiting.size() > MOST || (!m_waiting.empty() && m_waiting.front().nUntil <= nBy))
             ending.splice(ending.end(), m_waiting, m_waiting.begin());
         parting.swap(m_parting);
     }
     const uint64_t nNow = Platform::TickCount();
-    parting.remove_if([nNow](const SWaiting& one) { return one.pConnection->client.HasInput() || one.nUntil <= nNow; });
+    MoveIf(parting, closing,
+           [nNow](const SWaiting& one) { return one.pConnection->client.HasInput() || one.nUntil <= nNow; });
     for (SWaiting& one : ending) {
         one.nUntil = nNow + LONGEST_ANSWER;
         one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
         FailureOf([&] { one.pConnection->client.SendCommand("QUIT\r\n"); });
         one.pConnection->client.SetLimit({});
     }
-    CWaiting unheard;
-    const std::lock_guard lock(m_lock);
-    m_parting.splice(m_parting.end(), parting);
-    m_parting.splice(m_parting.end(), ending);
-    while (m_parting.size() > MOST)
-        unheard.splice(unheard.end(), m_parting, m_parting.begin());
+    {
+        const std::lock_guard lock(m_lock);
+        m_parting.splice(m_parting.end(), parting);
+        m_parting.splice(m_parting.end(), ending);
+        while (m_parting.size() > MOST)
+            closing.splice(closing.end(), m_parting, m_parting.begin());
+    }
+    Close(closing);
 }

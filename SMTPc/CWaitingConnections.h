@@ -19,6 +19,9 @@ public:
     static constexpr size_t MOST = 100;
 
     explicit CWaitingConnections(unsigned nSeconds) : m_nSeconds(nSeconds) {} ///< 0: takes none
+    ~CWaitingConnections();
+    CWaitingConnections(const CWaitingConnections&) = delete;
+    CWaitingConnections& operator=(const CWaitingConnections&) = delete;
 
     bool Takes() const { return m_nSeconds > 0; }
     void Bring(std::unique_ptr<CSMTPConnection> pConnection);          ///< between two mails
@@ -36,6 +39,16 @@ private:
     using CWaiting = std::list<SWaiting>; ///< in the order of their ends
 
     void End(uint64_t nBy);
+    static void Close(CWaiting& connections);
+    template <class TIs>
+    static void MoveIf(CWaiting& from, CWaiting& to, TIs Is)
+    {
+        for (auto it = from.begin(); it != from.end();) {
+            const auto one = it++;
+            if (Is(*one))
+                to.splice(to.end(), from, one);
+        }
+    }
 
     const unsigned m_nSeconds;
     mutable std::mutex m_lock; ///< around the lists
