@@ -580,12 +580,12 @@ TEST(DeliveryThreadTest, SharesABackupUnlessTheFirstTargetRefusedForNow)
     for (size_t n = 0; n < 2 * std::size(ROWS); ++n) {
         SBackup row = ROWS[n / 2];
         SCOPED_TRACE(n);
-        CDeliveryWorld world(1, true, row.nWait);
-        world.settings.nMailsPerConnection = 3;
-        world.settings.bPipelining = n % 2 == 1;
         const Replies good{{"EHLO", "250 PIPELINING\r\n"}};
         row.first.insert(good.begin(), good.end());
         CScriptedServer first(row.first, good), backup(good);
+        CDeliveryWorld world(1, true, row.nWait);
+        world.settings.nMailsPerConnection = 3;
+        world.settings.bPipelining = n % 2 == 1;
         world.Route(first, Entry(first) + "," + Entry(backup), "far.example");
         world.AddMail("y.eml");
         world.Deliver(first, "to <Bob@far.example> (");
@@ -596,12 +596,12 @@ TEST(DeliveryThreadTest, SharesABackupUnlessTheFirstTargetRefusedForNow)
 
 TEST(DeliveryThreadTest, TakesAWaitingConnectionWhereverAMailTurns)
 {
-    CDeliveryWorld world(0, true, 30);
-    world.settings.nMailsPerConnection = 4;
-    world.settings.bPipelining = true;
     const std::string strOffer = "250 PIPELINING\r\n";
     CScriptedServer first(Replies{{"EHLO", strOffer}, {"RCPT2", "450 later\r\n"}, {"payload3", "drop"}});
     CScriptedServer second(Replies{{"EHLO", strOffer}});
+    CDeliveryWorld world(0, true, 30);
+    world.settings.nMailsPerConnection = 4;
+    world.settings.bPipelining = true;
     const auto Deliver = [&](const std::string& strEntries, CScriptedServer& last, const std::string& strLetters,
                              size_t nWaiting) {
         world.WriteMail();
