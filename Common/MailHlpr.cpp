@@ -20,6 +20,7 @@ namespace {
 
 constexpr char SOURCE_FILE[] = "Common/MailHlpr";
 constexpr unsigned LONGEST_COMMAND = 3600000; // milliseconds
+constexpr unsigned LONGEST_AFTER_STOP = 5000; // milliseconds
 
 constexpr Bex::FrozenLine POST_SCRIPT_LINE = 57;
 constexpr Bex::FrozenLine SPAM_TAGGER_LINE = 100;
@@ -121,9 +122,11 @@ uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
         return Platform::LastError().dwSysError;
     uint32_t dwExitCode = 0;
     if (!HasRunToItsEnd(*pChild, strCommandLine.Text(), LONGEST_COMMAND)) {
-        if (Bex::CThread::IsCallerStopped())
+        const bool bStopped = Bex::CThread::IsCallerStopped();
+        if (bStopped && !pChild->Wait(LONGEST_AFTER_STOP))
             return Platform::SYS_OPERATION_ABORTED; // the program goes on
-        if (!pChild->Terminate())
+        Bex::CThread::EndIfAbandoned();
+        if (!bStopped && !pChild->Terminate())
             return Platform::LastError().dwSysError;
     }
     return pChild->ExitCode(dwExitCode) ? dwExitCode : Platform::LastError().dwSysError;

@@ -20,7 +20,7 @@ void RunSpamTagger(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpl
 void RunResponder(const Bex::CSimpleString& strUserDirectory, const Bex::CSimpleString& strMailFile,
                   const Bex::CSimpleString& strTemplate, const Bex::CSimpleString& strOutput, bool bParallel);
 /// Runs a command line, for one hour at most, and gives its exit code, or the system error when something failed
-/// (SYS_OPERATION_ABORTED: a stop ended the wait).
+/// (SYS_OPERATION_ABORTED: a stop ended the wait, after some seconds more).
 uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strWorkingDirectory);
 /// The value of Scripts.Execution.Parallel: started programs are not waited for.
 bool ScriptsRunInParallel();

@@ -28,17 +28,18 @@ bool RemoveLogged(const Bex::CSimpleString& strFile, TRemove Remove)
     }
 }
 
-/// A program for which something is short is no answer: the mail is tried again.
-void RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strErrorDirectory)
+/// A program for which something is short is no answer: the mail is tried again. False when it runs on after a stop.
+bool RunResponderOn(const Bex::CSimpleString& strCommandLine, const Bex::CSimpleString& strErrorDirectory)
 {
     Platform::SetLastError({}); // a program that has run sets none
     const uint32_t dwResult = RunCommand(strCommandLine, strErrorDirectory);
     if (dwResult == 0)
-        return;
+        return true;
     Bex::LogError(Bex::MainLog(), "SystemCall( \"%s\" ) failed at %s:%d with error %u", strCommandLine.Text(),
                   SOURCE_FILE, __LINE__, dwResult);
     if (Platform::IsBusy(Platform::LastError()))
         Bex::ThrowSystemException(SOURCE_FILE, __LINE__, dwResult);
+    return dwResult != Platform::SYS_OPERATION_ABORTED;
 }
 
 } // namespace
@@ -67,9 +68,9 @@ bool Bounce(const Bex::CSimpleString& strMailPath, CHeldMailFile& file, const Be
         RunResponderOn(ForSender(""), strErrorDirectory);
         return true;
     }
-    RunResponderOn(ForSender("-k "), strErrorDirectory);
-    if (Bex::CThread::IsCallerStopped() || file.IsReplaced())
+    if (!RunResponderOn(ForSender("-k "), strErrorDirectory) || file.IsReplaced())
         return true; // the next start goes on with it, or it is another by now
+    // After a stop as well: the next start would send a mail whose sender has been told otherwise.
     RunResponderOn(Bex::CSimpleString::Formatted("responder.exe %s %s%s-s -to %s -o", strFiles.Text(),
                                                  bAttach ? "-b header " : "", pszBulk, strPostmaster.Text()),
                    strErrorDirectory);

@@ -70,6 +70,11 @@ TEST(Program, IsNotWaitedForByAThreadThatWasGivenUp)
 TEST(RunCommand, GivesTheExitCodeOrTheSystemError)
 {
     EXPECT_EQ(RunCommand("sh -c \"exit 7\"", "/"), 7u);
+    uint32_t dwResult = 0;
+    SWaiter stopped([&] { dwResult = RunCommand("sh -c \"sleep 1; exit 7\"", "/"); });
+    ASSERT_TRUE(stopped.Start());
+    EXPECT_TRUE(stopped.Stop(60'000));
+    EXPECT_EQ(dwResult, 7u);
     EXPECT_EQ(RunCommand("no-such-program-anywhere", "/"), Platform::SYS_FILE_NOT_FOUND);
     EXPECT_EQ(RunCommand("true", "/no-such-directory"), Platform::SYS_DIRECTORY);
 }
