@@ -24,14 +24,23 @@ def setUpModule():
 
 class Receivers(unittest.TestCase):
     def test_mail_arrives_byte_by_byte(self):
-        with RemoteWorld().start() as world:
+        self.arrives_byte_by_byte("")
+
+    def test_mail_that_shares_connections_arrives_byte_by_byte(self):
+        log = self.arrives_byte_by_byte("shared ", **{"Connection.Mails": 5, "Connection.Pipelining": 1, "Connection.Wait": 2})
+        for server in ("postfix", "exim"):
+            self.assertLess(log.count(f"connection to mx.{server}.example secured"), len(BODIES))
+
+    def arrives_byte_by_byte(self, way, **settings):
+        with RemoteWorld(**settings).start() as world:
             sent = {}
             for server in ("postfix", "exim", "opensmtpd"):
                 for kind, body in BODIES.items():
-                    content = mail(f"ann@{server}.example", subject=f"{kind} {server}", body=body,
+                    subject = f"{way}{kind} {server}"
+                    content = mail(f"ann@{server}.example", subject=subject, body=body,
                                    extra="X-Folded: one\r\n\ttwo\r\n\tthree\r\n").replace(b"Bob", b'"Bob"')
-                    sent[server, f"{kind} {server}"] = content.split(b"\r\n", 2)[2] + b"\r\n"  # without the envelope
-                    world.post(f"{kind} {server}", content)
+                    sent[server, subject] = content.split(b"\r\n", 2)[2] + b"\r\n"  # without the envelope
+                    world.post(subject, content)
             for (server, subject), plain in sent.items():
                 with self.subTest(subject):
                     stored = stored_once(self, server, subject)
@@ -41,6 +50,7 @@ class Receivers(unittest.TestCase):
             wait_for("an empty outgoing directory", lambda: not list(world.outgoing.iterdir()))
             self.assertIn("connection to mx.postfix.example secured", world.log())
             self.assertIn("security error", world.log())
+            return world.log()
 
     def test_every_shape_of_a_domain_leads_to_its_exchanger(self):
         shapes = ("several", "bare", "alias", "indirect", "halfnull", "six", "onlysix")
