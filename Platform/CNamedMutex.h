@@ -25,7 +25,7 @@ public:
 
     /// Platform::INFINITE waits without limit. Failed, at once: no place for named locks works now (LastError).
     ELockResult Lock(unsigned dwMillis);
-    void Unlock(); ///< only by the thread that locked
+    void Unlock();                           ///< only by the thread that locked
     bool NoteWhetherPlaceWorks(bool bWorks); ///< whether it did when that was last noted; at first it did
     /// Where the locks of this directory lie: a directory of this user alone, there once one of them was locked.
     static std::string PlaceBelow(std::string_view strDirectory);
