@@ -123,9 +123,10 @@ uint32_t RunCommand(const Bex::CSimpleString& strCommandLine, const Bex::CSimple
     uint32_t dwExitCode = 0;
     if (!HasRunToItsEnd(*pChild, strCommandLine.Text(), LONGEST_COMMAND)) {
         const bool bStopped = Bex::CThread::IsCallerStopped();
-        if (bStopped && !pChild->Wait(LONGEST_AFTER_STOP))
-            return Platform::SYS_OPERATION_ABORTED; // the program goes on
+        const bool bGoesOn = bStopped && !pChild->Wait(LONGEST_AFTER_STOP);
         Bex::CThread::EndIfAbandoned();
+        if (bGoesOn)
+            return Platform::SYS_OPERATION_ABORTED;
         if (!bStopped && !pChild->Terminate())
             return Platform::LastError().dwSysError;
     }

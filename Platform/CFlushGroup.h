@@ -65,7 +65,7 @@ public:
 private:
     struct SMark
     {
-        uint64_t nTake = 0; ///< before which it was made
+        uint64_t nTake = 0; ///< number of the take that collects it
         size_t nPlace = 0;  ///< in the list of what is written
     };
     struct SVolume
@@ -86,7 +86,7 @@ private:
     std::map<std::string, SDirectory, std::less<>> m_directories;
     std::set<std::string, std::less<>> m_later;
     CPending m_next;
-    uint64_t m_nTakes = 1; ///< with the next one
+    uint64_t m_nTakes = 1; ///< number of the next take
 };
 
 } // namespace Platform

@@ -19,7 +19,7 @@ enum class EFault {
     Lock,           ///< of a file that is opened
     Lease,          ///< by which an open file learns of its writers
     LockName,       ///< in the file of named locks, also the opening of that
-    UnlockName,
+    UnlockName,     ///< there; it cannot fail
     Stat,
     FreeSpace, ///< of a volume
     Rename,    ///< EINVAL: the file system cannot refuse to replace

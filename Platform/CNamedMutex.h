@@ -25,8 +25,10 @@ public:
 
     /// Platform::INFINITE waits without limit. Failed, at once: no place for named locks works now (LastError).
     ELockResult Lock(unsigned dwMillis);
-    void Unlock();                           ///< only by the thread that locked
-    bool NoteWhetherPlaceWorks(bool bWorks); ///< whether it did when that was last noted; at first it did
+    void Unlock(); ///< only by the thread that locked
+    /// Of the directory, for all its mutexes; returns whether it did when that was last noted, by any thread, and at
+    /// first true.
+    bool NoteWhetherPlaceWorks(bool bWorks);
     /// Where the locks of this directory lie: a directory of this user alone, there once one of them was locked.
     static std::string PlaceBelow(std::string_view strDirectory);
 

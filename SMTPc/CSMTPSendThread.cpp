@@ -131,7 +131,7 @@ SAttempt CSMTPSendThread::TryTargets(SPreparedMail& mail, CTargetList& targets, 
 {
     SAttempt attempt{EVerdict::Stopped};
     bool bTried = false;
-    m_bRefused = false;
+    m_bRefused = m_bBegunAnew = false;
     CTargetList late = TakeSilent(targets);
     PutReachedFirst(targets);
     for (CSmartHost target; targets.PopFirst(target) || late.PopFirst(target);) {
@@ -147,6 +147,8 @@ SAttempt CSMTPSendThread::TryTargets(SPreparedMail& mail, CTargetList& targets, 
         const std::optional<SDeliveryFailure> failure = TryTarget(mail, target, limit, session);
         if (!failure)
             return Delivered(*session, target, mail);
+        if (!ShallRun() && session->IsOfTheConnection(*failure))
+            return {EVerdict::Stopped};
         const bool bSilent = IsSilent(*session, target);
         Tell(*failure, mail, DisplayName(target));
         m_bRefused |= failure->IsRefusal();
@@ -169,7 +171,7 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, 
                                                            Platform::CWaitLimit& limit,
                                                            std::optional<CSMTPSession>& session)
 {
-    const bool bOpen = HasConnectionTo(target); // not always the one over which the mail was told of
+    const bool bOpen = ObtainsConnectionTo(target); // not always the one over which the mail was told of
     mail.bAhead = mail.bAhead && bOpen && m_pConnection->client.Ahead() > 0;
     for (unsigned nSessions = MOST_SESSIONS;; --nSessions) {
         const bool bShared = m_pConnection != nullptr;
@@ -181,9 +183,12 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, 
             LeadNext(*session);
             session->AwaitVerdict();
         });
-        if (!failure || !ShallRun() || !session->IsOfTheConnection(*failure) || nSessions == 1)
+        if (!failure || !ShallRun())
             return failure;
-        if (bShared) // what it has cost is not this mail's time
+        session->NoteOutOfStep(*failure);
+        if (!session->IsOfTheConnection(*failure) || nSessions == 1)
+            return failure;
+        if (bShared && !std::exchange(m_bBegunAnew, true)) // what it has cost is not this mail's time
             limit = AttemptLimit();
     }
 }
@@ -191,7 +196,7 @@ std::optional<SDeliveryFailure> CSMTPSendThread::TryTarget(SPreparedMail& mail, 
 bool CSMTPSendThread::MayWait() const { return m_pWaiting && m_pWaiting->Takes() && ShallRun(); }
 
 /// Over the one that is open or, when there is none, one that waits.
-bool CSMTPSendThread::HasConnectionTo(const CSmartHost& target)
+bool CSMTPSendThread::ObtainsConnectionTo(const CSmartHost& target)
 {
     if (!m_pConnection && MayWait())
         m_pConnection = m_pWaiting->TakeTo(target);
@@ -203,7 +208,7 @@ void CSMTPSendThread::PutReachedFirst(CTargetList& targets)
 {
     const auto FindReached = [&] {
         CTargetList::CIterator it = targets.begin();
-        while (it != targets.end() && !HasConnectionTo(*it))
+        while (it != targets.end() && !ObtainsConnectionTo(*it))
             ++it;
         return it;
     };
@@ -251,14 +256,16 @@ void CSMTPSendThread::EndRefused(CSMTPSession& session, bool bOthersFollow)
 void CSMTPSendThread::EndConnection()
 {
     std::unique_ptr<CSMTPConnection> pConnection = std::move(m_pConnection);
-    if (!pConnection || pConnection->client.Ahead() > 0)
-        return; // in the middle of a mail it is just closed
-    if (MayWait()) {
+    if (!pConnection)
+        return;
+    const bool bInMail = pConnection->client.Ahead() > 0;
+    if (!bInMail && MayWait()) {
         m_pWaiting->Bring(std::move(pConnection));
         return;
     }
     pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_PARTING));
-    FailureOf([&] { pConnection->Quit(); });
+    if (!bInMail) // else it is just closed
+        FailureOf([&] { pConnection->Quit(); });
 }
 
 /// Remembers it for the mails to come. A stop is nobody's silence.

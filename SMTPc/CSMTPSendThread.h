@@ -72,7 +72,7 @@ private:
     std::optional<SDeliveryFailure> TryTarget(SPreparedMail& mail, const CSmartHost& target,
                                               Platform::CWaitLimit& limit, std::optional<CSMTPSession>& session);
     bool MayWait() const;
-    bool HasConnectionTo(const CSmartHost& target);
+    bool ObtainsConnectionTo(const CSmartHost& target);
     void PutReachedFirst(CTargetList& targets);
     void LeadNext(CSMTPSession& session);
     void EndRefused(CSMTPSession& session, bool bOthersFollow);
@@ -86,4 +86,5 @@ private:
     std::shared_ptr<CWaitingConnections> m_pWaiting;
     std::unique_ptr<CSMTPConnection> m_pConnection; ///< open, between two attempts
     bool m_bRefused = false;                        ///< by a target of this attempt, for now
+    bool m_bBegunAnew = false;                      ///< the attempt's time, behind a shared connection
 };

@@ -36,9 +36,11 @@ public:
     bool HasAnswered() const { return m_bAnswered; } ///< with as much as a whole greeting
     bool WasSilent() const;                          ///< it did not answer for as long as one waits for an answer
     /// The failure, of this session, says nothing about this mail: another mail had used the connection before, or
-    /// commands were sent together. The next session with the host will be another in that; not to be asked after a
-    /// stop, which is no host's failure.
+    /// commands were sent together.
     bool IsOfTheConnection(const SDeliveryFailure& failure) const;
+    /// For the next sessions with a host that did not bear commands together, or behind a text. Not after a stop, which
+    /// is no host's failure.
+    void NoteOutOfStep(const SDeliveryFailure& failure) const;
     bool MayGoOn() const; ///< with another mail, after this one was accepted or refused
     std::unique_ptr<CSMTPConnection> TakeConnection() { return std::move(m_pConnection); } ///< and ends this session
 
@@ -54,7 +56,9 @@ private:
     void Secure(const CSmartHost& target);
     void Authenticate(const CSmartHost& target);
     bool MayBeShared() const;
-    bool HasWaited() const; ///< for as long as one waits for an answer
+    bool IsOfTheMail() const;  ///< the last code, if it is a refusal
+    bool IsOneTooMany() const; ///< the last code, if it is a refusal, may tell that the connection has had enough
+    bool HasWaited() const;    ///< for as long as one waits for an answer
     bool Pipelines() const;
     void SendEnvelope();
     void SendPayload();

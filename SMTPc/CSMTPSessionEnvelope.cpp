@@ -101,18 +101,26 @@ void CSMTPSession::HearTheRest()
 /// one mail too many for the connection, or the refusal may be the rest of an answer to the mail before.
 bool CSMTPSession::IsOfTheConnection(const SDeliveryFailure& failure) const
 {
-    const int iCode = Client().LastCode();
-    if (m_bGoAhead && Client().Ahead() > 0 && (!failure.IsRefusal() || iCode == CLOSES))
-        OutOfStep().Note(PlaceOf(m_pConnection->target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
-    if (m_bGoAhead || !(m_bRides || m_bTogether))
+    if (m_pConnection == nullptr || m_bGoAhead || !(m_bRides || m_bTogether))
         return false;
-    const bool bOfItsOwn = IsRefusal(iCode) && iCode != BAD_SEQUENCE;
-    const bool bOneTooMany = m_bRides && (iCode == CLOSES || (!m_bSender && bOfItsOwn));
-    if (failure.IsRefusal() && bOfItsOwn && !bOneTooMany)
-        return false;
-    // Behind the text of another mail it may have dropped the commands.
-    const bool bLost = m_mail.bAhead && (failure.IsRefusal() ? !bOneTooMany : HasWaited());
-    if (!m_bRides || bLost)
+    return !failure.IsRefusal() || !IsOfTheMail() || IsOneTooMany();
+}
+
+bool CSMTPSession::IsOfTheMail() const { return IsRefusal(Client().LastCode()) && Client().LastCode() != BAD_SEQUENCE; }
+
+bool CSMTPSession::IsOneTooMany() const
+{
+    return m_bRides && (Client().LastCode() == CLOSES || (!m_bSender && IsOfTheMail()));
+}
+
+/// Behind the text of another mail it may have dropped the commands, or it may not bear anything there.
+void CSMTPSession::NoteOutOfStep(const SDeliveryFailure& failure) const
+{
+    if (m_pConnection == nullptr)
+        return;
+    const bool bRefused = failure.IsRefusal();
+    const bool bLost = m_mail.bAhead && (bRefused ? !IsOneTooMany() : HasWaited());
+    const bool bUnborne = Client().Ahead() > 0 && (!bRefused || Client().LastCode() == CLOSES);
+    if (m_bGoAhead ? bUnborne : IsOfTheConnection(failure) && (!m_bRides || bLost))
         OutOfStep().Note(PlaceOf(m_pConnection->target), MILLIS_PER_SECOND * m_settings.dwSilenceKept);
-    return true;
 }

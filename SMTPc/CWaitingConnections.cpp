@@ -9,7 +9,8 @@ namespace {
 
 constexpr uint64_t MILLIS_PER_SECOND = 1000;
 constexpr uint64_t LONGEST_ANSWER = 10'000; // milliseconds, to a QUIT
-constexpr uint64_t LONGEST_SEND = 10;       // milliseconds: whom nothing else was sent has room for a QUIT
+constexpr uint64_t LONGEST_SEND = 100;      // milliseconds: whom nothing else was sent has room for a QUIT
+constexpr uint64_t LONGEST_ROUND = 1000;    // milliseconds, for all of them together
 
 } // namespace
 
@@ -56,9 +57,9 @@ CWaitingConnections::~CWaitingConnections()
 /// Not by the destructor alone: to some the last record of TLS cannot be sent, for which that would wait.
 void CWaitingConnections::Close(CWaiting& connections)
 {
-    for (SWaiting& one : connections)
-        one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
-    connections.clear();
+    const Platform::CWaitLimit round = Platform::CWaitLimit().For(LONGEST_ROUND);
+    for (; !connections.empty(); connections.pop_front())
+        connections.front().pConnection->client.SetLimit(round.AtMost(LONGEST_SEND));
 }
 
 /// Whose time has come by then, and who makes room. A host that says something while nothing was asked closes, or is
@@ -76,15 +77,16 @@ void CWaitingConnections::End(uint64_t nBy)
     const uint64_t nNow = Platform::TickCount();
     MoveIf(parting, closing,
            [nNow](const SWaiting& one) { return one.pConnection->client.HasInput() || one.nUntil <= nNow; });
+    const Platform::CWaitLimit round = Platform::CWaitLimit().For(LONGEST_ROUND);
     for (SWaiting& one : ending) {
         one.nUntil = nNow + LONGEST_ANSWER;
-        one.pConnection->client.SetLimit(Platform::CWaitLimit().For(LONGEST_SEND));
+        one.pConnection->client.SetLimit(round.AtMost(LONGEST_SEND));
         FailureOf([&] { one.pConnection->client.SendCommand("QUIT\r\n"); });
         one.pConnection->client.SetLimit({});
     }
     {
         const std::lock_guard lock(m_lock);
-        m_parting.splice(m_parting.end(), parting);
+        m_parting.splice(m_parting.begin(), parting); // before what another thread has brought meanwhile
         m_parting.splice(m_parting.end(), ending);
         while (m_parting.size() > MOST)
             closing.splice(closing.end(), m_parting, m_parting.begin());

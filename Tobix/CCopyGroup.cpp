@@ -14,6 +14,8 @@ SSaveResult CCopyGroup::Write(const Bex::CSimpleString& strDirectory, bool bProm
 {
     if (!HasRoomFor(1))
         m_End();
+    if (m_lostCopies) // the mail has to be stored anew, whatever is stored now
+        return {ESaveResult::Failed, *m_lostCopies};
     if (!m_flush.Add(strDirectory.Text()) && bPromised && Platform::IsBusy(Platform::LastError()))
         return {ESaveResult::Failed, Platform::LastError()};
     const SSaveResult saved = SaveCopy();

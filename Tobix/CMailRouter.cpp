@@ -90,12 +90,14 @@ bool CMailRouter::LearnAuthorPolicy(const CMail& mail, CCopyGroup& group)
 CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
 {
     m_strOpen.clear();
-    ERouted routed = ERouted::Done;
+    bool bGoesOn = true; // also behind an account that is held, which says nothing about the others
     for (const Bex::CSimpleString& strRecipient : mail.Recipients()) {
-        if (routed == ERouted::Done) // of very many, a stop cannot wait for the last one
-            routed = Bex::CThread::IsCallerStopped() ? ERouted::Busy : TryRecipient(mail, strRecipient, group);
+        ERouted routed = ERouted::Busy;
+        if (bGoesOn && !Bex::CThread::IsCallerStopped()) // of very many, a stop cannot wait for the last one
+            routed = TryRecipient(mail, strRecipient, group);
         if (routed == ERouted::Failed)
             return EOutcome::Failed;
+        bGoesOn = routed != ERouted::Busy;
         if (routed != ERouted::Done)
             m_strOpen.append(strRecipient.View()) += ',';
         else
@@ -105,7 +107,7 @@ CMailRouter::EOutcome CMailRouter::Deliver(const CMail& mail, CCopyGroup& group)
         return EOutcome::Delivered;
     if (group.CopiesOfMail() > 0)
         return EOutcome::Interrupted;
-    return routed == ERouted::Held ? EOutcome::Held : EOutcome::Retry;
+    return bGoesOn ? EOutcome::Held : EOutcome::Retry;
 }
 
 ERouted CMailRouter::TryRecipient(const CMail& mail, const Bex::CSimpleString& strRecipient, CCopyGroup& group)

@@ -94,24 +94,27 @@ ERouted CMailboxStore::StoreInMailbox(const CMail& copy, const Bex::CSimpleStrin
 /// One that was waited for in vain holds up the mail of others once only.
 ERouted CMailboxStore::LockAccount(Bex::CMutex& lock, const SAccount& account, CCopyGroup& group)
 {
-    m_strHeld = account.strName.Text();
-    if (const auto held = m_heldElsewhere.find(m_strHeld); held != m_heldElsewhere.end()) {
-        if (IsHeld(m_strHeld))
-            return ERouted::Held;
+    const auto Held = [&] {
+        m_strHeld = account.strName.Text();
+        return ERouted::Held;
+    };
+    if (const auto held = m_heldElsewhere.find(account.strName.View()); held != m_heldElsewhere.end()) {
+        if (IsHeld(held->first))
+            return Held();
         if (lock.Lock(0)) {
             m_heldElsewhere.erase(held);
             return ERouted::Done;
         }
         held->second = Platform::TickCount() + ASK_AGAIN_MILLIS;
-        return ERouted::Held;
+        return Held();
     }
     const uint64_t nStarted = Platform::TickCount();
     while (!lock.Lock(LOOK_MILLIS, [&group] { group.EndBeforeWaiting(); })) {
         if (Platform::LastError().dwSysError != Platform::SYS_TIMEOUT || Bex::CThread::IsCallerStopped())
             return ERouted::Busy;
         if (m_numbers && Platform::TickCount() - nStarted >= OTHER_HOST_MILLIS) {
-            m_heldElsewhere[m_strHeld] = Platform::TickCount() + ASK_AGAIN_MILLIS;
-            return ERouted::Held;
+            m_heldElsewhere[account.strName.Text()] = Platform::TickCount() + ASK_AGAIN_MILLIS;
+            return Held();
         }
     }
     return ERouted::Done;

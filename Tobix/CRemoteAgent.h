@@ -31,7 +31,8 @@ public:
     /// thread, and for tests.
     unsigned ScanOutgoing(int64_t iNow);
     static unsigned RestMillis(uint64_t nListingMicros); ///< after a listing that took so much of a processor
-    void Rest(unsigned dwMillis);                        ///< has waiting connections end meanwhile; likewise
+    /// Has waiting connections end meanwhile; a stop or a pause ends it. For the agent's own thread, and for tests.
+    void Rest(unsigned dwMillis);
 
 protected:
     void Body() override;

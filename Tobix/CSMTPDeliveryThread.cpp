@@ -58,6 +58,9 @@ void CSMTPDeliveryThread::Body()
             m_strRoute = m_pFiles->RouteOf(m_strFileName);
             DeliverGuarded();
             GoOnOrEnd();
+        } else { // which may have been the next mail of a connection
+            EndConnection();
+            m_pReady.reset();
         }
     }
     EndConnection();

@@ -1,5 +1,7 @@
 #include "Tobix/Bounce.h"
+#include "Bex/CThread.h"
 #include "Common/Globals.h"
+#include "support/Becomes.h"
 #include "support/CLogRecorder.h"
 
 #include <algorithm>
@@ -35,4 +37,23 @@ TEST(BounceTest, StartsTheResponderAsTheKeysSay)
             strLine.erase(std::min(strLine.find(" failed at "), strLine.size()));
         EXPECT_EQ(lines, expected);
     }
+}
+
+TEST(BounceTest, TellsThePostmasterThoughAStopComesBehindTheSender)
+{
+    struct CBouncer : Bex::CThread
+    {
+        void Body() override
+        {
+            CHeldMailFile file;
+            EXPECT_TRUE(Bounce("/nowhere/x.eml", file, "/"));
+        }
+    } bouncer;
+    Config().Set("Postmaster", "pm@x");
+    CLogRecorder log;
+    log.SetListener([&](const std::string&) { bouncer.RequestStop(); });
+    ASSERT_TRUE(bouncer.Start());
+    EXPECT_TRUE(Becomes([&] { return log.Contains("-to pm@x"); }));
+    EXPECT_TRUE(Becomes([&] { return bouncer.Stop(); }));
+    Config().RemoveAll();
 }

@@ -607,9 +607,10 @@ TEST(DeliveryThreadTest, TakesAWaitingConnectionWhereverAMailTurns)
         world.WriteMail();
         world.Route(last, strEntries, "far.example");
         world.Deliver(last, "started", [&] {
-            EXPECT_TRUE(Becomes([&] { return !world.HasMail() && world.Waiting()->Count() == nWaiting; }));
+            EXPECT_TRUE(Becomes([&] {
+                return !world.HasMail() && world.Waiting()->Count() == nWaiting && Letters(last) == strLetters;
+            })) << Letters(last);
         });
-        EXPECT_EQ(Letters(last), strLetters);
     };
     Deliver(Entry(first), first, "EMRD", 1);
     Deliver(Entry(second), second, "EMRD", 2);

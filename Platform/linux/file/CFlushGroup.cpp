@@ -79,8 +79,8 @@ void CFlushGroup::MarkWritten(const char* pszDirectory, bool bPromised)
     SVolume& volume = m_volumes[found->second.nVolume];
     SMark& mark = volume.bByDirectory ? found->second.mark : volume.mark;
     if (mark.nTake != m_nTakes) {
-        mark = {m_nTakes, m_next.m_written.size()};
         m_next.m_written.push_back({false, volume.iDescriptor, volume.bByDirectory ? found->first : std::string()});
+        mark = {m_nTakes, m_next.m_written.size() - 1};
     }
     m_next.m_written[mark.nPlace].bPromised |= bPromised;
 }

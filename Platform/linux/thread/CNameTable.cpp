@@ -122,27 +122,32 @@ bool CNameTable::IsOwner(const SEntry& entry, uint64_t ui64Owner)
 void CNameTable::Release(SEntry& entry, uint64_t ui64Owner)
 {
     std::unique_lock lock(m_mutex);
-    if (entry.ui64Owner == ui64Owner && --entry.nDepth == 0)
+    if (entry.ui64Owner == ui64Owner && entry.nDepth > 0 && --entry.nDepth == 0)
         LetGo(entry, lock);
 }
 
 void CNameTable::Abandon(uint64_t ui64Owner)
 {
     std::unique_lock lock(m_mutex);
-    std::vector<SEntry*> owned;
-    for (auto& [strDirectory, place] : m_places) {
-        for (auto& [iByte, entry] : place.entries) {
-            if (entry.ui64Owner == ui64Owner)
-                owned.push_back(&entry);
-        }
-    }
-    for (SEntry* const pEntry : owned)
-        ++pEntry->nObjects; // whoever had it may close it meanwhile
-    for (SEntry* const pEntry : owned) {
+    while (SEntry* const pEntry = OwnedBy(ui64Owner)) { // one by one, as the table is free meanwhile
+        ++pEntry->nObjects;                             // whoever knows it may close it
+        pEntry->nDepth = 0;                             // or release it
         pEntry->bAbandoned = true;
         LetGo(*pEntry, lock);
         Forget(*pEntry);
     }
+}
+
+/// One that is still to be let go. Needs the table's mutex.
+CNameTable::SEntry* CNameTable::OwnedBy(uint64_t ui64Owner)
+{
+    for (auto& [strDirectory, place] : m_places) {
+        for (auto& [iByte, entry] : place.entries) {
+            if (entry.ui64Owner == ui64Owner && entry.nDepth > 0)
+                return &entry;
+        }
+    }
+    return nullptr;
 }
 
 CNameTable::EEntered CNameTable::Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline)

@@ -46,6 +46,7 @@ private:
     enum class EEntered { First, Again, TimedOut };
 
     EEntered Enter(SEntry& entry, uint64_t ui64Owner, uint64_t ui64Deadline);
+    SEntry* OwnedBy(uint64_t ui64Owner);
     static void LetGo(SEntry& entry, std::unique_lock<std::mutex>& lock);
     static void Forget(SEntry& entry);
     ELockResult LockByte(SEntry& entry, uint64_t ui64Deadline);
@@ -70,8 +71,8 @@ struct CNameTable::SEntry
     SPlace& place;
     const int64_t iByte;
     unsigned nObjects = 0;
-    uint64_t ui64Owner = 0; ///< 0: nobody
-    unsigned nDepth = 0;
+    uint64_t ui64Owner = 0;  ///< 0: nobody
+    unsigned nDepth = 0;     ///< 0 while it is being let go
     bool bAbandoned = false; ///< its last owner ended without letting go
     std::list<SWaiter*> waiting;
     std::shared_ptr<CNameLockFile> pLockedIn;
