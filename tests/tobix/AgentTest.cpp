@@ -77,9 +77,21 @@ protected:
         RunAgentUntil([this] { return CountIn("queue") == 0; });
     }
 
+    /// An account of which another host, which shares the named locks, has the lock.
+    void HoldBenElsewhere(const char* pszConfig)
+    {
+        m_directory.Write("spool/ben/config", pszConfig);
+        fs::create_directory(Path("locks"));
+        Config().Set("LockDir", Path("locks").c_str());
+        ASSERT_TRUE(Users().InitUsers());
+        m_ofAnotherHost.emplace("ben/config", Path("locks").c_str());
+        ASSERT_TRUE(m_ofAnotherHost->Lock(0));
+    }
+
     CTemporaryDirectory m_directory{CTemporaryDirectory::IN_MEMORY};
     CLogRecorder m_log;
     std::shared_ptr<COutgoingFiles> m_pOutgoing = std::make_shared<COutgoingFiles>(1);
+    std::optional<Bex::CMutex> m_ofAnotherHost;
 };
 
 using Platform::EFault;
@@ -328,12 +340,7 @@ TEST_F(AgentTest, LetsAGroupEndAfterASecondOrBeforeALockIsWaitedForAndFlushesTha
 
 TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobodyTwice)
 {
-    m_directory.Write("spool/ben/config", "NextUID: 7\n");
-    fs::create_directory(Path("locks"));
-    Config().Set("LockDir", Path("locks").c_str());
-    ASSERT_TRUE(Users().InitUsers());
-    Bex::CMutex ofAnotherHost("ben/config", Path("locks").c_str());
-    ASSERT_TRUE(ofAnotherHost.Lock(0));
+    ASSERT_NO_FATAL_FAILURE(HoldBenElsewhere("NextUID: 7\n"));
     Drop("1.eml", "ben@example.org,ann@example.org");
     constexpr size_t MAILS = 20, PASSES = 10;
     for (size_t n = 0; n < MAILS; ++n)
@@ -358,7 +365,7 @@ TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobod
     });
     EXPECT_EQ(CountIn("queue"), 1 + MAILS);
     EXPECT_LT(opens.nHeld, 4 * MAILS); // not all of them in each pass
-    ofAnotherHost.Unlock();
+    m_ofAnotherHost->Unlock();
     const Platform::CInjectedFault noQuorum(EFault::Write, 1, EIO, 2);
     RunAgentUntilQueueIsEmpty();
     EXPECT_NE(m_log.Take().find("error in Tobix/LocalAgent:313, errno=5"), std::string::npos);
@@ -367,12 +374,7 @@ TEST_F(AgentTest, TakesMailForAnAccountThatAnotherHostHoldsUpAgainAndServesNobod
 
 TEST_F(AgentTest, KeepsNoRestOfAMailWhoseCopiesMayBeLost)
 {
-    m_directory.Write("spool/ben/config", "");
-    fs::create_directory(Path("locks"));
-    Config().Set("LockDir", Path("locks").c_str());
-    ASSERT_TRUE(Users().InitUsers());
-    Bex::CMutex ofAnotherHost("ben/config", Path("locks").c_str());
-    ASSERT_TRUE(ofAnotherHost.Lock(0));
+    ASSERT_NO_FATAL_FAILURE(HoldBenElsewhere(""));
     Drop("0.eml", "ben@example.org");
     std::string strRecipients;
     for (uint32_t n = 0; n < CCopyGroup::MOST_COPIES; ++n)
